@@ -1,0 +1,1 @@
+# Package files, pkg-config files and headers.

@@ -1,0 +1,3 @@
+#pragma once
+
+/// Everything an application needs of ZaffoPlayback.

@@ -1,0 +1,58 @@
+#include "companion/ZFCancelCommand.h"
+
+#include <cmath>
+#include <utility>
+
+#include "platform/dispatch/DispatchTimer.h"
+
+namespace zaffo {
+
+const std::shared_ptr<ZFNoopCancelCommand>& ZFNoopCancelCommand::sharedInstance() {
+  static const auto instance = std::make_shared<ZFNoopCancelCommand>();
+  return instance;
+}
+
+ZFCallbackCancelCommand::ZFCallbackCancelCommand(std::function<void()> cancelBlock)
+    : cancelBlock_(std::move(cancelBlock)) {}
+
+void ZFCallbackCancelCommand::cancel() {
+  if (const auto block = std::exchange(cancelBlock_, nullptr)) block();
+}
+
+ZFCancellableBlock::ZFCancellableBlock(std::function<void()> block) : block_(std::move(block)) {}
+
+void ZFCancellableBlock::run() {
+  if (const auto block = std::exchange(block_, nullptr)) block();
+}
+
+void ZFCancellableBlock::cancel() { block_ = nullptr; }
+
+namespace {
+
+/// Ends a timer on cancel.
+class TimerCancelCommand final : public ZFCancelCommand {
+ public:
+  explicit TimerCancelCommand(DispatchTimerPtr timer) : timer_(std::move(timer)) {}
+  void cancel() override { timer_->cancel(); }
+
+ private:
+  DispatchTimerPtr timer_;
+};
+
+int64_t nanosecondsFromSeconds(double seconds) { return std::llround(seconds * 1e9); }
+
+}  // namespace
+
+ZFCancelCommandPtr dispatch_every(double seconds, const DispatchQueuePtr& queue,
+                                  std::function<void()> block) {
+  return std::make_shared<TimerCancelCommand>(
+      dispatch_timer_every(nanosecondsFromSeconds(seconds), queue, std::move(block)));
+}
+
+ZFCancelCommandPtr dispatch_after_cancellable(double seconds, const DispatchQueuePtr& queue,
+                                              std::function<void()> block) {
+  return std::make_shared<TimerCancelCommand>(
+      dispatch_timer_after(nanosecondsFromSeconds(seconds), queue, std::move(block)));
+}
+
+}  // namespace zaffo

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/coremedia/CMTimeRange.h"
+#include "platform/foundation/NSError.h"
+#include "platform/foundation/NSURL.h"
+#include "platform/uikit/Geometry.h"
+
+namespace zaffo {
+
+namespace media {
+class SampleSource;
+}
+
+enum class AVMediaType { Video, Audio };
+inline constexpr AVMediaType AVMediaTypeVideo = AVMediaType::Video;
+inline constexpr AVMediaType AVMediaTypeAudio = AVMediaType::Audio;
+
+enum class AVKeyValueStatus { Unknown = 0, Loading = 1, Loaded = 2, Failed = 3, Cancelled = 4 };
+
+/// The domain of the errors that assets, items and players report by themselves.
+inline constexpr const char* AVFoundationErrorDomain = "AVFoundationErrorDomain";
+
+/// The platform's codes within AVFoundationErrorDomain.
+enum AVError : long {
+  AVErrorUnknown = -11800,
+  AVErrorMediaServicesWereReset = -11819,
+  AVErrorDecodeFailed = -11821,
+  AVErrorFileFormatNotRecognized = -11828,
+  AVErrorFileFailedToParse = -11829,
+  AVErrorNoImageAtTime = -11832,
+  AVErrorDecoderNotFound = -11833,
+  AVErrorContentIsProtected = -11831,
+  AVErrorServerIncorrectlyConfigured = -11850,
+};
+
+/// One track of an asset. Immutable. Thread: any.
+struct AVAssetTrack {
+  int trackID = 0;
+  AVMediaType mediaType = AVMediaType::Video;
+  std::string codec;                   ///< FFmpeg's short name, "h264"
+  CGSize naturalSize;                  ///< pixels, before the transform; zero for sound
+  CGAffineTransform preferredTransform;
+  double nominalFrameRate = 0;         ///< frames per second; 0 when not known, and for sound
+  std::string languageCode;            ///< ISO 639-2/T, "und" when not told
+  CMTimeScale naturalTimeScale = 0;    ///< units per second of the track's own times
+  CMTimeRange timeRange;
+};
+
+/// Timed media to be played, read or pictured. Its values load asynchronously: ask with
+/// loadValuesAsynchronouslyForKeys, then read. Reading a value before it is loaded gives its empty
+/// value (no tracks, kCMTimeInvalid, false) and never waits. Keys: "tracks", "duration",
+/// "playable", "readable". Abstract so that a test can script it. Thread: any.
+class ZAFFO_EXPORT AVAsset {
+ public:
+  virtual ~AVAsset() = default;
+
+  /// An AVURLAsset without options.
+  [[nodiscard]] static std::shared_ptr<AVAsset> assetWithURL(std::shared_ptr<const NSURL> url);
+
+  /// Loads what is not loaded yet and calls `handler` once, on a thread of the asset's choosing,
+  /// when every key has ended as loaded, failed or cancelled. Never called inside the call.
+  virtual void loadValuesAsynchronouslyForKeys(std::vector<std::string> keys,
+                                               std::function<void()> handler) = 0;
+
+  /// How the loading of `key` stands; when it failed and `error` is not null, why.
+  [[nodiscard]] virtual AVKeyValueStatus statusOfValueForKey(
+      const std::string& key, std::shared_ptr<const NSError>* error = nullptr) const = 0;
+
+  /// Ends loading that is under way: its keys become Cancelled and the handlers run.
+  virtual void cancelLoading() = 0;
+
+  [[nodiscard]] virtual CMTime duration() const = 0;
+  [[nodiscard]] virtual std::vector<std::shared_ptr<const AVAssetTrack>> tracks() const = 0;
+  [[nodiscard]] std::vector<std::shared_ptr<const AVAssetTrack>> tracksWithMediaType(
+      AVMediaType type) const;
+  /// Whether samples can be read one by one: true for local media only. Known at once.
+  [[nodiscard]] virtual bool isReadable() const = 0;
+  [[nodiscard]] virtual bool isPlayable() const = 0;
+
+  /// Where the platform itself gets the samples; null until "tracks" is loaded, and in doubles.
+  [[nodiscard]] virtual std::shared_ptr<media::SampleSource> sampleSource() const;
+};
+
+/// The media at a URL.
+class ZAFFO_EXPORT AVURLAsset : public AVAsset {
+ public:
+  [[nodiscard]] static std::shared_ptr<AVURLAsset> URLAssetWithURL(std::shared_ptr<const NSURL> url);
+  [[nodiscard]] virtual const std::shared_ptr<const NSURL>& URL() const = 0;
+};
+
+}  // namespace zaffo

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "platform/Export.h"
+#include "platform/dispatch/DispatchQueue.h"
+
+namespace zaffo {
+
+/// A delayed or repeating block, measured on the TimeSource. Destroying the handle does not cancel.
+/// Thread: any.
+class ZAFFO_EXPORT DispatchTimer {
+ public:
+  virtual ~DispatchTimer() = default;
+
+  /// No run starts after this returns when called on the timer's queue; from another thread a run
+  /// already under way may still finish. Idempotent; releases the block.
+  virtual void cancel() = 0;
+};
+
+using DispatchTimerPtr = std::shared_ptr<DispatchTimer>;
+
+/// Runs `block` on `queue` once, `delay` nanoseconds from now (at once when not positive).
+[[nodiscard]] ZAFFO_EXPORT DispatchTimerPtr dispatch_timer_after(int64_t delay,
+                                                                 const DispatchQueuePtr& queue,
+                                                                 DispatchBlock block);
+
+/// Runs `block` on `queue` when TimeSource::now() reaches `deadline` nanoseconds.
+[[nodiscard]] ZAFFO_EXPORT DispatchTimerPtr dispatch_timer_at(int64_t deadline,
+                                                              const DispatchQueuePtr& queue,
+                                                              DispatchBlock block);
+
+/// Runs `block` on `queue` every `interval` nanoseconds, first after one interval, without drift.
+/// Runs that a busy queue could not take in time are merged into one.
+[[nodiscard]] ZAFFO_EXPORT DispatchTimerPtr dispatch_timer_every(int64_t interval,
+                                                                 const DispatchQueuePtr& queue,
+                                                                 DispatchBlock block);
+
+}  // namespace zaffo

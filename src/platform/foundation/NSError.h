@@ -1,0 +1,56 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "platform/Export.h"
+
+namespace zaffo {
+
+/// Key of the text that a person can act on, in NSError::userInfo.
+inline constexpr const char* NSLocalizedDescriptionKey = "NSLocalizedDescription";
+
+/// Why an operation failed: a domain that names who says so, a code within it, and texts by key.
+/// Immutable and shared; a null pointer is success. Thread: any.
+class ZAFFO_EXPORT NSError {
+ public:
+  using UserInfo = std::map<std::string, std::string>;
+
+  NSError(std::string domain, long code, UserInfo userInfo = {},
+          std::shared_ptr<const NSError> underlyingError = nullptr);
+
+  [[nodiscard]] static std::shared_ptr<const NSError> create(
+      std::string domain, long code, UserInfo userInfo = {},
+      std::shared_ptr<const NSError> underlyingError = nullptr);
+
+  [[nodiscard]] const std::string& domain() const { return domain_; }
+  [[nodiscard]] long code() const { return code_; }
+  [[nodiscard]] const UserInfo& userInfo() const { return userInfo_; }
+  [[nodiscard]] const std::shared_ptr<const NSError>& underlyingError() const {
+    return underlyingError_;
+  }
+
+  /// The text under NSLocalizedDescriptionKey, or "The operation couldn't be completed. (domain
+  /// error code.)" when there is none.
+  [[nodiscard]] std::string localizedDescription() const;
+
+ private:
+  std::string domain_;
+  long code_;
+  UserInfo userInfo_;
+  std::shared_ptr<const NSError> underlyingError_;
+};
+
+/// What a platform operation raises when it is misused (an item made of no asset, say).
+class ZAFFO_EXPORT NSErrorException : public std::runtime_error {
+ public:
+  explicit NSErrorException(std::shared_ptr<const NSError> error);
+  [[nodiscard]] const std::shared_ptr<const NSError>& error() const { return error_; }
+
+ private:
+  std::shared_ptr<const NSError> error_;
+};
+
+}  // namespace zaffo

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/Export.h"
+
+namespace zaffo {
+
+/// What an observer is told: the name and the object it is about.
+struct NSNotification {
+  std::string name;
+  std::shared_ptr<const void> object;  ///< null when posted without an object
+};
+
+/// Delivers notifications by name and object. Delivery is synchronous, on the posting thread, with
+/// no lock held; observers may be added and removed during delivery. Thread: any.
+class ZAFFO_EXPORT NSNotificationCenter {
+ public:
+  using Handler = std::function<void(const NSNotification&)>;
+
+  NSNotificationCenter();
+  ~NSNotificationCenter();
+  NSNotificationCenter(const NSNotificationCenter&) = delete;
+  NSNotificationCenter& operator=(const NSNotificationCenter&) = delete;
+
+  [[nodiscard]] static NSNotificationCenter& defaultCenter();
+
+  /// Calls `handler` for each `name` about `object` (any object when null) while `observer` lives.
+  /// The observer is held weakly and kept alive during a delivery to it.
+  void addObserver(const std::weak_ptr<void>& observer, std::string name,
+                   std::shared_ptr<const void> object, Handler handler);
+
+  /// Removes every registration of `observer`, a raw address so that a destructor can pass `this`
+  /// (the address the weak reference was made of). After it returns on the posting thread no
+  /// handler of that observer runs.
+  void removeObserver(const void* observer);
+
+  void postNotification(const std::string& name, std::shared_ptr<const void> object = nullptr);
+
+ private:
+  struct Registry;
+  std::unique_ptr<Registry> registry_;
+};
+
+}  // namespace zaffo

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "platform/media/Sample.h"
+
+namespace zaffo {
+struct AVAssetTrack;
+}
+
+namespace zaffo::media {
+
+/// Walks the compressed samples of one track in decode order. Thread: one at a time.
+class SampleCursor {
+ public:
+  virtual ~SampleCursor() = default;
+
+  /// Reads the next sample. After End or Error it stays so until seek().
+  [[nodiscard]] virtual ReadOutcome next(Sample& sample) = 0;
+
+  /// Goes to the last sync sample that decoding of what is shown at `time` can start from; the
+  /// first one when `time` lies before it. False on a read error.
+  [[nodiscard]] virtual bool seek(CMTime time) = 0;
+
+  /// Why the last call failed; null otherwise.
+  [[nodiscard]] virtual NSErrorPtr error() const = 0;
+
+  /// What a decoder of the samples needs to know, valid for the samples read from now on; owned by
+  /// the cursor. Time bases are not part of it.
+  [[nodiscard]] virtual const AVCodecParameters& codecParameters() const = 0;
+
+  /// Called, on any thread, when next() may give more than Again. Set before the first next().
+  virtual void setReadyHandler(std::function<void()> handler) { (void)handler; }
+};
+
+/// The tracks of an opened file or of a composition; parsed once, shared by all who read from it.
+/// Thread: any.
+class SampleSource {
+ public:
+  virtual ~SampleSource() = default;
+
+  [[nodiscard]] virtual const std::vector<std::shared_ptr<const AVAssetTrack>>& tracks() const = 0;
+  [[nodiscard]] virtual CMTime duration() const = 0;
+
+  /// A new cursor at the start of a track, or null with `error` set. Takes microseconds for the
+  /// first cursor of a source and no longer than parsing the header again for further ones.
+  [[nodiscard]] virtual std::unique_ptr<SampleCursor> openCursor(int trackID,
+                                                                 NSErrorPtr* error) = 0;
+};
+
+}  // namespace zaffo::media

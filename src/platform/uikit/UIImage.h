@@ -1,0 +1,22 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/uikit/CGImage.h"
+#include "platform/uikit/Geometry.h"
+
+namespace zaffo {
+
+/// A picture as views show it. Immutable and shared. Thread: any.
+class ZAFFO_EXPORT UIImage {
+ public:
+  explicit UIImage(CGImagePtr image) : image_(std::move(image)) {}
+  [[nodiscard]] static std::shared_ptr<const UIImage> imageWithCGImage(CGImagePtr image);
+  [[nodiscard]] const CGImagePtr& cgImage() const { return image_; }
+  [[nodiscard]] CGSize size() const;
+
+ private:
+  CGImagePtr image_;
+};
+
+}  // namespace zaffo
