@@ -1,0 +1,21 @@
+# Runs at install time with SOURCE, DESTINATION and ROOTS: copies the public headers, which are
+# those an application reaches from the ROOTS, directly or not. Nothing else has to be listed, and
+# a private header cannot slip in unless a public one includes it.
+set(waiting ${ROOTS})
+set(public "")
+while(waiting)
+  list(POP_FRONT waiting header)
+  if(header IN_LIST public)
+    continue()
+  endif()
+  list(APPEND public ${header})
+  file(STRINGS ${SOURCE}/${header} includes REGEX "^#include \"")
+  foreach(line IN LISTS includes)
+    string(REGEX REPLACE "^#include \"([^\"]+)\".*" "\\1" included "${line}")
+    list(APPEND waiting ${included})
+  endforeach()
+endwhile()
+foreach(header IN LISTS public)
+  get_filename_component(folder ${header} DIRECTORY)
+  file(INSTALL DESTINATION ${DESTINATION}/${folder} TYPE FILE FILES ${SOURCE}/${header})
+endforeach()
