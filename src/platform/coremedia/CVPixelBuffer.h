@@ -12,14 +12,16 @@ namespace zaffo {
 /// How samples lie in memory. Planar formats are Y, U, V in that order; "10" means 10 significant
 /// low bits in 16-bit little-endian words.
 enum class CVPixelFormat {
-  I420,    ///< 8 bit, chroma halved in both directions
-  I422,    ///< 8 bit, chroma halved horizontally
-  I444,    ///< 8 bit
-  I420P10, I422P10, I444P10,
-  NV12,    ///< 8 bit, Y then interleaved UV halved in both directions
-  P010,    ///< 10 bit in the high bits of 16, Y then interleaved UV
+  I420,  ///< 8 bit, chroma halved in both directions
+  I422,  ///< 8 bit, chroma halved horizontally
+  I444,  ///< 8 bit
+  I420P10,
+  I422P10,
+  I444P10,
+  NV12,  ///< 8 bit, Y then interleaved UV halved in both directions
+  P010,  ///< 10 bit in the high bits of 16, Y then interleaved UV
   Gray8,
-  BGRA,    ///< 8 bit, alpha premultiplied; bytes in memory: B, G, R, A
+  BGRA,  ///< 8 bit, alpha premultiplied; bytes in memory: B, G, R, A
 };
 
 enum class CVColorMatrix { BT601, BT709, BT2020 };
