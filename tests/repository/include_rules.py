@@ -22,7 +22,8 @@ ALLOWED = {
     "native": PUBLIC_PLATFORM | {"companion", "pool/Player.h"},
     "fast": PUBLIC_PLATFORM | {"companion", "pool/Player.h"},
     "pool": PUBLIC_PLATFORM | {"companion", "native", "fast"},
-    "": PUBLIC_PLATFORM | {"companion", "loading", "native", "fast", "pool"},
+    "": PUBLIC_PLATFORM | {"companion", "loading", "native", "fast", "pool",
+                           "platform/window/Window.h"},
 }
 
 # Headers of a library, and the only places that may name them.

@@ -51,7 +51,7 @@ class ZAFFO_EXPORT AVPlayer {
                           SeekCompletion completion) = 0;
 
   /// Gets ready to start at `rate` without delay: the first frame is decoded, the sound buffer is
-  /// filled. `completion` is called once, on a worker; false when it was cancelled.
+  /// filled. `completion` is called once, on the main queue; false when it was cancelled.
   virtual void prerollAtRate(float rate, PrerollCompletion completion) = 0;
   virtual void cancelPendingPrerolls() = 0;
 

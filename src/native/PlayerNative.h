@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/avfoundation/AVPlayer.h"
+#include "pool/Player.h"
+
+namespace zaffo {
+
+class PlayerNativeOutputView;
+class PollingObserverType;
+
+/// A player that drives the platform's AVPlayer; it plays every item, streams included. One
+/// AVPlayer is made with it and kept until fullTeardown(); loads swap items in it.
+///
+/// A load waits until the item and then the AVPlayer are ready, looking at once and every
+/// pollingInterval seconds from then on, without a time limit. A player that stands still then
+/// prerolls, and the load has ended when the preroll has.
+///
+///     +------+ loadPlayerItem +------------------+ item   +--------------------+
+///     | idle | -------------> | waiting for item | -----> | waiting for player |
+///     +------+                +------------------+ ready  +--------------------+
+///       ^  ^ ^    item failed        |                         |            | player ready,
+///       |  | +-----------------------+                         |            | standing still
+///       |  |      player failed; player ready and playing      |            v
+///       |  +---------------------------------------------------+    +------------+
+///       |                     preroll completed                     | prerolling |
+///       +---------------------------------------------------------- +------------+
+///
+///     Any state --- the load is cancelled, teardownPlayerItem ---> idle, nothing reported
+///     Any state --- loadPlayerItem ---> waiting for item, nothing reported for the earlier load
+///     Any state --- fullTeardown ---> disposed
+///
+/// A disposed player answers with neutral values, ignores what it is told, and fails loads with
+/// "The player has been disposed and cannot be used anymore.".
+///
+/// Thread: main; reads may be made on any. Destroying it never waits.
+class ZAFFO_EXPORT PlayerNative final : public MutablePlayer,
+                                        public std::enable_shared_from_this<PlayerNative> {
+ public:
+  /// Seconds between two looks at a status.
+  static constexpr double pollingInterval = 0.1;
+
+  [[nodiscard]] static std::shared_ptr<PlayerNative> create();
+  /// Drives `player` instead of an AVPlayer of its own. A null one is a fatal error.
+  [[nodiscard]] static std::shared_ptr<PlayerNative> create(std::shared_ptr<AVPlayer> player);
+  ~PlayerNative() override;
+
+  [[nodiscard]] float rate() const override;
+  void setRate(float rate) override;
+  [[nodiscard]] float volume() const override;
+  void setVolume(float volume) override;
+  /// kCMTimeZero while the platform has no definite time.
+  [[nodiscard]] CMTime currentTime() const override;
+  /// Seeks with the platform's own tolerances.
+  void setCurrentTime(CMTime time) override;
+  [[nodiscard]] std::shared_ptr<AVPlayerItem> playerItem() const override;
+  /// A PlayerNativeOutputView, the same one always.
+  [[nodiscard]] std::shared_ptr<UIView> outputView() const override;
+  /// `completion` is the platform's: called once, and never when disposed.
+  void seekToTime(CMTime time, CMTime toleranceBefore, CMTime toleranceAfter,
+                  SeekCompletion completion) override;
+  /// Time observers last until their command is cancelled, across loads and teardowns.
+  [[nodiscard]] ZFCancelCommandPtr addTimeObserver(std::vector<CMTime> boundaries,
+                                                   TimeHandler handler) override;
+  [[nodiscard]] ZFCancelCommandPtr addTimeObserver(CMTime periodicInterval,
+                                                   TimeHandler handler) override;
+
+  /// `completion` is told null inside this call when the item is ready and already playing, or from
+  /// the main queue later; the item's or the AVPlayer's own error when that fails, or "Failed to
+  /// load item" and "Player loading failed" when it has none. A failed or cancelled load leaves the
+  /// item in the AVPlayer.
+  ZFCancelCommandPtr loadPlayerItem(std::shared_ptr<AVPlayerItem> item,
+                                    LoadCompletion completion) override;
+  void teardownPlayerItem() override;
+  void fullTeardown() override;
+
+ private:
+  explicit PlayerNative(std::shared_ptr<AVPlayer> player);
+
+  void stopObserving();
+  void cancelCurrentLoad();
+  void waitForItemReadiness(const std::shared_ptr<AVPlayerItem>& item, LoadCompletion completion);
+  void itemStatusChanged(AVPlayerItemStatus status, const AVPlayerItem& item,
+                         const LoadCompletion& completion);
+  void waitForPlayerReadiness(LoadCompletion completion);
+  void prerollPlayer(LoadCompletion completion);
+
+  std::shared_ptr<AVPlayer> player_;  // Null once disposed.
+  std::shared_ptr<PollingObserverType> pollingObserver_;
+  bool prerolling_ = false;
+  // Tells the completion of the present preroll from a late one of a cancelled preroll.
+  std::uint64_t prerollNumber_ = 0;
+  const std::shared_ptr<PlayerNativeOutputView> nativeOutputView_;
+};
+
+}  // namespace zaffo

@@ -1,0 +1,103 @@
+#include "pool/PlayerInfo.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+#include "pool/Counter.h"
+
+namespace zaffo {
+
+namespace {
+
+constexpr const char* kReusedMessage =
+    "The player has been reused during loading. You can prevent that from happening by increasing "
+    "the PlayerManager.maxAllowedConcurrentPlayers and/or PlayerManager.maxPlayersAtIdleState";
+
+const char* nameOf(PlayerState state) {
+  switch (state) {
+    case PlayerState::NotLoaded:
+      return "NotLoaded";
+    case PlayerState::Loading:
+      return "Loading";
+    case PlayerState::Loaded:
+      return "Loaded";
+  }
+  return "";
+}
+
+}  // namespace
+
+PlayerInfo::PlayerInfo(std::int64_t id, PlayerSupportedItemType supportedItemType,
+                       std::shared_ptr<MutablePlayer> player)
+    : id_(id), supportedItemType_(supportedItemType), player_(std::move(player)) {}
+
+bool PlayerInfo::holds(const ZFVideo& video, AVPlayerItemLoaderOptions options) const {
+  return video_ && video_->videoId() == video.videoId() && options_ == options;
+}
+
+void PlayerInfo::reuse(std::shared_ptr<ZFVideo> video, AVPlayerItemLoaderOptions options) {
+  video_ = std::move(video);
+  options_ = options;
+  state_ = PlayerState::NotLoaded;
+  cancelLoad();
+  notifyCompletionHandlers(makePlayerError(kReusedMessage));
+}
+
+void PlayerInfo::add(LoadCompletionHandlerPtr handler) {
+  loadCompletionHandlers_.push_back(std::move(handler));
+}
+
+bool PlayerInfo::remove(const LoadCompletionHandlerPtr& handler) {
+  const auto found =
+      std::find(loadCompletionHandlers_.begin(), loadCompletionHandlers_.end(), handler);
+  if (found == loadCompletionHandlers_.end()) return false;
+  loadCompletionHandlers_.erase(found);
+  return true;
+}
+
+void PlayerInfo::notifyCompletionHandlers(const std::shared_ptr<const NSError>& error) {
+  // Emptied first: a handler that adds or removes handlers acts on the new list.
+  const auto handlers = std::exchange(loadCompletionHandlers_, {});
+  for (const auto& handler : handlers) handler->completionHandler(error);
+}
+
+void PlayerInfo::acquireOwnership() {
+  activeUses_ = incremented(activeUses_);
+}
+
+void PlayerInfo::releaseOwnership() {
+  activeUses_ = decremented(activeUses_);
+  if (activeUses_ < 0) {
+    std::puts("PlayerManager: Unbalanced calls between releasePlayer and playerForItem.");
+    activeUses_ = 0;
+  }
+  if (activeUses_ == 0) park();
+}
+
+void PlayerInfo::park() {
+  if (loadCompletionHandlers_.empty() && state_ == PlayerState::Loading) {
+    cancelLoad();
+    state_ = PlayerState::NotLoaded;
+  }
+  if (video_ && state_ == PlayerState::Loaded && !video_->canReuseAVPlayerItem()) {
+    player_->teardownPlayerItem();
+    state_ = PlayerState::NotLoaded;
+  }
+  if (state_ == PlayerState::NotLoaded) {
+    video_ = nullptr;
+    options_ = {};
+  }
+}
+
+void PlayerInfo::cancelLoad() {
+  if (const auto command = loadCommand_) command->cancel();
+  loadCommand_ = nullptr;
+}
+
+std::string PlayerInfo::debugDescription() const {
+  return "Player " + std::to_string(id_) + " - videoId: " + (video_ ? video_->videoId() : "nil") +
+         ", state: " + nameOf(state_) + ", activeUses: " + std::to_string(activeUses_);
+}
+
+}  // namespace zaffo
