@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/dispatch/DispatchTimer.h"
+#include "platform/media/AudioMixer.h"
+#include "platform/media/OutputClock.h"
+
+namespace zaffo::media {
+
+/// Renders in step with the output's clock and plays it nowhere: every period up to one period
+/// beyond the present time, exactly, and nothing at all while it is stopped.
+/// Thread: the control queue, which must be serial. Destroying it stops it.
+class NullDevice {
+ public:
+  static constexpr int64_t kPeriodNanoseconds = 20'000'000;
+  static constexpr RenderGate::Owner kOwner = 1;
+
+  NullDevice(AudioMixer& mixer, const CMClock& clock, int sampleRate);
+  ~NullDevice();
+
+  /// Takes the right to render; goes on where rendering stopped, or from the present time when that
+  /// is later. Calls `tick` on `queue` each period from then on, so that the owner can look after
+  /// things.
+  void start(const DispatchQueuePtr& queue, DispatchBlock tick);
+  void stop();
+  [[nodiscard]] bool running() const { return timer_ != nullptr; }
+
+  /// Renders what is due.
+  void render();
+
+ private:
+  AudioMixer& mixer_;
+  const CMClock& clock_;
+  const int sampleRate_;
+  int64_t frame_ = 0;
+  DispatchTimerPtr timer_;
+  std::vector<float> unheard_;
+};
+
+}  // namespace zaffo::media
