@@ -25,15 +25,17 @@ std::shared_ptr<AudioOutputEngine> AudioOutputEngine::create(DispatchQueuePtr co
 
 AudioOutputEngine::AudioOutputEngine(DispatchQueuePtr control)
     : control_(std::move(control)),
-      outputClock_(std::make_shared<OutputClock>()),
-      clock_(outputClock_),
+      deviceClock_(CMAudioClock::create()),
+      clock_(deviceClock_),
       mixer_(std::make_shared<AudioMixer>()),
-      nullDevice_(*mixer_, *outputClock_, kSampleRate) {}
+      nullDevice_(*mixer_, *clock_, kSampleRate) {
+  deviceClock_->setAnchor(0, TimeSource::now());
+}
 
 AudioOutputEngine::~AudioOutputEngine() = default;
 
 int64_t AudioOutputEngine::presentFrame() const {
-  return framesAtNanoseconds(outputClock_->nanosecondsAtHostTime(TimeSource::now()), kSampleRate);
+  return framesAtNanoseconds(deviceClock_->nanosecondsAtHostTime(TimeSource::now()), kSampleRate);
 }
 
 int64_t AudioOutputEngine::earliestStartFrame() const {

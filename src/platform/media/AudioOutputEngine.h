@@ -3,11 +3,11 @@
 #include <atomic>
 #include <memory>
 
+#include "platform/coremedia/CMAudioClock.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/media/AudioMixer.h"
 #include "platform/media/AudioOutput.h"
 #include "platform/media/NullDevice.h"
-#include "platform/media/OutputClock.h"
 
 namespace zaffo::media {
 
@@ -44,7 +44,7 @@ class AudioOutputEngine final : public AudioOutput,
   [[nodiscard]] int64_t presentFrame() const;
 
   const DispatchQueuePtr control_;
-  const std::shared_ptr<OutputClock> outputClock_;
+  const std::shared_ptr<CMAudioClock> deviceClock_;
   const std::shared_ptr<CMClock> clock_;
   const std::shared_ptr<AudioMixer> mixer_;
   std::atomic<bool> rendering_{false};

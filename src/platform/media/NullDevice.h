@@ -3,10 +3,11 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/coremedia/CMClock.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/DispatchTimer.h"
 #include "platform/media/AudioMixer.h"
-#include "platform/media/OutputClock.h"
+#include "platform/media/FrameTime.h"
 
 namespace zaffo::media {
 
