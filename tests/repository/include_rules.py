@@ -28,7 +28,7 @@ ALLOWED = {
 
 # Headers of a library, and the only places that may name them.
 LIBRARIES = [
-    (re.compile(r"libav|libsw|libpostproc"), ("src/platform/media/", "bench/floor")),
+    (re.compile(r"libav|libsw|libpostproc"), ("src/platform/media/", "bench/Floor")),
     (re.compile(r"cubeb"), ("src/platform/media/",)),
     (re.compile(r"asio"), ("src/platform/dispatch/",)),
     (re.compile(r"SDL"), ("src/platform/window/", "app/", "examples/")),

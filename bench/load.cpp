@@ -1,0 +1,181 @@
+// What players cost while they stand still and while they play, each in a process of its own:
+//   zaffo-bench-load floor-memory|memory COUNT CLIPS
+//   zaffo-bench-load floor-play|play|play-window COUNT SECONDS CLIPS
+// Prints one line of JSON.
+#include <dirent.h>
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "BenchFeed.h"
+#include "Floor.h"
+#include "platform/window/Window.h"
+
+namespace {
+
+using bench::Handle;
+
+struct Usage {
+  double privateMiB = 0;
+  int threads = 0;
+};
+
+Usage usage() {
+  Usage result;
+  std::ifstream rollup("/proc/self/smaps_rollup");
+  std::string key;
+  for (double value = 0; rollup >> key; rollup.ignore(1024, '\n')) {
+    if (key.rfind("Private_", 0) == 0 && rollup >> value) result.privateMiB += value / 1024;
+  }
+  if (DIR* tasks = opendir("/proc/self/task")) {
+    while (const dirent* entry = readdir(tasks)) result.threads += entry->d_name[0] != '.';
+    closedir(tasks);
+  }
+  return result;
+}
+
+double cpuSeconds() {
+  rusage used{};
+  getrusage(RUSAGE_SELF, &used);
+  const auto seconds = [](timeval t) {
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+  };
+  return seconds(used.ru_utime) + seconds(used.ru_stime);
+}
+
+/// The pool with `count` players that each show their first picture.
+struct Feed {
+  std::shared_ptr<zaffo::PlayerManager> pool = zaffo::PlayerManager::create();
+  std::vector<Handle> handles;
+
+  Feed() {
+    pool->setMaxAllowedConcurrentPlayers(64);
+    pool->setMaxPlayersAtIdleState(64);
+    zaffo::AVAudioSession::sharedInstance().setOutput(zaffo::AVAudioSession::Output::None);
+  }
+
+  void load(std::size_t count, const std::vector<std::string>& clips) {
+    while (handles.size() < count) {
+      const std::size_t index = handles.size();
+      const auto video =
+          std::make_shared<bench::Video>(clips[index % clips.size()], std::to_string(index));
+      handles.push_back(bench::openCold(pool, video));
+      bench::runUntil([&] { return bench::hasPicture(handles.back()); }, "a picture");
+    }
+  }
+};
+
+void printMemory(const Usage& one, const Usage& all, std::size_t count) {
+  std::printf("{\"count\": %zu, \"private_mib\": %.2f, \"one_private_mib\": %.2f, ", count,
+              all.privateMiB, one.privateMiB);
+  std::printf("\"threads\": %d, \"one_threads\": %d}\n", all.threads, one.threads);
+}
+
+/// Loads one player and notes the use, then the others; all are idle when looked at.
+void memory(std::size_t count, const std::vector<std::string>& clips) {
+  Feed feed;
+  const auto usageOf = [&](std::size_t players) {
+    feed.load(players, clips);
+    for (const auto& handle : feed.handles) handle->releaseToManager();
+    bench::runFor(0.5);
+    return usage();
+  };
+  const Usage one = usageOf(1);
+  printMemory(one, usageOf(count), count);
+}
+
+void floorMemory(std::size_t count, const std::vector<std::string>& clips) {
+  std::vector<std::unique_ptr<floors::File>> files;
+  const auto usageOf = [&](std::size_t number) {
+    while (files.size() < number) {
+      files.push_back(std::make_unique<floors::File>(clips[files.size() % clips.size()]));
+      files.back()->decodeFirstPicture();
+    }
+    return usage();
+  };
+  const Usage one = usageOf(1);
+  printMemory(one, usageOf(count), count);
+}
+
+void printCores(double cores, std::size_t count, unsigned long long shown) {
+  std::printf("{\"count\": %zu, \"cores\": %.4f, \"shown\": %llu}\n", count, cores, shown);
+}
+
+/// The CPU used while `count` players play from their start, as cores.
+double playFor(Feed& feed, double seconds) {
+  for (const auto& handle : feed.handles) handle->setRate(1);
+  const double cpu = cpuSeconds(), start = bench::now();
+  bench::runFor(seconds);
+  return (cpuSeconds() - cpu) / (bench::now() - start);
+}
+
+void play(std::size_t count, double seconds, const std::vector<std::string>& clips) {
+  Feed feed;
+  feed.load(count, clips);
+  bench::runFor(0.3);
+  printCores(playFor(feed, seconds), count, 0);
+}
+
+void playInWindow(std::size_t count, double seconds, const std::vector<std::string>& clips) {
+  zaffo::Window::Options options;
+  options.offscreen = true;
+  std::shared_ptr<const zaffo::NSError> error;
+  const auto window = zaffo::Window::create(options, &error);
+  if (!window) {
+    std::fprintf(stderr, "bench: %s\n",
+                 error ? error->localizedDescription().c_str() : "no window");
+    std::exit(1);
+  }
+  Feed feed;
+  feed.load(count, clips);
+  // The views share the window in four columns, or one fills it.
+  const double columns = count == 1 ? 1 : 4;
+  const double width = options.size.width / columns, height = width * 16 / 9;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto view = feed.handles[i]->outputView();
+    view->setFrame(zaffo::CGRectMake(static_cast<double>(i % 4) * width,
+                                     static_cast<double>(i / 4) * height, width, height));
+    window->rootView()->addSubview(view);
+  }
+  bench::runFor(0.3);
+  const auto before = window->presentedPictures();
+  const double cores = playFor(feed, seconds);
+  printCores(cores, count, window->presentedPictures() - before);
+}
+
+/// The CPU that decoding the same pictures and sound takes, spread over the time they play.
+void floorPlay(std::size_t count, double seconds, const std::vector<std::string>& clips) {
+  std::vector<std::unique_ptr<floors::File>> files;
+  for (std::size_t i = 0; i < count; ++i)
+    files.push_back(std::make_unique<floors::File>(clips[i % clips.size()]));
+  const double cpu = cpuSeconds();
+  for (const auto& file : files) file->decodeBoth(seconds);
+  printCores((cpuSeconds() - cpu) / seconds, count, 0);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string mode = argc > 1 ? argv[1] : "";
+  const bool playing = mode == "play" || mode == "play-window" || mode == "floor-play";
+  const int first = playing ? 4 : 3;
+  if ((!playing && mode != "memory" && mode != "floor-memory") || argc <= first) {
+    std::fprintf(stderr,
+                 "usage: zaffo-bench-load [floor-]memory COUNT CLIP...\n"
+                 "       zaffo-bench-load [floor-]play|play-window COUNT SECONDS CLIP...\n");
+    return 2;
+  }
+  const auto count = static_cast<std::size_t>(std::strtoul(argv[2], nullptr, 10));
+  const double seconds = playing ? std::strtod(argv[3], nullptr) : 0;
+  const std::vector<std::string> clips(argv + first, argv + argc);
+  if (mode == "memory") memory(count, clips);
+  if (mode == "floor-memory") floorMemory(count, clips);
+  if (mode == "play") play(count, seconds, clips);
+  if (mode == "play-window") playInWindow(count, seconds, clips);
+  if (mode == "floor-play") floorPlay(count, seconds, clips);
+  return 0;
+}
