@@ -7,6 +7,7 @@ namespace zaffo {
 
 namespace {
 std::atomic<TimeSource*> replacementSource{nullptr};
+std::atomic<uint64_t> replaceCount{0};
 }  // namespace
 
 int64_t TimeSource::now() {
@@ -15,10 +16,17 @@ int64_t TimeSource::now() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(sinceOrigin).count();
 }
 
-TimeSource* TimeSource::replacement() { return replacementSource.load(std::memory_order_acquire); }
+TimeSource* TimeSource::replacement() {
+  return replacementSource.load(std::memory_order_acquire);
+}
 
 void TimeSource::replace(TimeSource* source) {
   replacementSource.store(source, std::memory_order_release);
+  replaceCount.fetch_add(1, std::memory_order_acq_rel);
+}
+
+uint64_t TimeSource::generation() {
+  return replaceCount.load(std::memory_order_acquire);
 }
 
 }  // namespace zaffo

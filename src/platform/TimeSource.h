@@ -17,7 +17,8 @@ class ZAFFO_EXPORT TimeSource {
   [[nodiscard]] virtual int64_t nanoseconds() const = 0;
 
   /// Asks a replacement to call `ring` once when nanoseconds() reaches `deadline`. One alarm at a
-  /// time: a later call replaces the earlier one; an empty `ring` clears it.
+  /// time: a later call replaces the earlier one; an empty `ring` clears it. `ring` is never called
+  /// inside this call, and never while a lock of the replacement is held.
   virtual void setAlarm(int64_t deadline, std::function<void()> ring) = 0;
 
   /// The present time of whatever source is in force, in nanoseconds.
@@ -27,8 +28,11 @@ class ZAFFO_EXPORT TimeSource {
   [[nodiscard]] static TimeSource* replacement();
 
   /// Puts `source` in force, or the machine's clock again with null. The caller keeps `source`
-  /// alive while it is in force. To be called before any timer is scheduled.
+  /// alive while it is in force. Timers that were made on the source before never fire again.
   static void replace(TimeSource* source);
+
+  /// Counts the calls of replace(), to tell what belongs to an earlier source.
+  [[nodiscard]] static uint64_t generation();
 };
 
 }  // namespace zaffo

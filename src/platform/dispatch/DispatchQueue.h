@@ -17,11 +17,13 @@ class ZAFFO_EXPORT DispatchQueue {
   virtual ~DispatchQueue() = default;
 
   /// Runs `block` later, never inside the call. Serial queues and the main queue keep the order.
+  /// The block and what it holds are let go of on the queue, right after the run. An empty block
+  /// does nothing; an exception that leaves a block ends the program.
   virtual void async(DispatchBlock block) = 0;
 
   [[nodiscard]] virtual const std::string& label() const = 0;
 
-  /// Stores `context` under `key` on this queue; the queue does not own it.
+  /// Stores `context` under `key` on this queue; the queue does not own it. Null removes it.
   virtual void setSpecific(const void* key, void* context) = 0;
   [[nodiscard]] virtual void* specific(const void* key) const = 0;
 
@@ -58,5 +60,13 @@ ZAFFO_EXPORT void dispatch_queue_set_specific(const DispatchQueuePtr& queue, con
                                               void* context);
 /// The value stored under `key` on the queue whose block is running; null elsewhere.
 [[nodiscard]] ZAFFO_EXPORT void* dispatch_get_specific(const void* key);
+
+/// Waits until no worker, of the shared pool or of the blocking queues, has a block queued or
+/// running. Blocks of the main queue and timers that are not due are not waited for. For tests and
+/// an orderly end; a fatal error when called from a block on a worker, which would wait for itself.
+///
+/// At exit() no further block is started and the blocks under way get a second to finish; those
+/// that are still queued are given up.
+ZAFFO_EXPORT void dispatch_wait_until_idle();
 
 }  // namespace zaffo

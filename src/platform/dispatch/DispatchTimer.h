@@ -8,8 +8,9 @@
 
 namespace zaffo {
 
-/// A delayed or repeating block, measured on the TimeSource. Destroying the handle does not cancel.
-/// Thread: any.
+/// A delayed or repeating block, measured on the TimeSource that is in force when it is made; when
+/// that is replaced, the timer never fires again. Destroying the handle does not cancel: until it
+/// is cancelled, or has run its one time, the timer holds its queue and its block. Thread: any.
 class ZAFFO_EXPORT DispatchTimer {
  public:
   virtual ~DispatchTimer() = default;
@@ -26,13 +27,14 @@ using DispatchTimerPtr = std::shared_ptr<DispatchTimer>;
                                                                  const DispatchQueuePtr& queue,
                                                                  DispatchBlock block);
 
-/// Runs `block` on `queue` when TimeSource::now() reaches `deadline` nanoseconds.
+/// Runs `block` on `queue` when TimeSource::now() reaches `deadline` nanoseconds. Timers of the
+/// same deadline are handed to their queues in the order in which they were made.
 [[nodiscard]] ZAFFO_EXPORT DispatchTimerPtr dispatch_timer_at(int64_t deadline,
                                                               const DispatchQueuePtr& queue,
                                                               DispatchBlock block);
 
-/// Runs `block` on `queue` every `interval` nanoseconds, first after one interval, without drift.
-/// Runs that a busy queue could not take in time are merged into one.
+/// Runs `block` on `queue` every `interval` nanoseconds (at least a microsecond), first after one
+/// interval, without drift. Runs that a busy queue could not take in time are merged into one.
 [[nodiscard]] ZAFFO_EXPORT DispatchTimerPtr dispatch_timer_every(int64_t interval,
                                                                  const DispatchQueuePtr& queue,
                                                                  DispatchBlock block);

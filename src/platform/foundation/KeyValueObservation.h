@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -36,13 +36,15 @@ class KeyValueObservation {
 };
 
 /// A value that tells its observers when it is set. Thread: any; observers run on the setter's
-/// thread, after the change, with no lock held.
+/// thread, after the change, in the order of their registration, with no lock held. An observation
+/// that ended on the setter's thread is not told any more, even by a set() under way.
 template <typename T>
 class ObservableProperty {
  public:
   using Observer = std::function<void(const T& oldValue, const T& newValue)>;
 
   explicit ObservableProperty(T initial = T{}) : state_(std::make_shared<State>()) {
+    MutexLock lock(state_->valueMutex);
     state_->value = std::move(initial);
   }
 
@@ -51,38 +53,50 @@ class ObservableProperty {
     return state_->value;
   }
 
+  /// Stores `newValue` and tells every observer, also when it equals the old one.
   void set(T newValue) {
     T oldValue;
-    std::vector<std::shared_ptr<const Observer>> observers;
+    std::vector<std::shared_ptr<Entry>> told;
     {
       MutexLock lock(state_->valueMutex);
       oldValue = std::exchange(state_->value, newValue);
-      for (const auto& entry : state_->observers) observers.push_back(entry.second);
+      told = state_->entries;
     }
-    for (const auto& observer : observers) (*observer)(oldValue, newValue);
+    for (const auto& entry : told) {
+      if (!entry->ended) entry->observer(oldValue, newValue);
+    }
   }
 
-  /// Calls `observer` after each set() until the returned observation ends.
+  /// Calls `observer` after each set() until the returned observation ends. The observation may
+  /// outlive the property.
   [[nodiscard]] KeyValueObservation observe(Observer observer) {
+    auto entry = std::make_shared<Entry>(std::move(observer));
+    const std::weak_ptr<Entry> weakEntry = entry;
     MutexLock lock(state_->valueMutex);
-    const uint64_t id = state_->nextId++;
-    state_->observers.emplace_back(id, std::make_shared<const Observer>(std::move(observer)));
-    return KeyValueObservation([weakState = std::weak_ptr<State>(state_), id] {
-      if (const auto state = weakState.lock()) state->remove(id);
+    state_->entries.push_back(std::move(entry));
+    return KeyValueObservation([weakState = std::weak_ptr<State>(state_), weakEntry] {
+      const auto state = weakState.lock();
+      const auto ending = weakEntry.lock();
+      if (state && ending) state->remove(ending);
     });
   }
 
  private:
+  struct Entry {
+    explicit Entry(Observer told) : observer(std::move(told)) {}
+    const Observer observer;
+    std::atomic<bool> ended{false};
+  };
+
   struct State {
     Mutex valueMutex;
     T value ZAFFO_GUARDED_BY(valueMutex){};
-    uint64_t nextId ZAFFO_GUARDED_BY(valueMutex) = 0;
-    std::vector<std::pair<uint64_t, std::shared_ptr<const Observer>>> observers
-        ZAFFO_GUARDED_BY(valueMutex);
+    std::vector<std::shared_ptr<Entry>> entries ZAFFO_GUARDED_BY(valueMutex);
 
-    void remove(uint64_t id) {
+    void remove(const std::shared_ptr<Entry>& entry) {
+      entry->ended = true;
       MutexLock lock(valueMutex);
-      std::erase_if(observers, [id](const auto& entry) { return entry.first == id; });
+      std::erase(entries, entry);
     }
   };
 

@@ -27,16 +27,18 @@ class ZAFFO_EXPORT NSNotificationCenter {
 
   [[nodiscard]] static NSNotificationCenter& defaultCenter();
 
-  /// Calls `handler` for each `name` about `object` (any object when null) while `observer` lives.
-  /// The observer is held weakly and kept alive during a delivery to it.
+  /// Calls `handler` for each `name` about `object` (any object when null) while `observer` lives,
+  /// in the order of registration. Observer and object are held weakly; the observer is kept alive
+  /// during a delivery to it. An observer added during a delivery hears from the next one on.
   void addObserver(const std::weak_ptr<void>& observer, std::string name,
                    std::shared_ptr<const void> object, Handler handler);
 
   /// Removes every registration of `observer`, a raw address so that a destructor can pass `this`
   /// (the address the weak reference was made of). After it returns on the posting thread no
-  /// handler of that observer runs.
+  /// handler of that observer runs; a delivery under way on another thread may still finish.
   void removeObserver(const void* observer);
 
+  /// Tells the observers of `name`; returns when every one of them has been told.
   void postNotification(const std::string& name, std::shared_ptr<const void> object = nullptr);
 
  private:

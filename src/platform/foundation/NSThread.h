@@ -10,15 +10,13 @@ class ZAFFO_EXPORT NSThread {
  public:
   [[nodiscard]] static bool isMainThread();
 
-  /// Makes the calling thread the main thread, for programs whose loop runs on another one.
+  /// Makes the calling thread the main thread, for programs whose loop runs on another one. The
+  /// thread that had the role before loses it.
   static void adoptMainThread();
 };
 
-/// In debug builds, a fatal error when the caller is not on the main thread.
-#ifdef NDEBUG
-inline void assertMainThread() {}
-#else
+/// A fatal error when the caller is not on the main thread, in debug builds of the library; nothing
+/// otherwise. Always exported, so that a debug application runs on a release library.
 ZAFFO_EXPORT void assertMainThread();
-#endif
 
 }  // namespace zaffo

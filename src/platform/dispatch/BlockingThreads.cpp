@@ -1,0 +1,76 @@
+#include "platform/dispatch/BlockingThreads.h"
+
+#include <chrono>
+#include <utility>
+
+#include "platform/FatalError.h"
+#include "platform/dispatch/WorkCount.h"
+
+namespace zaffo {
+
+namespace {
+constexpr std::chrono::seconds kIdleLifetime{10};
+}  // namespace
+
+/// Ends the free threads before the static objects that blocks may use are destroyed.
+struct BlockingThreads::ExitGuard {
+  ~ExitGuard() { shared().stop(); }
+};
+
+BlockingThreads& BlockingThreads::shared() {
+  static auto* const threads = new BlockingThreads;
+  static const ExitGuard guard;
+  return *threads;
+}
+
+void BlockingThreads::execute(std::shared_ptr<Runnable> work) {
+  WorkCount::shared().begin();
+  bool enoughThreads = false;
+  {
+    MutexLock lock(waitingWorkMutex_);
+    waitingWork_.push_back(std::move(work));
+    // A free thread that was woken for earlier work counts as free until it has taken it.
+    enoughThreads = waitingWork_.size() <= freeThreads_ || stopped_;
+  }
+  if (enoughThreads) {
+    workArrived_.notify_one();
+  } else if (!threads_.start("zaffo-blocking", [this] { serve(); }) && threads_.size() == 0) {
+    fatalError("No thread could be started for a blocking dispatch queue.");
+  }
+}
+
+void BlockingThreads::serve() {
+  while (auto work = waitForWork()) {
+    work->run();
+    work.reset();  // what goes with it may queue more, which the count must not miss
+    WorkCount::shared().end();
+  }
+}
+
+/// The oldest waiting work; null when the calling thread is to end.
+std::shared_ptr<Runnable> BlockingThreads::waitForWork() {
+  const auto deadline = std::chrono::steady_clock::now() + kIdleLifetime;
+  MutexLock lock(waitingWorkMutex_);
+  ++freeThreads_;
+  bool timedOut = false;
+  while (waitingWork_.empty() && !stopped_ && !timedOut) {
+    timedOut = workArrived_.wait_until(waitingWorkMutex_, deadline) == std::cv_status::timeout;
+  }
+  --freeThreads_;
+  if (stopped_ || waitingWork_.empty()) return nullptr;
+  auto work = std::move(waitingWork_.front());
+  waitingWork_.pop_front();
+  return work;
+}
+
+void BlockingThreads::stop() {
+  {
+    MutexLock lock(waitingWorkMutex_);
+    stopped_ = true;
+  }
+  WorkCount::shared().giveUp();
+  workArrived_.notify_all();
+  threads_.waitAtExit();
+}
+
+}  // namespace zaffo

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+
+#include "platform/Mutex.h"
+#include "platform/dispatch/Executor.h"
+#include "platform/dispatch/ThreadSet.h"
+
+namespace zaffo {
+
+/// The threads of work that waits for the outside world: one more whenever none is free, and one
+/// that had nothing to do for ten seconds ends. One set for the process, never destroyed.
+/// Thread: any.
+class BlockingThreads final : public Executor {
+ public:
+  [[nodiscard]] static BlockingThreads& shared();
+
+  void execute(std::shared_ptr<Runnable> work) override;
+  [[nodiscard]] bool hasWaitingWork() const override { return false; }
+
+  /// Threads alive, free or not.
+  [[nodiscard]] int size() const { return threads_.size(); }
+
+ private:
+  struct ExitGuard;
+
+  BlockingThreads() = default;
+  ~BlockingThreads() override = default;
+  void stop();
+  void serve();
+  [[nodiscard]] std::shared_ptr<Runnable> waitForWork();
+
+  Mutex waitingWorkMutex_;
+  std::condition_variable_any workArrived_;
+  std::deque<std::shared_ptr<Runnable>> waitingWork_ ZAFFO_GUARDED_BY(waitingWorkMutex_);
+  size_t freeThreads_ ZAFFO_GUARDED_BY(waitingWorkMutex_) = 0;
+  bool stopped_ ZAFFO_GUARDED_BY(waitingWorkMutex_) = false;
+  ThreadSet threads_;
+};
+
+}  // namespace zaffo

@@ -1,0 +1,111 @@
+#include "platform/dispatch/MainQueue.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <chrono>
+#include <utility>
+
+#include "platform/FatalError.h"
+
+namespace zaffo {
+
+namespace {
+
+constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
+
+int createEventDescriptor() {
+  const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (descriptor < 0) fatalError("No event descriptor could be created for the main queue.");
+  return descriptor;
+}
+
+int64_t machineNow() {
+  return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+/// Waits for readability; false when a signal came in between.
+bool pollOnce(int descriptor, const timespec* timeout) {
+  pollfd polled{descriptor, POLLIN, 0};
+  return ppoll(&polled, 1, timeout, nullptr) >= 0;
+}
+
+}  // namespace
+
+MainQueue& MainQueue::shared() {
+  static auto* const queue = new MainQueue;
+  return *queue;
+}
+
+MainQueue::MainQueue()
+    : QueueBase("com.zaffoapp.main-thread"), fileDescriptor_(createEventDescriptor()) {}
+
+void MainQueue::async(DispatchBlock block) {
+  if (!block) return;
+  MutexLock lock(blocksMutex_);
+  blocks_.push_back(std::move(block));
+  signalWhileLocked();
+}
+
+void MainQueue::wake() {
+  MutexLock lock(blocksMutex_);
+  signalWhileLocked();
+}
+
+void MainQueue::signalWhileLocked() {
+  if (!std::exchange(readable_, true)) eventfd_write(fileDescriptor_, 1);
+}
+
+int MainQueue::runTurn(const std::function<bool()>& stops) {
+  const CurrentScope current(*this);
+  const uint64_t end = endOfTurn();
+  int count = 0;
+  while (DispatchBlock block = takeBefore(end)) {
+    ++count;
+    block();
+    block = nullptr;  // what goes with the block goes before the next one runs
+    if (stops()) break;
+  }
+  return count;
+}
+
+/// The number that the last block now queued will have in taken_; also lets go of a wake-up.
+uint64_t MainQueue::endOfTurn() {
+  MutexLock lock(blocksMutex_);
+  if (blocks_.empty() && std::exchange(readable_, false)) {
+    eventfd_t ignored = 0;
+    eventfd_read(fileDescriptor_, &ignored);
+  }
+  return taken_ + blocks_.size();
+}
+
+/// The next block of a turn that ends at `end`; empty when a turn inside this one has run it.
+DispatchBlock MainQueue::takeBefore(uint64_t end) {
+  MutexLock lock(blocksMutex_);
+  if (taken_ >= end || blocks_.empty()) return nullptr;
+  DispatchBlock block = std::move(blocks_.front());
+  blocks_.pop_front();
+  ++taken_;
+  if (blocks_.empty() && std::exchange(readable_, false)) {
+    eventfd_t ignored = 0;
+    eventfd_read(fileDescriptor_, &ignored);
+  }
+  return block;
+}
+
+void MainQueue::wait(int64_t timeout) {
+  if (timeout < 0) {
+    while (!pollOnce(fileDescriptor_, nullptr)) {
+    }
+    return;
+  }
+  const int64_t start = machineNow();
+  int64_t left = timeout;
+  do {
+    const timespec span{left / kNanosecondsPerSecond, left % kNanosecondsPerSecond};
+    if (pollOnce(fileDescriptor_, &span)) return;
+    left = timeout - (machineNow() - start);
+  } while (left > 0);
+}
+
+}  // namespace zaffo

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <functional>
+
+#include "platform/Mutex.h"
+#include "platform/dispatch/QueueBase.h"
+
+namespace zaffo {
+
+/// The blocks of the main thread, and a descriptor that polls readable while there are some. One
+/// for the process, never destroyed.
+class MainQueue final : public QueueBase {
+ public:
+  [[nodiscard]] static MainQueue& shared();
+
+  void async(DispatchBlock block) override;
+
+  /// Runs blocks that were queued before the call, until `stops` says so after one. Returns how
+  /// many ran. Turns may be nested. Thread: main.
+  int runTurn(const std::function<bool()>& stops);
+
+  /// Waits until there is a block or a wake-up, at most `timeout` nanoseconds of the machine's
+  /// clock, for ever when negative. Thread: main.
+  void wait(int64_t timeout);
+
+  /// Ends a wait with no block to run. Thread: any.
+  void wake();
+
+  [[nodiscard]] int fileDescriptor() const { return fileDescriptor_; }
+
+ private:
+  MainQueue();
+  ~MainQueue() override = default;
+  void signalWhileLocked() ZAFFO_REQUIRES(blocksMutex_);
+  [[nodiscard]] uint64_t endOfTurn();
+  [[nodiscard]] DispatchBlock takeBefore(uint64_t end);
+
+  const int fileDescriptor_;
+  Mutex blocksMutex_;
+  std::deque<DispatchBlock> blocks_ ZAFFO_GUARDED_BY(blocksMutex_);
+  uint64_t taken_ ZAFFO_GUARDED_BY(blocksMutex_) = 0;  // blocks that have left blocks_
+  bool readable_ ZAFFO_GUARDED_BY(blocksMutex_) = false;
+};
+
+}  // namespace zaffo

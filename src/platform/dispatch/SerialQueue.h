@@ -1,0 +1,41 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/Mutex.h"
+#include "platform/dispatch/Executor.h"
+#include "platform/dispatch/QueueBase.h"
+
+namespace zaffo {
+
+/// One block at a time, in order, on the threads of an executor. While it has blocks the executor
+/// holds it, so it dies only when empty.
+///
+///     empty --async--> handed to the executor --> running --no block left--> empty
+///                              ^------ others wait ---'
+class SerialQueue final : public QueueBase,
+                          public Runnable,
+                          public std::enable_shared_from_this<SerialQueue> {
+ public:
+  SerialQueue(std::string label, Executor& executor)
+      : QueueBase(std::move(label)), executor_(executor) {}
+
+  void async(DispatchBlock block) override;
+
+  /// Runs blocks until there are none or others wait for the thread.
+  void run() override;
+
+ private:
+  [[nodiscard]] bool refillBatch();
+
+  Executor& executor_;
+  std::vector<DispatchBlock> batch_;  // of whoever runs; one thread at a time
+  size_t nextInBatch_ = 0;
+  Mutex incomingMutex_;
+  std::vector<DispatchBlock> incoming_ ZAFFO_GUARDED_BY(incomingMutex_);
+  bool scheduled_ ZAFFO_GUARDED_BY(incomingMutex_) = false;
+};
+
+}  // namespace zaffo

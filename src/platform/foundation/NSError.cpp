@@ -1,0 +1,37 @@
+#include "platform/foundation/NSError.h"
+
+#include <utility>
+
+namespace zaffo {
+
+NSError::NSError(std::string domain, long code, UserInfo userInfo,
+                 std::shared_ptr<const NSError> underlyingError)
+    : domain_(std::move(domain)),
+      code_(code),
+      userInfo_(std::move(userInfo)),
+      underlyingError_(std::move(underlyingError)) {}
+
+std::shared_ptr<const NSError> NSError::create(std::string domain, long code, UserInfo userInfo,
+                                               std::shared_ptr<const NSError> underlyingError) {
+  return std::make_shared<const NSError>(std::move(domain), code, std::move(userInfo),
+                                         std::move(underlyingError));
+}
+
+std::string NSError::localizedDescription() const {
+  const auto text = userInfo_.find(NSLocalizedDescriptionKey);
+  if (text != userInfo_.end()) return text->second;
+  return "The operation couldn't be completed. (" + domain_ + " error " + std::to_string(code_) +
+         ".)";
+}
+
+namespace {
+std::string descriptionOf(const std::shared_ptr<const NSError>& error) {
+  return error ? error->localizedDescription()
+               : std::string("The operation couldn't be completed.");
+}
+}  // namespace
+
+NSErrorException::NSErrorException(std::shared_ptr<const NSError> error)
+    : std::runtime_error(descriptionOf(error)), error_(std::move(error)) {}
+
+}  // namespace zaffo

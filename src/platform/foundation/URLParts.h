@@ -1,0 +1,42 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zaffo {
+
+/// A URL reference in its five parts as written (RFC 3986, section 3); an absent part differs from
+/// an empty one. Pure text work, no judgement on which schemes are welcome. Thread: any.
+struct URLParts {
+  std::optional<std::string> scheme;
+  std::optional<std::string> authority;
+  std::string path;
+  std::optional<std::string> query;
+  std::optional<std::string> fragment;
+
+  /// Splits an absolute URL or a relative reference (RFC 3986, appendix B).
+  [[nodiscard]] static URLParts split(std::string_view text);
+
+  /// What this reference means when read in a document at `base` (section 5.2.2).
+  [[nodiscard]] URLParts resolvedAgainst(const URLParts& base) const;
+
+  /// The text of the parts (section 5.3).
+  [[nodiscard]] std::string join() const;
+};
+
+/// `path` without its "." and ".." segments (section 5.2.4).
+[[nodiscard]] std::string removeDotSegments(std::string_view path);
+
+/// `text` with its percent escapes decoded; nothing when an escape is broken or means a zero byte,
+/// which no path or host may hold.
+[[nodiscard]] std::optional<std::string> percentDecoded(std::string_view text);
+
+/// `path` with every byte escaped that a URL's path may not hold as it is.
+[[nodiscard]] std::string percentEncodedPath(std::string_view path);
+
+/// `text` with bytes that a URL may not hold, but people write (letters beyond ASCII, quotes,
+/// braces), escaped. Nothing when it holds a space or a control character.
+[[nodiscard]] std::optional<std::string> tidiedURLText(std::string_view text);
+
+}  // namespace zaffo

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <deque>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "platform/dispatch/DispatchQueue.h"
+
+namespace zaffo {
+
+/// A queue as busy as a test wants it: it keeps its blocks until runAll(). Thread: the test's.
+class HeldQueue final : public DispatchQueue {
+ public:
+  void async(DispatchBlock block) override { blocks_.push_back(std::move(block)); }
+  [[nodiscard]] const std::string& label() const override { return label_; }
+  void setSpecific(const void* key, void* context) override { specifics_[key] = context; }
+  [[nodiscard]] void* specific(const void* key) const override {
+    const auto entry = specifics_.find(key);
+    return entry == specifics_.end() ? nullptr : entry->second;
+  }
+  [[nodiscard]] bool isCurrent() const override { return isRunning_; }
+
+  [[nodiscard]] size_t waiting() const { return blocks_.size(); }
+
+  void runAll() {
+    isRunning_ = true;
+    while (!blocks_.empty()) {
+      const DispatchBlock block = std::move(blocks_.front());
+      blocks_.pop_front();
+      block();
+    }
+    isRunning_ = false;
+  }
+
+ private:
+  const std::string label_ = "held";
+  std::deque<DispatchBlock> blocks_;
+  std::map<const void*, void*> specifics_;
+  bool isRunning_ = false;
+};
+
+}  // namespace zaffo
