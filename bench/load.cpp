@@ -13,7 +13,6 @@
 
 #include "BenchFeed.h"
 #include "Floor.h"
-#include "platform/window/Window.h"
 
 namespace {
 

@@ -1,0 +1,138 @@
+#!/usr/bin/env python3
+"""Runs the benchmarks and prints one table: run.py BUILD CLIPS [quick]"""
+import json
+import os
+import statistics
+import subprocess
+import sys
+import tempfile
+
+MAIN_CLIPS = ["01-testsrc.mp4", "02-mandelbrot.mp4"]  # one easy, one hard to decode
+LONG_CLIPS = ["01-testsrc.mp4", "02-mandelbrot.mp4", "03-life.mp4", "05-gradients.mp4",
+              "06-waves.mp4", "09-bars.mp4", "11-carpet.mp4", "12-noise.mp4"]  # 5 s and more
+PLAY_SECONDS = 4.5
+SWIPES = 200
+
+
+class Bench:
+    def __init__(self, build, clips, quick):
+        self.build, self.clips, self.quick = build, clips, quick
+        self.rows = []
+
+    def program(self, *path):
+        return os.path.join(self.build, *path)
+
+    def clip(self, name):
+        return os.path.join(self.clips, name)
+
+    def add(self, what, floor, library, unit, digits=2, target=""):
+        ratio = f"{library / floor:.2f}" if floor else ""
+        show = lambda value: "" if value is None else f"{value:.{digits}f} {unit}"
+        self.rows.append((what, show(floor), show(library), ratio, target))
+
+    def latency(self, clip, other):
+        """Median milliseconds of each of the latency benchmarks on a clip."""
+        with tempfile.NamedTemporaryFile(suffix=".json") as out:
+            command = [self.program("bench", "zaffo-bench-latency"), self.clip(clip),
+                       self.clip(other), f"--benchmark_out={out.name}",
+                       "--benchmark_out_format=json"]
+            subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+            runs = json.load(out)["benchmarks"]
+        times = {}
+        for run in runs:
+            if run.get("run_type") == "iteration":
+                if run.get("error_occurred"):
+                    raise SystemExit(f"{run['name']}: {run['error_message']}")
+                times.setdefault(run["run_name"].split("/iterations")[0], []).append(run["real_time"])
+        return {name: statistics.median(values) for name, values in times.items()}
+
+    def load(self, mode, count, *rest):
+        """Medians of repeated runs of the load benchmark, each in a fresh process."""
+        runs = []
+        for _ in range(1 if self.quick else 3):
+            out = subprocess.run([self.program("bench", "zaffo-bench-load"), mode, str(count), *rest],
+                                 check=True, capture_output=True, text=True)
+            runs.append(json.loads(out.stdout))
+        return {key: statistics.median(run[key] for run in runs) for key in runs[0]}
+
+    def latencies(self):
+        for clip, other in (MAIN_CLIPS, MAIN_CLIPS[::-1])[:1 if self.quick else 2]:
+            times = self.latency(clip, other)
+            name = clip.split(".")[0]
+            for key, text, target in (
+                    ("cold", "cold: URL to first frame", "1.3 x floor"),
+                    ("switch", "pooled player, loaded item to first frame", "1.2 x floor"),
+                    ("rewind", "rewind of an idle player", "1 ms"),
+                    ("seek", "exact seek to 3.37 s", "1.0 x floor")):
+                self.add(f"{text} ({name})", times[f"{key}/floor"], times[f"{key}/library"], "ms",
+                         target=target)
+            self.add(f"warm request, synchronous ({name})", None, times["warm/library"] * 1000,
+                     "us", 1, "20 us")
+            for state in ("loaded", "playing"):
+                self.add(f"destroying a {state} player, caller's time ({name})", None,
+                         times[f"destroy-{state}/library"], "ms", 3, "0.1 ms")
+
+    def memory(self):
+        clips = [self.clip(name) for name in sorted(os.listdir(self.clips)) if name.endswith("mp4")]
+        for count in (8, 16):
+            floor = self.load("floor-memory", count, *clips)
+            ours = self.load("memory", count, *clips)
+            each = lambda run: (run["private_mib"] - run["one_private_mib"]) / (count - 1)
+            if count == 8:
+                self.add("private memory with 1 loaded idle player", floor["one_private_mib"],
+                         ours["one_private_mib"], "MiB", 1)
+                self.add("threads with 1 loaded idle player", floor["one_threads"],
+                         ours["one_threads"], "", 0)
+            self.add(f"private memory of each further one, {count} loaded", each(floor),
+                     each(ours), "MiB", 2, "3 MiB")
+            self.add(f"threads with {count} loaded idle players", floor["threads"],
+                     ours["threads"], "", 0, "0 more")
+
+    def cpu(self):
+        clips = [self.clip(name) for name in LONG_CLIPS]
+        for count in (1, 8):
+            floor = self.load("floor-play", count, str(PLAY_SECONDS), *clips)["cores"]
+            for mode, text, target in (("play", "no output", "1.2 x floor"),
+                                       ("play-window", "the offscreen window", "")):
+                ours = self.load(mode, count, str(PLAY_SECONDS), *clips)["cores"]
+                self.add(f"CPU, {count} playing with sound to {text}", floor, ours, "cores", 3,
+                         target)
+
+    def feed(self):
+        with tempfile.TemporaryDirectory() as folder:
+            stats, script = os.path.join(folder, "stats.json"), os.path.join(folder, "script")
+            swipes = 40 if self.quick else SWIPES
+            with open(script, "w", encoding="utf-8") as file:
+                file.write("wait-frame\n" + "next; wait-frame; wait 0.1\n" * swipes + "quit\n")
+            command = [self.program("app", "zaffo-feed"), "--headless", "--no-sound", "--script",
+                       script, "--stats", stats] + [self.clips] * (swipes // 12 + 2)
+            subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+            with open(stats, encoding="utf-8") as file:
+                run = json.load(file)
+        first = [s["request_to_first_frame_ms"] for s in run["swipes"]
+                 if s["request_to_first_frame_ms"] is not None]
+        self.add(f"longest main-thread block in {swipes} swipes", None,
+                 run["longest_main_thread_block_ms"], "ms", target="2 ms")
+        self.add(f"swipe to first frame on screen, {swipes} swipes", None,
+                 statistics.median(first), "ms")
+
+    def table(self):
+        rows = [("", "floor", "library", "ratio", "target")] + self.rows
+        widths = [max(len(row[i]) for row in rows) for i in range(5)]
+        for row in rows:
+            cells = [row[0].ljust(widths[0])] + [c.rjust(w) for c, w in zip(row[1:], widths[1:])]
+            print("| " + " | ".join(cells) + " |")
+            if row is rows[0]:
+                print("|" + "|".join("-" * (w + 2) for w in widths) + "|")
+
+
+def main():
+    bench = Bench(sys.argv[1], sys.argv[2], "quick" in sys.argv[3:])
+    for measure in (bench.latencies, bench.memory, bench.cpu, bench.feed):
+        measure()
+    print("Medians; floor: libavformat and libavcodec alone, one thread, on the same clips.\n")
+    bench.table()
+
+
+if __name__ == "__main__":
+    main()
