@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/coremedia/CMTimeRange.h"
+#include "platform/AVAssetTrack.h"
+#include "platform/AVError.h"
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSURL.h"
-#include "platform/uikit/Geometry.h"
 
 namespace zaffo {
 
@@ -16,40 +16,7 @@ namespace media {
 class SampleSource;
 }
 
-enum class AVMediaType { Video, Audio };
-inline constexpr AVMediaType AVMediaTypeVideo = AVMediaType::Video;
-inline constexpr AVMediaType AVMediaTypeAudio = AVMediaType::Audio;
-
 enum class AVKeyValueStatus { Unknown = 0, Loading = 1, Loaded = 2, Failed = 3, Cancelled = 4 };
-
-/// The domain of the errors that assets, items and players report by themselves.
-inline constexpr const char* AVFoundationErrorDomain = "AVFoundationErrorDomain";
-
-/// The platform's codes within AVFoundationErrorDomain.
-enum AVError : long {
-  AVErrorUnknown = -11800,
-  AVErrorMediaServicesWereReset = -11819,
-  AVErrorDecodeFailed = -11821,
-  AVErrorFileFormatNotRecognized = -11828,
-  AVErrorFileFailedToParse = -11829,
-  AVErrorNoImageAtTime = -11832,
-  AVErrorDecoderNotFound = -11833,
-  AVErrorContentIsProtected = -11831,
-  AVErrorServerIncorrectlyConfigured = -11850,
-};
-
-/// One track of an asset. Immutable. Thread: any.
-struct AVAssetTrack {
-  int trackID = 0;
-  AVMediaType mediaType = AVMediaType::Video;
-  std::string codec;                   ///< FFmpeg's short name, "h264"
-  CGSize naturalSize;                  ///< pixels, before the transform; zero for sound
-  CGAffineTransform preferredTransform;
-  double nominalFrameRate = 0;         ///< frames per second; 0 when not known, and for sound
-  std::string languageCode;            ///< ISO 639-2/T, "und" when not told
-  CMTimeScale naturalTimeScale = 0;    ///< units per second of the track's own times
-  CMTimeRange timeRange;
-};
 
 /// Timed media to be played, read or pictured. Its values load asynchronously: ask with
 /// loadValuesAsynchronouslyForKeys, then read. Reading a value before it is loaded gives its empty
@@ -89,7 +56,8 @@ class ZAFFO_EXPORT AVAsset {
 /// The media at a URL.
 class ZAFFO_EXPORT AVURLAsset : public AVAsset {
  public:
-  [[nodiscard]] static std::shared_ptr<AVURLAsset> URLAssetWithURL(std::shared_ptr<const NSURL> url);
+  [[nodiscard]] static std::shared_ptr<AVURLAsset> URLAssetWithURL(
+      std::shared_ptr<const NSURL> url);
   [[nodiscard]] virtual const std::shared_ptr<const NSURL>& URL() const = 0;
 };
 

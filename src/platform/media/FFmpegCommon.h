@@ -8,6 +8,9 @@ extern "C" {
 
 #include <memory>
 
+struct SwrContext;
+struct SwsContext;
+
 namespace zaffo::media {
 
 /// Owners of FFmpeg's objects.
@@ -23,9 +26,33 @@ struct CodecContextDeleter {
 struct CodecParametersDeleter {
   void operator()(AVCodecParameters* p) const { avcodec_parameters_free(&p); }
 };
+struct IOContextDeleter {
+  void operator()(AVIOContext* io) const {
+    av_freep(&io->buffer);
+    avio_context_free(&io);
+  }
+};
+/// Closes the demuxer; not the AVIOContext, which is ours.
+struct FormatContextDeleter {
+  void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
+};
+struct DictionaryDeleter {
+  void operator()(AVDictionary* d) const { av_dict_free(&d); }
+};
+struct SwrDeleter {
+  void operator()(SwrContext* c) const;
+};
+struct SwsDeleter {
+  void operator()(SwsContext* c) const;
+};
 using PacketPtr = std::unique_ptr<AVPacket, PacketDeleter>;
 using FramePtr = std::unique_ptr<AVFrame, FrameDeleter>;
 using CodecContextPtr = std::unique_ptr<AVCodecContext, CodecContextDeleter>;
 using CodecParametersPtr = std::unique_ptr<AVCodecParameters, CodecParametersDeleter>;
+using IOContextPtr = std::unique_ptr<AVIOContext, IOContextDeleter>;
+using FormatContextPtr = std::unique_ptr<AVFormatContext, FormatContextDeleter>;
+using DictionaryPtr = std::unique_ptr<AVDictionary, DictionaryDeleter>;
+using SwrPtr = std::unique_ptr<SwrContext, SwrDeleter>;
+using SwsPtr = std::unique_ptr<SwsContext, SwsDeleter>;
 
 }  // namespace zaffo::media

@@ -12,12 +12,12 @@ using NSErrorPtr = std::shared_ptr<const NSError>;
 
 /// One compressed sample of one track, by reference to what the demuxer read.
 struct Sample {
-  PacketPtr packet;        ///< its own pts and dts are the source's, in the source's time base
-  CMTime presentation;     ///< on the time line of whoever gave the sample
+  PacketPtr packet;     ///< its own pts and dts are the source's, in the source's time base
+  CMTime presentation;  ///< on the time line of whoever gave the sample
   CMTime decode;
   CMTime duration;
-  bool sync = false;       ///< decoding can start here
-  bool shown = true;       ///< false: needed to decode others, not to be shown
+  bool sync = false;  ///< decoding can start here
+  bool shown = true;  ///< false: needed to decode others, not to be shown
 };
 
 /// What reading one step gave. Waiting and ending are outcomes, not errors.

@@ -43,6 +43,8 @@ class SampleSource {
 
   [[nodiscard]] virtual const std::vector<std::shared_ptr<const AVAssetTrack>>& tracks() const = 0;
   [[nodiscard]] virtual CMTime duration() const = 0;
+  /// Whether there is a decoder for one track at least.
+  [[nodiscard]] virtual bool isPlayable() const { return true; }
 
   /// A new cursor at the start of a track, or null with `error` set. Takes microseconds for the
   /// first cursor of a source and no longer than parsing the header again for further ones.

@@ -32,7 +32,8 @@ class VideoDecoder {
 
   [[nodiscard]] virtual DecodeOutcome send(const Sample& sample) = 0;
   [[nodiscard]] virtual DecodeOutcome receive(VideoFrame& frame) = 0;
-  /// No more samples come: receive() gives all that is left, then End. reset() before the next send.
+  /// No more samples come: receive() gives all that is left, then End. reset() before the next
+  /// send.
   virtual void drain() = 0;
   /// Forgets everything decoded so far, for a start at a sync sample.
   virtual void reset() = 0;

@@ -1,0 +1,23 @@
+#pragma once
+
+namespace zaffo {
+
+/// The domain of the errors that assets, items and players report by themselves.
+inline constexpr const char* AVFoundationErrorDomain = "AVFoundationErrorDomain";
+
+/// The platform's codes within AVFoundationErrorDomain. They stand beside the frameworks, not in
+/// one, because the engine below avfoundation reports with them too.
+enum AVError : long {
+  AVErrorUnknown = -11800,  ///< see the underlying error
+  AVErrorMediaServicesWereReset = -11819,
+  AVErrorDecodeFailed = -11821,             ///< damaged samples, or none that can be decoded
+  AVErrorFileFormatNotRecognized = -11828,  ///< not one of the formats that are played
+  AVErrorFileFailedToParse = -11829,        ///< such a format, but cut short or damaged
+  AVErrorContentIsProtected = -11831,       ///< encrypted
+  AVErrorNoImageAtTime = -11832,
+  AVErrorDecoderNotFound = -11833,  ///< no decoder for the codec, or beyond its limits
+  AVErrorServerIncorrectlyConfigured = -11850,
+  AVErrorUnsupportedURL = -11838,  ///< the URL's scheme is not served
+};
+
+}  // namespace zaffo

@@ -1,0 +1,77 @@
+#include "platform/media/FileSampleSource.h"
+
+#include <algorithm>
+
+#include "platform/AVAssetTrack.h"
+#include "platform/media/CodecContext.h"
+#include "platform/media/FileSampleCursor.h"
+#include "platform/media/TrackInfo.h"
+
+namespace zaffo::media {
+namespace {
+
+// One for the picture and one for the sound of the player that comes next.
+constexpr std::size_t kIdleDemuxers = 2;
+
+}  // namespace
+
+std::shared_ptr<FileSampleSource> FileSampleSource::open(const std::string& path,
+                                                         NSErrorPtr* error) {
+  std::shared_ptr<const LocalFile> file = LocalFile::open(path, error);
+  if (!file) return nullptr;
+  std::shared_ptr<FileSampleSource> source(new FileSampleSource(std::move(file)));
+  std::unique_ptr<FileDemuxer> demuxer = source->openDemuxer(error);
+  if (!demuxer) return nullptr;
+  source->describe(*demuxer);
+  if (source->tracks_.empty()) {
+    setError(error, makeError(AVErrorFileFormatNotRecognized,
+                              "The file \"" + path + "\" holds neither picture nor sound."));
+    return nullptr;
+  }
+  source->giveBack(std::move(demuxer));
+  return source;
+}
+
+void FileSampleSource::describe(FileDemuxer& demuxer) {
+  duration_ = kCMTimeZero;
+  AVFormatContext& context = *demuxer.context();
+  for (AVStream* stream : demuxer.streams()) {
+    if (!isTrack(*stream)) continue;
+    tracks_.push_back(describeTrack(context, *stream, demuxer.timelineStart(*stream),
+                                    demuxer.hasCompleteIndex()));
+    playable_ = playable_ || canDecode(*stream->codecpar);
+    duration_ = CMTimeMaximum(duration_, CMTimeRangeGetEnd(tracks_.back()->timeRange));
+  }
+}
+
+std::unique_ptr<SampleCursor> FileSampleSource::openCursor(int trackID, NSErrorPtr* error) {
+  const bool known = std::ranges::any_of(
+      tracks_, [trackID](const auto& track) { return track->trackID == trackID; });
+  if (!known) {
+    setError(error, makeError(AVErrorUnknown, "The asset has no such track."));
+    return nullptr;
+  }
+  std::unique_ptr<FileDemuxer> demuxer = takeIdle();
+  if (!demuxer) demuxer = openDemuxer(error);
+  if (!demuxer) return nullptr;
+  return FileSampleCursor::open(shared_from_this(), std::move(demuxer), trackID, error);
+}
+
+std::unique_ptr<FileDemuxer> FileSampleSource::openDemuxer(NSErrorPtr* error) const {
+  return FileDemuxer::open(file_, error);
+}
+
+std::unique_ptr<FileDemuxer> FileSampleSource::takeIdle() {
+  MutexLock lock(idleMutex_);
+  if (idle_.empty()) return nullptr;
+  std::unique_ptr<FileDemuxer> demuxer = std::move(idle_.back());
+  idle_.pop_back();
+  return demuxer;
+}
+
+void FileSampleSource::giveBack(std::unique_ptr<FileDemuxer> demuxer) {
+  MutexLock lock(idleMutex_);
+  if (idle_.size() < kIdleDemuxers) idle_.push_back(std::move(demuxer));
+}
+
+}  // namespace zaffo::media

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "platform/coremedia/CVPixelBuffer.h"
+#include "platform/media/FFmpegCommon.h"
+
+namespace zaffo::media {
+
+/// Wraps decoded frames as pixel buffers: by reference where the renderers know the format, and
+/// converted to the nearest one they know otherwise. Thread: one at a time.
+class PixelBuffers {
+ public:
+  /// `parameters` tells what the frames themselves leave open: matrix, range, pixel aspect.
+  explicit PixelBuffers(const AVCodecParameters& parameters);
+  ~PixelBuffers();
+
+  /// Takes `frame` over. Null when memory is short.
+  [[nodiscard]] CVPixelBufferPtr wrap(FramePtr frame);
+
+ private:
+  [[nodiscard]] FramePtr convert(const AVFrame& frame);
+
+  AVColorSpace colorSpace_;
+  AVColorRange colorRange_;
+  AVRational pixelAspect_;
+  SwsPtr scaler_;
+};
+
+}  // namespace zaffo::media

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/AVAssetTrack.h"
+#include "platform/media/FFmpegCommon.h"
+
+namespace zaffo::media {
+
+/// Whether a stream becomes a track: picture and sound do; cover art, subtitles and data do not.
+[[nodiscard]] bool isTrack(const AVStream& stream);
+
+/// What the header of a file says of one of its streams. `timelineStart` is the timestamp, in the
+/// stream's time base, that becomes time zero of the asset; `indexIsComplete`
+/// whether the stream's index names every sample of the file.
+[[nodiscard]] std::shared_ptr<const AVAssetTrack> describeTrack(AVFormatContext& context,
+                                                                AVStream& stream,
+                                                                int64_t timelineStart,
+                                                                bool indexIsComplete);
+
+}  // namespace zaffo::media
