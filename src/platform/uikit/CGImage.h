@@ -16,7 +16,8 @@ class NSError;
 /// Thread: any.
 class ZAFFO_EXPORT CGImage {
  public:
-  /// `pixels` holds height rows of `stride` bytes, stride >= 4 * width.
+  /// `pixels` holds height rows of `stride` bytes, stride >= 4 * width. Where it does not, or a
+  /// side is not positive, the image is empty: 0 x 0 pixels.
   CGImage(int width, int height, std::size_t stride, std::vector<uint8_t> pixels);
 
   [[nodiscard]] int width() const { return width_; }
@@ -24,7 +25,9 @@ class ZAFFO_EXPORT CGImage {
   [[nodiscard]] std::size_t stride() const { return stride_; }
   [[nodiscard]] const uint8_t* pixels() const { return pixels_.data(); }
 
-  /// Writes a PNG (libpng). Returns what failed, or null.
+  /// Writes a PNG file: 8 bit sRGB, with an alpha channel unless the picture is opaque, alpha not
+  /// premultiplied. Blocks. Returns null, or what failed, and then leaves no file behind: domain
+  /// "NSPOSIXErrorDomain" with the code of errno (EINVAL for an empty image).
   [[nodiscard]] std::shared_ptr<const NSError> writePNG(const std::string& path) const;
 
  private:
@@ -36,7 +39,11 @@ class ZAFFO_EXPORT CGImage {
 using CGImagePtr = std::shared_ptr<const CGImage>;
 
 /// 0 for a null image.
-[[nodiscard]] inline int CGImageGetWidth(const CGImagePtr& i) { return i ? i->width() : 0; }
-[[nodiscard]] inline int CGImageGetHeight(const CGImagePtr& i) { return i ? i->height() : 0; }
+[[nodiscard]] inline int CGImageGetWidth(const CGImagePtr& i) {
+  return i ? i->width() : 0;
+}
+[[nodiscard]] inline int CGImageGetHeight(const CGImagePtr& i) {
+  return i ? i->height() : 0;
+}
 
 }  // namespace zaffo

@@ -27,7 +27,9 @@ inline constexpr CGRect CGRectZero{};
 [[nodiscard]] constexpr CGRect CGRectMake(double x, double y, double width, double height) {
   return {{x, y}, {width, height}};
 }
+/// What both have; CGRectZero when that has no area.
 [[nodiscard]] ZAFFO_EXPORT CGRect CGRectIntersection(CGRect a, CGRect b);
+/// The left and upper edges belong to a rectangle, the right and lower ones do not.
 [[nodiscard]] ZAFFO_EXPORT bool CGRectContainsPoint(CGRect rect, CGPoint point);
 [[nodiscard]] constexpr bool CGRectIsEmpty(CGRect r) {
   return !(r.size.width > 0 && r.size.height > 0);
@@ -41,6 +43,7 @@ struct CGAffineTransform {
 inline constexpr CGAffineTransform CGAffineTransformIdentity{};
 
 [[nodiscard]] ZAFFO_EXPORT CGPoint CGPointApplyAffineTransform(CGPoint p, CGAffineTransform t);
+/// Without the translation. A turned size may have negative sides.
 [[nodiscard]] ZAFFO_EXPORT CGSize CGSizeApplyAffineTransform(CGSize s, CGAffineTransform t);
 /// The bounding box of the transformed corners.
 [[nodiscard]] ZAFFO_EXPORT CGRect CGRectApplyAffineTransform(CGRect r, CGAffineTransform t);

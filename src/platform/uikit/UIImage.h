@@ -11,8 +11,10 @@ namespace zaffo {
 class ZAFFO_EXPORT UIImage {
  public:
   explicit UIImage(CGImagePtr image) : image_(std::move(image)) {}
+  /// Null for null.
   [[nodiscard]] static std::shared_ptr<const UIImage> imageWithCGImage(CGImagePtr image);
   [[nodiscard]] const CGImagePtr& cgImage() const { return image_; }
+  /// In points, one a pixel.
   [[nodiscard]] CGSize size() const;
 
  private:
