@@ -1,6 +1,7 @@
 # Runs at install time with SOURCE, DESTINATION and ROOTS: copies the public headers, which are
 # those an application reaches from the ROOTS, directly or not. Nothing else has to be listed, and
 # a private header cannot slip in unless a public one includes it.
+cmake_policy(VERSION 3.25)
 set(waiting ${ROOTS})
 set(public "")
 while(waiting)
