@@ -1,6 +1,8 @@
 #include "companion/ZFCancelCommand.h"
 
 #include <cmath>
+#include <cstdint>
+#include <limits>
 #include <utility>
 
 #include "platform/dispatch/DispatchTimer.h"
@@ -25,7 +27,9 @@ void ZFCancellableBlock::run() {
   if (const auto block = std::exchange(block_, nullptr)) block();
 }
 
-void ZFCancellableBlock::cancel() { block_ = nullptr; }
+void ZFCancellableBlock::cancel() {
+  block_ = nullptr;
+}
 
 namespace {
 
@@ -39,7 +43,14 @@ class TimerCancelCommand final : public ZFCancelCommand {
   DispatchTimerPtr timer_;
 };
 
-int64_t nanosecondsFromSeconds(double seconds) { return std::llround(seconds * 1e9); }
+/// For ever when it does not fit; nothing when it is not a number.
+int64_t nanosecondsFromSeconds(double seconds) {
+  constexpr double kNanosecondsPerSecond = 1e9;
+  constexpr auto kForEver = std::numeric_limits<int64_t>::max();
+  if (!(seconds > 0)) return 0;
+  if (seconds >= static_cast<double>(kForEver) / kNanosecondsPerSecond) return kForEver;
+  return std::llround(seconds * kNanosecondsPerSecond);
+}
 
 }  // namespace
 

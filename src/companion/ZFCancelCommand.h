@@ -8,7 +8,8 @@
 
 namespace zaffo {
 
-/// Anything that can be cancelled. Cancelling never calls the completion of what is cancelled.
+/// Anything that can be cancelled. Cancelling never calls the completion of what is cancelled, and
+/// may be repeated. Dropping a command does not cancel.
 class ZAFFO_EXPORT ZFCancelCommand {
  public:
   virtual ~ZFCancelCommand() = default;
@@ -24,7 +25,8 @@ class ZAFFO_EXPORT ZFNoopCancelCommand final : public ZFCancelCommand {
   void cancel() override {}
 };
 
-/// Runs a block on cancel; a second cancel does nothing, and the block is let go of after its run.
+/// Runs a block on cancel, on the caller's thread; a second cancel does nothing, and the block is
+/// let go of after its run. Thread: one at a time.
 class ZAFFO_EXPORT ZFCallbackCancelCommand final : public ZFCancelCommand {
  public:
   explicit ZFCallbackCancelCommand(std::function<void()> cancelBlock);
@@ -34,7 +36,8 @@ class ZAFFO_EXPORT ZFCallbackCancelCommand final : public ZFCancelCommand {
   std::function<void()> cancelBlock_;
 };
 
-/// A block that runs at most once, and not at all after cancel().
+/// A block that runs at most once, and not at all after cancel(). What it holds is let go of by
+/// whichever of the two comes first. Thread: one at a time.
 class ZAFFO_EXPORT ZFCancellableBlock final : public ZFCancelCommand {
  public:
   explicit ZFCancellableBlock(std::function<void()> block);
@@ -45,12 +48,14 @@ class ZAFFO_EXPORT ZFCancellableBlock final : public ZFCancelCommand {
   std::function<void()> block_;
 };
 
-/// Runs `block` on `queue` every `seconds`, first after one period, until the command is cancelled.
+/// Runs `block` on `queue` every `seconds`, first after one period, until the command is cancelled
+/// (DispatchTimer says what cancel() promises on and off the queue). Thread: any.
 [[nodiscard]] ZAFFO_EXPORT ZFCancelCommandPtr dispatch_every(double seconds,
                                                              const DispatchQueuePtr& queue,
                                                              std::function<void()> block);
 
-/// Runs `block` on `queue` once after `seconds`, unless the command is cancelled before.
+/// Runs `block` on `queue` once after `seconds`, unless the command is cancelled before; as soon as
+/// the queue can when they are not positive or not a number. Thread: any.
 [[nodiscard]] ZAFFO_EXPORT ZFCancelCommandPtr dispatch_after_cancellable(
     double seconds, const DispatchQueuePtr& queue, std::function<void()> block);
 
