@@ -28,11 +28,12 @@ void AudioMixer::remove(const std::shared_ptr<InputChannel>& channel) {
   leaving_.push_back(channel);
 }
 
-void AudioMixer::setTap(std::shared_ptr<SampleTap> tap) {
+uint64_t AudioMixer::setTap(std::shared_ptr<SampleTap> tap) {
   MutexLock lock(inputsMutex_);
   auto next = std::make_unique<InputSet>(*current_);
   next->tap = std::move(tap);
   publishWhileLocked(std::move(next));
+  return oldSets_.back().ticket;
 }
 
 bool AudioMixer::sweep() {

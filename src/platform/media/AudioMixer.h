@@ -30,8 +30,8 @@ class AudioMixer {
   /// Stops `channel`; it leaves the mix once it has faded out (see sweep()).
   void remove(const std::shared_ptr<InputChannel>& channel) ZAFFO_EXCLUDES(inputsMutex_);
   /// What is rendered from now on also goes to `tap`; null ends that. The former tap receives
-  /// nothing more once RenderGate::hasPassed().
-  void setTap(std::shared_ptr<SampleTap> tap) ZAFFO_EXCLUDES(inputsMutex_);
+  /// nothing more once gate().hasPassed() what this returns.
+  uint64_t setTap(std::shared_ptr<SampleTap> tap) ZAFFO_EXCLUDES(inputsMutex_);
   /// Lets go of removed inputs that have fallen silent and of sets that nobody reads any more.
   /// Returns whether something is left that needs another sweep.
   bool sweep() ZAFFO_EXCLUDES(inputsMutex_);
