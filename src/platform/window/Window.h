@@ -15,10 +15,10 @@ namespace zaffo {
 struct InputEvent {
   enum class Type { Close, Resize, KeyDown, Wheel, PointerDown, PointerMove, PointerUp };
   Type type = Type::Close;
-  CGPoint position;        ///< pointers (mouse or first finger) and wheel
-  double wheelY = 0;       ///< notches; positive scrolls towards what lies below
-  std::string key;         ///< SDL's key name: "Up", "Space", "PageDown", "Q"
-  int64_t hostTime = 0;    ///< TimeSource, nanoseconds
+  CGPoint position;      ///< pointers (mouse or first finger) and wheel
+  double wheelY = 0;     ///< notches; positive scrolls towards what lies below
+  std::string key;       ///< SDL's key name: "Up", "Space", "PageDown", "Q"
+  int64_t hostTime = 0;  ///< TimeSource, nanoseconds
 };
 
 /// Shows a UIView tree: on the screen, or offscreen with the same renderer. Draws on a thread of
@@ -28,9 +28,9 @@ class ZAFFO_EXPORT Window {
  public:
   struct Options {
     std::string title = "ZaffoPlayback";
-    CGSize size{405, 720};       ///< points
-    bool offscreen = false;      ///< no display is needed
-    double framesPerSecond = 60; ///< pace when offscreen
+    CGSize size{405, 720};        ///< points
+    bool offscreen = false;       ///< no display is needed
+    double framesPerSecond = 60;  ///< pace when offscreen
     bool visible = true;
   };
   /// Null with `error` set when there is no display, or no renderer.

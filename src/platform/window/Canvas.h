@@ -1,0 +1,17 @@
+#pragma once
+
+#include "platform/window/DisplayList.h"
+
+namespace zaffo::window {
+
+/// Where pictures end up: a window through the graphics processor, a window's surface, or memory.
+/// Made, used and destroyed on one thread, the render thread.
+class Canvas {
+ public:
+  virtual ~Canvas() = default;
+
+  /// Draws the list and puts it on screen; may wait for the display's next refresh.
+  virtual void present(const DisplayList& list) = 0;
+};
+
+}  // namespace zaffo::window

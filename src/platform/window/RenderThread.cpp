@@ -1,0 +1,53 @@
+#include "platform/window/RenderThread.h"
+
+#include <future>
+#include <utility>
+
+namespace zaffo::window {
+
+RenderThread::~RenderThread() {
+  stop();
+  if (thread_.joinable()) thread_.join();
+}
+
+std::shared_ptr<const NSError> RenderThread::start(MakeCanvas makeCanvas) {
+  std::promise<std::shared_ptr<const NSError>> made;
+  auto outcome = made.get_future();
+  thread_ = std::thread([this, make = std::move(makeCanvas), made = std::move(made)]() mutable {
+    std::shared_ptr<const NSError> error;
+    const std::unique_ptr<Canvas> canvas = make(&error);
+    made.set_value(error);
+    if (canvas) runTasks(*canvas);
+  });
+  return outcome.get();
+}
+
+void RenderThread::post(Task task) {
+  const MutexLock lock(tasksMutex_);
+  if (stopped_) return;
+  tasks_.push_back(std::move(task));
+  tasksChanged_.notify_one();
+}
+
+void RenderThread::stop() {
+  std::deque<Task> dropped;  // what tasks hold is let go without the lock
+  const MutexLock lock(tasksMutex_);
+  stopped_ = true;
+  dropped.swap(tasks_);
+  tasksChanged_.notify_one();
+}
+
+void RenderThread::runTasks(Canvas& canvas) {
+  while (const Task task = nextTask()) task(canvas);
+}
+
+RenderThread::Task RenderThread::nextTask() {
+  const MutexLock lock(tasksMutex_);
+  while (tasks_.empty() && !stopped_) tasksChanged_.wait(tasksMutex_);
+  if (stopped_) return {};
+  Task task = std::move(tasks_.front());
+  tasks_.pop_front();
+  return task;
+}
+
+}  // namespace zaffo::window

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "platform/uikit/Geometry.h"
+#include "platform/window/RenderThread.h"
+#include "platform/window/Window.h"
+
+namespace zaffo::window {
+
+/// What a window is shown on: a real one, or nothing at all. Thread: main.
+class Screen {
+ public:
+  virtual ~Screen() = default;
+
+  [[nodiscard]] virtual CGSize size() const = 0;   ///< points
+  [[nodiscard]] virtual double scale() const = 0;  ///< pixels a point
+  /// Least time between two pictures, in nanoseconds.
+  [[nodiscard]] virtual int64_t frameInterval() const = 0;
+
+  /// What the person did, and, as Resize with nothing changed, that the picture was lost.
+  virtual void setEventHandler(std::function<void(const InputEvent&)> handler) = 0;
+  /// Delivers events that drawing may have read off the display's connection.
+  virtual void deliverEvents() = 0;
+};
+
+/// No display: pictures go to memory.
+class OffscreenScreen : public Screen {
+ public:
+  explicit OffscreenScreen(const Window::Options& options);
+
+  [[nodiscard]] CGSize size() const override { return size_; }
+  [[nodiscard]] double scale() const override { return 1; }
+  [[nodiscard]] int64_t frameInterval() const override { return frameInterval_; }
+  void setEventHandler(std::function<void(const InputEvent&)>) override {}
+  void deliverEvents() override {}
+
+ private:
+  CGSize size_;
+  int64_t frameInterval_;
+};
+
+}  // namespace zaffo::window
