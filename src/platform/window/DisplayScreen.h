@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/window/InputTranslation.h"
+#include "platform/window/SDLCommon.h"
+#include "platform/window/Screen.h"
+
+namespace zaffo::window {
+
+/// A window of the desktop, and its input. Thread: main.
+class DisplayScreen : public Screen {
+ public:
+  /// How a window is drawn to, best first; each needs a window of its own kind.
+  enum class Drawing { OpenGL, OpenGLES, Surface };
+
+  /// Null with `error` set when the display offers no such window.
+  [[nodiscard]] static std::unique_ptr<DisplayScreen> create(const Window::Options& options,
+                                                             Drawing drawing,
+                                                             std::shared_ptr<const NSError>* error);
+  ~DisplayScreen() override;
+
+  /// Makes the canvas, on the render thread. The screen must outlive the canvas.
+  [[nodiscard]] RenderThread::MakeCanvas canvasMaker() const;
+
+  [[nodiscard]] CGSize size() const override;
+  [[nodiscard]] double scale() const override;
+  [[nodiscard]] int64_t frameInterval() const override;
+  void setEventHandler(std::function<void(const InputEvent&)> handler) override;
+  void deliverEvents() override;
+
+ private:
+  DisplayScreen(std::shared_ptr<SDLVideo> video, SDLWindowPtr window, Drawing drawing);
+  void handle(const SDL_Event& event);
+
+  std::shared_ptr<SDLVideo> video_;  // outlives the window
+  SDLWindowPtr window_;
+  Drawing drawing_;
+  InputTranslation input_;
+  std::function<void(const InputEvent&)> handler_;
+};
+
+}  // namespace zaffo::window

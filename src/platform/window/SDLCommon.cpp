@@ -1,0 +1,30 @@
+#include "platform/window/SDLCommon.h"
+
+namespace zaffo::window {
+
+SDLVideo::SDLVideo() {
+  // The process's signals, its exit and its pointers are the application's business.
+  SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
+  SDL_SetHint(SDL_HINT_QUIT_ON_LAST_WINDOW_CLOSE, "0");
+  SDL_SetHint(SDL_HINT_TOUCH_MOUSE_EVENTS, "0");
+  SDL_SetHint(SDL_HINT_MOUSE_TOUCH_EVENTS, "0");
+  SDL_SetHint(SDL_HINT_VIDEO_ALLOW_SCREENSAVER, "0");
+  // A surface that SDL shows through a renderer of its own would be drawn twice.
+  SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
+  ready_ = SDL_InitSubSystem(SDL_INIT_VIDEO) == 0;
+  // Keys are wanted as keys: no input method stands between.
+  if (ready_) SDL_StopTextInput();
+}
+
+SDLVideo::~SDLVideo() {
+  if (ready_) SDL_QuitSubSystem(SDL_INIT_VIDEO);
+}
+
+std::shared_ptr<const NSError> makeSDLError(WindowError code, const std::string& text) {
+  const std::string reason = SDL_GetError();
+  return NSError::create(
+      WindowErrorDomain, static_cast<long>(code),
+      {{NSLocalizedDescriptionKey, reason.empty() ? text : text + " (" + reason + ")"}});
+}
+
+}  // namespace zaffo::window

@@ -1,0 +1,144 @@
+#include "platform/window/TextureCache.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zaffo::window {
+
+namespace {
+
+constexpr std::ptrdiff_t sparesKept = 2;
+
+/// The mode in which the graphics processor itself converts the picture; AUTOMATIC when it cannot.
+SDL_YUV_CONVERSION_MODE nativeMode(const CVPixelBuffer& p) {
+  if (p.format != CVPixelFormat::I420 && p.format != CVPixelFormat::NV12) {
+    return SDL_YUV_CONVERSION_AUTOMATIC;
+  }
+  // An odd edge would fall into the middle of a chroma sample.
+  if (p.cropLeft % 2 != 0 || p.cropTop % 2 != 0) return SDL_YUV_CONVERSION_AUTOMATIC;
+  const bool full = p.range == CVColorRange::Full;
+  if (p.matrix == CVColorMatrix::BT601) {
+    return full ? SDL_YUV_CONVERSION_JPEG : SDL_YUV_CONVERSION_BT601;
+  }
+  if (p.matrix == CVColorMatrix::BT709 && !full) return SDL_YUV_CONVERSION_BT709;
+  return SDL_YUV_CONVERSION_AUTOMATIC;
+}
+
+/// Only the clean aperture is uploaded: what surrounds it must not bleed in at the edges.
+bool uploadPlanes(const CVPixelBuffer& p, SDL_Texture* texture) {
+  const auto cropped = [&](std::size_t plane, int bytesAcross, int subsampling) {
+    return p.planes[plane].data + p.planes[plane].stride * (p.cropTop / subsampling) +
+           p.cropLeft / subsampling * bytesAcross;
+  };
+  const auto stride = [&](std::size_t plane) { return static_cast<int>(p.planes[plane].stride); };
+  if (p.format == CVPixelFormat::NV12) {
+    return SDL_UpdateNVTexture(texture, nullptr, cropped(0, 1, 1), stride(0), cropped(1, 2, 2),
+                               stride(1)) == 0;
+  }
+  return SDL_UpdateYUVTexture(texture, nullptr, cropped(0, 1, 1), stride(0), cropped(1, 1, 2),
+                              stride(1), cropped(2, 1, 2), stride(2)) == 0;
+}
+
+template <class Picture>
+bool uploadPacked(PictureScaler& scaler, const Picture& picture, SDL_Texture* texture, int width,
+                  int height) {
+  void* pixels = nullptr;
+  int stride = 0;
+  if (SDL_LockTexture(texture, nullptr, &pixels, &stride) != 0) return false;
+  scaler.scale(picture, Stretch{width, height, false, false, {0, 0, width, height}},
+               {static_cast<uint8_t*>(pixels), stride, width, height});
+  SDL_UnlockTexture(texture);
+  return true;
+}
+
+}  // namespace
+
+TextureCache::TextureCache(SDL_Renderer* renderer) : renderer_(renderer) {
+  SDL_RendererInfo info{};
+  SDL_GetRendererInfo(renderer, &info);
+  // Zero means that any size will do.
+  largestWidth_ = info.max_texture_width > 0 ? info.max_texture_width : 16384;
+  largestHeight_ = info.max_texture_height > 0 ? info.max_texture_height : 16384;
+}
+
+TextureCache::Shape TextureCache::packedShape(int width, int height, int drawnWidth,
+                                              int drawnHeight) const {
+  Shape shape{SDL_PIXELFORMAT_ARGB8888, width, height, SDL_YUV_CONVERSION_AUTOMATIC};
+  if (width > largestWidth_ || height > largestHeight_) {
+    shape.width = std::clamp(drawnWidth, 1, largestWidth_);
+    shape.height = std::clamp(drawnHeight, 1, largestHeight_);
+  }
+  return shape;
+}
+
+PictureTexture TextureCache::texture(const CVPixelBufferPtr& picture, int drawnWidth,
+                                     int drawnHeight) {
+  const CVPixelBuffer& p = *picture;
+  const SDL_YUV_CONVERSION_MODE mode = nativeMode(p);
+  const bool fits = p.cropWidth <= largestWidth_ && p.cropHeight <= largestHeight_;
+  if (mode != SDL_YUV_CONVERSION_AUTOMATIC && fits) {
+    const uint32_t format =
+        p.format == CVPixelFormat::NV12 ? SDL_PIXELFORMAT_NV12 : SDL_PIXELFORMAT_IYUV;
+    SDL_SetYUVConversionMode(mode);  // read when a texture is made, or drawn
+    return find(picture, {format, p.cropWidth, p.cropHeight, mode},
+                [&](SDL_Texture* texture) { return uploadPlanes(p, texture); });
+  }
+  const Shape shape = packedShape(p.cropWidth, p.cropHeight, drawnWidth, drawnHeight);
+  return find(picture, shape, [&](SDL_Texture* texture) {
+    return uploadPacked(scaler_, p, texture, shape.width, shape.height);
+  });
+}
+
+PictureTexture TextureCache::texture(const CGImagePtr& image, int drawnWidth, int drawnHeight) {
+  const Shape shape = packedShape(image->width(), image->height(), drawnWidth, drawnHeight);
+  return find(image, shape, [&](SDL_Texture* texture) {
+    return uploadPacked(scaler_, *image, texture, shape.width, shape.height);
+  });
+}
+
+template <class Picture, class Upload>
+PictureTexture TextureCache::find(const std::shared_ptr<const Picture>& picture,
+                                  const Shape& shape, const Upload& upload) {
+  const auto holds = [&](const auto& wanted) {
+    return [&](const Entry& entry) { return entry.picture == wanted && entry.shape == shape; };
+  };
+  const std::shared_ptr<const void> wanted = picture;
+  auto entry = std::find_if(entries_.begin(), entries_.end(), holds(wanted));
+  if (entry == entries_.end()) {
+    entry = std::find_if(entries_.begin(), entries_.end(), holds(std::shared_ptr<const void>()));
+    if (entry == entries_.end()) {
+      entries_.push_back(makeEntry(shape));
+      entry = entries_.end() - 1;
+    }
+    if (!entry->texture || !upload(entry->texture.get())) {
+      entries_.erase(entry);
+      return {};
+    }
+    entry->picture = wanted;
+    ++uploads_;
+  }
+  entry->inUse = true;
+  return {entry->texture.get(), shape.yuvMode};
+}
+
+TextureCache::Entry TextureCache::makeEntry(const Shape& shape) {
+  Entry entry;
+  entry.shape = shape;
+  entry.texture.reset(SDL_CreateTexture(renderer_, shape.format, SDL_TEXTUREACCESS_STREAMING,
+                                        shape.width, shape.height));
+  if (entry.texture) SDL_SetTextureScaleMode(entry.texture.get(), SDL_ScaleModeLinear);
+  return entry;
+}
+
+void TextureCache::endList() {
+  for (Entry& entry : entries_) {
+    if (!std::exchange(entry.inUse, false)) entry.picture.reset();
+  }
+  const auto isSpare = [](const Entry& entry) { return !entry.picture; };
+  auto spares = std::count_if(entries_.begin(), entries_.end(), isSpare);
+  while (spares-- > sparesKept) {
+    entries_.erase(std::find_if(entries_.begin(), entries_.end(), isSpare));  // the oldest
+  }
+}
+
+}  // namespace zaffo::window
