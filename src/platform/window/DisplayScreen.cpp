@@ -54,14 +54,19 @@ DisplayScreen::DisplayScreen(std::shared_ptr<SDLVideo> video, SDLWindowPtr windo
   EventPump::shared().add(window_.get(), [this](const SDL_Event& event) { handle(event); });
 }
 
-DisplayScreen::~DisplayScreen() { EventPump::shared().remove(window_.get()); }
+DisplayScreen::~DisplayScreen() {
+  EventPump::shared().remove(window_.get());
+}
 
 RenderThread::MakeCanvas DisplayScreen::canvasMaker() const {
   return [window = window_.get(), drawing = drawing_](std::shared_ptr<const NSError>* error) {
     switch (drawing) {
-      case Drawing::OpenGL: return TextureCanvas::create(window, "opengl", error);
-      case Drawing::OpenGLES: return TextureCanvas::create(window, "opengles2", error);
-      case Drawing::Surface: break;
+      case Drawing::OpenGL:
+        return TextureCanvas::create(window, "opengl", error);
+      case Drawing::OpenGLES:
+        return TextureCanvas::create(window, "opengles2", error);
+      case Drawing::Surface:
+        break;
     }
     return SurfaceCanvas::create(window, error);
   };
@@ -90,16 +95,24 @@ int64_t DisplayScreen::frameInterval() const {
   return std::llround(drawing_ == Drawing::Surface ? interval : interval * 0.75);
 }
 
-void DisplayScreen::setEventHandler(std::function<void(const InputEvent&)> handler) {
-  handler_ = std::move(handler);
+void DisplayScreen::setHandlers(std::function<void(const InputEvent&)> input,
+                                std::function<void()> exposed) {
+  inputHandler_ = std::move(input);
+  exposedHandler_ = std::move(exposed);
 }
 
-void DisplayScreen::deliverEvents() { EventPump::shared().pump(); }
+void DisplayScreen::deliverEvents() {
+  EventPump::shared().pump();
+}
 
 void DisplayScreen::handle(const SDL_Event& event) {
-  const auto handler = handler_;
-  if (!handler) return;
-  if (const auto input = input_.translate(event, size(), TimeSource::now())) handler(*input);
+  // Copies: a handler may let the window go.
+  const auto input = inputHandler_;
+  const auto exposed = exposedHandler_;
+  const bool lost = event.type == SDL_WINDOWEVENT && event.window.event == SDL_WINDOWEVENT_EXPOSED;
+  if (lost && exposed) exposed();
+  const auto translated = input_.translate(event, size(), TimeSource::now());
+  if (translated && input) input(*translated);
 }
 
 }  // namespace zaffo::window

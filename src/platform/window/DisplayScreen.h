@@ -26,7 +26,8 @@ class DisplayScreen : public Screen {
   [[nodiscard]] CGSize size() const override;
   [[nodiscard]] double scale() const override;
   [[nodiscard]] int64_t frameInterval() const override;
-  void setEventHandler(std::function<void(const InputEvent&)> handler) override;
+  void setHandlers(std::function<void(const InputEvent&)> input,
+                   std::function<void()> exposed) override;
   void deliverEvents() override;
 
  private:
@@ -37,7 +38,8 @@ class DisplayScreen : public Screen {
   SDLWindowPtr window_;
   Drawing drawing_;
   InputTranslation input_;
-  std::function<void(const InputEvent&)> handler_;
+  std::function<void(const InputEvent&)> inputHandler_;
+  std::function<void()> exposedHandler_;
 };
 
 }  // namespace zaffo::window

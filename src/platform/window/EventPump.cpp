@@ -16,17 +16,24 @@ constexpr int64_t pollInterval = 8'000'000;
 
 std::optional<Uint32> windowOf(const SDL_Event& event) {
   switch (event.type) {
-    case SDL_WINDOWEVENT: return event.window.windowID;
+    case SDL_WINDOWEVENT:
+      return event.window.windowID;
     case SDL_KEYDOWN:
-    case SDL_KEYUP: return event.key.windowID;
-    case SDL_MOUSEMOTION: return event.motion.windowID;
+    case SDL_KEYUP:
+      return event.key.windowID;
+    case SDL_MOUSEMOTION:
+      return event.motion.windowID;
     case SDL_MOUSEBUTTONDOWN:
-    case SDL_MOUSEBUTTONUP: return event.button.windowID;
-    case SDL_MOUSEWHEEL: return event.wheel.windowID;
+    case SDL_MOUSEBUTTONUP:
+      return event.button.windowID;
+    case SDL_MOUSEWHEEL:
+      return event.wheel.windowID;
     case SDL_FINGERDOWN:
     case SDL_FINGERMOTION:
-    case SDL_FINGERUP: return event.tfinger.windowID;
-    default: return std::nullopt;
+    case SDL_FINGERUP:
+      return event.tfinger.windowID;
+    default:
+      return std::nullopt;
   }
 }
 

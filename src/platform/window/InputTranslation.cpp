@@ -20,9 +20,12 @@ InputEvent makePointer(Type type, double x, double y) {
 
 std::optional<InputEvent> translateWindow(const SDL_WindowEvent& window) {
   switch (window.event) {
-    case SDL_WINDOWEVENT_CLOSE: return make(Type::Close);
-    case SDL_WINDOWEVENT_SIZE_CHANGED: return make(Type::Resize);
-    default: return std::nullopt;
+    case SDL_WINDOWEVENT_CLOSE:
+      return make(Type::Close);
+    case SDL_WINDOWEVENT_SIZE_CHANGED:
+      return make(Type::Resize);
+    default:
+      return std::nullopt;
   }
 }
 
@@ -62,9 +65,15 @@ std::optional<InputEvent> InputTranslation::translate(const SDL_Event& event, CG
   std::optional<InputEvent> result;
   const SDL_MouseButtonEvent& button = event.button;
   switch (event.type) {
-    case SDL_WINDOWEVENT: result = translateWindow(event.window); break;
-    case SDL_KEYDOWN: result = translateKey(event.key); break;
-    case SDL_MOUSEWHEEL: result = translateWheel(event.wheel); break;
+    case SDL_WINDOWEVENT:
+      result = translateWindow(event.window);
+      break;
+    case SDL_KEYDOWN:
+      result = translateKey(event.key);
+      break;
+    case SDL_MOUSEWHEEL:
+      result = translateWheel(event.wheel);
+      break;
     case SDL_MOUSEBUTTONDOWN:
       if (button.button != SDL_BUTTON_LEFT || finger_) break;
       mouseIsDown_ = true;
@@ -80,8 +89,11 @@ std::optional<InputEvent> InputTranslation::translate(const SDL_Event& event, CG
       break;
     case SDL_FINGERDOWN:
     case SDL_FINGERMOTION:
-    case SDL_FINGERUP: result = translateFinger(event.tfinger, size); break;
-    default: break;
+    case SDL_FINGERUP:
+      result = translateFinger(event.tfinger, size);
+      break;
+    default:
+      break;
   }
   if (result) result->hostTime = hostNanoseconds;
   return result;

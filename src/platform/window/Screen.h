@@ -19,8 +19,9 @@ class Screen {
   /// Least time between two pictures, in nanoseconds.
   [[nodiscard]] virtual int64_t frameInterval() const = 0;
 
-  /// What the person did, and, as Resize with nothing changed, that the picture was lost.
-  virtual void setEventHandler(std::function<void(const InputEvent&)> handler) = 0;
+  /// `input` is told what the person did; `exposed`, that the picture on screen was lost.
+  virtual void setHandlers(std::function<void(const InputEvent&)> input,
+                           std::function<void()> exposed) = 0;
   /// Delivers events that drawing may have read off the display's connection.
   virtual void deliverEvents() = 0;
 };
@@ -33,7 +34,7 @@ class OffscreenScreen : public Screen {
   [[nodiscard]] CGSize size() const override { return size_; }
   [[nodiscard]] double scale() const override { return 1; }
   [[nodiscard]] int64_t frameInterval() const override { return frameInterval_; }
-  void setEventHandler(std::function<void(const InputEvent&)>) override {}
+  void setHandlers(std::function<void(const InputEvent&)>, std::function<void()>) override {}
   void deliverEvents() override {}
 
  private:

@@ -16,8 +16,8 @@ void SurfaceCanvas::present(const DisplayList& list) {
   if (!surface) return;
   const uint32_t format = surface->format->format;
   if (format == SDL_PIXELFORMAT_ARGB8888 || format == SDL_PIXELFORMAT_RGB888) {
-    renderer_.draw(list, {static_cast<uint8_t*>(surface->pixels), surface->pitch, surface->w,
-                          surface->h});
+    renderer_.draw(
+        list, {static_cast<uint8_t*>(surface->pixels), surface->pitch, surface->w, surface->h});
   } else {
     const int stride = 4 * surface->w;
     pixels_.resize(static_cast<std::size_t>(stride) * static_cast<std::size_t>(surface->h));

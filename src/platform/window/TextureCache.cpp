@@ -97,8 +97,8 @@ PictureTexture TextureCache::texture(const CGImagePtr& image, int drawnWidth, in
 }
 
 template <class Picture, class Upload>
-PictureTexture TextureCache::find(const std::shared_ptr<const Picture>& picture,
-                                  const Shape& shape, const Upload& upload) {
+PictureTexture TextureCache::find(const std::shared_ptr<const Picture>& picture, const Shape& shape,
+                                  const Upload& upload) {
   const auto holds = [&](const auto& wanted) {
     return [&](const Entry& entry) { return entry.picture == wanted && entry.shape == shape; };
   };

@@ -27,7 +27,9 @@ int indexOfDriver(const char* driver) {
 /// Windows take turns.
 Mutex conversionModeMutex;
 
-SDL_Rect toSDL(const PixelRect& rect) { return {rect.x, rect.y, rect.width, rect.height}; }
+SDL_Rect toSDL(const PixelRect& rect) {
+  return {rect.x, rect.y, rect.width, rect.height};
+}
 
 /// SDL wants the place of the picture before it is turned about its centre.
 SDL_FRect unturned(const PixelRect& rect, bool sideways) {
@@ -44,8 +46,8 @@ std::unique_ptr<Canvas> TextureCanvas::create(SDL_Window* window, const char* dr
   const int index = indexOfDriver(driver);
   SDLRendererPtr renderer;
   if (index >= 0) {
-    renderer.reset(SDL_CreateRenderer(window, index,
-                                      SDL_RENDERER_ACCELERATED | SDL_RENDERER_PRESENTVSYNC));
+    renderer.reset(
+        SDL_CreateRenderer(window, index, SDL_RENDERER_ACCELERATED | SDL_RENDERER_PRESENTVSYNC));
   }
   if (renderer) return std::make_unique<TextureCanvas>(std::move(renderer));
   *error = makeSDLError(WindowError::NoRenderer,

@@ -51,7 +51,7 @@ std::shared_ptr<TreeWindow> TreeWindow::create(std::unique_ptr<Screen> screen,
 
 TreeWindow::~TreeWindow() {
   rootView_->layer()->setDisplayRequestHandler({});
-  screen_->setEventHandler({});
+  screen_->setHandlers({}, {});
   if (paceTimer_) paceTimer_->cancel();
   retire(std::move(renderThread_), std::move(screen_));
 }
@@ -60,9 +60,13 @@ void TreeWindow::attach() {
   rootView_->layer()->setDisplayRequestHandler([weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->setNeedsDraw();
   });
-  screen_->setEventHandler([weak = weak_from_this()](const InputEvent& event) {
-    if (const auto self = weak.lock()) self->handleEvent(event);
-  });
+  screen_->setHandlers(
+      [weak = weak_from_this()](const InputEvent& event) {
+        if (const auto self = weak.lock()) self->handleEvent(event);
+      },
+      [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->setNeedsDraw();
+      });
   setNeedsDraw();
 }
 

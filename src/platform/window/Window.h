@@ -11,6 +11,14 @@
 
 namespace zaffo {
 
+/// Domain of a window's errors; their text says what to do about it.
+inline constexpr const char* WindowErrorDomain = "com.zaffo.window";
+enum class WindowError : long {
+  NoDisplay = 1,   ///< neither an X11 nor a Wayland display can be reached
+  NoWindow = 2,    ///< the display refused to open a window
+  NoRenderer = 3,  ///< there is no way to draw in the window
+};
+
 /// What a person did. Positions in points of the window's content, y down.
 struct InputEvent {
   enum class Type { Close, Resize, KeyDown, Wheel, PointerDown, PointerMove, PointerUp };
