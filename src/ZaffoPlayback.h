@@ -2,8 +2,10 @@
 
 /// Everything an application needs of ZaffoPlayback.
 #include "companion/AVPlayerItemLoader.h"
+#include "companion/ShortVideoURL.h"
 #include "companion/ZFCancelCommand.h"
 #include "companion/ZFVideo.h"
+#include "loading/ZFSingleLoopVideoPlayerItemLoader.h"
 #include "native/AVPlayerLayerContainer.h"
 #include "native/PlayerNative.h"
 #include "native/PlayerNativeOutputView.h"
