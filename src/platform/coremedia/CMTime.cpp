@@ -167,7 +167,9 @@ CMTime CMTimeMultiplyByFloat64(CMTime time, double multiplier) {
   CMTimeScale timescale = time.timescale;
   int doublings = 0;
   if (!isWholeProduct(time, multiplier, 0)) {
-    for (; timescale < kFineTimescale; timescale *= 2) ++doublings;
+    constexpr double kRoom = 4611686018427387904.0;  // 2^62
+    double ticks = std::fabs(static_cast<double>(time.value) * multiplier);
+    for (; timescale < kFineTimescale && ticks < kRoom / 2; timescale *= 2, ticks *= 2) ++doublings;
   }
   const bool rounded =
       CMTIME_HAS_BEEN_ROUNDED(time) || !isWholeProduct(time, multiplier, doublings);

@@ -112,8 +112,8 @@ enum class CMTimeRoundingMethod {
 [[nodiscard]] ZAFFO_EXPORT CMTime CMTimeMultiply(CMTime time, int32_t multiplier);
 
 /// At the timescale of `time` when the product, computed in double precision, is whole there;
-/// rounded at that timescale doubled until it is at least 65536 otherwise. Invalid for a NaN and
-/// for zero times an infinity, an infinity for an infinite multiplier.
+/// rounded at that timescale doubled until it is at least 65536, if that fits, otherwise. Invalid
+/// for a NaN and for zero times an infinity, an infinity for an infinite multiplier.
 [[nodiscard]] ZAFFO_EXPORT CMTime CMTimeMultiplyByFloat64(CMTime time, double multiplier);
 
 /// time * multiplier / divisor, exact where a timescale allows it: the time's own, else its
