@@ -159,7 +159,9 @@ void UIView::noteLayoutBelow() {
 }
 
 bool UIView::needsLayout() const {
-  return needsLayout_ || needsLayoutBelow_;
+  if (needsLayout_ || !needsLayoutBelow_) return needsLayout_;
+  return std::any_of(subviews_.begin(), subviews_.end(),
+                     [](const auto& view) { return view->needsLayout(); });
 }
 
 void UIView::layoutIfNeeded() {

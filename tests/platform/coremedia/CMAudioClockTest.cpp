@@ -7,11 +7,13 @@
 #include <thread>
 #include <vector>
 
-#include "platform/coremedia/HandTime.h"
+#include "doubles/ManualTime.h"
 
 namespace zaffo {
 namespace {
 
+constexpr int64_t kMillisecond = kNanosecondsPerMillisecond;
+constexpr int64_t kSecond = kNanosecondsPerSecond;
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
 class CMAudioClockTest : public testing::Test {
@@ -23,7 +25,7 @@ class CMAudioClockTest : public testing::Test {
     clock->setAnchor(shown() + ahead, now(), rate);
   }
 
-  HandTime time;
+  ManualTime time;
   const std::shared_ptr<CMAudioClock> clock = CMAudioClock::create();
 };
 

@@ -7,18 +7,20 @@
 #include <random>
 #include <thread>
 
+#include "doubles/ManualTime.h"
 #include "platform/coremedia/CMAudioClock.h"
-#include "platform/coremedia/HandTime.h"
 
 namespace zaffo {
 namespace {
+
+constexpr int64_t kSecond = kNanosecondsPerSecond;
 
 class CMTimebaseTest : public testing::Test {
  protected:
   int64_t now() const { return time.nanoseconds(); }
   double seconds() const { return CMTimeGetSeconds(timebase->time()); }
 
-  HandTime time;
+  ManualTime time;
   const std::shared_ptr<CMTimebase> timebase = CMTimebase::create(CMClockGetHostTimeClock());
 };
 
@@ -228,7 +230,6 @@ TEST_F(CMTimebaseTest, IsWholeInEveryReadWhileOthersSetIt) {
     const double shown = seconds();
     ASSERT_TRUE(shown == 0 || shown == 1'000'000) << shown;
   }
-
 }
 
 }  // namespace
