@@ -1,0 +1,124 @@
+#include "platform/avfoundation/AVAssetImageGenerator.h"
+
+#include <algorithm>
+#include <cmath>
+#include <future>
+
+#include "platform/media/FFmpegError.h"
+#include "platform/media/FrameFinder.h"
+#include "platform/media/PictureScaler.h"
+#include "platform/media/SampleSource.h"
+
+namespace zaffo {
+namespace {
+
+using ErrorPtr = std::shared_ptr<const NSError>;
+
+/// Loads the keys a picture needs and waits; why that failed, or null.
+ErrorPtr loadAndWait(AVAsset& asset) {
+  const std::vector<std::string> keys{"tracks", "duration"};
+  const auto ended = std::make_shared<std::promise<void>>();
+  asset.loadValuesAsynchronouslyForKeys(keys, [ended] { ended->set_value(); });
+  ended->get_future().wait();
+  for (const std::string& key : keys) {
+    ErrorPtr error;
+    if (asset.statusOfValueForKey(key, &error) == AVKeyValueStatus::Loaded) continue;
+    return error ? error : media::makeError(AVErrorUnknown, "The asset was not loaded.");
+  }
+  return nullptr;
+}
+
+struct PixelSize {
+  int width;
+  int height;
+};
+
+/// The largest size of the same shape that neither exceeds `bounds` nor enlarges.
+PixelSize fitted(CGSize size, CGSize bounds) {
+  double scale = 1;
+  if (bounds.width > 0) scale = std::min(scale, bounds.width / size.width);
+  if (bounds.height > 0) scale = std::min(scale, bounds.height / size.height);
+  const auto side = [scale](double length) {
+    return std::max(1, static_cast<int>(std::lround(length * scale)));
+  };
+  return {side(size.width), side(size.height)};
+}
+
+class AssetImageGenerator : public AVAssetImageGenerator {
+ public:
+  explicit AssetImageGenerator(std::shared_ptr<AVAsset> asset) : asset_(std::move(asset)) {}
+
+  void setMaximumSize(CGSize size) override { maximumSize_ = size; }
+  void setAppliesPreferredTrackTransform(bool applies) override { appliesTransform_ = applies; }
+  CGImagePtr copyCGImageAtTime(CMTime time, CMTime* actualTime, ErrorPtr* error) override;
+
+ private:
+  [[nodiscard]] std::shared_ptr<const AVAssetTrack> videoTrack(ErrorPtr* error) const;
+  [[nodiscard]] std::optional<media::VideoFrame> frameAt(CMTime time, ErrorPtr* error) const;
+  [[nodiscard]] CGImagePtr render(const media::VideoFrame& frame, ErrorPtr* error) const;
+
+  const std::shared_ptr<AVAsset> asset_;
+  CGSize maximumSize_;
+  bool appliesTransform_ = false;
+};
+
+/// Why `time` shows nothing of an asset of length `duration`; null when it does.
+ErrorPtr refusal(CMTime time, CMTime duration) {
+  const bool beyond = !CMTIME_IS_NUMERIC(time) || (duration > kCMTimeZero && time >= duration);
+  if (!beyond) return nullptr;
+  return media::makeError(AVErrorNoImageAtTime,
+                          "The asset shows no picture at " + CMTimeDescription(time) + ".");
+}
+
+std::shared_ptr<const AVAssetTrack> AssetImageGenerator::videoTrack(ErrorPtr* error) const {
+  *error = loadAndWait(*asset_);
+  if (*error) return nullptr;
+  const auto tracks = asset_->tracksWithMediaType(AVMediaTypeVideo);
+  if (!tracks.empty() && asset_->sampleSource()) return tracks.front();
+  *error = media::makeError(AVErrorNoImageAtTime, "The asset has no picture.");
+  return nullptr;
+}
+
+std::optional<media::VideoFrame> AssetImageGenerator::frameAt(CMTime time, ErrorPtr* error) const {
+  const auto track = videoTrack(error);
+  if (!track) return std::nullopt;
+  *error = refusal(time, asset_->duration());
+  if (*error) return std::nullopt;
+  auto cursor = asset_->sampleSource()->openCursor(track->trackID, error);
+  auto finder = cursor ? media::FrameFinder::open(std::move(cursor), error) : nullptr;
+  if (!finder) return std::nullopt;
+  return finder->frameAt(time, error);
+}
+
+CGImagePtr AssetImageGenerator::copyCGImageAtTime(CMTime time, CMTime* actualTime,
+                                                  ErrorPtr* error) {
+  ErrorPtr failure;
+  const std::optional<media::VideoFrame> frame = frameAt(time, &failure);
+  CGImagePtr image = frame ? render(*frame, &failure) : nullptr;
+  if (image && actualTime) *actualTime = frame->presentation;
+  if (error) *error = image ? nullptr : failure;
+  return image;
+}
+
+CGImagePtr AssetImageGenerator::render(const media::VideoFrame& frame, ErrorPtr* error) const {
+  const CVPixelBuffer& buffer = *frame.buffer;
+  const CGAffineTransform transform =
+      asset_->tracksWithMediaType(AVMediaTypeVideo).front()->preferredTransform;
+  const bool turns = appliesTransform_ && media::isQuarterTurn(transform);
+  const bool swaps = turns && std::abs(transform.b) > 0.5;
+  const CGSize bounds = swaps ? CGSize{maximumSize_.height, maximumSize_.width} : maximumSize_;
+  const CGSize shown{std::max(1.0, std::round(buffer.cropWidth * buffer.pixelAspectRatio)),
+                     static_cast<double>(buffer.cropHeight)};
+  const PixelSize size = fitted(shown, bounds);
+  CGImagePtr image = media::makeImage(buffer, size.width, size.height, error);
+  return turns ? media::turnedImage(std::move(image), transform) : image;
+}
+
+}  // namespace
+
+std::shared_ptr<AVAssetImageGenerator> AVAssetImageGenerator::assetImageGeneratorWithAsset(
+    std::shared_ptr<AVAsset> asset) {
+  return std::make_shared<AssetImageGenerator>(std::move(asset));
+}
+
+}  // namespace zaffo

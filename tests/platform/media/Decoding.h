@@ -1,0 +1,151 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "media/Clips.h"
+#include "media/FrameNumber.h"
+#include "platform/AVAssetTrack.h"
+#include "platform/media/AudioDecoder.h"
+#include "platform/media/FileSampleSource.h"
+#include "platform/media/VideoDecoder.h"
+
+namespace zaffo::media {
+
+inline constexpr int kTestOutputRate = 48000;
+
+/// Opens a clip, or fails the test with its error.
+inline std::shared_ptr<FileSampleSource> openClip(const std::string& path) {
+  NSErrorPtr error;
+  auto source = FileSampleSource::open(path, &error);
+  EXPECT_TRUE(source) << path << ": " << (error ? error->localizedDescription() : "");
+  return source;
+}
+
+inline std::shared_ptr<const AVAssetTrack> trackOfType(const SampleSource& source,
+                                                       AVMediaType type) {
+  for (const auto& track : source.tracks()) {
+    if (track->mediaType == type) return track;
+  }
+  return nullptr;
+}
+
+inline std::unique_ptr<SampleCursor> openTrack(SampleSource& source, AVMediaType type) {
+  const auto track = trackOfType(source, type);
+  NSErrorPtr error;
+  auto cursor = track ? source.openCursor(track->trackID, &error) : nullptr;
+  EXPECT_TRUE(cursor) << (error ? error->localizedDescription() : "no such track");
+  return cursor;
+}
+
+/// Every sample from where the cursor stands to its end.
+inline std::vector<Sample> readAll(SampleCursor& cursor, ReadOutcome expected = ReadOutcome::End) {
+  std::vector<Sample> samples;
+  Sample sample;
+  ReadOutcome outcome;
+  while ((outcome = cursor.next(sample)) == ReadOutcome::Sample) {
+    samples.push_back(std::move(sample));
+    sample = Sample();
+  }
+  EXPECT_EQ(outcome, expected);
+  return samples;
+}
+
+/// Takes what a decoder has ready; counts errors instead of stopping at them.
+template <typename Decoder, typename Output>
+DecodeOutcome collect(Decoder& decoder, std::vector<Output>& output, int* errors = nullptr) {
+  for (;;) {
+    Output one;
+    const DecodeOutcome outcome = decoder.receive(one);
+    if (outcome == DecodeOutcome::Again || outcome == DecodeOutcome::End) return outcome;
+    if (outcome == DecodeOutcome::Ok) output.push_back(std::move(one));
+    if (outcome == DecodeOutcome::Error && errors) ++*errors;
+    if (outcome == DecodeOutcome::Error && !errors) ADD_FAILURE() << "decoding failed";
+  }
+}
+
+template <typename Output, typename Decoder>
+std::vector<Output> decodeRest(SampleCursor& cursor, Decoder& decoder, int* errors = nullptr) {
+  std::vector<Output> output;
+  Sample sample;
+  while (cursor.next(sample) == ReadOutcome::Sample) {
+    const DecodeOutcome sent = decoder.send(sample);
+    if (sent == DecodeOutcome::Error && errors) ++*errors;
+    if (sent == DecodeOutcome::Error && !errors) ADD_FAILURE() << "a sample was refused";
+    (void)collect(decoder, output, errors);
+  }
+  decoder.drain();
+  EXPECT_EQ(collect(decoder, output, errors), DecodeOutcome::End);
+  return output;
+}
+
+inline std::unique_ptr<VideoDecoder> openVideoDecoder(const SampleCursor& cursor) {
+  NSErrorPtr error;
+  auto decoder = VideoDecoder::open(cursor.codecParameters(), &error);
+  EXPECT_TRUE(decoder) << (error ? error->localizedDescription() : "");
+  return decoder;
+}
+
+inline std::unique_ptr<AudioDecoder> openAudioDecoder(const SampleCursor& cursor) {
+  NSErrorPtr error;
+  auto decoder = AudioDecoder::open(cursor.codecParameters(), kTestOutputRate, &error);
+  EXPECT_TRUE(decoder) << (error ? error->localizedDescription() : "");
+  return decoder;
+}
+
+inline std::vector<VideoFrame> decodeVideo(const std::string& path, int* errors = nullptr) {
+  const auto source = openClip(path);
+  const auto cursor = source ? openTrack(*source, AVMediaTypeVideo) : nullptr;
+  const auto decoder = cursor ? openVideoDecoder(*cursor) : nullptr;
+  return decoder ? decodeRest<VideoFrame>(*cursor, *decoder, errors) : std::vector<VideoFrame>();
+}
+
+/// Sound put together from blocks at their places; what lies between them is silence.
+struct Sound {
+  int64_t first = 0;
+  int jumps = 0;
+  std::vector<float> samples;  // from output frame 0 on
+
+  [[nodiscard]] int64_t frames() const { return static_cast<int64_t>(samples.size() / 2); }
+
+  /// The amplitude of a tone in frames [from, from + count) of one side (0 left, 1 right).
+  [[nodiscard]] double amplitude(double hertz, int64_t from, int64_t count, int side) const {
+    double real = 0, imaginary = 0;
+    for (int64_t i = 0; i < count; ++i) {
+      const double angle = 2 * M_PI * hertz * static_cast<double>(from + i) / kTestOutputRate;
+      const double value = samples.at(static_cast<std::size_t>(2 * (from + i) + side));
+      real += value * std::cos(angle);
+      imaginary += value * std::sin(angle);
+    }
+    return 2 * std::hypot(real, imaginary) / static_cast<double>(count);
+  }
+};
+
+inline Sound join(const std::vector<AudioBlock>& blocks) {
+  Sound sound;
+  sound.first = blocks.empty() ? 0 : blocks.front().firstFrame;
+  int64_t expected = sound.first;
+  for (const AudioBlock& block : blocks) {
+    if (block.firstFrame != expected) ++sound.jumps;
+    expected = block.firstFrame + block.frames();
+    const auto end = static_cast<std::size_t>(2 * expected);
+    if (sound.samples.size() < end) sound.samples.resize(end);
+    std::copy(block.samples.begin(), block.samples.end(),
+              sound.samples.begin() + 2 * block.firstFrame);
+  }
+  return sound;
+}
+
+inline Sound decodeAudio(const std::string& path, int* errors = nullptr) {
+  const auto source = openClip(path);
+  const auto cursor = source ? openTrack(*source, AVMediaTypeAudio) : nullptr;
+  const auto decoder = cursor ? openAudioDecoder(*cursor) : nullptr;
+  return decoder ? join(decodeRest<AudioBlock>(*cursor, *decoder, errors)) : Sound();
+}
+
+}  // namespace zaffo::media
