@@ -83,9 +83,10 @@ void AssetLoading::settleWhileLocked(AVKeyValueStatus status) {
 }
 
 bool AssetLoading::hasEndedWhileLocked(const Waiter& waiter) const {
-  return std::ranges::none_of(waiter.keys, [this](const std::string& key) {
-    return statuses_.at(key) == AVKeyValueStatus::Loading;
-  });
+  for (const std::string& key : waiter.keys) {
+    if (statuses_.at(key) == AVKeyValueStatus::Loading) return false;
+  }
+  return true;
 }
 
 std::vector<std::function<void()>> AssetLoading::takeHandlersWhileLocked() {

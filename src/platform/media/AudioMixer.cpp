@@ -43,9 +43,8 @@ bool AudioMixer::sweep() {
                                    [](const auto& channel) { return !channel->silent(); });
   if (gone != leaving_.end()) {
     auto next = std::make_unique<InputSet>(*current_);
-    std::erase_if(next->channels, [&](const auto& channel) {
-      return std::find(gone, leaving_.end(), channel) != leaving_.end();
-    });
+    for (auto channel = gone; channel != leaving_.end(); ++channel)
+      std::erase(next->channels, *channel);
     leaving_.erase(gone, leaving_.end());
     publishWhileLocked(std::move(next));
   }

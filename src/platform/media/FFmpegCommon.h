@@ -13,6 +13,9 @@ struct SwsContext;
 
 namespace zaffo::media {
 
+/// AV_TIME_BASE_Q, whose own spelling is not C++.
+inline constexpr AVRational kMicroseconds{1, AV_TIME_BASE};
+
 /// Owners of FFmpeg's objects.
 struct PacketDeleter {
   void operator()(AVPacket* p) const { av_packet_free(&p); }

@@ -96,7 +96,7 @@ bool FileDemuxer::rewind(int streamIndex) {
 }
 
 int64_t FileDemuxer::timelineStart(const AVStream& stream) const {
-  return av_rescale_q(startMicroseconds_, AV_TIME_BASE_Q, stream.time_base);
+  return av_rescale_q(startMicroseconds_, kMicroseconds, stream.time_base);
 }
 
 NSErrorPtr FileDemuxer::readFailed(int averror) const {

@@ -79,7 +79,7 @@ CMTimeRange timeRange(const AVFormatContext& context, AVStream& stream, int64_t 
   }
   if (indexed > 0) return {begin, timeFromTimestamp(indexed, stream.time_base)};
   const int64_t whole = context.duration == AV_NOPTS_VALUE ? 0 : context.duration;
-  return {begin, timeFromTimestamp(std::max<int64_t>(0, whole), AV_TIME_BASE_Q)};
+  return {begin, timeFromTimestamp(std::max<int64_t>(0, whole), kMicroseconds)};
 }
 
 }  // namespace
