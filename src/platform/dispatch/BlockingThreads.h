@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -18,7 +19,7 @@ class BlockingThreads final : public Executor {
   [[nodiscard]] static BlockingThreads& shared();
 
   void execute(std::shared_ptr<Runnable> work) override;
-  [[nodiscard]] bool hasWaitingWork() const override { return false; }
+  [[nodiscard]] bool shouldYield() const override { return stopped_; }
 
   /// Threads alive, free or not.
   [[nodiscard]] int size() const { return threads_.size(); }
@@ -36,7 +37,7 @@ class BlockingThreads final : public Executor {
   std::condition_variable_any workArrived_;
   std::deque<std::shared_ptr<Runnable>> waitingWork_ ZAFFO_GUARDED_BY(waitingWorkMutex_);
   size_t freeThreads_ ZAFFO_GUARDED_BY(waitingWorkMutex_) = 0;
-  bool stopped_ ZAFFO_GUARDED_BY(waitingWorkMutex_) = false;
+  std::atomic<bool> stopped_{false};  // set under the mutex, so that no waiting thread misses it
   ThreadSet threads_;
 };
 

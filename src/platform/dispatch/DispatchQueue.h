@@ -65,8 +65,8 @@ ZAFFO_EXPORT void dispatch_queue_set_specific(const DispatchQueuePtr& queue, con
 /// running. Blocks of the main queue and timers that are not due are not waited for. For tests and
 /// an orderly end; a fatal error when called from a block on a worker, which would wait for itself.
 ///
-/// At exit() no further block is started and the blocks under way get a second to finish; those
-/// that are still queued are given up.
+/// At exit() no further block is started and the blocks under way get half a second to finish;
+/// those that are still queued are given up.
 ZAFFO_EXPORT void dispatch_wait_until_idle();
 
 }  // namespace zaffo

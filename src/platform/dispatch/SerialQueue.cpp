@@ -26,7 +26,7 @@ void SerialQueue::run() {
     if (nextInBatch_ == batch_.size() && !refillBatch()) return;
     const DispatchBlock block = std::move(batch_[nextInBatch_++]);
     block();
-  } while (!executor_.hasWaitingWork());
+  } while (!executor_.shouldYield());
   executor_.execute(shared_from_this());
 }
 

@@ -10,7 +10,7 @@
 namespace zaffo {
 
 namespace {
-constexpr std::chrono::seconds kPatienceAtExit{1};
+constexpr std::chrono::milliseconds kPatienceAtExit{500};
 thread_local const ThreadSet* setOfThisThread = nullptr;
 }  // namespace
 

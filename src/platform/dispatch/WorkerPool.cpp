@@ -14,8 +14,9 @@ class WorkerPool::Lane final : public Executor {
  public:
   Lane(WorkerPool& pool, size_t index) : pool_(pool), index_(index) {}
   void execute(std::shared_ptr<Runnable> work) override { pool_.execute(index_, std::move(work)); }
-  [[nodiscard]] bool hasWaitingWork() const override {
-    return pool_.waiting_.load(std::memory_order_relaxed) > 0;
+  [[nodiscard]] bool shouldYield() const override {
+    return pool_.waiting_.load(std::memory_order_relaxed) > 0 ||
+           pool_.stopped_.load(std::memory_order_relaxed);
   }
 
  private:
@@ -87,6 +88,7 @@ std::shared_ptr<Runnable> WorkerPool::takeHighest() {
 }
 
 void WorkerPool::stop() {
+  stopped_ = true;
   WorkCount::shared().giveUp();
   context_.stop();
   workers_.waitAtExit();

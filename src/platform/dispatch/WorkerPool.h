@@ -39,6 +39,7 @@ class WorkerPool {
   asio::executor_work_guard<asio::io_context::executor_type> keepRunning_;
   std::array<std::unique_ptr<Lane>, kLaneCount> lanes_;
   std::atomic<int> waiting_{0};
+  std::atomic<bool> stopped_{false};
   Mutex waitingWorkMutex_;
   std::array<std::deque<std::shared_ptr<Runnable>>, kLaneCount> waitingWork_
       ZAFFO_GUARDED_BY(waitingWorkMutex_);
