@@ -24,12 +24,12 @@ class ScriptedView : public UIView {
   }
   void didMoveToSuperview() override {
     UIView::didMoveToSuperview();
-    superviews.push_back(superview());
+    superviews.push_back(superview().get());
     if (onMove) onMove();
   }
 
   int layouts = 0;
-  std::vector<std::shared_ptr<UIView>> superviews;  ///< as found by didMoveToSuperview
+  std::vector<UIView*> superviews;  ///< as found by didMoveToSuperview; not kept alive
   std::function<void()> onLayout, onMove;
 
  protected:
@@ -100,13 +100,13 @@ TEST_F(UIViewTest, GoesOnTopWhenTheLayerOfTheViewAboveLiesElsewhere) {
 
 TEST_F(UIViewTest, TellsAViewOnceOfEveryMove) {
   a->addSubview(c);
-  EXPECT_THAT(c->superviews, ElementsAre(a));
+  EXPECT_THAT(c->superviews, ElementsAre(a.get()));
   b->addSubview(c);
-  EXPECT_THAT(c->superviews, ElementsAre(a, b));
+  EXPECT_THAT(c->superviews, ElementsAre(a.get(), b.get()));
   EXPECT_THAT(a->subviews(), IsEmpty());
   EXPECT_THAT(a->layer()->sublayers(), IsEmpty());
   c->removeFromSuperview();
-  EXPECT_THAT(c->superviews, ElementsAre(a, b, nullptr));
+  EXPECT_THAT(c->superviews, ElementsAre(a.get(), b.get(), nullptr));
   EXPECT_EQ(c->layer()->superlayer(), nullptr);
   c->removeFromSuperview();
   EXPECT_EQ(c->superviews.size(), 3u) << "nothing to remove";
@@ -118,7 +118,7 @@ TEST_F(UIViewTest, AViewMayLeaveAgainWhenItIsToldOfItsArrival) {
   };
   root->addSubview(a);
   EXPECT_THAT(root->subviews(), IsEmpty());
-  EXPECT_THAT(a->superviews, ElementsAre(root, nullptr));
+  EXPECT_THAT(a->superviews, ElementsAre(root.get(), nullptr));
 }
 
 TEST_F(UIViewTest, LivesUntilItWasToldOfItsRemoval) {
