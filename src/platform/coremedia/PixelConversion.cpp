@@ -1,0 +1,323 @@
+#include "platform/coremedia/PixelConversion.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstring>
+
+// Pixels are worked on in tiles of a row: constant trip counts over arrays that cannot alias are
+// what compilers turn into vector code without being asked twice.
+//
+// Samples are 16 bit integers with 7 fractional bits on the scale of 8 bit video, whatever their
+// depth (128 is in the middle of chroma). Coefficients have 13 fractional bits. The upper half of
+// their product has 4, enough for a sum of three to be within 1 of the exact one.
+
+namespace zaffo {
+
+namespace {
+
+static_assert(std::endian::native == std::endian::little, "samples of 16 bits are read as stored");
+
+constexpr std::size_t kTile = 64;  // pixels
+constexpr std::size_t kChromaTile =
+    kTile / 2 + 16;  // samples: half a tile, the one after, and padding
+constexpr int kSampleBits = 7;
+constexpr int kCoefficientBits = 13;
+constexpr int kSumBits = kSampleBits + kCoefficientBits - 16;
+constexpr int kMiddle = 128 << kSampleBits;
+
+enum class Depth { Eight, TenLow, TenHigh };
+
+struct Layout {
+  Depth depth = Depth::Eight;
+  bool halvedAcross = false;
+  bool halvedDown = false;
+  bool interleaved = false;
+  bool hasChroma = true;
+};
+
+Layout layoutOf(CVPixelFormat format) {
+  switch (format) {
+    case CVPixelFormat::I420:
+      return {Depth::Eight, true, true, false, true};
+    case CVPixelFormat::I422:
+      return {Depth::Eight, true, false, false, true};
+    case CVPixelFormat::I444:
+      return {Depth::Eight, false, false, false, true};
+    case CVPixelFormat::I420P10:
+      return {Depth::TenLow, true, true, false, true};
+    case CVPixelFormat::I422P10:
+      return {Depth::TenLow, true, false, false, true};
+    case CVPixelFormat::I444P10:
+      return {Depth::TenLow, false, false, false, true};
+    case CVPixelFormat::NV12:
+      return {Depth::Eight, true, true, true, true};
+    case CVPixelFormat::P010:
+      return {Depth::TenHigh, true, true, true, true};
+    case CVPixelFormat::Gray8:
+    case CVPixelFormat::BGRA:
+      break;
+  }
+  return {Depth::Eight, false, false, false, false};
+}
+
+struct Coefficients {
+  int16_t lumaOffset;
+  int16_t luma, redV, greenU, greenV, blueU;
+};
+
+Coefficients coefficientsOf(const CVPixelBuffer& buffer, Depth depth) {
+  double red = 0.2126, blue = 0.0722;
+  if (buffer.matrix == CVColorMatrix::BT601) red = 0.299, blue = 0.114;
+  if (buffer.matrix == CVColorMatrix::BT2020) red = 0.2627, blue = 0.0593;
+  const double green = 1 - red - blue;
+  const bool limited = buffer.range == CVColorRange::Limited;
+  const double full = depth == Depth::Eight ? 1 : 255.0 * 4 / 1023;
+  const double luma = limited ? 255.0 / 219 : full;
+  const double chroma = limited ? 255.0 / 224 : full;
+  const auto fixed = [](double x) {
+    return static_cast<int16_t>(std::lround(x * (1 << kCoefficientBits)));
+  };
+  return {static_cast<int16_t>(limited ? 16 << kSampleBits : 0),
+          fixed(luma),
+          fixed(chroma * 2 * (1 - red)),
+          fixed(-chroma * 2 * (1 - blue) * blue / green),
+          fixed(-chroma * 2 * (1 - red) * red / green),
+          fixed(chroma * 2 * (1 - blue))};
+}
+
+template <std::size_t count>
+using Samples = std::array<int16_t, count>;
+
+template <std::size_t count>
+struct alignas(16) RawSamples {
+  std::array<uint8_t, count> eight;
+  std::array<uint16_t, count> ten;
+};
+
+/// `available` samples from `source`, the last one repeated up to the end.
+template <typename T, std::size_t count>
+void copyRepeating(std::array<T, count>& to, const uint8_t* source, int available) {
+  if (available >= static_cast<int>(count)) {
+    std::memcpy(to.data(), source, sizeof to);
+    return;
+  }
+  std::memcpy(to.data(), source, static_cast<std::size_t>(available) * sizeof(T));
+  std::fill(to.begin() + available, to.end(), to[static_cast<std::size_t>(available - 1)]);
+}
+
+template <std::size_t count>
+void widen(Samples<count>& to, const RawSamples<count>& raw, Depth depth, int offset) {
+  if (depth == Depth::Eight) {
+    for (std::size_t i = 0; i < count; ++i) {
+      to[i] = static_cast<int16_t>((raw.eight[i] << 7) - offset);
+    }
+  } else if (depth == Depth::TenLow) {
+    for (std::size_t i = 0; i < count; ++i) {
+      to[i] = static_cast<int16_t>(((raw.ten[i] & 1023) << 5) - offset);
+    }
+  } else {
+    for (std::size_t i = 0; i < count; ++i) {
+      to[i] = static_cast<int16_t>(((raw.ten[i] >> 6) << 5) - offset);
+    }
+  }
+}
+
+template <std::size_t count>
+void load(Samples<count>& to, const uint8_t* row, int first, int rowLength, Depth depth,
+          int offset) {
+  RawSamples<count> raw;
+  const int available = std::min(static_cast<int>(count), rowLength - first);
+  if (depth == Depth::Eight) {
+    copyRepeating(raw.eight, row + first, available);
+  } else {
+    copyRepeating(raw.ten, row + 2 * static_cast<std::ptrdiff_t>(first), available);
+  }
+  widen(to, raw, depth, offset);
+}
+
+template <std::size_t count>
+struct Chroma {
+  Samples<count> u{}, v{};
+};
+
+/// As load, of pairs of U and V.
+template <std::size_t count>
+void loadPairs(Chroma<count>& to, const uint8_t* row, int first, int rowLength, Depth depth) {
+  RawSamples<2 * count> raw;
+  const int available = 2 * std::min(static_cast<int>(count), rowLength - first);
+  // Whole pairs are repeated; a tile that is cut short is the last of its row.
+  const auto copy = [&](auto& samples, const uint8_t* source) {
+    copyRepeating(samples, source, available);
+    for (auto i = static_cast<std::size_t>(available); i < 2 * count; ++i) {
+      samples[i] = samples[i - 2];
+    }
+  };
+  if (depth == Depth::Eight) {
+    copy(raw.eight, row + 2 * static_cast<std::ptrdiff_t>(first));
+  } else {
+    copy(raw.ten, row + 4 * static_cast<std::ptrdiff_t>(first));
+  }
+  Samples<2 * count> pairs;
+  widen(pairs, raw, depth, kMiddle);
+  for (std::size_t i = 0; i < count; ++i) {
+    to.u[i] = pairs[2 * i];
+    to.v[i] = pairs[2 * i + 1];
+  }
+}
+
+/// For sums that are known to fit 16 bits. The cast lets the compiler stay there too.
+int16_t add(int16_t a, int16_t b) {
+  return static_cast<int16_t>(a + b);
+}
+
+/// Three quarters of `near` and one of `far`.
+template <std::size_t count>
+void blend(Samples<count>& near, const Samples<count>& far) {
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto difference = static_cast<int16_t>(far[i] - near[i]);
+    near[i] = add(near[i], static_cast<int16_t>(difference >> 2));
+  }
+}
+
+/// Twice the samples, each second one the mean of its neighbours.
+void doubleAcross(Samples<2 * (kChromaTile - 8)>& to, const Samples<kChromaTile>& from) {
+  for (std::size_t i = 0; i < kChromaTile - 8; ++i) {
+    to[2 * i] = from[i];
+    to[2 * i + 1] = static_cast<int16_t>(add(from[i], from[i + 1]) >> 1);
+  }
+}
+
+int16_t upperHalf(int16_t sample, int16_t coefficient) {
+  return static_cast<int16_t>((int32_t{sample} * coefficient) >> 16);
+}
+
+int16_t component(int16_t sum) {
+  // Half for rounding, and a little for the three products that were each rounded down.
+  const int16_t rounded = add(sum, (1 << (kSumBits - 1)) + 1);
+  const auto value = static_cast<int16_t>(rounded >> kSumBits);
+  return std::min<int16_t>(std::max<int16_t>(value, 0), 255);
+}
+
+using TilePixels = std::array<uint32_t, kTile>;
+
+void convertTile(TilePixels& to, const Samples<kTile>& y, const int16_t* u, const int16_t* v,
+                 const Coefficients& coefficients) {
+  const Coefficients c = coefficients;
+  Samples<kTile> blue, green, red;
+  for (std::size_t i = 0; i < kTile; ++i) {
+    const int16_t luma = upperHalf(y[i], c.luma);
+    const int16_t greenChroma = add(upperHalf(u[i], c.greenU), upperHalf(v[i], c.greenV));
+    blue[i] = component(add(luma, upperHalf(u[i], c.blueU)));
+    green[i] = component(add(luma, greenChroma));
+    red[i] = component(add(luma, upperHalf(v[i], c.redV)));
+  }
+  constexpr uint32_t kOpaque = 0xff000000u;
+  for (std::size_t i = 0; i < kTile; ++i) {
+    to[i] = static_cast<uint32_t>(blue[i]) | static_cast<uint32_t>(green[i]) << 8 |
+            static_cast<uint32_t>(red[i]) << 16 | kOpaque;
+  }
+}
+
+/// Converts one buffer tile by tile.
+class Converter {
+ public:
+  explicit Converter(const CVPixelBuffer& buffer)
+      : buffer_(buffer),
+        layout_(layoutOf(buffer.format)),
+        coefficients_(coefficientsOf(buffer, layout_.depth)),
+        chromaWidth_(layout_.halvedAcross ? (buffer.width + 1) / 2 : buffer.width),
+        chromaHeight_(layout_.halvedDown ? (buffer.height + 1) / 2 : buffer.height) {}
+
+  [[nodiscard]] bool hasPlanes() const {
+    const int needed = !layout_.hasChroma ? 1 : layout_.interleaved ? 2 : 3;
+    return std::all_of(buffer_.planes.begin(), buffer_.planes.begin() + needed,
+                       [](const auto& plane) { return plane.data != nullptr; });
+  }
+
+  /// The pixels of row `y` from column `x` on, in coded pixels.
+  void convert(TilePixels& to, int x, int y) {
+    load(luma_, row(0, y), x, buffer_.width, layout_.depth, coefficients_.lumaOffset);
+    if (layout_.halvedAcross) {
+      loadChroma(narrow_, x / 2, y);
+      doubleAcross(wideU_, narrow_.u);
+      doubleAcross(wideV_, narrow_.v);
+      convertTile(to, luma_, wideU_.data() + x % 2, wideV_.data() + x % 2, coefficients_);
+    } else {
+      if (layout_.hasChroma) loadChroma(whole_, x, y);
+      convertTile(to, luma_, whole_.u.data(), whole_.v.data(), coefficients_);
+    }
+  }
+
+ private:
+  [[nodiscard]] const uint8_t* row(std::size_t plane, int y) const {
+    return buffer_.planes[plane].data + y * buffer_.planes[plane].stride;
+  }
+
+  template <std::size_t count>
+  void loadChromaRow(Chroma<count>& to, int x, int y) const {
+    if (layout_.interleaved) {
+      loadPairs(to, row(1, y), x, chromaWidth_, layout_.depth);
+    } else {
+      load(to.u, row(1, y), x, chromaWidth_, layout_.depth, kMiddle);
+      load(to.v, row(2, y), x, chromaWidth_, layout_.depth, kMiddle);
+    }
+  }
+
+  /// `x` in samples of chroma, `y` in rows of pixels.
+  template <std::size_t count>
+  void loadChroma(Chroma<count>& to, int x, int y) const {
+    if (!layout_.halvedDown) return loadChromaRow(to, x, y);
+    loadChromaRow(to, x, y / 2);
+    const int far = std::clamp(y % 2 == 0 ? y / 2 - 1 : y / 2 + 1, 0, chromaHeight_ - 1);
+    if (far == y / 2) return;
+    Chroma<count> other;
+    loadChromaRow(other, x, far);
+    blend(to.u, other.u);
+    blend(to.v, other.v);
+  }
+
+  const CVPixelBuffer& buffer_;
+  const Layout layout_;
+  const Coefficients coefficients_;
+  const int chromaWidth_, chromaHeight_;
+
+  Samples<kTile> luma_{};
+  Chroma<kTile> whole_;  // chroma a pixel; stays 0 for a picture without
+  Chroma<kChromaTile> narrow_;
+  Samples<2 * (kChromaTile - 8)> wideU_{}, wideV_{};
+};
+
+bool hasAperture(const CVPixelBuffer& b) {
+  return b.cropLeft >= 0 && b.cropTop >= 0 && b.cropWidth > 0 && b.cropHeight > 0 &&
+         b.cropWidth <= b.width - b.cropLeft && b.cropHeight <= b.height - b.cropTop;
+}
+
+}  // namespace
+
+void convertToBGRA(const CVPixelBuffer& buffer, uint8_t* destination, std::ptrdiff_t stride) {
+  Converter converter(buffer);
+  if (!hasAperture(buffer) || !converter.hasPlanes()) return;
+  if (buffer.format == CVPixelFormat::BGRA) {
+    const auto& plane = buffer.planes[0];
+    for (int y = 0; y < buffer.cropHeight; ++y) {
+      std::memcpy(
+          destination + y * stride,
+          plane.data + (buffer.cropTop + y) * plane.stride + std::ptrdiff_t{4} * buffer.cropLeft,
+          std::size_t{4} * static_cast<std::size_t>(buffer.cropWidth));
+    }
+    return;
+  }
+  TilePixels tile;
+  for (int y = 0; y < buffer.cropHeight; ++y) {
+    for (int x = 0; x < buffer.cropWidth; x += int{kTile}) {
+      converter.convert(tile, buffer.cropLeft + x, buffer.cropTop + y);
+      const int pixels = std::min(int{kTile}, buffer.cropWidth - x);
+      std::memcpy(destination + y * stride + std::ptrdiff_t{4} * x, tile.data(),
+                  std::size_t{4} * static_cast<std::size_t>(pixels));
+    }
+  }
+}
+
+}  // namespace zaffo
