@@ -32,7 +32,7 @@ class ZAFFO_EXPORT AVPlayerLayer : public CALayer {
   [[nodiscard]] uint64_t droppedFrames() const;
   /// Host time (TimeSource, nanoseconds) at which the player's present item was first put on
   /// screen; 0 when it was not yet.
-  [[nodiscard]] int64_t firstPresentedHostTime() const { return firstPresented_; }
+  [[nodiscard]] int64_t firstPresentedHostTime() const;
 
   [[nodiscard]] std::optional<LayerPicture> picture(int64_t hostNanoseconds) override;
   void didPresent(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) override;
@@ -44,9 +44,16 @@ class ZAFFO_EXPORT AVPlayerLayer : public CALayer {
   std::shared_ptr<AVPlayer> player_;
   std::shared_ptr<void> frameObservation_;
   AVLayerVideoGravity gravity_ = AVLayerVideoGravityResizeAspect;
+
+  /// What the last picture() gave.
+  struct Drawn {
+    std::weak_ptr<const CVPixelBuffer> buffer;
+    uint64_t itemGeneration = 0;
+  };
+  Drawn drawn_;
+  std::weak_ptr<const CVPixelBuffer> presentedBuffer_;
   uint64_t presented_ = 0;
   int64_t firstPresented_ = 0;
-  uint64_t itemGeneration_ = 0;
 };
 
 }  // namespace zaffo

@@ -15,12 +15,16 @@ class VideoOutput {
   virtual ~VideoOutput() = default;
 
   struct Picture {
-    CVPixelBufferPtr buffer;             ///< null while there is none
+    CVPixelBufferPtr buffer;  ///< null while there is none
     CGAffineTransform preferredTransform;
-    uint64_t itemGeneration = 0;         ///< changes with each item that the player is given
+    uint64_t itemGeneration = 0;  ///< changes with each item that the player is given
   };
   /// What to show at host time `hostNanoseconds` (TimeSource). Frames before it are let go.
   [[nodiscard]] virtual Picture pictureAtHostTime(int64_t hostNanoseconds) = 0;
+  /// A number of its own for each item that the player is given, and for none.
+  [[nodiscard]] virtual uint64_t itemGeneration() const = 0;
+  /// Whether the present item has a picture to show.
+  [[nodiscard]] virtual bool hasPicture() const = 0;
   /// Frames of the present item that became due and were never asked for.
   [[nodiscard]] virtual uint64_t droppedFrames() const = 0;
   /// Calls `changed` on any thread when another picture is due, until the token is dropped.

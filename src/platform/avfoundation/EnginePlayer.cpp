@@ -1,0 +1,237 @@
+#include "platform/avfoundation/EnginePlayer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "platform/foundation/NSNotificationCenter.h"
+#include "platform/foundation/NSThread.h"
+
+namespace zaffo {
+
+namespace {
+
+/// The same completion, called on the main queue.
+std::function<void(bool)> onMainQueue(std::function<void(bool)> completion) {
+  if (!completion) return nullptr;
+  return [completion = std::move(completion)](bool finished) {
+    dispatch_async(dispatch_get_main_queue(), [completion, finished] { completion(finished); });
+  };
+}
+
+CGAffineTransform transformOf(const AVAsset& asset) {
+  const auto tracks = asset.tracksWithMediaType(AVMediaTypeVideo);
+  return tracks.empty() ? CGAffineTransformIdentity : tracks.front()->preferredTransform;
+}
+
+}  // namespace
+
+std::shared_ptr<EnginePlayer> EnginePlayer::create(media::AudioOutput& output) {
+  return std::shared_ptr<EnginePlayer>(new EnginePlayer(output));
+}
+
+EnginePlayer::EnginePlayer(media::AudioOutput& output) : audioOutput_(output) {}
+
+EnginePlayer::~EnginePlayer() {
+  for (const auto& observer : observers_) observer->cancel();
+  closePlayback();
+}
+
+std::shared_ptr<media::Playback> EnginePlayer::playback() const {
+  MutexLock lock(itemMutex_);
+  return playback_;
+}
+
+std::shared_ptr<AVPlayerItem> EnginePlayer::currentItem() const {
+  MutexLock lock(itemMutex_);
+  return item_;
+}
+
+AVPlayerStatus EnginePlayer::status() const {
+  return AVPlayerStatus::ReadyToPlay;
+}
+
+std::shared_ptr<const NSError> EnginePlayer::error() const {
+  return nullptr;
+}
+
+CMTime EnginePlayer::currentTime() const {
+  const auto current = playback();
+  return current ? current->currentTime() : kCMTimeZero;
+}
+
+void EnginePlayer::setRate(float rate) {
+  assertMainThread();
+  rate_ = rate > 0 ? rate : 0;
+  if (const auto current = playback()) current->setRate(rate_);
+}
+
+void EnginePlayer::setVolume(float volume) {
+  assertMainThread();
+  volume_ = volume > 0 ? std::min(volume, 1.0f) : 0;
+  if (const auto current = playback()) current->setVolume(volume_);
+}
+
+// Items.
+
+void EnginePlayer::replaceCurrentItemWithPlayerItem(std::shared_ptr<AVPlayerItem> item) {
+  assertMainThread();
+  if (item == currentItem()) return;
+  closePlayback();
+  failPrerolls();
+  const auto next = std::dynamic_pointer_cast<PlayerItem>(std::move(item));
+  {
+    MutexLock lock(itemMutex_);
+    item_ = next;
+  }
+  if (!next) return;
+  next->prepare([weakSelf = weak_from_this(), weakItem = std::weak_ptr(next)] {
+    const auto self = weakSelf.lock();
+    const auto prepared = weakItem.lock();
+    if (self && prepared && self->currentItem() == prepared) self->itemSettled(prepared);
+  });
+  if (next->status() != AVPlayerItemStatus::Unknown) itemSettled(next);
+}
+
+void EnginePlayer::itemSettled(const std::shared_ptr<PlayerItem>& item) {
+  if (item->status() == AVPlayerItemStatus::ReadyToPlay) {
+    openPlayback();
+  } else {
+    failPrerolls();
+  }
+}
+
+void EnginePlayer::openPlayback() {
+  std::shared_ptr<PlayerItem> item;
+  {
+    MutexLock lock(itemMutex_);
+    item = item_;
+  }
+  const auto opened =
+      media::Playback::create(item->asset()->sampleSource(), audioOutput_, eventsFor(item));
+  output_->attach(opened->frames(), transformOf(*item->asset()));
+  {
+    MutexLock lock(itemMutex_);
+    playback_ = opened;
+  }
+  opened->setVolume(volume_);
+  if (rate_ > 0) opened->setRate(rate_);
+  for (auto& completion : std::exchange(waitingPrerolls_, {})) {
+    opened->preroll(onMainQueue(std::move(completion)));
+  }
+  for (const auto& observer : observers_) observer->follow(opened->timebase());
+}
+
+void EnginePlayer::closePlayback() {
+  std::shared_ptr<media::Playback> closed;
+  {
+    MutexLock lock(itemMutex_);
+    closed = std::exchange(playback_, nullptr);
+  }
+  if (!closed) return;
+  for (const auto& observer : observers_) observer->follow(nullptr);
+  output_->attach(nullptr, CGAffineTransformIdentity);
+  closed->close();
+}
+
+// Events: from the playback's queue to the main thread.
+
+media::Playback::Events EnginePlayer::eventsFor(const std::shared_ptr<PlayerItem>& item) {
+  const auto stopped = [weakSelf = weak_from_this(),
+                        weakItem = std::weak_ptr(item)](const char* notification) {
+    dispatch_async(dispatch_get_main_queue(), [weakSelf, weakItem, notification] {
+      const auto self = weakSelf.lock();
+      const auto stoppedItem = weakItem.lock();
+      if (self && stoppedItem) self->playbackStopped(stoppedItem, notification);
+    });
+  };
+  media::Playback::Events events;
+  events.pictureChanged = [output = output_] { output->pictureChanged(); };
+  events.ended = [stopped] { stopped(AVPlayerItemDidPlayToEndTimeNotification); };
+  events.failed = [stopped, weakItem = std::weak_ptr(item)](media::NSErrorPtr error) {
+    if (const auto failedItem = weakItem.lock()) failedItem->fail(std::move(error));
+    stopped(AVPlayerItemFailedToPlayToEndTimeNotification);
+  };
+  return events;
+}
+
+void EnginePlayer::playbackStopped(const std::shared_ptr<PlayerItem>& item,
+                                   const char* notification) {
+  if (currentItem() != item) return;
+  rate_ = 0;
+  NSNotificationCenter::defaultCenter().postNotification(
+      notification, std::static_pointer_cast<AVPlayerItem>(item));
+}
+
+// Seeks and prerolls.
+
+void EnginePlayer::seekToTime(CMTime time) {
+  seekToTime(time, kCMTimePositiveInfinity, kCMTimePositiveInfinity, nullptr);
+}
+
+void EnginePlayer::seekToTime(CMTime time, CMTime toleranceBefore, CMTime toleranceAfter,
+                              SeekCompletion completion) {
+  assertMainThread();
+  auto delivered = onMainQueue(std::move(completion));
+  if (const auto current = playback()) {
+    current->seek(time, toleranceBefore, toleranceAfter, std::move(delivered));
+  } else if (delivered) {
+    delivered(false);
+  }
+}
+
+void EnginePlayer::prerollAtRate(float /*rate*/, PrerollCompletion completion) {
+  assertMainThread();
+  if (const auto current = playback()) {
+    current->preroll(onMainQueue(std::move(completion)));
+    return;
+  }
+  const auto item = currentItem();
+  waitingPrerolls_.push_back(std::move(completion));
+  if (!item || item->status() == AVPlayerItemStatus::Failed) failPrerolls();
+}
+
+void EnginePlayer::cancelPendingPrerolls() {
+  assertMainThread();
+  failPrerolls();
+  if (const auto current = playback()) current->cancelPrerolls();
+}
+
+void EnginePlayer::failPrerolls() {
+  for (auto& completion : std::exchange(waitingPrerolls_, {})) {
+    if (const auto delivered = onMainQueue(std::move(completion))) delivered(false);
+  }
+}
+
+// Time observers.
+
+std::shared_ptr<void> EnginePlayer::addBoundaryTimeObserverForTimes(std::vector<CMTime> times,
+                                                                    DispatchQueuePtr queue,
+                                                                    std::function<void()> block) {
+  return addObserver(
+      std::make_shared<BoundaryTimeObserver>(std::move(times), std::move(queue), std::move(block)));
+}
+
+std::shared_ptr<void> EnginePlayer::addPeriodicTimeObserverForInterval(
+    CMTime interval, DispatchQueuePtr queue, std::function<void(CMTime)> block) {
+  return addObserver(
+      std::make_shared<PeriodicTimeObserver>(interval, std::move(queue), std::move(block)));
+}
+
+std::shared_ptr<void> EnginePlayer::addObserver(std::shared_ptr<TimeObserver> observer) {
+  assertMainThread();
+  observers_.push_back(observer);
+  if (const auto current = playback()) observer->follow(current->timebase());
+  return observer;
+}
+
+void EnginePlayer::removeTimeObserver(const std::shared_ptr<void>& token) {
+  assertMainThread();
+  std::erase_if(observers_, [&token](const auto& observer) {
+    if (observer != token) return false;
+    observer->cancel();
+    return true;
+  });
+}
+
+}  // namespace zaffo

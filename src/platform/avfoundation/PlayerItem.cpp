@@ -1,0 +1,93 @@
+#include "platform/avfoundation/PlayerItem.h"
+
+#include <array>
+#include <utility>
+
+#include "platform/dispatch/DispatchQueue.h"
+
+namespace zaffo {
+
+namespace {
+
+constexpr std::array kNeededKeys = {"tracks", "duration"};
+
+bool hasEnded(AVKeyValueStatus status) {
+  return status != AVKeyValueStatus::Unknown && status != AVKeyValueStatus::Loading;
+}
+
+std::shared_ptr<const NSError> playbackError(AVError code, const char* text) {
+  return NSError::create(AVFoundationErrorDomain, code, {{NSLocalizedDescriptionKey, text}});
+}
+
+}  // namespace
+
+AVPlayerItemStatus PlayerItem::status() const {
+  MutexLock lock(statusMutex_);
+  return status_;
+}
+
+std::shared_ptr<const NSError> PlayerItem::error() const {
+  MutexLock lock(statusMutex_);
+  return error_;
+}
+
+CMTime PlayerItem::duration() const {
+  const CMTime duration = asset_->duration();
+  return CMTIME_IS_NUMERIC(duration) ? duration : kCMTimeIndefinite;
+}
+
+std::shared_ptr<const AVAudioMix> PlayerItem::audioMix() const {
+  MutexLock lock(statusMutex_);
+  return audioMix_;
+}
+
+void PlayerItem::setAudioMix(std::shared_ptr<const AVAudioMix> mix) {
+  MutexLock lock(statusMutex_);
+  audioMix_ = std::move(mix);
+}
+
+void PlayerItem::prepare(std::function<void()> settled) {
+  if (status() != AVPlayerItemStatus::Unknown) return;
+  bool loaded = true;
+  for (const char* key : kNeededKeys) loaded &= hasEnded(asset_->statusOfValueForKey(key));
+  if (loaded) return settle();
+  asset_->loadValuesAsynchronouslyForKeys(
+      {kNeededKeys.begin(), kNeededKeys.end()},
+      [weakSelf = weak_from_this(), settled = std::move(settled)] {
+        dispatch_async(dispatch_get_main_queue(), [weakSelf, settled] {
+          const auto self = weakSelf.lock();
+          if (!self) return;
+          self->settle();
+          settled();
+        });
+      });
+}
+
+void PlayerItem::settle() {
+  auto reason = reasonNotToPlay();
+  MutexLock lock(statusMutex_);
+  if (status_ != AVPlayerItemStatus::Unknown) return;
+  status_ = reason ? AVPlayerItemStatus::Failed : AVPlayerItemStatus::ReadyToPlay;
+  error_ = std::move(reason);
+}
+
+std::shared_ptr<const NSError> PlayerItem::reasonNotToPlay() const {
+  for (const char* key : kNeededKeys) {
+    std::shared_ptr<const NSError> error;
+    if (asset_->statusOfValueForKey(key, &error) == AVKeyValueStatus::Loaded) continue;
+    return error ? error : playbackError(AVErrorUnknown, "The video could not be loaded.");
+  }
+  if (!asset_->isPlayable() || !asset_->sampleSource()) {
+    return playbackError(AVErrorDecoderNotFound,
+                         "The video is in a format that cannot be decoded here.");
+  }
+  return nullptr;
+}
+
+void PlayerItem::fail(std::shared_ptr<const NSError> error) {
+  MutexLock lock(statusMutex_);
+  status_ = AVPlayerItemStatus::Failed;
+  error_ = std::move(error);
+}
+
+}  // namespace zaffo

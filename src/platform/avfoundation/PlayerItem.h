@@ -1,0 +1,40 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "platform/Mutex.h"
+#include "platform/avfoundation/AVPlayerItem.h"
+
+namespace zaffo {
+
+/// The platform's own AVPlayerItem. Its player asks it to prepare and tells it of failures.
+class PlayerItem final : public AVPlayerItem, public std::enable_shared_from_this<PlayerItem> {
+ public:
+  explicit PlayerItem(std::shared_ptr<AVAsset> asset) : asset_(std::move(asset)) {}
+
+  [[nodiscard]] AVPlayerItemStatus status() const override;
+  [[nodiscard]] std::shared_ptr<const NSError> error() const override;
+  [[nodiscard]] const std::shared_ptr<AVAsset>& asset() const override { return asset_; }
+  [[nodiscard]] CMTime duration() const override;
+  [[nodiscard]] std::shared_ptr<const AVAudioMix> audioMix() const override;
+  void setAudioMix(std::shared_ptr<const AVAudioMix> mix) override;
+
+  /// Settles the status: at once when the asset's keys have ended, otherwise after loading them, in
+  /// which case `settled` is called on the main queue. Thread: main.
+  void prepare(std::function<void()> settled);
+  /// The item cannot be played, or not to its end. Thread: any.
+  void fail(std::shared_ptr<const NSError> error);
+
+ private:
+  void settle();
+  [[nodiscard]] std::shared_ptr<const NSError> reasonNotToPlay() const;
+
+  const std::shared_ptr<AVAsset> asset_;
+  mutable Mutex statusMutex_;
+  AVPlayerItemStatus status_ ZAFFO_GUARDED_BY(statusMutex_) = AVPlayerItemStatus::Unknown;
+  std::shared_ptr<const NSError> error_ ZAFFO_GUARDED_BY(statusMutex_);
+  std::shared_ptr<const AVAudioMix> audioMix_ ZAFFO_GUARDED_BY(statusMutex_);
+};
+
+}  // namespace zaffo

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <optional>
+
+#include "platform/Mutex.h"
+#include "platform/coremedia/CMTimebase.h"
+#include "platform/media/VideoDecoder.h"
+
+namespace zaffo::media {
+
+/// The decoded frames of one item: the one on show and those that follow it. The playback's queue
+/// puts them in; whoever draws takes the one that is due by the timebase. Thread: any.
+class FrameStore {
+ public:
+  explicit FrameStore(std::shared_ptr<const CMTimebase> timebase)
+      : timebase_(std::move(timebase)) {}
+
+  /// Shows `frame` from now on and forgets every other.
+  void show(VideoFrame frame);
+
+  /// Appends a frame to be shown when the timebase reaches its presentation time.
+  void push(VideoFrame frame);
+
+  /// Forgets the frames that follow the one on show.
+  void dropQueued();
+
+  /// Goes to the frame that is due at `time`. True when that is another one than before.
+  bool advance(CMTime time);
+
+  /// The frame that is due at a host time; null when there is none yet.
+  [[nodiscard]] CVPixelBufferPtr bufferAtHostTime(int64_t hostNanoseconds);
+
+  [[nodiscard]] bool hasFrame() const;
+  [[nodiscard]] std::size_t queued() const;
+  /// When the frame after the one on show is due.
+  [[nodiscard]] std::optional<CMTime> nextPresentation() const;
+  /// Frames that were passed over and never drawn, while somebody drew.
+  [[nodiscard]] uint64_t droppedFrames() const;
+
+ private:
+  bool advanceWhileLocked(CMTime time) ZAFFO_REQUIRES(framesMutex_);
+
+  const std::shared_ptr<const CMTimebase> timebase_;
+  mutable Mutex framesMutex_;
+  VideoFrame current_ ZAFFO_GUARDED_BY(framesMutex_);
+  bool currentWasDrawn_ ZAFFO_GUARDED_BY(framesMutex_) = false;
+  std::deque<VideoFrame> queue_ ZAFFO_GUARDED_BY(framesMutex_);
+  bool somebodyDraws_ ZAFFO_GUARDED_BY(framesMutex_) = false;
+  uint64_t dropped_ ZAFFO_GUARDED_BY(framesMutex_) = 0;
+};
+
+}  // namespace zaffo::media

@@ -1,0 +1,320 @@
+#include "platform/media/Playback.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "platform/AVAssetTrack.h"
+#include "platform/AVError.h"
+#include "platform/TimeSource.h"
+
+namespace zaffo::media {
+
+namespace {
+
+/// Time given to decoding when sound is to start at a place while playing.
+constexpr double kSoundStartSeconds = 0.02;
+
+CMTime clamped(CMTime time, CMTime duration) {
+  if (CMTIME_IS_NUMERIC(duration)) time = CMTimeMinimum(time, duration);
+  return CMTimeMaximum(time, kCMTimeZero);
+}
+
+}  // namespace
+
+std::shared_ptr<Playback> Playback::create(std::shared_ptr<SampleSource> source,
+                                           AudioOutput& output, Events events) {
+  const std::shared_ptr<Playback> playback(
+      new Playback(std::move(source), output, std::move(events)));
+  playback->seek(kCMTimeZero, kCMTimeZero, kCMTimeZero, nullptr);
+  return playback;
+}
+
+Playback::Playback(std::shared_ptr<SampleSource> source, AudioOutput& output, Events events)
+    : source_(std::move(source)),
+      output_(output),
+      duration_(source_->duration()),
+      queue_(dispatch_queue_create("com.zaffo.playback")),
+      timebase_(CMTimebase::create(CMClockGetHostTimeClock())),
+      frames_(std::make_shared<FrameStore>(timebase_)),
+      events_(std::move(events)) {
+  openTracks();
+}
+
+Playback::~Playback() = default;
+
+void Playback::openTracks() {
+  for (const auto& track : source_->tracks()) {
+    if (track->mediaType == AVMediaTypeVideo && !video_) {
+      video_ = std::make_unique<VideoTrack>(source_, track->trackID);
+    } else if (track->mediaType == AVMediaTypeAudio && !audio_) {
+      audio_ = std::make_unique<AudioTrack>(source_, track->trackID, output_);
+    }
+  }
+}
+
+/// Runs a step on the queue, unless the playback is gone by then.
+void Playback::post(void (Playback::*step)()) {
+  queue_->async([weakSelf = weak_from_this(), step] {
+    const auto self = weakSelf.lock();
+    if (self && !self->closed_) ((*self).*step)();
+  });
+}
+
+// Commands: any thread.
+
+void Playback::setRate(double rate) {
+  queue_->async([self = shared_from_this(), rate] {
+    if (!self->closed_) self->applyRate(rate);
+  });
+}
+
+void Playback::setVolume(float volume) {
+  queue_->async([self = shared_from_this(), volume] {
+    if (!self->closed_ && self->audio_) self->audio_->setVolume(volume);
+  });
+}
+
+void Playback::seek(CMTime time, CMTime before, CMTime after, Completion completion) {
+  if (CMTIME_IS_INVALID(time) || CMTIME_IS_INDEFINITE(time) || closed_) {
+    if (completion) queue_->async([completion = std::move(completion)] { completion(false); });
+    return;
+  }
+  // A frame a little early is as good as one a little late, and quicker: the sync sample before.
+  static_cast<void>(after);
+  const CMTime target = clamped(time, duration_);
+  const CMTime earliest = CMTIME_IS_NUMERIC(before) ? target - CMTimeAbsoluteValue(before)
+                          : CMTIME_IS_POSITIVE_INFINITY(before) ? kCMTimeNegativeInfinity
+                                                                : target;
+  const uint64_t generation = ++newestSeek_;
+  queue_->async([self = shared_from_this(),
+                 seek = Seek{generation, target, earliest, std::move(completion)}]() mutable {
+    self->beginSeek(std::move(seek));
+  });
+}
+
+void Playback::preroll(Completion completion) {
+  queue_->async([self = shared_from_this(), completion = std::move(completion)]() mutable {
+    self->prerolls_.push_back(std::move(completion));
+    if (self->closed_ || self->error_) return self->completePrerolls(false);
+    self->settle();
+  });
+}
+
+void Playback::cancelPrerolls() {
+  queue_->async([self = shared_from_this()] { self->completePrerolls(false); });
+}
+
+void Playback::close() {
+  closed_ = true;
+  queue_->async([self = shared_from_this()] {
+    self->running_ = false;
+    if (self->timer_) self->timer_->cancel();
+    if (self->audio_) self->audio_->release();
+    self->completeSeek(false);
+    self->completePrerolls(false);
+    self->events_ = {};
+    self->video_.reset();
+    self->audio_.reset();
+    self->firstFrame_.reset();
+    self->frames_->show({});
+  });
+}
+
+CMTime Playback::currentTime() const {
+  CMTime time = timebase_->time();
+  {
+    MutexLock lock(positionMutex_);
+    time = CMTimeMaximum(time, position_);
+  }
+  return clamped(time, duration_);
+}
+
+// Seeking.
+
+/// Whether something newer waits for the queue to become free.
+bool Playback::superseded() const {
+  return closed_ || newestSeek_ != handledSeek_;
+}
+
+void Playback::beginSeek(Seek seek) {
+  completeSeek(false);
+  seek_ = std::move(seek);
+  handledSeek_ = seek_->generation;
+  if (superseded()) return completeSeek(false);
+  if (running_) pause();
+  ready_ = false;
+  soundIsReady_ = false;
+  videoEnded_ = false;
+  error_ = nullptr;
+  if (showFirstFrameFor(*seek_)) return;
+  if (!video_) return finishSeek({});
+  frames_->dropQueued();
+  video_->setReadyHandler([weakSelf = weak_from_this()] {
+    if (const auto self = weakSelf.lock()) self->post(&Playback::continueSeek);
+  });
+  video_->beginSeek(seek_->time, seek_->earliest);
+  continueSeek();
+}
+
+/// The first frame was kept: a rewind needs no decoder.
+bool Playback::showFirstFrameFor(const Seek& seek) {
+  if (!firstFrame_ || seek.time > CMTimeMaximum(firstFrame_->presentation, kCMTimeZero)) {
+    return false;
+  }
+  video_->resumeAfter(*firstFrame_);
+  finishSeek(*firstFrame_);
+  return true;
+}
+
+void Playback::continueSeek() {
+  if (!seek_) return turn();
+  VideoFrame frame;
+  while (!superseded()) {
+    switch (video_->stepSeek(frame)) {
+      case TrackStep::Working:
+        break;
+      case TrackStep::Again:
+        return;
+      case TrackStep::Frame:
+        return finishSeek(std::move(frame));
+      case TrackStep::End:
+      case TrackStep::Error:
+        return failSeek();
+    }
+  }
+  completeSeek(false);
+}
+
+void Playback::finishSeek(VideoFrame frame) {
+  const bool exact = !frame.buffer || seek_->earliest == seek_->time;
+  const CMTime position = exact ? seek_->time : CMTimeMaximum(frame.presentation, kCMTimeZero);
+  if (frame.buffer) {
+    videoEnd_ = endOf(frame);
+    if (position == kCMTimeZero && !firstFrame_) firstFrame_ = frame;
+  }
+  setPosition(position);
+  timebase_->setTime(position);
+  frames_->show(std::move(frame));
+  if (events_.pictureChanged) events_.pictureChanged();
+  ready_ = true;
+  completeSeek(true);
+  settle();
+}
+
+void Playback::failSeek() {
+  const NSErrorPtr error = video_->error();
+  completeSeek(false);
+  fail(error ? error
+             : NSError::create(
+                   AVFoundationErrorDomain, AVErrorDecodeFailed,
+                   {{NSLocalizedDescriptionKey, "The video has no picture that can be decoded."}}));
+}
+
+void Playback::completeSeek(bool finished) {
+  if (!seek_) return;
+  const Completion completion = std::move(seek_->completion);
+  seek_.reset();
+  if (completion) completion(finished);
+}
+
+/// After the picture, the sound: then prerolls are done, and playing goes on or all is let go of.
+void Playback::settle() {
+  if (!ready_ || seek_) return;
+  if (audio_) {
+    audio_->setReadyHandler([weakSelf = weak_from_this()] {
+      if (const auto self = weakSelf.lock()) self->post(&Playback::settle);
+    });
+    if (!soundIsReady_ && !audio_->prefill(timebase_->time())) return;
+  }
+  soundIsReady_ = true;
+  completePrerolls(true);
+  if (rate_ > 0) {
+    if (!running_) startRunning();
+  } else {
+    collapse();
+  }
+}
+
+// Rate.
+
+void Playback::applyRate(double rate) {
+  const double before = std::exchange(rate_, rate);
+  if (rate == before) return;
+  if (rate == 0) {
+    if (running_) pause();
+  } else if (running_) {
+    changeRate();
+  } else {
+    settle();
+  }
+}
+
+void Playback::startRunning() {
+  const CMTime position = timebase_->time();
+  int64_t hostStart = TimeSource::now();
+  if (audio_) {
+    const int64_t firstFrame = output_.earliestStartFrame();
+    const double seconds = static_cast<double>(firstFrame) / output_.sampleRate();
+    hostStart = output_.clock()->hostTimeAtNanoseconds(std::llround(seconds * 1e9));
+    audio_->start(firstFrame, rate_);
+    timebase_->setMasterClock(output_.clock());
+  }
+  setPosition(position);
+  timebase_->setRateAndAnchorTime(rate_, position, hostStart);
+  running_ = true;
+  turn();
+}
+
+/// The picture changes pace at once; the sound joins it a little later, at its place.
+void Playback::changeRate() {
+  setPosition(timebase_->time());
+  timebase_->setRate(rate_);
+  if (audio_) {
+    const int64_t firstFrame = output_.earliestStartFrame() +
+                               static_cast<int64_t>(kSoundStartSeconds * output_.sampleRate());
+    const double seconds = static_cast<double>(firstFrame) / output_.sampleRate();
+    const CMTime joint = timebase_->timeAtHostTime(
+        output_.clock()->hostTimeAtNanoseconds(std::llround(seconds * 1e9)));
+    audio_->stop();
+    if (audio_->prefill(joint)) audio_->start(firstFrame, rate_);
+  }
+  turn();
+}
+
+void Playback::pause() {
+  running_ = false;
+  const CMTime position = currentTime();
+  timebase_->setRate(0);
+  timebase_->setTime(position);
+  setPosition(position);
+  if (timer_) timer_->cancel();
+  if (audio_) {
+    audio_->stop();
+    soundIsReady_ = false;
+  }
+}
+
+/// Keeps the frame on show and the first sound, and lets go of what can be had again quickly.
+void Playback::collapse() {
+  if (video_) video_->releaseDecoderIfRebuildable();
+  if (audio_) audio_->release();
+}
+
+void Playback::setPosition(CMTime time) {
+  MutexLock lock(positionMutex_);
+  position_ = time;
+}
+
+void Playback::fail(NSErrorPtr error) {
+  error_ = error;
+  rate_ = 0;
+  if (events_.failed) events_.failed(std::move(error));
+  completePrerolls(false);
+}
+
+void Playback::completePrerolls(bool finished) {
+  for (const auto& completion : std::exchange(prerolls_, {})) completion(finished);
+}
+
+}  // namespace zaffo::media

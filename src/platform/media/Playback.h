@@ -1,0 +1,137 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "platform/coremedia/CMTimebase.h"
+#include "platform/dispatch/DispatchTimer.h"
+#include "platform/media/AudioTrack.h"
+#include "platform/media/FrameStore.h"
+#include "platform/media/VideoTrack.h"
+
+namespace zaffo::media {
+
+/// Plays one item, sound and picture, against a timebase of its own. Everything runs on a serial
+/// queue of its own, woken by commands, by the source, and by a timer for the next thing due; while
+/// it stands still nothing runs. Commands return at once. Thread: any.
+///
+///                    setRate > 0                      end or failure
+///     seeking ───> ready ─────────────> running ───────────────────> ready (at the end)
+///        ^           │ ^                   │
+///        └───────────┘ └───────────────────┘
+///            seek            setRate 0            close, from anywhere: gone
+///
+/// An idle playback at the first frame keeps that frame and the first stretch of sound, nothing
+/// else; playing on decodes again from the sync sample.
+class Playback : public std::enable_shared_from_this<Playback> {
+ public:
+  /// Called on the playback's queue, never after close() returned on the same thread; the owner
+  /// goes to its own thread and looks whether this is still its playback.
+  struct Events {
+    std::function<void()> pictureChanged;
+    std::function<void()> ended;
+    std::function<void(NSErrorPtr)> failed;
+  };
+  using Completion = std::function<void(bool finished)>;
+
+  /// Starts at once to find the first frame.
+  [[nodiscard]] static std::shared_ptr<Playback> create(std::shared_ptr<SampleSource> source,
+                                                        AudioOutput& output, Events events);
+  ~Playback();
+  Playback(const Playback&) = delete;
+  Playback& operator=(const Playback&) = delete;
+
+  /// 0 stands still; the rate holds through seeks and starts as soon as a frame is ready.
+  void setRate(double rate);
+  void setVolume(float volume);
+  /// Goes to a frame within [time - before, time + after]. `completion` gets false when a newer
+  /// seek or close() came first, or when there is no such frame.
+  void seek(CMTime time, CMTime before, CMTime after, Completion completion);
+  /// `completion` gets true once the frame of the present position is decoded and the sound is
+  /// buffered; false when cancelled, failed or closed.
+  void preroll(Completion completion);
+  void cancelPrerolls();
+  /// Ends everything; what is held is let go of on a worker.
+  void close();
+
+  [[nodiscard]] CMTime currentTime() const;
+  [[nodiscard]] const std::shared_ptr<CMTimebase>& timebase() const { return timebase_; }
+  [[nodiscard]] const std::shared_ptr<FrameStore>& frames() const { return frames_; }
+  [[nodiscard]] CMTime duration() const { return duration_; }
+
+ private:
+  struct Seek {
+    uint64_t generation = 0;
+    CMTime time, earliest;
+    Completion completion;
+  };
+
+  Playback(std::shared_ptr<SampleSource> source, AudioOutput& output, Events events);
+  void openTracks();
+  void post(void (Playback::*step)());
+
+  void beginSeek(Seek seek);
+  void continueSeek();
+  void finishSeek(VideoFrame frame);
+  void failSeek();
+  void completeSeek(bool finished);
+  void settle();
+  [[nodiscard]] bool showFirstFrameFor(const Seek& seek);
+
+  void applyRate(double rate);
+  void startRunning();
+  void changeRate();
+  void pause();
+  void collapse();
+
+  void turn();
+  void decodeAhead(CMTime now);
+  void scheduleTurn();
+  void finish(CMTime end);
+  [[nodiscard]] CMTime endOf(const VideoFrame& frame) const;
+  [[nodiscard]] std::optional<CMTime> endTime() const;
+  [[nodiscard]] std::optional<int64_t> nextTurnHostTime() const;
+
+  [[nodiscard]] bool superseded() const;
+  void fail(NSErrorPtr error);
+  void completePrerolls(bool finished);
+  void setPosition(CMTime time);
+
+  const std::shared_ptr<SampleSource> source_;
+  AudioOutput& output_;
+  const CMTime duration_;
+  const DispatchQueuePtr queue_;
+  const std::shared_ptr<CMTimebase> timebase_;
+  const std::shared_ptr<FrameStore> frames_;
+
+  std::atomic<bool> closed_{false};
+  std::atomic<uint64_t> newestSeek_{0};
+
+  /// Where playback started last; the timebase is behind it until the sound is heard.
+  mutable Mutex positionMutex_;
+  CMTime position_ ZAFFO_GUARDED_BY(positionMutex_) = kCMTimeZero;
+
+  // All below is the queue's.
+  Events events_;
+  std::unique_ptr<VideoTrack> video_;
+  std::unique_ptr<AudioTrack> audio_;
+  double rate_ = 0;
+  bool ready_ = false;    ///< the frame of the present position is on show
+  bool running_ = false;  ///< the timebase moves
+  std::optional<Seek> seek_;
+  uint64_t handledSeek_ = 0;  ///< generation of the last seek begun
+  std::vector<Completion> prerolls_;
+  bool soundIsReady_ = false;
+  std::optional<VideoFrame> firstFrame_;
+  bool videoEnded_ = false;
+  bool waitsForSource_ = false;
+  CMTime videoEnd_ = kCMTimeZero;
+  NSErrorPtr error_;
+  DispatchTimerPtr timer_;
+};
+
+}  // namespace zaffo::media

@@ -1,0 +1,130 @@
+// What a running playback does each time it wakes: goes to the frame that is due, decodes a little
+// ahead, tops up the sound, and asks to be woken for the next thing due.
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/TimeSource.h"
+#include "platform/media/Playback.h"
+
+namespace zaffo::media {
+
+namespace {
+
+/// Decoded frames that wait behind the one on show.
+constexpr std::size_t kFramesAhead = 3;
+/// Steps of decoding between two looks at what else is to be done.
+constexpr int kStepsPerTurn = 24;
+/// A decoder this far behind leaves out frames that no other refers to.
+constexpr CMTime kLateness = CMTimeMake(1, 10);
+constexpr int64_t kTimerSlackNanoseconds = 1000;
+
+}  // namespace
+
+void Playback::turn() {
+  if (!running_) return;
+  const CMTime now = timebase_->timeAtHostTime(TimeSource::now());
+  if (frames_->advance(now) && events_.pictureChanged) events_.pictureChanged();
+  if (audio_) audio_->fill();
+  decodeAhead(now);
+  const auto end = endTime();
+  if (end && now >= *end) return finish(*end);
+  scheduleTurn();
+}
+
+void Playback::decodeAhead(CMTime now) {
+  if (!video_ || videoEnded_) return;
+  waitsForSource_ = false;
+  VideoFrame frame;
+  for (int step = 0; step < kStepsPerTurn && frames_->queued() < kFramesAhead; ++step) {
+    if (superseded()) return;
+    switch (video_->stepNext(frame)) {
+      case TrackStep::Working:
+        break;
+      case TrackStep::Again:
+        waitsForSource_ = true;
+        return;
+      case TrackStep::Frame:
+        videoEnd_ = endOf(frame);
+        video_->hurryTo(videoEnd_ + kLateness < now ? now : kCMTimeInvalid);
+        frames_->push(std::move(frame));
+        break;
+      case TrackStep::Error:
+        error_ = video_->error();
+        videoEnded_ = true;
+        return;
+      case TrackStep::End:
+        videoEnded_ = true;
+        return;
+    }
+  }
+}
+
+/// Until when a frame is shown if none follows.
+CMTime Playback::endOf(const VideoFrame& frame) const {
+  const bool known = CMTIME_IS_NUMERIC(frame.duration) && frame.duration > kCMTimeZero;
+  if (known) return frame.presentation + frame.duration;
+  return CMTIME_IS_NUMERIC(duration_) ? CMTimeMaximum(frame.presentation, duration_)
+                                      : frame.presentation;
+}
+
+/// When the item is over: at its duration, or where its data ends if that is earlier or if the
+/// container does not tell.
+std::optional<CMTime> Playback::endTime() const {
+  const bool told = CMTIME_IS_NUMERIC(duration_) && duration_ > kCMTimeZero;
+  const bool pictureIsOver = !video_ || videoEnded_;
+  const bool soundIsOver = !audio_ || audio_->finished();
+  if (!pictureIsOver || !soundIsOver) return told ? std::optional(duration_) : std::nullopt;
+  CMTime end = video_ ? videoEnd_ : kCMTimeZero;
+  if (audio_) end = CMTimeMaximum(end, audio_->endTime().value_or(kCMTimeZero));
+  return told ? CMTimeMinimum(end, duration_) : end;
+}
+
+void Playback::scheduleTurn() {
+  const auto due = nextTurnHostTime();
+  if (timer_) timer_->cancel();
+  timer_ = nullptr;
+  if (!due) return;
+  timer_ = dispatch_timer_at(*due, queue_, [weakSelf = weak_from_this()] {
+    const auto self = weakSelf.lock();
+    if (self && !self->closed_) self->turn();
+  });
+}
+
+/// The host time of the next thing to do; none while only the source can bring it.
+std::optional<int64_t> Playback::nextTurnHostTime() const {
+  std::optional<int64_t> next;
+  const auto consider = [&next](std::optional<int64_t> time) {
+    if (time && (!next || *time < *next)) next = time;
+  };
+  if (const auto presentation = frames_->nextPresentation()) {
+    // Just after it is due: a timer that rings a hair early would find nothing to do.
+    const auto due = timebase_->hostTimeAtTime(*presentation);
+    if (due) consider(*due + kTimerSlackNanoseconds);
+  }
+  if (video_ && !videoEnded_ && !waitsForSource_ && frames_->queued() < kFramesAhead) {
+    consider(TimeSource::now());
+  }
+  if (audio_) consider(audio_->nextFillHostTime());
+  if (const auto end = endTime()) {
+    const auto due = timebase_->hostTimeAtTime(*end);
+    if (due) consider(*due + kTimerSlackNanoseconds);
+  }
+  return next;
+}
+
+void Playback::finish(CMTime end) {
+  running_ = false;
+  rate_ = 0;
+  timebase_->setRate(0);
+  timebase_->setTime(end);
+  setPosition(end);
+  if (audio_) audio_->stop();
+  if (error_) {
+    if (events_.failed) events_.failed(error_);
+  } else if (events_.ended) {
+    events_.ended();
+  }
+}
+
+}  // namespace zaffo::media
