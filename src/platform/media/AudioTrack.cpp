@@ -4,8 +4,6 @@
 #include <cmath>
 #include <utility>
 
-#include "platform/dispatch/DispatchTimer.h"
-
 namespace zaffo::media {
 
 namespace {
@@ -97,14 +95,7 @@ void AudioTrack::stop() {
 }
 
 void AudioTrack::release() {
-  if (input_) {
-    // The fade is heard to its end before the input leaves the mix.
-    constexpr int64_t kFadeNanoseconds = 100'000'000;
-    input_->stop();
-    const auto& queue = dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT);
-    static_cast<void>(
-        dispatch_timer_after(kFadeNanoseconds, queue, [input = std::move(input_)] {}));
-  }
+  input_.reset();
   stretch_.reset();
   decoder_.reset();
   cursor_.reset();
