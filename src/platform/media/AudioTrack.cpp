@@ -117,8 +117,6 @@ std::optional<CMTime> AudioTrack::endTime() const {
 
 /// Puts the decoder where it gives the sound from `mediaFrame` on.
 bool AudioTrack::seekDecoder(int64_t mediaFrame) {
-  // Transform codecs need the sound before to give the sound at a place exactly.
-  constexpr double kDecoderLeadSeconds = 0.1;
   nextFrame_ = mediaFrame;
   decoderFrame_ = -1;
   ended_ = false;
@@ -127,9 +125,7 @@ bool AudioTrack::seekDecoder(int64_t mediaFrame) {
     cursor_ = source_->openCursor(trackID_, &error);
     if (cursor_ && readyHandler_) cursor_->setReadyHandler(readyHandler_);
   }
-  const double seconds = static_cast<double>(mediaFrame) / sampleRate_ - kDecoderLeadSeconds;
-  const CMTime from = CMTimeMakeWithSeconds(std::max(0.0, seconds), 1'000'000);
-  if (cursor_ && cursor_->seek(from)) {
+  if (cursor_ && cursor_->seek(CMTimeMake(mediaFrame, sampleRate_))) {
     if (decoder_) {
       decoder_->reset();
       return true;
