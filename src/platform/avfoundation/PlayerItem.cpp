@@ -77,7 +77,8 @@ std::shared_ptr<const NSError> PlayerItem::reasonNotToPlay() const {
     if (asset_->statusOfValueForKey(key, &error) == AVKeyValueStatus::Loaded) continue;
     return error ? error : playbackError(AVErrorUnknown, "The video could not be loaded.");
   }
-  if (!asset_->isPlayable() || !asset_->sampleSource()) {
+  const bool known = asset_->statusOfValueForKey("playable") == AVKeyValueStatus::Loaded;
+  if ((known && !asset_->isPlayable()) || !asset_->sampleSource()) {
     return playbackError(AVErrorDecoderNotFound,
                          "The video is in a format that cannot be decoded here.");
   }
