@@ -1,0 +1,168 @@
+#include <cmath>
+
+#include "platform/avfoundation/PlayerFixture.h"
+
+namespace zaffo {
+namespace {
+
+class PlayerSeekTest : public PlayerFixture {};
+
+class SeekInEveryFrameOf : public PlayerSeekTest,
+                           public testing::WithParamInterface<const char*> {};
+
+TEST_P(SeekInEveryFrameOf, ShowsTheVeryFrame) {
+  const auto item = open(GetParam());
+  const auto track = item->asset()->tracksWithMediaType(AVMediaTypeVideo).front();
+  const double rate = track->nominalFrameRate;
+  const int frames =
+      static_cast<int>(std::lround(CMTimeGetSeconds(track->timeRange.duration) * rate));
+  ASSERT_GT(frames, 10);
+  // Back and forth, so that no seek profits from the one before.
+  for (int i = 0; i < frames; ++i) {
+    const int frame = i * 37 % frames;
+    ASSERT_EQ(seekExactly(CMTimeMakeWithSeconds((frame + 0.5) / rate, 90000)), true);
+    ASSERT_EQ(shown(), frame);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Clips, SeekInEveryFrameOf,
+                         testing::Values("h264_24.mp4", "h264_ntsc.mp4", "open_gop.mp4",
+                                         "long_gop.mp4", "no_b_frames.mp4", "hevc.mp4",
+                                         "vp9_opus.webm", "mpeg4_mp3.mp4", "fragmented.mp4"));
+
+TEST_F(PlayerSeekTest, AFrameIsShownFromItsOwnTimeToJustBeforeTheNext) {
+  open("h264_30.mp4");
+  for (const int frame : {1, 29, 30, 31, 60, 77}) {
+    EXPECT_EQ(seekExactly(CMTimeMake(frame, 30)), true);
+    EXPECT_EQ(shown(), frame);
+    EXPECT_EQ(seekExactly(CMTimeMake((frame + 1) * 1000 - 1, 30000)), true);
+    EXPECT_EQ(shown(), frame);
+  }
+}
+
+TEST_F(PlayerSeekTest, FindsTheVeryFrameAtAVariableRate) {
+  open("vfr.mp4");
+  for (int i = 0; i < 60; ++i) {
+    const int frame = i * 23 % 60;
+    const int64_t shownAt = frame * 3000 + frame % 3 * 900;
+    ASSERT_EQ(seekExactly(CMTimeMake(shownAt, 90000)), true);
+    ASSERT_EQ(shown(), frame);
+    const int64_t next = (frame + 1) * 3000 + (frame + 1) % 3 * 900;
+    ASSERT_EQ(seekExactly(CMTimeMake(next - 1, 90000)), true);
+    ASSERT_EQ(shown(), frame);
+  }
+}
+
+TEST_F(PlayerSeekTest, AnEditListIsHonoured) {
+  open("edit_list.mp4");
+  EXPECT_EQ(shown(), 40);
+  EXPECT_EQ(seekExactly(CMTimeMake(105, 300)), true);
+  EXPECT_EQ(shown(), 50);
+  EXPECT_EQ(seekExactly(kCMTimeZero), true);
+  EXPECT_EQ(shown(), 40);
+}
+
+TEST_F(PlayerSeekTest, PlayingGoesOnFromTheFrameSought) {
+  open("h264_30.mp4");
+  for (const double target : {1.25, 0.5, 3.0, 0.0}) {
+    EXPECT_EQ(seekExactly(CMTimeMakeWithSeconds(target, 600)), true);
+    player_->setRate(1);
+    for (int i = 0; i < 15; ++i) {
+      time_.advance(20 * kNanosecondsPerMillisecond);
+      ASSERT_EQ(shown(), static_cast<int>(std::floor(seconds() * 30 + 1e-6))) << seconds();
+    }
+    player_->setRate(0);
+  }
+}
+
+TEST_F(PlayerSeekTest, ASeekWhilePlayingGoesOnPlaying) {
+  open("h264_30.mp4");
+  player_->setRate(1);
+  time_.advance(500 * kNanosecondsPerMillisecond);
+  EXPECT_EQ(seekExactly(CMTimeMake(2, 1)), true);
+  EXPECT_EQ(player_->rate(), 1);
+  time_.advance(500 * kNanosecondsPerMillisecond);
+  EXPECT_NEAR(seconds(), 2.5, 0.1);
+  EXPECT_EQ(shown(), static_cast<int>(seconds() * 30));
+}
+
+TEST_F(PlayerSeekTest, ANewerSeekSupersedesOneInFlight) {
+  open("h264_30.mp4");
+  std::vector<std::pair<int, bool>> results;
+  for (int i = 0; i < 20; ++i) {
+    player_->seekToTime(CMTimeMake(i, 10), kCMTimeZero, kCMTimeZero,
+                        [&results, i](bool finished) { results.emplace_back(i, finished); });
+  }
+  time_.settle();
+  ASSERT_EQ(results.size(), 20u);
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(results[i].first, i);
+  EXPECT_TRUE(results.back().second);
+  EXPECT_EQ(shown(), 57);
+}
+
+TEST_F(PlayerSeekTest, AToleranceLetsTheSyncSampleDo) {
+  open("h264_30.mp4");
+  std::optional<bool> result;
+  player_->seekToTime(CMTimeMake(15, 10), CMTimeMake(1, 1), kCMTimeZero,
+                      [&](bool finished) { result = finished; });
+  time_.settle();
+  EXPECT_EQ(result, true);
+  EXPECT_EQ(shown(), 30);
+  EXPECT_EQ(seconds(), 1.0);
+  player_->seekToTime(CMTimeMake(15, 10), CMTimeMake(4, 10), kCMTimeZero, nullptr);
+  time_.settle();
+  EXPECT_EQ(shown(), 45);
+  player_->seekToTime(CMTimeMake(39, 10));
+  time_.settle();
+  EXPECT_EQ(shown(), 90);
+}
+
+TEST_F(PlayerSeekTest, TimesOutsideTheItemAreClamped) {
+  open("h264_30.mp4");
+  EXPECT_EQ(seekExactly(CMTimeMake(100, 1)), true);
+  EXPECT_EQ(shown(), 119);
+  EXPECT_EQ(seekExactly(CMTimeMake(-5, 1)), true);
+  EXPECT_EQ(shown(), 0);
+  EXPECT_EQ(seconds(), 0);
+  EXPECT_EQ(seekExactly(kCMTimePositiveInfinity), true);
+  EXPECT_EQ(shown(), 119);
+}
+
+TEST_F(PlayerSeekTest, ASeekToNoTimeFails) {
+  open("h264_30.mp4");
+  EXPECT_EQ(seekExactly(kCMTimeInvalid), false);
+  EXPECT_EQ(seekExactly(kCMTimeIndefinite), false);
+  EXPECT_EQ(shown(), 0);
+}
+
+TEST_F(PlayerSeekTest, ASeekWithoutAnItemFails) {
+  EXPECT_EQ(seekExactly(kCMTimeZero), false);
+}
+
+TEST_F(PlayerSeekTest, ASeekThatAnotherItemCutsShortFails) {
+  open("long_gop.mp4");
+  std::optional<bool> result;
+  player_->seekToTime(CMTimeMake(29, 10), kCMTimeZero, kCMTimeZero,
+                      [&](bool finished) { result = finished; });
+  player_->replaceCurrentItemWithPlayerItem(nullptr);
+  time_.settle();
+  EXPECT_TRUE(result.has_value());
+}
+
+TEST_F(PlayerSeekTest, ARewindOfAnIdlePlayerReadsAndDecodesNothing) {
+  const auto item = open("h264_30.mp4");
+  player_->setRate(1);
+  time_.advance(kNanosecondsPerSecond);
+  player_->setRate(0);
+  time_.settle();
+  const auto first = [&] { return player_->videoOutput()->pictureAtHostTime(TimeSource::now()); };
+  EXPECT_EQ(seekExactly(kCMTimeZero), true);
+  const auto rewound = first().buffer;
+  EXPECT_EQ(test::frameNumber(rewound), 0);
+  EXPECT_EQ(seekExactly(CMTimeMake(1, 1)), true);
+  EXPECT_EQ(seekExactly(kCMTimeZero), true);
+  EXPECT_EQ(first().buffer, rewound) << "the first frame was kept, not decoded again";
+}
+
+}  // namespace
+}  // namespace zaffo
