@@ -30,7 +30,8 @@ inline constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
 /// kinds (a sound device's) are not waited for.
 class ManualTime final : public TimeSource {
  public:
-  /// Far from zero, as the time of a machine that has been running for a while.
+  /// Where the first one of a process begins: far from zero, as the time of a machine that has been
+  /// running for a while.
   static constexpr int64_t kStart = 1000 * kNanosecondsPerSecond;
 
   ManualTime() { replace(this); }
@@ -38,6 +39,7 @@ class ManualTime final : public TimeSource {
   /// Lets work under way finish; timers still waiting never fire.
   ~ManualTime() override {
     dispatch_wait_until_idle();
+    latest_ = now_;
     replace(nullptr);
   }
   ManualTime(const ManualTime&) = delete;
@@ -92,7 +94,10 @@ class ManualTime final : public TimeSource {
     if (alarm) alarm();
   }
 
-  std::atomic<int64_t> now_{kStart};
+  /// A later one goes on from here: what lives as long as the process never sees time go back.
+  static inline int64_t latest_ = kStart;
+
+  std::atomic<int64_t> now_{latest_};
   mutable std::mutex alarmMutex_;
   std::function<void()> alarm_;
   int64_t deadline_ = kNever;

@@ -18,6 +18,7 @@ constexpr int kStepsPerTurn = 24;
 /// A decoder this far behind leaves out frames that no other refers to.
 constexpr CMTime kLateness = CMTimeMake(1, 10);
 constexpr int64_t kTimerSlackNanoseconds = 1000;
+constexpr int64_t kShortestNapNanoseconds = 250'000;
 
 }  // namespace
 
@@ -81,11 +82,16 @@ std::optional<CMTime> Playback::endTime() const {
 }
 
 void Playback::scheduleTurn() {
-  const auto due = nextTurnHostTime();
   if (timer_) timer_->cancel();
   timer_ = nullptr;
+  if (video_ && !videoEnded_ && !waitsForSource_ && frames_->queued() < kFramesAhead) {
+    return post(&Playback::turn);
+  }
+  const auto due = nextTurnHostTime();
   if (!due) return;
-  timer_ = dispatch_timer_at(*due, queue_, [weakSelf = weak_from_this()] {
+  // A clock that stands still for a moment must not make the queue spin.
+  const int64_t wake = std::max(*due, TimeSource::now() + kShortestNapNanoseconds);
+  timer_ = dispatch_timer_at(wake, queue_, [weakSelf = weak_from_this()] {
     const auto self = weakSelf.lock();
     if (self && !self->closed_) self->turn();
   });
@@ -101,9 +107,6 @@ std::optional<int64_t> Playback::nextTurnHostTime() const {
     // Just after it is due: a timer that rings a hair early would find nothing to do.
     const auto due = timebase_->hostTimeAtTime(*presentation);
     if (due) consider(*due + kTimerSlackNanoseconds);
-  }
-  if (video_ && !videoEnded_ && !waitsForSource_ && frames_->queued() < kFramesAhead) {
-    consider(TimeSource::now());
   }
   if (audio_) consider(audio_->nextFillHostTime());
   if (const auto end = endTime()) {
