@@ -69,6 +69,11 @@ void runFor(double seconds) {
 
 namespace {
 
+void onMainThread(std::function<void()> block) {
+  if (zaffo::NSThread::isMainThread()) return block();
+  zaffo::dispatch_async(zaffo::dispatch_get_main_queue(), std::move(block));
+}
+
 /// Loads the item and calls `done` with it on the main queue, as an application does.
 void requestItem(const std::shared_ptr<Video>& video, std::function<void(Item)> done) {
   video->loadAVPlayerItemWithOptions({}, [done = std::move(done)](Item item, double, double) {
@@ -80,7 +85,8 @@ void requestPlayer(const std::shared_ptr<zaffo::PlayerManager>& pool,
                    const std::shared_ptr<Video>& video, const Item& item, Handle& handle) {
   pool->loadPlayer(video, item, {}, [&handle](const zaffo::PlayerLoadResult& result) {
     if (result.error()) fail(result.error()->localizedDescription());
-    handle = result.player();
+    // A load ends on a thread of the player's choosing.
+    onMainThread([&handle, player = result.player()] { handle = player; });
   });
 }
 
