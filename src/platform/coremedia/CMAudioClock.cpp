@@ -35,18 +35,23 @@ int64_t CMAudioClock::Piece::hostAt(int64_t nanoseconds) const {
   return host + toInteger(std::ceil(static_cast<double>(nanoseconds - value) / rate));
 }
 
-const CMAudioClock::Piece& CMAudioClock::pieceAt(const Line& line, int64_t hostNanoseconds) {
-  if (hostNanoseconds >= line[2].host) return line[2];
-  if (hostNanoseconds >= line[1].host) return line[1];
-  return line[0];
+std::size_t CMAudioClock::indexAt(const Line& line, int64_t hostNanoseconds) {
+  std::size_t index = line.size() - 1;
+  while (index > 0 && hostNanoseconds < line[index].host) --index;
+  return index;
 }
 
-CMAudioClock::Line CMAudioClock::bend(const Line& line, const Piece& device, int64_t now) {
-  const Piece& before = pieceAt(line, now);
-  const int64_t shown = before.valueAt(now);
+int64_t CMAudioClock::valueOn(const Line& line, int64_t hostNanoseconds) {
+  // Never before the first piece: a reader that was held up since it took the time may have seen
+  // more than that piece, run backwards, would show.
+  const int64_t host = std::max(hostNanoseconds, line.front().host);
+  return line[indexAt(line, host)].valueAt(host);
+}
+
+CMAudioClock::Course CMAudioClock::bend(int64_t shown, const Piece& device, int64_t now) {
   const Piece onDevice{now, device.valueAt(now), device.rate};
   const int64_t behind = onDevice.value - shown;
-  if (behind > kGreatestBend) return {before, onDevice, onDevice};
+  if (behind > kGreatestBend) return {onDevice, onDevice};
 
   int64_t duration = 0;
   double rate = 0;
@@ -55,16 +60,14 @@ CMAudioClock::Line CMAudioClock::bend(const Line& line, const Piece& device, int
         std::max(kShortestBend, toInteger(static_cast<double>(std::abs(behind)) / kSteepestBend));
     rate = device.rate + static_cast<double>(behind) / static_cast<double>(duration);
   }
-  if (rate > 0 || (behind == 0 && rate == 0)) {
+  if (rate > 0) {
     const int64_t end = now + duration;
     const Piece bent{now, shown, rate};
-    return {before, bent,
-            Piece{end, std::max(bent.valueAt(end), device.valueAt(end)), device.rate}};
+    return {bent, Piece{end, std::max(bent.valueAt(end), device.valueAt(end)), device.rate}};
   }
   const Piece still{now, shown, 0};
-  if (device.rate <= 0) return {before, still, still};
-  const int64_t caughtUp = std::max(now, device.hostAt(shown));
-  return {before, still, Piece{caughtUp, shown, device.rate}};
+  if (device.rate <= 0) return {still, still};
+  return {still, Piece{std::max(now, device.hostAt(shown)), shown, device.rate}};
 }
 
 void CMAudioClock::setAnchor(int64_t deviceNanoseconds, int64_t hostNanoseconds, double rate) {
@@ -82,13 +85,20 @@ void CMAudioClock::setAnchor(int64_t deviceNanoseconds, int64_t hostNanoseconds,
                   pieces_[i].value.load(std::memory_order_relaxed),
                   pieces_[i].rate.load(std::memory_order_relaxed)};
   }
+  Course course;
   if (anchored_.load(std::memory_order_relaxed)) {
-    store(bend(present, device, now));
+    course = bend(valueOn(present, now), device, now);
   } else {
     anchored_.store(true, std::memory_order_relaxed);
-    const Piece first{now, std::max<int64_t>(device.valueAt(now), 0), device.rate};
-    store({present[0], first, first});
+    course.bent = {now, std::max<int64_t>(device.valueAt(now), 0), device.rate};
+    course.after = course.bent;
   }
+  Line next;
+  std::size_t past = indexAt(present, now);
+  for (std::size_t i = next.size() - 2; i-- > 0; past -= past > 0 ? 1 : 0) next[i] = present[past];
+  next[next.size() - 2] = course.bent;
+  next[next.size() - 1] = course.after;
+  store(next);
   sequence_.store(sequence + 2, std::memory_order_release);
 }
 
@@ -116,17 +126,17 @@ CMAudioClock::Line CMAudioClock::line() const {
 }
 
 int64_t CMAudioClock::nanosecondsAtHostTime(int64_t hostNanoseconds) const {
-  const Line present = line();
-  return pieceAt(present, hostNanoseconds).valueAt(hostNanoseconds);
+  return valueOn(line(), hostNanoseconds);
 }
 
 int64_t CMAudioClock::hostTimeAtNanoseconds(int64_t nanoseconds) const {
   const Line present = line();
-  const Piece* piece = &present[2];
-  if (nanoseconds < present[2].value) piece = &present[1];
-  if (nanoseconds < present[1].value) piece = &present[0];
-  if (piece->rate > 0) return piece->hostAt(nanoseconds);
-  return nanoseconds <= piece->value ? piece->host : kNever;
+  std::size_t index = present.size() - 1;
+  while (index > 0 && nanoseconds < present[index].value) --index;
+  const Piece& piece = present[index];
+  const int64_t next = index + 1 < present.size() ? present[index + 1].host : kNever;
+  if (piece.rate > 0) return std::min(piece.hostAt(nanoseconds), next);
+  return nanoseconds <= piece.value ? piece.host : next;
 }
 
 }  // namespace zaffo

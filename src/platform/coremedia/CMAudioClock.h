@@ -19,7 +19,8 @@ namespace zaffo {
 ///     more, device behind stands still until the device has caught up
 ///
 /// Thus it never goes back: of two reads at rising host times that are not in the future, the later
-/// one is not the smaller, whatever anchors come between them.
+/// one is not the smaller, whatever anchors come between them. It remembers the last dozen anchors;
+/// for host times before those it gives what it showed at the first of them.
 ///
 /// Reads take no lock; one that meets an anchor being set tries again. Thread: any.
 class ZAFFO_EXPORT CMAudioClock final : public CMClock {
@@ -50,8 +51,12 @@ class ZAFFO_EXPORT CMAudioClock final : public CMClock {
     [[nodiscard]] int64_t valueAt(int64_t hostNanoseconds) const;
     [[nodiscard]] int64_t hostAt(int64_t nanoseconds) const;
   };
-  /// What it showed before the last anchor, how it bends towards it, and how it goes on.
-  using Line = std::array<Piece, 3>;
+  /// By rising host time: what it showed at the last anchors before the last one, how it bends
+  /// towards that, and how it goes on.
+  using Line = std::array<Piece, 16>;
+  struct Course {
+    Piece bent, after;
+  };
 
   struct AtomicPiece {
     std::atomic<int64_t> host{0};
@@ -61,14 +66,15 @@ class ZAFFO_EXPORT CMAudioClock final : public CMClock {
 
   CMAudioClock() = default;
 
-  static const Piece& pieceAt(const Line& line, int64_t hostNanoseconds);
-  static Line bend(const Line& line, const Piece& device, int64_t now);
+  static std::size_t indexAt(const Line& line, int64_t hostNanoseconds);
+  static int64_t valueOn(const Line& line, int64_t hostNanoseconds);
+  static Course bend(int64_t shown, const Piece& device, int64_t now);
   [[nodiscard]] Line line() const;
   void store(const Line& line);
 
   // A sequence lock: odd while a writer is at work; readers retry when it changed meanwhile.
   std::atomic<uint64_t> sequence_{0};
-  std::array<AtomicPiece, 3> pieces_;
+  std::array<AtomicPiece, std::tuple_size_v<Line>> pieces_;
   std::atomic<bool> anchored_{false};
 };
 

@@ -135,6 +135,32 @@ TEST_F(CMAudioClockTest, TellsTheHostTimeOfItsOwn) {
   EXPECT_LE(clock->hostTimeAtNanoseconds(shown() - kMillisecond), now());
 }
 
+TEST_F(CMAudioClockTest, ShowsTheSameForAPastHostTimeAfterLaterAnchors) {
+  clock->setAnchor(0, now());
+  std::vector<std::pair<int64_t, int64_t>> shownBefore;
+  for (int i = 0; i < 12; ++i) {
+    time.advance(10 * kMillisecond);
+    shownBefore.emplace_back(now(), shown());
+    anchorAhead((i % 3 - 1) * 150 * kMillisecond, i % 4 == 0 ? 0 : 1);
+  }
+  for (const auto& [host, value] : shownBefore) {
+    const int64_t again = clock->nanosecondsAtHostTime(host - 1);
+    EXPECT_NEAR(static_cast<double>(again), static_cast<double>(value), 2);
+  }
+}
+
+TEST_F(CMAudioClockTest, DoesNotGoBackForAReaderThatIsLate) {
+  clock->setAnchor(kSecond, now(), 0);
+  const int64_t late = now();
+  const int64_t seen = shown();
+  for (int i = 0; i < 100; ++i) {
+    time.advance(kMillisecond);
+    anchorAhead(0, 1);
+  }
+  EXPECT_GE(clock->nanosecondsAtHostTime(late), seen);
+  EXPECT_LE(clock->nanosecondsAtHostTime(late), shown());
+}
+
 TEST_F(CMAudioClockTest, StaysNearADeviceWhoseAnchorsJitter) {
   clock->setAnchor(0, now());
   const int64_t start = now();
