@@ -1,6 +1,5 @@
 #include "platform/dispatch/BlockingThreads.h"
 
-#include <chrono>
 #include <utility>
 
 #include "platform/FatalError.h"
@@ -9,7 +8,7 @@
 namespace zaffo {
 
 namespace {
-constexpr std::chrono::seconds kIdleLifetime{10};
+constexpr std::chrono::seconds kFreeLifetime{10};
 }  // namespace
 
 /// Ends the free threads before the static objects that blocks may use are destroyed.
@@ -18,7 +17,7 @@ struct BlockingThreads::ExitGuard {
 };
 
 BlockingThreads& BlockingThreads::shared() {
-  static auto* const threads = new BlockingThreads;
+  static auto* const threads = new BlockingThreads(kFreeLifetime);
   static const ExitGuard guard;
   return *threads;
 }
@@ -49,7 +48,7 @@ void BlockingThreads::serve() {
 
 /// The oldest waiting work; null when the calling thread is to end.
 std::shared_ptr<Runnable> BlockingThreads::waitForWork() {
-  const auto deadline = std::chrono::steady_clock::now() + kIdleLifetime;
+  const auto deadline = std::chrono::steady_clock::now() + freeLifetime_;
   MutexLock lock(waitingWorkMutex_);
   ++freeThreads_;
   bool timedOut = false;

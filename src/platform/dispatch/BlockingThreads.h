@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -12,11 +13,13 @@
 namespace zaffo {
 
 /// The threads of work that waits for the outside world: one more whenever none is free, and one
-/// that had nothing to do for ten seconds ends. One set for the process, never destroyed.
-/// Thread: any.
+/// that had nothing to do for a while ends. Never destroyed. Thread: any.
 class BlockingThreads final : public Executor {
  public:
+  /// The set of the process, whose free threads live for ten seconds.
   [[nodiscard]] static BlockingThreads& shared();
+
+  explicit BlockingThreads(std::chrono::milliseconds freeLifetime) : freeLifetime_(freeLifetime) {}
 
   void execute(std::shared_ptr<Runnable> work) override;
   [[nodiscard]] bool shouldYield() const override { return stopped_; }
@@ -27,12 +30,12 @@ class BlockingThreads final : public Executor {
  private:
   struct ExitGuard;
 
-  BlockingThreads() = default;
   ~BlockingThreads() override = default;
   void stop();
   void serve();
   [[nodiscard]] std::shared_ptr<Runnable> waitForWork();
 
+  const std::chrono::milliseconds freeLifetime_;
   Mutex waitingWorkMutex_;
   std::condition_variable_any workArrived_;
   std::deque<std::shared_ptr<Runnable>> waitingWork_ ZAFFO_GUARDED_BY(waitingWorkMutex_);

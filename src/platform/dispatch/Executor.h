@@ -19,8 +19,8 @@ class Executor {
   /// Runs `work` later on one of the threads, which keeps it alive till then.
   virtual void execute(std::shared_ptr<Runnable> work) = 0;
 
-  /// Whether work made of several pieces should queue up again before its next one: other work waits
-  /// for a thread, or the process is ending and nothing more is to start.
+  /// Whether work made of several pieces should queue up again before its next one: other work
+  /// waits for a thread, or the process is ending and nothing more is to start.
   [[nodiscard]] virtual bool shouldYield() const = 0;
 };
 

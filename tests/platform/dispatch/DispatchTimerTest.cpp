@@ -216,6 +216,46 @@ TEST_F(DispatchTimerTest, KeepsItsOrderWhenMostOfAThousandAreCancelled) {
   EXPECT_EQ(order, expected);
 }
 
+/// A source whose alarm rings late: the test sets the time first and rings afterwards.
+class LateTime final : public TimeSource {
+ public:
+  LateTime() { replace(this); }
+  ~LateTime() override { replace(nullptr); }
+  LateTime(const LateTime&) = delete;
+  LateTime& operator=(const LateTime&) = delete;
+
+  [[nodiscard]] int64_t nanoseconds() const override { return now; }
+  void setAlarm(int64_t at, std::function<void()> ring) override {
+    deadline = at;
+    ring_ = std::move(ring);
+  }
+  void ringAt(int64_t time) {
+    now = time;
+    std::exchange(ring_, nullptr)();
+  }
+
+  int64_t now = 0;
+  int64_t deadline = 0;
+
+ private:
+  std::function<void()> ring_;
+};
+
+TEST(DispatchTimerOnALateClock, KeepsToItsGridAndMergesThePeriodsItMissed) {
+  LateTime time;
+  const auto queue = std::make_shared<HeldQueue>();
+  const auto timer = dispatch_timer_every(10'000, queue, [] {});
+  EXPECT_EQ(time.deadline, 10'000);
+  time.ringAt(13'000);
+  EXPECT_EQ(time.deadline, 20'000) << "no drift";
+  EXPECT_EQ(queue->waiting(), 1U);
+  queue->runAll();
+  time.ringAt(56'000);
+  EXPECT_EQ(queue->waiting(), 1U) << "20, 30, 40 and 50 are one run";
+  EXPECT_EQ(time.deadline, 60'000);
+  timer->cancel();
+}
+
 TEST(DispatchTimerAcrossSources, NeverFiresOnceItsTimeSourceIsReplaced) {
   auto captured = std::make_shared<int>(0);
   const std::weak_ptr<int> weakCaptured = captured;
@@ -252,6 +292,16 @@ TEST(DispatchTimerInRealTime, AnEarlierTimerOvertakesTheArmedOne) {
       dispatch_timer_after(5 * kMillisecond, dispatch_get_main_queue(), [&] { order += "early "; });
   ASSERT_TRUE(runMainLoopUntil([&] { return order.ends_with("late"); }, 10 * kSecond));
   EXPECT_EQ(order, "early late");
+}
+
+TEST(DispatchTimerInRealTime, AnEndlessDelayHoldsUpNoOtherTimer) {
+  const auto endless = dispatch_timer_after(std::numeric_limits<int64_t>::max(),
+                                            dispatch_get_main_queue(), [] { FAIL(); });
+  bool ran = false;
+  const auto timer =
+      dispatch_timer_after(kMillisecond, dispatch_get_main_queue(), [&] { ran = true; });
+  EXPECT_TRUE(runMainLoopUntil([&] { return ran; }, 10 * kSecond));
+  endless->cancel();
 }
 
 TEST(DispatchTimerInRealTime, StaysOnItsGrid) {

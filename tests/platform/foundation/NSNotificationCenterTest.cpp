@@ -82,6 +82,17 @@ TEST_F(NSNotificationCenterTest, HoldsObserverAndObjectWeakly) {
   EXPECT_EQ(heard_, "");
 }
 
+TEST_F(NSNotificationCenterTest, DoesNotTakeALaterObjectOfTheSameAddressForTheEarlierOne) {
+  int place = 0;
+  const auto objectInPlace = [&] { return std::shared_ptr<int>(&place, [](int*) {}); };
+  {
+    const auto earlier = objectInPlace();
+    center_.addObserver(observer_, "ended", earlier, note('e'));
+  }
+  center_.postNotification("ended", objectInPlace());
+  EXPECT_EQ(heard_, "");
+}
+
 TEST_F(NSNotificationCenterTest, LetsGoOfHandlersOfObserversThatAreGone) {
   auto captured = std::make_shared<int>();
   const std::weak_ptr<int> weakCaptured = captured;
