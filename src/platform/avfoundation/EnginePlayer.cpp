@@ -6,6 +6,7 @@
 
 #include "platform/foundation/NSNotificationCenter.h"
 #include "platform/foundation/NSThread.h"
+#include "platform/media/MediaServices.h"
 
 namespace zaffo {
 
@@ -27,7 +28,12 @@ CGAffineTransform transformOf(const AVAsset& asset) {
 }  // namespace
 
 std::shared_ptr<EnginePlayer> EnginePlayer::create(media::AudioOutput& output) {
-  return std::shared_ptr<EnginePlayer>(new EnginePlayer(output));
+  const std::shared_ptr<EnginePlayer> player(new EnginePlayer(output));
+  player->resetObservation_ =
+      media::MediaServices::shared().observeReset([weakPlayer = std::weak_ptr(player)] {
+        if (const auto reset = weakPlayer.lock()) reset->mediaServicesWereReset();
+      });
+  return player;
 }
 
 EnginePlayer::EnginePlayer(media::AudioOutput& output) : audioOutput_(output) {}
@@ -48,11 +54,12 @@ std::shared_ptr<AVPlayerItem> EnginePlayer::currentItem() const {
 }
 
 AVPlayerStatus EnginePlayer::status() const {
-  return AVPlayerStatus::ReadyToPlay;
+  return error() ? AVPlayerStatus::Failed : AVPlayerStatus::ReadyToPlay;
 }
 
 std::shared_ptr<const NSError> EnginePlayer::error() const {
-  return nullptr;
+  MutexLock lock(itemMutex_);
+  return error_;
 }
 
 CMTime EnginePlayer::currentTime() const {
@@ -94,7 +101,7 @@ void EnginePlayer::replaceCurrentItemWithPlayerItem(std::shared_ptr<AVPlayerItem
 }
 
 void EnginePlayer::itemSettled(const std::shared_ptr<PlayerItem>& item) {
-  if (item->status() == AVPlayerItemStatus::ReadyToPlay) {
+  if (item->status() == AVPlayerItemStatus::ReadyToPlay && !error()) {
     openPlayback();
   } else {
     failPrerolls();
@@ -132,6 +139,17 @@ void EnginePlayer::closePlayback() {
   for (const auto& observer : observers_) observer->follow(nullptr);
   output_->attach(nullptr, CGAffineTransformIdentity);
   closed->close();
+}
+
+/// A player made before a reset is of no use any more.
+void EnginePlayer::mediaServicesWereReset() {
+  closePlayback();
+  failPrerolls();
+  rate_ = 0;
+  MutexLock lock(itemMutex_);
+  error_ = NSError::create(
+      AVFoundationErrorDomain, AVErrorMediaServicesWereReset,
+      {{NSLocalizedDescriptionKey, "The media services were reset; make a new player."}});
 }
 
 // Events: from the playback's queue to the main thread.
@@ -188,7 +206,7 @@ void EnginePlayer::prerollAtRate(float /*rate*/, PrerollCompletion completion) {
   }
   const auto item = currentItem();
   waitingPrerolls_.push_back(std::move(completion));
-  if (!item || item->status() == AVPlayerItemStatus::Failed) failPrerolls();
+  if (!item || item->status() == AVPlayerItemStatus::Failed || error()) failPrerolls();
 }
 
 void EnginePlayer::cancelPendingPrerolls() {

@@ -47,6 +47,7 @@ class EnginePlayer final : public AVPlayer, public std::enable_shared_from_this<
   void openPlayback();
   void closePlayback();
   void failPrerolls();
+  void mediaServicesWereReset();
   [[nodiscard]] std::shared_ptr<void> addObserver(std::shared_ptr<TimeObserver> observer);
   [[nodiscard]] std::shared_ptr<media::Playback> playback() const;
   [[nodiscard]] media::Playback::Events eventsFor(const std::shared_ptr<PlayerItem>& item);
@@ -60,8 +61,10 @@ class EnginePlayer final : public AVPlayer, public std::enable_shared_from_this<
   mutable Mutex itemMutex_;
   std::shared_ptr<PlayerItem> item_ ZAFFO_GUARDED_BY(itemMutex_);
   std::shared_ptr<media::Playback> playback_ ZAFFO_GUARDED_BY(itemMutex_);
+  std::shared_ptr<const NSError> error_ ZAFFO_GUARDED_BY(itemMutex_);
 
   // The main thread's.
+  std::shared_ptr<void> resetObservation_;
   std::vector<PrerollCompletion> waitingPrerolls_;  ///< asked for before the item was ready
   std::vector<std::shared_ptr<TimeObserver>> observers_;
 };

@@ -1,6 +1,7 @@
 #include <cmath>
 
 #include "platform/avfoundation/PlayerFixture.h"
+#include "platform/media/MediaServices.h"
 
 namespace zaffo {
 namespace {
@@ -221,6 +222,20 @@ TEST_F(PlayerPlaybackTest, APlayerThatIsGoneLeavesNothingBehind) {
   time_.settle();
   EXPECT_TRUE(weakItem.expired());
   EXPECT_TRUE(weakAsset.expired());
+}
+
+TEST_F(PlayerPlaybackTest, AResetOfMediaServicesMakesAPlayerUseless) {
+  const auto item = open("h264_30.mp4");
+  start();
+  media::MediaServices::shared().reset();
+  EXPECT_EQ(player_->status(), AVPlayerStatus::Failed);
+  ASSERT_NE(player_->error(), nullptr);
+  EXPECT_EQ(player_->error()->code(), AVErrorMediaServicesWereReset);
+  EXPECT_EQ(player_->rate(), 0);
+  EXPECT_EQ(shown(), std::nullopt);
+  open("video_only.mp4");
+  EXPECT_EQ(shown(), std::nullopt);
+  EXPECT_EQ(AVPlayer::create()->status(), AVPlayerStatus::ReadyToPlay);
 }
 
 TEST_F(PlayerPlaybackTest, TheVolumeIsClampedAndKept) {
