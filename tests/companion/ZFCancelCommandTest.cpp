@@ -109,9 +109,7 @@ TEST(ZFCancellableBlock, MayRunOrCancelItselfInside) {
 
 class TimedCommandTest : public testing::Test {
  protected:
-  int64_t milliseconds() const {
-    return (time_.nanoseconds() - ManualTime::kStart) / kNanosecondsPerMillisecond;
-  }
+  int64_t milliseconds() const { return time_.elapsed() / kNanosecondsPerMillisecond; }
   void advance(int64_t milliseconds) { time_.advance(milliseconds * kNanosecondsPerMillisecond); }
 
   ManualTime time_;

@@ -70,6 +70,10 @@ class ManualTime final : public TimeSource {
 
   [[nodiscard]] int64_t nanoseconds() const override { return now_; }
 
+  /// The time at which this one began, and the nanoseconds it has been moved on since.
+  [[nodiscard]] int64_t start() const { return start_; }
+  [[nodiscard]] int64_t elapsed() const { return now_ - start_; }
+
   void setAlarm(int64_t deadline, std::function<void()> toRing) override {
     const std::lock_guard lock(alarmMutex_);
     alarm_ = std::move(toRing);
@@ -97,6 +101,7 @@ class ManualTime final : public TimeSource {
   /// A later one goes on from here: what lives as long as the process never sees time go back.
   static inline int64_t latest_ = kStart;
 
+  const int64_t start_ = latest_;
   std::atomic<int64_t> now_{latest_};
   mutable std::mutex alarmMutex_;
   std::function<void()> alarm_;

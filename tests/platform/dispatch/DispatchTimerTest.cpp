@@ -26,7 +26,7 @@ constexpr int64_t kSecond = kNanosecondsPerSecond;
 
 class DispatchTimerTest : public testing::Test {
  protected:
-  int64_t elapsed() const { return time_.nanoseconds() - ManualTime::kStart; }
+  int64_t elapsed() const { return time_.elapsed(); }
 
   ManualTime time_;
   const DispatchQueuePtr& main_ = dispatch_get_main_queue();
@@ -44,7 +44,7 @@ TEST_F(DispatchTimerTest, RunsOnceAfterTheDelayAndNotBefore) {
 
 TEST_F(DispatchTimerTest, RunsAtADeadline) {
   int64_t ranAt = 0;
-  const auto timer = dispatch_timer_at(ManualTime::kStart + 7, main_, [&] { ranAt = elapsed(); });
+  const auto timer = dispatch_timer_at(time_.start() + 7, main_, [&] { ranAt = elapsed(); });
   time_.advance(kSecond);
   EXPECT_EQ(ranAt, 7);
 }

@@ -16,24 +16,36 @@ TEST(ManualTime, IsInForceWhileItLives) {
   {
     ManualTime time;
     EXPECT_EQ(TimeSource::replacement(), &time);
-    EXPECT_EQ(TimeSource::now(), ManualTime::kStart);
+    EXPECT_EQ(TimeSource::now(), time.start());
     time.advance(5);
-    EXPECT_EQ(TimeSource::now(), ManualTime::kStart + 5);
+    EXPECT_EQ(TimeSource::now(), time.start() + 5);
+    EXPECT_EQ(time.elapsed(), 5);
   }
   EXPECT_EQ(TimeSource::replacement(), nullptr);
+}
+
+TEST(ManualTime, GoesOnWhereTheOneBeforeEnded) {
+  int64_t end = 0;
+  {
+    ManualTime time;
+    EXPECT_GE(time.start(), ManualTime::kStart);
+    time.advance(5);
+    end = time.nanoseconds();
+  }
+  EXPECT_EQ(ManualTime().start(), end);
 }
 
 TEST(ManualTime, StandsStillUnlessMoved) {
   ManualTime time;
   time.settle();
-  EXPECT_EQ(TimeSource::now(), ManualTime::kStart);
+  EXPECT_EQ(time.elapsed(), 0);
 }
 
 TEST(ManualTime, ShowsEveryBlockTheTimeAtWhichItWasDue) {
   ManualTime time;
   const auto worker = dispatch_queue_create("worker");
   std::vector<int64_t> seen;
-  const auto see = [&] { seen.push_back(TimeSource::now() - ManualTime::kStart); };
+  const auto see = [&] { seen.push_back(time.elapsed()); };
   const auto timer = dispatch_timer_after(10, worker, [&] {
     see();
     dispatch_get_main_queue()->async([&] {
@@ -46,7 +58,7 @@ TEST(ManualTime, ShowsEveryBlockTheTimeAtWhichItWasDue) {
   });
   time.advance(1000);
   EXPECT_EQ(seen, (std::vector<int64_t>{10, 10, 10, 15}));
-  EXPECT_EQ(TimeSource::now(), ManualTime::kStart + 1000);
+  EXPECT_EQ(time.elapsed(), 1000);
 }
 
 TEST(ManualTime, RunsWhatIsDueAtTheVeryEndOfAnAdvance) {
@@ -70,7 +82,7 @@ TEST(ManualTime, SettlesAcrossWorkersAndTheMainQueueWithoutMovingTime) {
   worker->async(hop);
   time.settle();
   EXPECT_EQ(hops, 100);
-  EXPECT_EQ(TimeSource::now(), ManualTime::kStart);
+  EXPECT_EQ(time.elapsed(), 0);
 }
 
 TEST(ManualTime, GivesTheSameOrderInEveryRun) {
