@@ -31,7 +31,7 @@ DeviceFollower::DeviceFollower(std::shared_ptr<CMAudioClock> clock, int sampleRa
 DeviceFollower::State DeviceFollower::report(int64_t hostNanoseconds, int64_t framesHeard) {
   const int64_t heard = std::max(framesHeard, lastHeard_);
   if (heard > lastHeard_) lastProgressHost_ = hostNanoseconds;
-  const int64_t patience = lastHeard_ == 0 ? kLongestStart : kLongestStandstill;
+  const int64_t patience = state_ == State::Settling ? kLongestStart : kLongestStandstill;
   if (hostNanoseconds - lastProgressHost_ >= patience) state_ = State::Stalled;
   if (state_ == State::Settling)
     settle(hostNanoseconds, heard);

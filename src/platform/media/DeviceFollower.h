@@ -25,7 +25,7 @@ class DeviceFollower {
   static constexpr int64_t kLargestError = 40'000'000;
   /// A device that does not move for this long has stalled.
   static constexpr int64_t kLongestStandstill = 1'000'000'000;
-  /// One that has not begun to move after this long never will.
+  /// While it settles it may take this long: a sound server may have much to play before it.
   static constexpr int64_t kLongestStart = 5'000'000'000;
 
   DeviceFollower(std::shared_ptr<CMAudioClock> clock, int sampleRate, int64_t hostNanoseconds);

@@ -13,12 +13,12 @@ DeviceSession::~DeviceSession() = default;
 
 void DeviceSession::fill(std::span<float> interleaved) {
   if (mixer_->gate().tryEnter(owner_)) {
-    mixer_->render(offset_.load() + framesGiven_, interleaved);
+    mixer_->render(offset_.load() + framesGiven_.load(std::memory_order_relaxed), interleaved);
     mixer_->gate().leave();
   } else {
     std::fill(interleaved.begin(), interleaved.end(), 0.0f);
   }
-  framesGiven_ += static_cast<int64_t>(interleaved.size() / 2);
+  framesGiven_.fetch_add(static_cast<int64_t>(interleaved.size() / 2));
 }
 
 void DeviceSession::deviceFailed() {
@@ -35,7 +35,11 @@ void DeviceSession::close() {
 }
 
 std::optional<int64_t> DeviceSession::framesHeard() {
-  return device_ ? device_->framesHeard() : std::nullopt;
+  if (!device_) return std::nullopt;
+  const auto heard = device_->framesHeard();
+  if (!heard) return std::nullopt;
+  if (*heard < framesGiven_.load()) framesHeard_ = *heard;
+  return framesHeard_;
 }
 
 }  // namespace zaffo::media

@@ -25,6 +25,9 @@ class DeviceSession final : public AudioDeviceClient {
   // The session's own queue, which may wait.
   [[nodiscard]] bool open(const OpenAudioDevice& openDevice, int sampleRate);
   void close();
+  /// As the device says, but only what can be: a sound server that still plays what it took before
+  /// the stream began counts that as ours, and then more is heard than was given. Such an answer
+  /// changes nothing.
   [[nodiscard]] std::optional<int64_t> framesHeard();
 
   // The control side.
@@ -40,7 +43,8 @@ class DeviceSession final : public AudioDeviceClient {
   const std::function<void()> failed_;
   std::atomic<bool> failureTold_{false};
   std::atomic<int64_t> offset_{0};
-  int64_t framesGiven_ = 0;              ///< the device's side
+  std::atomic<int64_t> framesGiven_{0};
+  int64_t framesHeard_ = 0;              ///< the session's own queue
   std::unique_ptr<AudioDevice> device_;  ///< last, so that it goes first
 };
 
