@@ -30,12 +30,12 @@ class LoaderTest : public testing::Test {
 
   LoaderTest() {
     AVFactory factory;
-    factory.URLAssetWithURL = [this](const AVFactory::URL& url) {
-      itemURLs.push_back(url);
+    factory.URLAssetWithURL = [this](const AVFactory::URL& given) {
+      itemURLs.push_back(given);
       return asset;
     };
-    factory.assetWithURL = [this](const AVFactory::URL& url) {
-      thumbnailURLs.push_back(url);
+    factory.assetWithURL = [this](const AVFactory::URL& given) {
+      thumbnailURLs.push_back(given);
       return asset;
     };
     factory.playerItemWithAsset = [this](const std::shared_ptr<AVAsset>& itemAsset) {

@@ -12,7 +12,7 @@ namespace {
 /// test's parameter, so that a failure can be repeated.
 class PlayerManagerStressTest : public PoolTest, public testing::WithParamInterface<unsigned> {
  protected:
-  static constexpr int kSteps = 1500;
+  static constexpr int kSteps = 800;
 
   /// One line of debugDescription(). The n-th player made has the id n.
   struct Line {
