@@ -227,6 +227,16 @@ TEST_F(PlayerManagerLoadingTest, NobodyIsToldWhenThePoolHasGoneBeforeTheLoadEnds
   a->command->cancel();
 }
 
+TEST_F(PlayerManagerLoadingTest, NobodyIsToldWhenOnlyTheRecordIsLeftOfThePool) {
+  const auto a = request("a");
+  manager->releasePlayer(player(0));  // Makes the record idle, so that it can be taken out.
+  const auto record = manager->dequeueAvailablePlayer(std::nullopt);
+  ASSERT_EQ(record->loadCompletionHandlers().size(), 1u);
+  manager.reset();
+  record->notifyCompletionHandlers(nullptr);
+  EXPECT_EQ(a->completions, 0);
+}
+
 TEST_F(PlayerManagerLoadingTest, ACommandThatIsKeptKeepsNoPlayerAlive) {
   const auto a = request("a");
   manager->removeAllPlayers();
