@@ -39,7 +39,7 @@ void TimeObserver::cancel() {
 
 void TimeObserver::wakeAt(const std::shared_ptr<CMTimebase>& timebase, CMTime time) {
   const auto due = timebase->hostTimeAtTime(time);
-  if (!due) return sleep();
+  if (!due) return disarm();
   MutexLock lock(followMutex_);
   if (timer_) timer_->cancel();
   timer_ = nullptr;
@@ -49,7 +49,7 @@ void TimeObserver::wakeAt(const std::shared_ptr<CMTimebase>& timebase, CMTime ti
   });
 }
 
-void TimeObserver::sleep() {
+void TimeObserver::disarm() {
   MutexLock lock(followMutex_);
   if (timer_) timer_->cancel();
   timer_ = nullptr;
@@ -127,7 +127,7 @@ void BoundaryTimeObserver::aim(const std::shared_ptr<CMTimebase>& timebase) {
   if (CMTIME_IS_VALID(boundary)) {
     wakeAt(timebase, boundary);
   } else {
-    sleep();
+    disarm();
   }
 }
 
@@ -157,7 +157,7 @@ void PeriodicTimeObserver::timerRang(const std::shared_ptr<CMTimebase>& timebase
 /// The next multiple of the interval after the present time.
 void PeriodicTimeObserver::aim(const std::shared_ptr<CMTimebase>& timebase) {
   const double interval = CMTimeGetSeconds(interval_);
-  if (!(interval > 0) || timebase->rate() <= 0) return sleep();
+  if (!(interval > 0) || timebase->rate() <= 0) return disarm();
   const double now = CMTimeGetSeconds(timebase->time());
   const double next = (std::floor(now / interval + 1e-6) + 1) * interval;
   wakeAt(timebase, CMTimeMakeWithSeconds(next, 1'000'000'000));

@@ -32,7 +32,7 @@ class TimeObserver : public std::enable_shared_from_this<TimeObserver> {
 
   /// Rings when the timebase reaches `time`; never while it stands still.
   void wakeAt(const std::shared_ptr<CMTimebase>& timebase, CMTime time);
-  void sleep();
+  void disarm();
   /// Runs `block` on the client's queue unless cancelled by then.
   void deliver(std::function<void()> block);
 
