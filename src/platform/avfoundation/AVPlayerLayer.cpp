@@ -1,7 +1,6 @@
 #include "platform/avfoundation/AVPlayerLayer.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <utility>
 
@@ -41,18 +40,6 @@ CGRect fitted(CGSize picture, CGRect bounds, AVLayerVideoGravity gravity) {
                     size.height);
 }
 
-/// Tells a layer on the main queue, once however often it is asked before that.
-std::function<void()> displayRequest(std::weak_ptr<CALayer> weakLayer) {
-  const auto pending = std::make_shared<std::atomic<bool>>(false);
-  return [weakLayer = std::move(weakLayer), pending] {
-    if (pending->exchange(true)) return;
-    dispatch_async(dispatch_get_main_queue(), [weakLayer, pending] {
-      pending->store(false);
-      if (const auto layer = weakLayer.lock()) layer->setNeedsDisplay();
-    });
-  };
-}
-
 }  // namespace
 
 AVPlayerLayer::AVPlayerLayer() {
@@ -72,8 +59,19 @@ void AVPlayerLayer::setPlayer(std::shared_ptr<AVPlayer> player) {
   drawn_ = {};
   firstPresented_ = 0;
   const auto output = player_ ? player_->videoOutput() : nullptr;
-  if (output) frameObservation_ = output->observePictures(displayRequest(weak_from_this()));
+  if (output) frameObservation_ = output->observePictures(displayRequest());
   setNeedsDisplay();
+}
+
+/// Asks for a draw on the main queue, once between two draws: a layer that nobody draws costs the
+/// main thread nothing.
+std::function<void()> AVPlayerLayer::displayRequest() {
+  return [weakLayer = weak_from_this(), requested = displayRequested_] {
+    if (requested->exchange(true)) return;
+    dispatch_async(dispatch_get_main_queue(), [weakLayer] {
+      if (const auto layer = weakLayer.lock()) layer->setNeedsDisplay();
+    });
+  };
 }
 
 void AVPlayerLayer::setVideoGravity(AVLayerVideoGravity gravity) {
@@ -98,6 +96,7 @@ int64_t AVPlayerLayer::firstPresentedHostTime() const {
 }
 
 std::optional<LayerPicture> AVPlayerLayer::picture(int64_t hostNanoseconds) {
+  displayRequested_->store(false);
   const auto output = player_ ? player_->videoOutput() : nullptr;
   if (!output) return std::nullopt;
   const auto shown = output->pictureAtHostTime(hostNanoseconds);

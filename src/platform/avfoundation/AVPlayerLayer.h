@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "platform/avfoundation/AVPlayer.h"
@@ -41,6 +43,11 @@ class ZAFFO_EXPORT AVPlayerLayer : public CALayer {
   AVPlayerLayer();
 
  private:
+  [[nodiscard]] std::function<void()> displayRequest();
+
+  /// Set by whichever thread has news, cleared by the draw that shows them.
+  const std::shared_ptr<std::atomic<bool>> displayRequested_ =
+      std::make_shared<std::atomic<bool>>(false);
   std::shared_ptr<AVPlayer> player_;
   std::shared_ptr<void> frameObservation_;
   AVLayerVideoGravity gravity_ = AVLayerVideoGravityResizeAspect;
