@@ -155,6 +155,21 @@ TEST_F(PlayerManagerLimitsTest, APoolMadeTheOrdinaryWayHearsOfAMediaServicesRese
   EXPECT_EQ(plain->debugDescription(), "");
 }
 
+TEST_F(PlayerManagerLimitsTest, APoolThatGoesTakesItsAddressOutOfTheNotificationCenter) {
+  // An observer at the pool's address that outlives the pool goes with the pool's registrations.
+  const auto token = std::make_shared<int>(0);
+  const std::shared_ptr<void> sameAddress(token, manager.get());
+  int told = 0;
+  NSNotificationCenter::defaultCenter().addObserver(sameAddress, "a notification of this test",
+                                                    nullptr,
+                                                    [&told](const NSNotification&) { ++told; });
+  NSNotificationCenter::defaultCenter().postNotification("a notification of this test");
+  EXPECT_EQ(told, 1);
+  manager.reset();
+  NSNotificationCenter::defaultCenter().postNotification("a notification of this test");
+  EXPECT_EQ(told, 1);
+}
+
 TEST_F(PlayerManagerLimitsTest, ReleaseOfAnUnknownPlayerChangesAndPrintsNothing) {
   makeIdle({"a"});
   const auto foreign = std::make_shared<ScriptedMutablePlayer>("foreign", log);
