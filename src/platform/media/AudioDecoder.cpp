@@ -56,6 +56,8 @@ class SoftwareAudioDecoder : public AudioDecoder {
   [[nodiscard]] int nextPiece();
   [[nodiscard]] Piece heardPart(const SampleTimes::Entry* entry);
   [[nodiscard]] bool continuesRun() const;
+  [[nodiscard]] int64_t outputFrame(CMTime time) const;
+  [[nodiscard]] int64_t framesUpTo(CMTime bound, int64_t position, int64_t otherwise) const;
   [[nodiscard]] int64_t toOutput(int64_t sourceFrames) const;
   [[nodiscard]] int endRun(AudioBlock& block);
   [[nodiscard]] int convertPiece(AudioBlock& block);
@@ -66,7 +68,8 @@ class SoftwareAudioDecoder : public AudioDecoder {
   SampleTimes times_;
   PacketPtr packet_;
   FramePtr frame_;
-  Piece piece_;  // of frame_, still to be converted when its count is not 0
+  SampleTimes::Entry last_;  // of the sample that frame_ came out of
+  Piece piece_;              // of frame_, still to be converted when its count is not 0
   Run run_;
   int64_t skip_ = 0;        // source frames still to be left out
   int64_t decodedEnd_ = 0;  // output frame after the last decoded one
@@ -124,24 +127,31 @@ int SoftwareAudioDecoder::nextPiece() {
 }
 
 Piece SoftwareAudioDecoder::heardPart(const SampleTimes::Entry* entry) {
+  if (entry) last_ = *entry;
+  const bool timed = entry && CMTIME_IS_NUMERIC(entry->presentation);
+  const int64_t position = timed ? outputFrame(entry->presentation) : decodedEnd_;
+  if (timed) grain_ = 1 + outputRate_ / entry->presentation.timescale;
   const int64_t total = frame_->nb_samples;
-  const int rate = frame_->sample_rate;
-  int64_t position = decodedEnd_;
-  if (entry && CMTIME_IS_NUMERIC(entry->presentation)) {
-    position = av_rescale(entry->presentation.value, outputRate_, entry->presentation.timescale);
-    grain_ = 1 + outputRate_ / entry->presentation.timescale;
-  }
   decodedEnd_ = position + toOutput(total);
   if (entry) skip_ = std::max<int64_t>(skip_, entry->trimStart);
-  // What lies before time zero is not heard either, whether or not the packet says so.
-  const int64_t early =
-      position < 0 ? av_rescale_rnd(-position, rate, outputRate_, AV_ROUND_UP) : 0;
-  const bool hidden = entry && !entry->shown;
-  const int64_t first = hidden ? total : std::min(total, std::max(skip_, early));
+  int64_t first = std::max(skip_, framesUpTo(last_.heardFrom, position, 0));
   skip_ = std::max<int64_t>(0, skip_ - total);
-  const int64_t end = entry ? std::max(first, total - entry->trimEnd) : total;
+  int64_t end = std::min(total, framesUpTo(last_.heardUntil, position, total));
+  if (entry) end = std::min(end, total - entry->trimEnd);
+  end = std::max<int64_t>(0, last_.shown ? end : 0);
+  first = std::min(first, end);
   if (first > 0 || end < total) atEdge_ = true;
   return {static_cast<int>(first), static_cast<int>(end - first), position + toOutput(first)};
+}
+
+int64_t SoftwareAudioDecoder::outputFrame(CMTime time) const {
+  return av_rescale(time.value, outputRate_, time.timescale);
+}
+
+// Source frames of a frame at `position` that lie before `bound`, or `otherwise` without a bound.
+int64_t SoftwareAudioDecoder::framesUpTo(CMTime bound, int64_t position, int64_t otherwise) const {
+  if (!CMTIME_IS_NUMERIC(bound)) return otherwise;
+  return av_rescale(outputFrame(bound) - position, frame_->sample_rate, outputRate_);
 }
 
 int64_t SoftwareAudioDecoder::toOutput(int64_t sourceFrames) const {

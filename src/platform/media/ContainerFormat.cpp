@@ -16,7 +16,7 @@ constexpr ContainerFormat kWav{"wav", true, false};
 constexpr ContainerFormat kMp3{"mp3", false, false};
 constexpr ContainerFormat kAdts{"aac", false, false};
 constexpr ContainerFormat kAc3{"ac3", false, false};
-constexpr std::array kAll{&kMov, &kMatroska, &kOgg, &kFlac, &kWav, &kMp3, &kAdts, &kAc3};
+constexpr std::array kRaw{&kMp3, &kAdts, &kAc3};
 
 std::string_view textAt(std::span<const uint8_t> head, std::size_t offset, std::size_t length) {
   if (head.size() < offset + length) return {};
@@ -29,33 +29,41 @@ bool startsLikeMov(std::span<const uint8_t> head) {
   return std::ranges::find(kBoxes, textAt(head, 4, 4)) != kBoxes.end();
 }
 
-// Formats without a magic word (MP3, ADTS, AC-3, an ID3 tag before either) are told by FFmpeg's
-// own look at the bytes; what it names is played only when it is on the list.
-const ContainerFormat* probe(std::span<const uint8_t> head) {
-  std::vector<uint8_t> padded(head.begin(), head.end());
-  padded.resize(head.size() + AVPROBE_PADDING_SIZE);
-  AVProbeData data{};
-  data.filename = "";
-  data.buf = padded.data();
-  data.buf_size = static_cast<int>(head.size());
-  int score = 0;
-  const AVInputFormat* input = av_probe_input_format3(&data, 1, &score);
-  if (!input || score <= AVPROBE_SCORE_RETRY / 2) return nullptr;
-  for (const ContainerFormat* format : kAll) {
-    if (std::string_view(input->name) == format->name) return format;
-  }
-  return nullptr;
-}
-
 }  // namespace
 
-const ContainerFormat* ContainerFormat::recognise(std::span<const uint8_t> head) {
+const ContainerFormat* ContainerFormat::byMagic(std::span<const uint8_t> head) {
   if (startsLikeMov(head)) return &kMov;
   if (textAt(head, 0, 4) == "\x1A\x45\xDF\xA3") return &kMatroska;
   if (textAt(head, 0, 4) == "OggS") return &kOgg;
   if (textAt(head, 0, 4) == "fLaC") return &kFlac;
   if (textAt(head, 0, 4) == "RIFF" && textAt(head, 8, 4) == "WAVE") return &kWav;
-  return probe(head);
+  return nullptr;
+}
+
+// FFmpeg looks at the bytes; what it names is played only when it is on the list.
+const ContainerFormat* ContainerFormat::byContent(std::span<const uint8_t> bytes) {
+  std::vector<uint8_t> padded(bytes.begin(), bytes.end());
+  padded.resize(bytes.size() + AVPROBE_PADDING_SIZE);
+  AVProbeData data{};
+  data.filename = "";
+  data.buf = padded.data();
+  data.buf_size = static_cast<int>(bytes.size());
+  int score = 0;
+  const AVInputFormat* input = av_probe_input_format3(&data, 1, &score);
+  if (!input || score < AVPROBE_SCORE_RETRY) return nullptr;
+  const auto found = std::ranges::find_if(kRaw, [input](const ContainerFormat* format) {
+    return std::string_view(input->name) == format->name;
+  });
+  return found == kRaw.end() ? nullptr : *found;
+}
+
+int64_t ContainerFormat::tagBytes(std::span<const uint8_t> head) {
+  if (textAt(head, 0, 3) != "ID3" || head.size() < 10) return 0;
+  int64_t length = 10;
+  for (std::size_t i = 6, shift = 21; i < 10; ++i, shift -= 7) {
+    length += int64_t{head[i] & 0x7F} << shift;
+  }
+  return length;
 }
 
 }  // namespace zaffo::media

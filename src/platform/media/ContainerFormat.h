@@ -15,10 +15,14 @@ struct ContainerFormat {
   /// Whether the header names every sample of the file.
   bool hasCompleteIndex = false;
 
-  /// The format of a file that starts with `head` (2 KiB are enough), or null. Playlists, scripts,
-  /// image sequences, subtitles and everything else that could name other files are not on the
-  /// list.
-  [[nodiscard]] static const ContainerFormat* recognise(std::span<const uint8_t> head);
+  /// The format of a file whose first bytes (12 are enough) are a magic word, or null. Playlists,
+  /// scripts, image sequences, subtitles and everything else that could name other files are not
+  /// known here.
+  [[nodiscard]] static const ContainerFormat* byMagic(std::span<const uint8_t> head);
+  /// The format of a raw stream (MP3, ADTS, AC-3) by a longer look at it, or null.
+  [[nodiscard]] static const ContainerFormat* byContent(std::span<const uint8_t> bytes);
+  /// Bytes of the ID3 tag that a file starts with; 0 when there is none. The music follows it.
+  [[nodiscard]] static int64_t tagBytes(std::span<const uint8_t> head);
 };
 
 }  // namespace zaffo::media

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <vector>
 
 namespace zaffo::media {
 namespace {
 
 constexpr int kIOBufferBytes = 32 * 1024;
+constexpr std::size_t kContentBytes = 16 * 1024;
 constexpr int64_t kProbeBytes = 64 * 1024;
 constexpr int64_t kProbeMicroseconds = 500'000;
 
@@ -47,12 +49,25 @@ std::unique_ptr<FileDemuxer> FileDemuxer::open(std::shared_ptr<const LocalFile> 
 FileDemuxer::FileDemuxer(std::shared_ptr<const LocalFile> file) : file_(std::move(file)) {}
 FileDemuxer::~FileDemuxer() = default;
 
-NSErrorPtr FileDemuxer::parse() {
-  std::array<uint8_t, 2048> head{};
-  const int64_t count = file_->readAt(0, head);
+NSErrorPtr FileDemuxer::recognise() {
+  std::array<uint8_t, 16> head{};
+  int64_t count = file_->readAt(0, head);
   if (count < 0) return failedToParse(file_->path(), static_cast<int>(count));
-  format_ = ContainerFormat::recognise(std::span(head).first(static_cast<std::size_t>(count)));
-  const AVInputFormat* input = format_ ? av_find_input_format(format_->name) : nullptr;
+  format_ = ContainerFormat::byMagic(std::span(head).first(static_cast<std::size_t>(count)));
+  if (format_) return nullptr;
+  std::vector<uint8_t> bytes(kContentBytes);
+  count = file_->readAt(ContainerFormat::tagBytes(head), bytes);
+  if (count > 0) {
+    const auto content = std::span(bytes).first(static_cast<std::size_t>(count));
+    format_ = ContainerFormat::byMagic(content);
+    if (!format_) format_ = ContainerFormat::byContent(content);
+  }
+  return format_ ? nullptr : notRecognised(file_->path());
+}
+
+NSErrorPtr FileDemuxer::parse() {
+  if (NSErrorPtr failure = recognise()) return failure;
+  const AVInputFormat* input = av_find_input_format(format_->name);
   if (!input) return notRecognised(file_->path());
 
   auto* buffer = static_cast<uint8_t*>(av_malloc(kIOBufferBytes));

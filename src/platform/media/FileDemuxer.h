@@ -40,6 +40,7 @@ class FileDemuxer {
 
  private:
   explicit FileDemuxer(std::shared_ptr<const LocalFile> file);
+  [[nodiscard]] NSErrorPtr recognise();
   [[nodiscard]] NSErrorPtr parse();
   [[nodiscard]] bool lacksPictureSize() const;
 

@@ -32,19 +32,21 @@ int64_t prerollMilliseconds(AVCodecID codec) {
 
 std::unique_ptr<FileSampleCursor> FileSampleCursor::open(std::shared_ptr<FileSampleSource> source,
                                                          std::unique_ptr<FileDemuxer> demuxer,
-                                                         int trackID, NSErrorPtr* error) {
+                                                         const AVAssetTrack& track,
+                                                         NSErrorPtr* error) {
   std::unique_ptr<FileSampleCursor> cursor(
-      new FileSampleCursor(std::move(source), std::move(demuxer), trackID));
+      new FileSampleCursor(std::move(source), std::move(demuxer), track));
   if (cursor->demuxer_->isAtStart() || cursor->rewind()) return cursor;
   setError(error, cursor->error_);
   return nullptr;
 }
 
 FileSampleCursor::FileSampleCursor(std::shared_ptr<FileSampleSource> source,
-                                   std::unique_ptr<FileDemuxer> demuxer, int trackID)
+                                   std::unique_ptr<FileDemuxer> demuxer, const AVAssetTrack& track)
     : source_(std::move(source)),
       demuxer_(std::move(demuxer)),
-      streamIndex_(trackID - 1),
+      streamIndex_(track.trackID - 1),
+      timeRange_(track.timeRange),
       packet_(av_packet_alloc()) {
   selectStream();
 }
@@ -80,6 +82,10 @@ ReadOutcome FileSampleCursor::read() {
     result = av_read_frame(demuxer_->context(), packet_.get());
   } while (result >= 0 && packet_->stream_index != streamIndex_);
   if (result == AVERROR_EOF && !endsEarly()) return ReadOutcome::End;
+  if (result >= 0 && av_packet_get_side_data(packet_.get(), AV_PKT_DATA_ENCRYPTION_INFO, nullptr)) {
+    error_ = makeError(AVErrorContentIsProtected, "The video is protected by encryption.");
+    return ReadOutcome::Error;
+  }
   if (result >= 0 && !(packet_->flags & AV_PKT_FLAG_CORRUPT)) {
     lastDecode_ = packet_->dts;
     return ReadOutcome::Sample;
@@ -109,6 +115,9 @@ void FileSampleCursor::fill(Sample& sample) {
   sample.duration = timeFromTimestamp(std::max<int64_t>(0, packet_->duration), base);
   sample.sync = packet_->flags & AV_PKT_FLAG_KEY;
   sample.shown = !(packet_->flags & AV_PKT_FLAG_DISCARD);
+  // The first and last packets of most codecs reach beyond the sound that was put in.
+  sample.heardFrom = kCMTimeZero;
+  sample.heardUntil = demuxer_->hasCompleteIndex() ? CMTimeRangeGetEnd(timeRange_) : kCMTimeInvalid;
   if (!sample.packet) sample.packet.reset(av_packet_alloc());
   av_packet_unref(sample.packet.get());
   av_packet_move_ref(sample.packet.get(), packet_.get());

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "platform/AVAssetTrack.h"
 #include "platform/media/FileDemuxer.h"
 #include "platform/media/SampleSource.h"
 
@@ -17,8 +18,8 @@ class FileSampleSource;
 class FileSampleCursor : public SampleCursor {
  public:
   [[nodiscard]] static std::unique_ptr<FileSampleCursor> open(
-      std::shared_ptr<FileSampleSource> source, std::unique_ptr<FileDemuxer> demuxer, int trackID,
-      NSErrorPtr* error);
+      std::shared_ptr<FileSampleSource> source, std::unique_ptr<FileDemuxer> demuxer,
+      const AVAssetTrack& track, NSErrorPtr* error);
   ~FileSampleCursor() override;
 
   [[nodiscard]] ReadOutcome next(Sample& sample) override;
@@ -28,7 +29,7 @@ class FileSampleCursor : public SampleCursor {
 
  private:
   FileSampleCursor(std::shared_ptr<FileSampleSource> source, std::unique_ptr<FileDemuxer> demuxer,
-                   int trackID);
+                   const AVAssetTrack& track);
   [[nodiscard]] ReadOutcome read();
   [[nodiscard]] bool rewind();
   [[nodiscard]] bool seekVideo(int64_t timestamp);
@@ -40,6 +41,7 @@ class FileSampleCursor : public SampleCursor {
   std::shared_ptr<FileSampleSource> source_;
   std::unique_ptr<FileDemuxer> demuxer_;
   const int streamIndex_;
+  const CMTimeRange timeRange_;
   AVStream* stream_ = nullptr;
   PacketPtr packet_;  // the one that was read last
   int64_t lastDecode_ = AV_NOPTS_VALUE;

@@ -45,16 +45,15 @@ void FileSampleSource::describe(FileDemuxer& demuxer) {
 }
 
 std::unique_ptr<SampleCursor> FileSampleSource::openCursor(int trackID, NSErrorPtr* error) {
-  const bool known = std::ranges::any_of(
-      tracks_, [trackID](const auto& track) { return track->trackID == trackID; });
-  if (!known) {
+  const auto track = std::ranges::find(tracks_, trackID, &AVAssetTrack::trackID);
+  if (track == tracks_.end()) {
     setError(error, makeError(AVErrorUnknown, "The asset has no such track."));
     return nullptr;
   }
   std::unique_ptr<FileDemuxer> demuxer = takeIdle();
   if (!demuxer) demuxer = openDemuxer(error);
   if (!demuxer) return nullptr;
-  return FileSampleCursor::open(shared_from_this(), std::move(demuxer), trackID, error);
+  return FileSampleCursor::open(shared_from_this(), std::move(demuxer), **track, error);
 }
 
 std::unique_ptr<FileDemuxer> FileSampleSource::openDemuxer(NSErrorPtr* error) const {

@@ -18,6 +18,10 @@ struct Sample {
   CMTime duration;
   bool sync = false;  ///< decoding can start here
   bool shown = true;  ///< false: needed to decode others, not to be shown
+  /// Sound: only what lies in [heardFrom, heardUntil) is heard, to the sample, on the time line of
+  /// `presentation`; an invalid time is no bound. What codecs add at the ends lies outside.
+  CMTime heardFrom;
+  CMTime heardUntil;
 };
 
 /// What reading one step gave. Waiting and ending are outcomes, not errors.

@@ -22,6 +22,8 @@ class SampleTimes {
     CMTime presentation;
     CMTime duration;
     bool shown = true;
+    CMTime heardFrom;
+    CMTime heardUntil;
     uint32_t trimStart = 0;  ///< sound: frames not to be heard, at the sample's start
     uint32_t trimEnd = 0;    ///< and at its end
   };
@@ -29,7 +31,14 @@ class SampleTimes {
   /// The number for a sample that is about to be sent.
   [[nodiscard]] int64_t remember(const Sample& sample) {
     Entry& entry = entries_[index(next_)];
-    entry = {next_, sample.presentation, sample.duration, sample.shown, 0, 0};
+    entry = {next_,
+             sample.presentation,
+             sample.duration,
+             sample.shown,
+             sample.heardFrom,
+             sample.heardUntil,
+             0,
+             0};
     std::size_t bytes = 0;
     const uint8_t* trim =
         av_packet_get_side_data(sample.packet.get(), AV_PKT_DATA_SKIP_SAMPLES, &bytes);
