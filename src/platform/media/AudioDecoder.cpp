@@ -9,6 +9,7 @@ extern "C" {
 #include <utility>
 
 #include "platform/media/CodecContext.h"
+#include "platform/media/DecodeQueue.h"
 #include "platform/media/Resampler.h"
 #include "platform/media/SampleTimes.h"
 
@@ -37,17 +38,18 @@ struct Run {
 class SoftwareAudioDecoder : public AudioDecoder {
  public:
   SoftwareAudioDecoder(CodecContextPtr context, int outputRate)
-      : context_(std::move(context)),
+      : queue_(std::move(context)),
         outputRate_(outputRate),
         resampler_(outputRate),
         packet_(av_packet_alloc()),
         frame_(av_frame_alloc()) {
-    context_->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;  // trimming needs the place of what is left
+    queue_.context().flags2 |=
+        AV_CODEC_FLAG2_SKIP_MANUAL;  // trimming needs the place of what is left
   }
 
   DecodeOutcome send(const Sample& sample) override;
   DecodeOutcome receive(AudioBlock& block) override;
-  void drain() override { (void)avcodec_send_packet(context_.get(), nullptr); }
+  void drain() override { queue_.drain(); }
   void reset() override;
   NSErrorPtr error() const override { return error_; }
 
@@ -62,7 +64,7 @@ class SoftwareAudioDecoder : public AudioDecoder {
   [[nodiscard]] int endRun(AudioBlock& block);
   [[nodiscard]] int convertPiece(AudioBlock& block);
 
-  CodecContextPtr context_;
+  DecodeQueue queue_;
   const int outputRate_;
   Resampler resampler_;
   SampleTimes times_;
@@ -92,7 +94,7 @@ DecodeOutcome SoftwareAudioDecoder::send(const Sample& sample) {
   }
   packet_->pts = packet_->dts = times_.remember(sample);
   packet_->flags &= ~AV_PKT_FLAG_DISCARD;
-  const int result = avcodec_send_packet(context_.get(), packet_.get());
+  const int result = queue_.send(*packet_);
   av_packet_unref(packet_.get());
   if (result == AVERROR(EAGAIN)) times_.forgetLast();
   return result >= 0 ? DecodeOutcome::Ok : fail(result);
@@ -116,7 +118,7 @@ DecodeOutcome SoftwareAudioDecoder::receive(AudioBlock& block) {
 // Decodes until something is to be heard.
 int SoftwareAudioDecoder::nextPiece() {
   while (piece_.count == 0) {
-    const int result = avcodec_receive_frame(context_.get(), frame_.get());
+    const int result = queue_.receive(frame_);
     if (result < 0) return result;
     if (frame_->sample_rate <= 0 || frame_->ch_layout.nb_channels <= 0) return AVERROR_INVALIDDATA;
     // A frame without a number is a further one out of the same packet.
@@ -188,7 +190,7 @@ int SoftwareAudioDecoder::convertPiece(AudioBlock& block) {
 }
 
 void SoftwareAudioDecoder::reset() {
-  avcodec_flush_buffers(context_.get());
+  queue_.flush();
   piece_ = {};
   run_ = {};
   skip_ = 0;

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "platform/media/CodecContext.h"
+#include "platform/media/DecodeQueue.h"
 #include "platform/media/PixelBuffers.h"
 #include "platform/media/SampleTimes.h"
 
@@ -20,25 +21,25 @@ int threadCount(const AVCodecParameters& parameters) {
 class SoftwareVideoDecoder : public VideoDecoder {
  public:
   SoftwareVideoDecoder(const AVCodecParameters& parameters, CodecContextPtr context)
-      : context_(std::move(context)), buffers_(parameters), packet_(av_packet_alloc()) {}
+      : queue_(std::move(context)), buffers_(parameters), packet_(av_packet_alloc()) {}
 
   DecodeOutcome send(const Sample& sample) override;
   DecodeOutcome receive(VideoFrame& frame) override;
-  void drain() override { (void)avcodec_send_packet(context_.get(), nullptr); }
+  void drain() override { queue_.drain(); }
   void reset() override;
   void setSkipsUnreferencedFrames(bool skips) override {
-    context_->skip_frame = skips ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+    queue_.context().skip_frame = skips ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
   }
   NSErrorPtr error() const override { return error_; }
 
  private:
   DecodeOutcome fail(int averror);
 
-  CodecContextPtr context_;
+  DecodeQueue queue_;
   PixelBuffers buffers_;
   SampleTimes times_;
   PacketPtr packet_;
-  FramePtr spare_;
+  FramePtr frame_;
   NSErrorPtr error_;
 };
 
@@ -58,7 +59,7 @@ DecodeOutcome SoftwareVideoDecoder::send(const Sample& sample) {
   // Samples that are not shown are told by number: a decoder that drops them could not know that
   // a composition shows what the file hides.
   packet_->flags &= ~AV_PKT_FLAG_DISCARD;
-  const int result = avcodec_send_packet(context_.get(), packet_.get());
+  const int result = queue_.send(*packet_);
   av_packet_unref(packet_.get());
   if (result == AVERROR(EAGAIN)) times_.forgetLast();
   return result >= 0 ? DecodeOutcome::Ok : fail(result);
@@ -67,23 +68,19 @@ DecodeOutcome SoftwareVideoDecoder::send(const Sample& sample) {
 DecodeOutcome SoftwareVideoDecoder::receive(VideoFrame& frame) {
   error_ = nullptr;
   for (;;) {
-    if (!spare_) spare_.reset(av_frame_alloc());
-    const int result = avcodec_receive_frame(context_.get(), spare_.get());
+    const int result = queue_.receive(frame_);
     if (result < 0) return fail(result);
-    const SampleTimes::Entry* entry = times_.find(spare_->pts);
-    if (!entry || !entry->shown) {
-      av_frame_unref(spare_.get());
-      continue;
-    }
+    const SampleTimes::Entry* entry = times_.find(frame_->pts);
+    if (!entry || !entry->shown) continue;
     frame.presentation = entry->presentation;
     frame.duration = entry->duration;
-    frame.buffer = buffers_.wrap(std::move(spare_));
+    frame.buffer = buffers_.wrap(std::move(frame_));
     return frame.buffer ? DecodeOutcome::Ok : fail(AVERROR(ENOMEM));
   }
 }
 
 void SoftwareVideoDecoder::reset() {
-  avcodec_flush_buffers(context_.get());
+  queue_.flush();
   error_ = nullptr;
 }
 
