@@ -142,7 +142,7 @@ Piece SoftwareAudioDecoder::heardPart(const SampleTimes::Entry* entry) {
   if (entry) end = std::min(end, total - entry->trimEnd);
   end = std::max<int64_t>(0, last_.shown ? end : 0);
   first = std::min(first, end);
-  if (first > 0 || end < total) atEdge_ = true;
+  if (first > 0 || first == end) atEdge_ = true;
   return {static_cast<int>(first), static_cast<int>(end - first), position + toOutput(first)};
 }
 
