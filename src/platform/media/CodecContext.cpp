@@ -45,6 +45,7 @@ bool canDecode(const AVCodecParameters& parameters) {
 }
 
 CodecContextPtr openCodec(const AVCodecParameters& parameters, int threads, NSErrorPtr* error) {
+  keepFFmpegQuiet();
   const std::string name = avcodec_get_name(parameters.codec_id);
   const AVCodec* codec = findDecoder(parameters.codec_id);
   if (!codec) {

@@ -58,4 +58,8 @@ using DictionaryPtr = std::unique_ptr<AVDictionary, DictionaryDeleter>;
 using SwrPtr = std::unique_ptr<SwrContext, SwrDeleter>;
 using SwsPtr = std::unique_ptr<SwsContext, SwsDeleter>;
 
+/// Stops FFmpeg from writing to standard error: what matters reaches the application as an NSError.
+/// A log level that the application set itself is left alone. Called before FFmpeg is used.
+void keepFFmpegQuiet();
+
 }  // namespace zaffo::media

@@ -70,6 +70,7 @@ NSErrorPtr FileDemuxer::parse() {
   const AVInputFormat* input = av_find_input_format(format_->name);
   if (!input) return notRecognised(file_->path());
 
+  keepFFmpegQuiet();
   auto* buffer = static_cast<uint8_t*>(av_malloc(kIOBufferBytes));
   io_.reset(avio_alloc_context(buffer, kIOBufferBytes, 0, this, readPacket, nullptr, seekTo));
   AVFormatContext* context = avformat_alloc_context();
