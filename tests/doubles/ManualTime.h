@@ -70,6 +70,9 @@ class ManualTime final : public TimeSource {
 
   [[nodiscard]] int64_t nanoseconds() const override { return now_; }
 
+  /// Whether a timer waits. One that was cancelled may be counted until its deadline has passed.
+  [[nodiscard]] bool hasTimer() const { return nextDeadline() != kNever; }
+
   /// The time at which this one began, and the nanoseconds it has been moved on since.
   [[nodiscard]] int64_t start() const { return start_; }
   [[nodiscard]] int64_t elapsed() const { return now_ - start_; }

@@ -99,9 +99,11 @@ TEST_F(PollingObserverTest, ReadsNoMoreAfterTheStop) {
 TEST_F(PollingObserverTest, ReadsNoMoreAfterItsEnd) {
   observer->startObserving();
   EXPECT_EQ(observer.use_count(), 1) << "its timer does not keep it alive";
+  EXPECT_TRUE(time.hasTimer());
   observer.reset();
   time.advance(10 * kInterval);
   EXPECT_EQ(reads, 1);
+  EXPECT_FALSE(time.hasTimer()) << "its timer has ended with it";
 }
 
 TEST_F(PollingObserverTest, ARestartTellsOnlyAChange) {
