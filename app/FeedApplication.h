@@ -1,0 +1,82 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <ZaffoPlayback/ZaffoPlayback.h>
+
+#include "FeedController.h"
+#include "FeedInput.h"
+#include "FeedVideo.h"
+#include "FeedView.h"
+#include "FolderScan.h"
+#include "MeasuredLoop.h"
+#include "Options.h"
+#include "ScriptRunner.h"
+#include "Statistics.h"
+
+namespace zaffo::feed {
+
+/// The program: a window, the feed in it, and a script that drives it. Thread: main.
+class FeedApplication final : public ScriptHost {
+ public:
+  FeedApplication(Options options, const URLs& urls, std::vector<Command> commands);
+  ~FeedApplication() override;
+
+  /// Runs to the end and returns the status to exit with: 0, or 1 when something could not be
+  /// opened or written or a command went wrong; which, is on standard error.
+  [[nodiscard]] int run();
+
+  /// What the run measured.
+  [[nodiscard]] const Statistics& statistics() const { return *statistics_; }
+
+ private:
+  [[nodiscard]] bool openSound();
+  [[nodiscard]] bool openWindow();
+  void makeFeed();
+  void observeResets();
+  void startScript();
+  void scriptEnded(ScriptRunner::Ending ending);
+  void finish();
+  void writeStatistics();
+  void complain(const std::string& text);
+
+  [[nodiscard]] int playerCount() const;
+  [[nodiscard]] std::string nameOfPage(int page) const;
+  void fitFeedToWindow();
+  void presented(int64_t hostNanoseconds);
+  void turnEnded(int64_t nanoseconds);
+
+  void scrollBy(int pages) override;
+  void scrollTo(int page) override;
+  void waitForFrame(Outcome done) override;
+  void setRate(float rate) override;
+  void seek(double seconds, Outcome done) override;
+  void setVolume(float volume) override;
+  void shot(const std::string& file, Outcome done) override;
+  void printState() override;
+  void setIdle(bool on) override;
+  void setFast(bool on) override;
+  void setBounds(long most, long mostWhileIdle) override;
+  void resetMediaServices() override;
+
+  const Options options_;
+  const std::vector<Command> commands_;
+  std::vector<std::shared_ptr<FeedVideo>> videos_;
+  MeasuredLoop loop_;
+  int status_ = 0;
+
+  std::shared_ptr<Window> window_;
+  std::shared_ptr<Statistics> statistics_ = std::make_shared<Statistics>();
+  std::shared_ptr<PlayerManager> manager_;
+  std::shared_ptr<FeedView> view_;
+  std::shared_ptr<FeedController> controller_;
+  std::unique_ptr<FeedInput> input_;
+  std::shared_ptr<ScriptRunner> runner_;
+  std::shared_ptr<int> resetObserver_ = std::make_shared<int>(0);
+  Outcome frameWaiter_;
+  bool warmedUp_ = false;
+};
+
+}  // namespace zaffo::feed

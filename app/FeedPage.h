@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <ZaffoPlayback/ZaffoPlayback.h>
+
+namespace zaffo::feed {
+
+/// What one page shows, from the bottom up: the video's thumbnail, the view of its player, and a
+/// text when the video cannot be played. Everything fills the page and keeps its aspect.
+/// Thread: main.
+class FeedPage final : public UIView {
+  struct Private {};
+
+ public:
+  explicit FeedPage(Private);
+  [[nodiscard]] static std::shared_ptr<FeedPage> create();
+
+  void setThumbnail(CGImagePtr image);
+  [[nodiscard]] bool hasThumbnail() const;
+  void setThumbnailHidden(bool hidden);
+
+  /// Takes the view of a player in; null gives it up, unless another page has taken it meanwhile.
+  void setPlayerView(std::shared_ptr<UIView> view);
+
+  /// Shows `text` in the middle; none when empty.
+  void setText(std::string text);
+  [[nodiscard]] const std::string& text() const { return text_; }
+
+  void layoutSubviews() override;
+
+ private:
+  void renderTextImage();
+
+  std::shared_ptr<UIView> thumbnailView_;
+  std::shared_ptr<UIView> playerView_;
+  std::shared_ptr<UIView> textView_;
+  std::string text_;
+  double renderedWidth_ = 0;
+};
+
+}  // namespace zaffo::feed

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <ZaffoPlayback/ZaffoPlayback.h>
+
+namespace zaffo::feed {
+
+/// The video at a URL, as one page of the feed shows it. Its item may stay in an idle player.
+/// Thread: main.
+class FeedVideo final : public ZFVideo {
+ public:
+  /// `id` tells pages apart: the same clip on two pages has two ids, and so two players.
+  FeedVideo(std::shared_ptr<const NSURL> url, std::string id);
+  /// One whose items and thumbnails come from `loader`.
+  FeedVideo(std::shared_ptr<const NSURL> url, std::string id,
+            std::shared_ptr<AVPlayerItemLoader> loader);
+
+  /// What a person calls it: the name of the file.
+  [[nodiscard]] std::string name() const;
+
+  /// Known once the item was loaded; indefinite before.
+  void setItemDuration(CMTime duration) { itemDuration_ = duration; }
+
+  [[nodiscard]] std::string videoId() const override { return id_; }
+  [[nodiscard]] CMTime itemDuration() const override { return itemDuration_; }
+  [[nodiscard]] bool canPause() const override { return true; }
+  [[nodiscard]] bool canPlay() const override { return true; }
+  [[nodiscard]] bool explicitContent() const override { return false; }
+
+  ZFCancelCommandPtr loadAVPlayerItemWithOptions(AVPlayerItemLoaderOptions options,
+                                                 ItemCompletion completeBlock) override;
+  ZFCancelCommandPtr loadThumbnailWithPriority(unsigned long priority, CGSize targetSize,
+                                               ThumbnailCompletion completion) override;
+  ZFCancelCommandPtr preloadWithPriority(unsigned long priority,
+                                         PreloadCompletion completeBlock) override;
+  [[nodiscard]] bool canReuseAVPlayerItem() const override;
+
+ private:
+  std::shared_ptr<const NSURL> url_;
+  std::string id_;
+  std::shared_ptr<AVPlayerItemLoader> loader_;
+  CMTime itemDuration_ = kCMTimeIndefinite;
+};
+
+}  // namespace zaffo::feed

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <vector>
+
+namespace zaffo::feed {
+
+/// Which pages are worth a player, most wanted first: the current one, the next, the previous and
+/// the one after the next, as far as they exist and `capacity` reaches. After a move towards
+/// earlier pages the order is mirrored.
+[[nodiscard]] std::vector<int> pagesToLoad(int current, int count, bool forwards, int capacity);
+
+/// Whether a page is near enough to the current one to exist as a view with its thumbnail.
+[[nodiscard]] bool isNear(int page, int current);
+
+}  // namespace zaffo::feed

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace zaffo::feed {
+
+/// What the command line asks for.
+struct Options {
+  /// What becomes of a clip that has played to its end.
+  enum class Loop {
+    Single,  ///< it starts again
+    None,    ///< it stands on its last picture
+  };
+
+  std::vector<std::string> inputs;  ///< files, folders and URLs as given
+  bool headless = false;
+  int width = 405;   ///< of the feed, in points
+  int height = 720;  ///< of the feed, in points
+  bool sound = true;
+  bool fast = false;
+  Loop loop = Loop::Single;
+  std::string audioOut;    ///< WAV file; empty for none
+  std::string scriptFile;  ///< empty for none
+  std::string commands;    ///< a script given on the command line; empty for none
+  std::string statsFile;   ///< JSON file; empty for none
+  std::string shotFile;    ///< PNG file of a headless run without a script
+
+  [[nodiscard]] bool hasScript() const { return !scriptFile.empty() || !commands.empty(); }
+};
+
+/// Why the program ends before it starts: --help, --version or a mistake on the command line.
+struct EarlyExit {
+  int status = 0;    ///< 0, or 2 for a mistake
+  std::string text;  ///< for standard output when the status is 0, for standard error otherwise
+};
+
+/// Reads a command line, the program's name first.
+[[nodiscard]] std::variant<Options, EarlyExit> parseOptions(std::vector<std::string> arguments);
+
+}  // namespace zaffo::feed

@@ -1,0 +1,238 @@
+#include "PlayerCell.h"
+
+#include <cstdio>
+#include <utility>
+
+namespace zaffo::feed {
+
+using State = PlayerLoan::State;
+
+PlayerCell::PlayerCell(Private, const std::shared_ptr<PlayerManager>& manager,
+                       std::shared_ptr<FeedVideo> video, Style style)
+    : video_(std::move(video)),
+      style_(style),
+      page_(FeedPage::create()),
+      loan_(PlayerLoan::create(manager, video_)),
+      thumbnail_(std::make_shared<Thumbnail>()) {}
+
+std::shared_ptr<PlayerCell> PlayerCell::create(const std::shared_ptr<PlayerManager>& manager,
+                                               std::shared_ptr<FeedVideo> video, Style style) {
+  auto cell = std::make_shared<PlayerCell>(Private{}, manager, std::move(video), style);
+  cell->loan_->setLoadedHandler([weakSelf = std::weak_ptr<PlayerCell>(cell)] {
+    if (const auto self = weakSelf.lock()) self->loanChanged();
+  });
+  return cell;
+}
+
+void PlayerCell::setSettledHandler(std::function<void()> handler) {
+  settledHandler_ = std::move(handler);
+}
+
+void PlayerCell::loadThumbnail() {
+  thumbnail_->load(*video_, style_.thumbnailSize, [weakSelf = weak_from_this()] {
+    if (const auto self = weakSelf.lock()) self->thumbnailChanged();
+  });
+}
+
+void PlayerCell::thumbnailChanged() {
+  page_->setThumbnail(thumbnail_->image());
+  if (loan_->state() == State::Failed) showFailure();
+}
+
+// Loading
+
+void PlayerCell::load() {
+  if (loan_->state() != State::Empty) return;
+  loan_->request();
+  if (loan_->state() == State::Ready) return loanChanged();
+  loadThumbnail();
+}
+
+void PlayerCell::unload() {
+  if (loan_->state() == State::Empty) return;
+  hidePlayer();
+  loan_->giveBack();
+  page_->setText({});
+}
+
+void PlayerCell::checkPlayer() {
+  const State before = loan_->state();
+  loan_->check();
+  if (before == State::Empty || loan_->state() != State::Empty) return;
+  hidePlayer();
+  page_->setText({});
+}
+
+void PlayerCell::loanChanged() {
+  if (loan_->state() == State::Ready) {
+    showPlayer();
+  } else {
+    showFailure();
+  }
+  if (isSettled() && settledHandler_) settledHandler_();
+}
+
+bool PlayerCell::isSettled() const {
+  if (loan_->state() == State::Ready) return true;
+  // The text of a failure waits for what the thumbnail says about it.
+  return loan_->state() == State::Failed && !page_->text().empty();
+}
+
+// The player on the page
+
+void PlayerCell::showPlayer() {
+  const auto& player = loan_->player();
+  const auto view = player->outputView();
+  view->setContentMode(UIViewContentMode::ScaleAspectFit);
+  page_->setText({});
+  page_->setPlayerView(view);
+  tally_.watch(view);
+  isAtStart_ = true;
+  if (const auto item = player->playerItem()) {
+    endObserver_ = std::make_unique<ItemEndObserver>(
+        item,
+        [weakSelf = weak_from_this()] {
+          if (const auto self = weakSelf.lock()) self->itemEnded();
+        },
+        [weakSelf = weak_from_this()](const std::string& reason) {
+          const auto self = weakSelf.lock();
+          if (!self) return;
+          self->hidePlayer();
+          self->loan_->fail(reason);
+          self->loanChanged();
+        });
+  }
+  if (swipe_) startPlaying();
+}
+
+void PlayerCell::hidePlayer() {
+  noteFrameCounts();
+  tally_.forget();
+  endObserver_ = nullptr;
+  isOnScreen_ = false;
+  if (const auto& player = loan_->player()) player->setRate(0);
+  page_->setPlayerView(nullptr);
+  page_->setThumbnailHidden(false);
+}
+
+void PlayerCell::startPlaying() {
+  if (!swipe_->completed) swipe_->completed = TimeSource::now();
+  const auto& player = loan_->player();
+  player->setVolume(volume_);
+  rewind();
+  isAtStart_ = false;
+  player->setRate(rate_);
+}
+
+void PlayerCell::rewind() {
+  if (std::exchange(isAtStart_, true)) return;
+  loan_->player()->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero, {});
+}
+
+void PlayerCell::itemEnded() {
+  if (!swipe_ || !style_.loops) return;
+  loan_->player()->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero,
+                              [weakSelf = weak_from_this()](bool finished) {
+                                const auto self = weakSelf.lock();
+                                if (!finished || !self || !self->swipe_) return;
+                                if (const auto& player = self->loan_->player())
+                                  player->setRate(self->rate_);
+                              });
+}
+
+void PlayerCell::showFailure() {
+  if (thumbnail_->state() == Thumbnail::State::Unknown ||
+      thumbnail_->state() == Thumbnail::State::Loading) {
+    return loadThumbnail();
+  }
+  std::string reason = loan_->reason().empty() ? thumbnail_->reason() : loan_->reason();
+  if (reason.empty()) reason = "There is no video in it that can be played.";
+  page_->setThumbnailHidden(true);
+  page_->setText(video_->name() + "\n\n" + reason);
+  if (swipe_ && swipe_->error.empty()) {
+    swipe_->error = reason;
+    std::fprintf(stderr, "zaffo-feed: %s: %s\n", video_->name().c_str(), reason.c_str());
+  }
+  if (settledHandler_) settledHandler_();
+}
+
+// In view
+
+void PlayerCell::becomeCurrent(std::shared_ptr<Swipe> swipe, float volume) {
+  noteFrameCounts();  // what was seen of it as a neighbour belongs to no record
+  swipe_ = std::move(swipe);
+  rate_ = 1;
+  volume_ = volume;
+  isOnScreen_ = false;
+  if (loan_->state() == State::Failed) unload();  // it may have been mended meanwhile
+  loan_->renew();
+  if (loan_->state() == State::Ready) {
+    swipe_->warm = true;
+    swipe_->completed = TimeSource::now();
+    startPlaying();
+    return;
+  }
+  hidePlayer();
+  load();
+  swipe_->warm = loan_->state() == State::Ready;
+}
+
+void PlayerCell::resignCurrent() {
+  if (const auto& player = loan_->player()) player->setRate(0);
+  noteFrameCounts();
+  swipe_ = nullptr;
+}
+
+void PlayerCell::scrollingEnded() {
+  if (!swipe_ && loan_->state() == State::Ready) rewind();
+}
+
+void PlayerCell::didPresent(int64_t hostNanoseconds) {
+  if (loan_->state() != State::Ready || tally_.firstPresented() == 0) return;
+  page_->setThumbnailHidden(true);
+  if (swipe_ && hostNanoseconds >= swipe_->requested) noteFirstFrame(hostNanoseconds);
+}
+
+void PlayerCell::noteFirstFrame(int64_t hostNanoseconds) {
+  isOnScreen_ = true;
+  if (swipe_->firstFrame) return;
+  const int64_t first = tally_.firstPresented();
+  // A picture that was shown before the page was asked for came on screen with the page.
+  swipe_->firstFrame = first >= swipe_->requested ? first : hostNanoseconds;
+}
+
+void PlayerCell::noteFrameCounts() {
+  const uint64_t shown = tally_.takeShown();
+  const uint64_t dropped = tally_.takeDropped();
+  if (!swipe_) return;
+  swipe_->framesShown += shown;
+  swipe_->framesDropped += dropped;
+}
+
+bool PlayerCell::isShown() const {
+  return isOnScreen_ || (loan_->state() == State::Failed && isSettled());
+}
+
+void PlayerCell::setRate(float rate) {
+  rate_ = rate;
+  if (const auto& player = loan_->player(); player && swipe_) player->setRate(rate);
+}
+
+void PlayerCell::togglePlaying() {
+  setRate(rate_ > 0 ? 0.0f : 1.0f);
+}
+
+void PlayerCell::setVolume(float volume) {
+  volume_ = volume;
+  if (const auto& player = loan_->player()) player->setVolume(volume);
+}
+
+void PlayerCell::seek(CMTime time, std::function<void()> completion) {
+  const auto& player = loan_->player();
+  if (!player || !player->playerItem()) return completion();
+  isAtStart_ = false;
+  player->seekToTime(time, kCMTimeZero, kCMTimeZero,
+                     [completion = std::move(completion)](bool) { completion(); });
+}
+
+}  // namespace zaffo::feed

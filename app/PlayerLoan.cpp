@@ -1,0 +1,114 @@
+#include "PlayerLoan.h"
+
+#include <utility>
+
+namespace zaffo::feed {
+
+namespace {
+
+constexpr AVPlayerItemLoaderOptions kOptions{};
+
+/// Runs `block` on the main thread, inside the call when that is where the caller is.
+void onMainThread(std::function<void()> block) {
+  if (NSThread::isMainThread()) return block();
+  dispatch_async(dispatch_get_main_queue(), std::move(block));
+}
+
+}  // namespace
+
+PlayerLoan::PlayerLoan(Private, std::shared_ptr<PlayerManager> manager,
+                       std::shared_ptr<FeedVideo> video)
+    : manager_(std::move(manager)), video_(std::move(video)) {}
+
+std::shared_ptr<PlayerLoan> PlayerLoan::create(std::shared_ptr<PlayerManager> manager,
+                                               std::shared_ptr<FeedVideo> video) {
+  return std::make_shared<PlayerLoan>(Private{}, std::move(manager), std::move(video));
+}
+
+PlayerLoan::~PlayerLoan() {
+  giveBack();
+}
+
+void PlayerLoan::request() {
+  if (state_ != State::Empty) return;
+  ++attempt_;
+  if (poolState() == PlayerState::Loaded) return takeFromPool();
+  state_ = State::LoadingItem;
+  video_->loadAVPlayerItemWithOptions(kOptions,
+                                      [weakSelf = weak_from_this(), attempt = attempt_](
+                                          std::shared_ptr<AVPlayerItem> item, double, double) {
+                                        onMainThread([weakSelf, attempt, item = std::move(item)] {
+                                          if (const auto self = weakSelf.lock())
+                                            self->itemLoaded(attempt, item);
+                                        });
+                                      });
+}
+
+void PlayerLoan::takeFromPool() {
+  const auto result = manager_->player(video_, kOptions);
+  player_ = result.player();
+  state_ = player_ ? State::Ready : State::Empty;
+}
+
+void PlayerLoan::itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem>& item) {
+  if (attempt != attempt_ || state_ != State::LoadingItem) return;
+  if (!item) {
+    fail({});
+    if (loadedHandler_) loadedHandler_();
+    return;
+  }
+  video_->setItemDuration(item->duration());
+  state_ = State::LoadingPlayer;
+  auto command =
+      manager_->loadPlayer(video_, item, kOptions,
+                           [weakSelf = weak_from_this(), attempt](const PlayerLoadResult& result) {
+                             onMainThread([weakSelf, attempt, result] {
+                               if (const auto self = weakSelf.lock())
+                                 self->playerLoaded(attempt, result);
+                             });
+                           });
+  if (state_ == State::LoadingPlayer) loadCommand_ = std::move(command);
+}
+
+void PlayerLoan::playerLoaded(uint64_t attempt, const PlayerLoadResult& result) {
+  // Dropping the result of a request that was given up returns the player to the pool.
+  if (attempt != attempt_ || state_ != State::LoadingPlayer) return;
+  loadCommand_ = nullptr;
+  if (const auto error = result.error()) {
+    fail(error->localizedDescription());
+  } else {
+    player_ = result.player();
+    state_ = State::Ready;
+  }
+  if (loadedHandler_) loadedHandler_();
+}
+
+void PlayerLoan::renew() {
+  if (state_ != State::Ready) return;
+  if (poolState() != PlayerState::Loaded) return giveBack();
+  // The old handle goes after the new one has come, so that the player is never idle between.
+  const auto old = std::move(player_);
+  takeFromPool();
+}
+
+void PlayerLoan::check() {
+  const bool dropped = (state_ == State::Ready && poolState() != PlayerState::Loaded) ||
+                       (state_ == State::LoadingPlayer && poolState() == PlayerState::NotLoaded);
+  if (dropped || state_ == State::Failed) giveBack();
+}
+
+void PlayerLoan::giveBack() {
+  ++attempt_;
+  state_ = State::Empty;
+  reason_.clear();
+  if (const auto command = std::exchange(loadCommand_, nullptr)) command->cancel();
+  if (const auto player = std::exchange(player_, nullptr)) player->releaseToManager();
+}
+
+void PlayerLoan::fail(std::string reason) {
+  giveBack();
+  state_ = State::Failed;
+  reason_ = std::move(reason);
+}
+
+}  // namespace zaffo::feed

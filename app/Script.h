@@ -1,0 +1,59 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace zaffo::feed {
+
+/// The words of a script, in the order of the manual.
+enum class Word {
+  Next,       ///< to the next page
+  Prev,       ///< to the previous page
+  Goto,       ///< to a page, counted from 1
+  Wait,       ///< seconds
+  WaitFrame,  ///< until the current video's first frame is on screen
+  Play,
+  Pause,
+  Rate,
+  Seek,    ///< seconds from the start of the video
+  Volume,  ///< 0 to 1
+  Shot,    ///< writes a PNG
+  State,   ///< prints the pool
+  Idle,    ///< what the pool is told of the main thread
+  Fast,    ///< which kind of player the pool makes
+  Bounds,  ///< the pool's two bounds
+  Reset,   ///< a reset of the media services
+  Quit,
+};
+
+/// One command of a script with its arguments.
+struct Command {
+  Word word = Word::Quit;
+  double number = 0;   ///< Wait, Rate, Seek, Volume
+  long first = 0;      ///< Goto: the page; Bounds: the most players at all
+  long second = 0;     ///< Bounds: the most players while idle
+  bool on = false;     ///< Idle, Fast
+  std::string file{};  ///< Shot
+  int line = 1;        ///< where its word stands
+  int column = 1;
+};
+
+/// What is wrong with a script, and where; lines and columns (in bytes) count from 1.
+struct ScriptError {
+  int line = 0;
+  int column = 0;
+  std::string text;
+};
+
+/// Reads a script: commands end at a line's end or a semicolon, `#` starts a comment that runs to
+/// the end of the line, and an argument with blanks, semicolons or `#` in it is put in double
+/// quotes. Reports the first mistake.
+[[nodiscard]] std::variant<std::vector<Command>, ScriptError> parseScript(const std::string& text);
+
+/// The first `goto` to a page that a feed of `pageCount` does not have; null when there is none.
+[[nodiscard]] std::unique_ptr<ScriptError> findMissingPage(const std::vector<Command>& commands,
+                                                           long pageCount);
+
+}  // namespace zaffo::feed

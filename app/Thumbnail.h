@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <ZaffoPlayback/ZaffoPlayback.h>
+
+namespace zaffo::feed {
+
+/// The still picture of a video, fetched once. Thread: main.
+class Thumbnail : public std::enable_shared_from_this<Thumbnail> {
+ public:
+  enum class State { Unknown, Loading, Loaded, Failed };
+
+  [[nodiscard]] State state() const { return state_; }
+  [[nodiscard]] const CGImagePtr& image() const { return image_; }
+  /// Why it Failed.
+  [[nodiscard]] const std::string& reason() const { return reason_; }
+
+  /// Fetches the picture of `video`, at most `size` pixels large, and calls `done` on the main
+  /// thread when it is there or has failed. Does nothing after the first time.
+  void load(ZFVideo& video, CGSize size, std::function<void()> done);
+
+ private:
+  State state_ = State::Unknown;
+  CGImagePtr image_;
+  std::string reason_;
+};
+
+}  // namespace zaffo::feed

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Options.h"
+#include "Script.h"
+
+namespace zaffo::feed {
+
+/// What a headless run without a script does: it plays each page for a second, the first twelve at
+/// most, and takes a picture of the feed on its first page.
+class Tour {
+ public:
+  Tour(const Options& options, int pageCount);
+
+  [[nodiscard]] bool isWanted() const { return isWanted_; }
+  [[nodiscard]] std::vector<Command> commands() const;
+  /// Where the picture is.
+  [[nodiscard]] std::string lastLine() const;
+
+ private:
+  bool isWanted_;
+  int pages_;
+  std::string picture_;
+};
+
+}  // namespace zaffo::feed

@@ -1,0 +1,77 @@
+// zaffo-feed: shows videos as a feed.
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+
+#include "FeedApplication.h"
+#include "FolderScan.h"
+#include "Options.h"
+#include "Script.h"
+#include "Tour.h"
+
+namespace zaffo::feed {
+
+namespace {
+
+constexpr int kUsageError = 2;
+
+int usageError(const std::string& text) {
+  std::fprintf(stderr, "zaffo-feed: %s\n", text.c_str());
+  return kUsageError;
+}
+
+int scriptError(const Options& options, const ScriptError& error) {
+  const std::string file = options.scriptFile.empty() ? "-e" : options.scriptFile;
+  return usageError(file + ":" + std::to_string(error.line) + ":" + std::to_string(error.column) +
+                    ": " + error.text);
+}
+
+/// The script's text; empty optional when its file cannot be read.
+std::optional<std::string> readScript(const Options& options) {
+  if (options.scriptFile.empty()) return options.commands;
+  std::error_code ignored;
+  std::ifstream file(options.scriptFile);
+  if (!file || std::filesystem::is_directory(options.scriptFile, ignored)) return std::nullopt;
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+int runFeed(const Options& options) {
+  const auto videos = collectVideos(options.inputs);
+  if (const auto* wrong = std::get_if<std::string>(&videos)) return usageError(*wrong);
+  const URLs& urls = std::get<URLs>(videos);
+
+  const auto text = readScript(options);
+  if (!text) return usageError(options.scriptFile + ": cannot be read");
+  const auto script = parseScript(*text);
+  if (const auto* wrong = std::get_if<ScriptError>(&script)) return scriptError(options, *wrong);
+  auto commands = std::get<std::vector<Command>>(script);
+  if (const auto wrong = findMissingPage(commands, static_cast<long>(urls.size())))
+    return scriptError(options, *wrong);
+
+  const Tour tour(options, static_cast<int>(urls.size()));
+  if (tour.isWanted()) commands = tour.commands();
+  FeedApplication application(options, urls, std::move(commands));
+  const int status = application.run();
+  if (tour.isWanted() && status == 0) {
+    std::printf("%s%s\n", application.statistics().summary().c_str(), tour.lastLine().c_str());
+  }
+  return status;
+}
+
+}  // namespace
+
+}  // namespace zaffo::feed
+
+int main(int argc, char** argv) {
+  using namespace zaffo::feed;
+  const auto parsed = parseOptions(std::vector<std::string>(argv, argv + argc));
+  if (const auto* exit = std::get_if<EarlyExit>(&parsed)) {
+    std::fputs(exit->text.c_str(), exit->status == 0 ? stdout : stderr);
+    return exit->status;
+  }
+  return runFeed(std::get<Options>(parsed));
+}
