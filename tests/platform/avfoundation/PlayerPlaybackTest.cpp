@@ -85,7 +85,8 @@ INSTANTIATE_TEST_SUITE_P(Clips, EveryFrameOf,
                          testing::Values("h264_24.mp4", "h264_25.mp4", "h264_ntsc.mp4",
                                          "h264_50.mp4", "h264_60.mp4", "open_gop.mp4",
                                          "no_b_frames.mp4", "hevc.mp4", "vp8_vorbis.webm",
-                                         "vp9_opus.webm", "mpeg4_mp3.mp4", "video_only.mp4"));
+                                         "vp9_opus.webm", "mpeg4_mp3.mp4", "fragmented.mp4",
+                                         "video_only.mp4"));
 
 TEST_F(PlayerPlaybackTest, PlaysToItsEndSaysSoOnceAndStands) {
   open("h264_30.mp4");
