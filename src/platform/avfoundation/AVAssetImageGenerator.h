@@ -14,7 +14,8 @@ class ZAFFO_EXPORT AVAssetImageGenerator {
       std::shared_ptr<AVAsset> asset);
   virtual ~AVAssetImageGenerator() = default;
 
-  /// Bounds in pixels; the picture keeps its aspect and is never enlarged. A side of 0 is unbounded.
+  /// Bounds in pixels; the picture keeps its aspect and is never enlarged. A side of 0 is
+  /// unbounded.
   virtual void setMaximumSize(CGSize size) = 0;
   /// Whether the picture is turned upright by the track's transform. Off by default.
   virtual void setAppliesPreferredTrackTransform(bool applies) = 0;
