@@ -123,14 +123,18 @@ void AudioOutputEngine::devicePlays() {
 
 void AudioOutputEngine::renderNull() {
   onDevice_.store(false);
-  nullDevice_.start(control_, [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->tick();
-  });
+  const bool heard = route_ == Route::Device || recording_.load();
+  nullDevice_.start(
+      control_,
+      [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->tick();
+      },
+      heard ? NullDevice::kPeriodNanoseconds : NullDevice::kUnheardInterval);
   nullDevice_.render();
 }
 
 void AudioOutputEngine::tick() {
-  nullDevice_.render();
+  renderNull();
   if (route_ == Route::Device) device_->want();
   restIfIdle();
 }

@@ -10,6 +10,8 @@ namespace {
 constexpr double kSlowestAudibleRate = 0.5;
 constexpr double kFastestAudibleRate = 2.0;
 constexpr int64_t kLongestGapSeconds = 60;
+/// Room for what the output has not taken yet, and for the end of a decoded block.
+constexpr double kSlackSeconds = 0.2;
 }  // namespace
 
 AudioTrack::AudioTrack(std::shared_ptr<SampleSource> source, int trackID, AudioOutput& output)
@@ -54,7 +56,7 @@ void AudioTrack::start(int64_t outputFrame, double rate) {
     return;
   }
   if (!input_) {
-    input_ = output_.addInput(static_cast<int64_t>((kAheadSeconds + 0.1) * sampleRate_));
+    input_ = output_.addInput(static_cast<int64_t>((kAheadSeconds + kSlackSeconds) * sampleRate_));
     input_->setVolume(volume_);
   }
   if (rate != 1.0) stretch_ = TimeStretch::create(sampleRate_, rate);

@@ -33,8 +33,7 @@ bool FrameStore::advance(CMTime time) {
 bool FrameStore::advanceWhileLocked(CMTime time) {
   bool moved = false;
   while (!queue_.empty() && queue_.front().presentation <= time) {
-    if (moved && somebodyDraws_) ++dropped_;
-    if (!moved && somebodyDraws_ && current_.buffer && !currentWasDrawn_) ++dropped_;
+    if (current_.buffer && !currentWasDrawn_) passOverWhileLocked();
     current_ = std::move(queue_.front());
     queue_.pop_front();
     currentWasDrawn_ = false;
@@ -43,13 +42,33 @@ bool FrameStore::advanceWhileLocked(CMTime time) {
   return moved;
 }
 
+/// A drawing that misses some frames is slow; one that misses more has ended.
+void FrameStore::passOverWhileLocked() {
+  constexpr int kUndrawnUntilNobodyDraws = 15;
+  if (!somebodyDraws_) return;
+  ++dropped_;
+  if (++undrawnInARow_ == kUndrawnUntilNobodyDraws) {
+    somebodyDraws_ = false;
+    dropped_ -= kUndrawnUntilNobodyDraws;
+  }
+}
+
 CVPixelBufferPtr FrameStore::bufferAtHostTime(int64_t hostNanoseconds) {
   const CMTime time = timebase_->timeAtHostTime(hostNanoseconds);
-  MutexLock lock(framesMutex_);
-  somebodyDraws_ = true;
-  advanceWhileLocked(time);
-  if (current_.buffer) currentWasDrawn_ = true;
-  return current_.buffer;
+  bool began = false;
+  CVPixelBufferPtr buffer;
+  {
+    MutexLock lock(framesMutex_);
+    advanceWhileLocked(time);
+    buffer = current_.buffer;
+    if (buffer) {
+      currentWasDrawn_ = true;
+      undrawnInARow_ = 0;
+      began = !std::exchange(somebodyDraws_, true);
+    }
+  }
+  if (began && drawingBegan_) drawingBegan_();
+  return buffer;
 }
 
 bool FrameStore::hasFrame() const {
@@ -62,10 +81,11 @@ std::size_t FrameStore::queued() const {
   return queue_.size();
 }
 
-std::optional<CMTime> FrameStore::nextPresentation() const {
+std::optional<CMTime> FrameStore::nextWake(std::size_t few) const {
   MutexLock lock(framesMutex_);
   if (queue_.empty()) return std::nullopt;
-  return queue_.front().presentation;
+  const bool patient = !somebodyDraws_ && queue_.size() > few;
+  return queue_[patient ? queue_.size() - few - 1 : 0].presentation;
 }
 
 uint64_t FrameStore::droppedFrames() const {

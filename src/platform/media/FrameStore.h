@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -35,20 +36,27 @@ class FrameStore {
 
   [[nodiscard]] bool hasFrame() const;
   [[nodiscard]] std::size_t queued() const;
-  /// When the frame after the one on show is due.
-  [[nodiscard]] std::optional<CMTime> nextPresentation() const;
+  /// When its owner has something to do about the frames: when the next one is due while somebody
+  /// draws, otherwise when no more than `few` are left waiting. None while none waits.
+  [[nodiscard]] std::optional<CMTime> nextWake(std::size_t few) const;
+  /// Called, on the drawing thread, when somebody begins to draw or draws again after a pause. To
+  /// be set before anybody draws.
+  void setDrawingHandler(std::function<void()> began) { drawingBegan_ = std::move(began); }
   /// Frames that were passed over and never drawn, while somebody drew.
   [[nodiscard]] uint64_t droppedFrames() const;
 
  private:
   bool advanceWhileLocked(CMTime time) ZAFFO_REQUIRES(framesMutex_);
+  void passOverWhileLocked() ZAFFO_REQUIRES(framesMutex_);
 
   const std::shared_ptr<const CMTimebase> timebase_;
+  std::function<void()> drawingBegan_;
   mutable Mutex framesMutex_;
   VideoFrame current_ ZAFFO_GUARDED_BY(framesMutex_);
   bool currentWasDrawn_ ZAFFO_GUARDED_BY(framesMutex_) = false;
   std::deque<VideoFrame> queue_ ZAFFO_GUARDED_BY(framesMutex_);
   bool somebodyDraws_ ZAFFO_GUARDED_BY(framesMutex_) = false;
+  int undrawnInARow_ ZAFFO_GUARDED_BY(framesMutex_) = 0;
   uint64_t dropped_ ZAFFO_GUARDED_BY(framesMutex_) = 0;
 };
 

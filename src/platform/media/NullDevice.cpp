@@ -14,13 +14,17 @@ NullDevice::~NullDevice() {
   stop();
 }
 
-void NullDevice::start(const DispatchQueuePtr& queue, DispatchBlock tick) {
-  if (timer_) return;
-  const int64_t now = clock_.nanosecondsAtHostTime(TimeSource::now());
-  frame_ = std::max(mixer_.nextFrame(), framesAtNanoseconds(now, sampleRate_));
-  unheard_.resize(static_cast<size_t>(2 * framesAtNanoseconds(kPeriodNanoseconds, sampleRate_)));
-  mixer_.gate().passTo(kOwner);
-  timer_ = dispatch_timer_every(kPeriodNanoseconds, queue, std::move(tick));
+void NullDevice::start(const DispatchQueuePtr& queue, DispatchBlock tick, int64_t interval) {
+  if (timer_ && interval == interval_) return;
+  if (!timer_) {
+    const int64_t now = clock_.nanosecondsAtHostTime(TimeSource::now());
+    frame_ = std::max(mixer_.nextFrame(), framesAtNanoseconds(now, sampleRate_));
+    unheard_.resize(static_cast<size_t>(2 * framesAtNanoseconds(kPeriodNanoseconds, sampleRate_)));
+    mixer_.gate().passTo(kOwner);
+  }
+  stop();
+  interval_ = interval;
+  timer_ = dispatch_timer_every(interval, queue, std::move(tick));
 }
 
 void NullDevice::stop() {

@@ -17,15 +17,18 @@ namespace zaffo::media {
 class NullDevice {
  public:
   static constexpr int64_t kPeriodNanoseconds = 20'000'000;
+  /// An interval for when nobody hears or records what is rendered: it can wait, and be done at
+  /// once.
+  static constexpr int64_t kUnheardInterval = 5 * kPeriodNanoseconds;
   static constexpr RenderGate::Owner kOwner = 1;
 
   NullDevice(AudioMixer& mixer, const CMClock& clock, int sampleRate);
   ~NullDevice();
 
   /// Takes the right to render; goes on where rendering stopped, or from the present time when that
-  /// is later. Calls `tick` on `queue` each period from then on, so that the owner can look after
-  /// things.
-  void start(const DispatchQueuePtr& queue, DispatchBlock tick);
+  /// is later. Calls `tick` on `queue` every `interval` nanoseconds from then on, so that the owner
+  /// can render and look after things; a further call changes the interval.
+  void start(const DispatchQueuePtr& queue, DispatchBlock tick, int64_t interval);
   void stop();
   [[nodiscard]] bool running() const { return timer_ != nullptr; }
 
@@ -38,6 +41,7 @@ class NullDevice {
   const int sampleRate_;
   int64_t frame_ = 0;
   DispatchTimerPtr timer_;
+  int64_t interval_ = 0;
   std::vector<float> unheard_;
 };
 

@@ -26,6 +26,9 @@ std::shared_ptr<Playback> Playback::create(std::shared_ptr<SampleSource> source,
                                            AudioOutput& output, Events events) {
   const std::shared_ptr<Playback> playback(
       new Playback(std::move(source), output, std::move(events)));
+  playback->frames_->setDrawingHandler([weakPlayback = std::weak_ptr(playback)] {
+    if (const auto drawn = weakPlayback.lock()) drawn->post(&Playback::turn);
+  });
   playback->seek(kCMTimeZero, kCMTimeZero, kCMTimeZero, nullptr);
   return playback;
 }

@@ -129,6 +129,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
   std::optional<VideoFrame> firstFrame_;
   bool videoEnded_ = false;
   bool waitsForSource_ = false;
+  bool decoding_ = false;  ///< until many frames wait
   CMTime videoEnd_ = kCMTimeZero;
   NSErrorPtr error_;
   DispatchTimerPtr timer_;

@@ -11,10 +11,12 @@ namespace zaffo::media {
 
 namespace {
 
-/// Decoded frames that wait behind the one on show.
-constexpr std::size_t kFramesAhead = 3;
+/// Decoding begins when this few decoded frames wait behind the one on show, and goes on until
+/// there are so many: in one go the decoder finds its data still in the cache.
+constexpr std::size_t kFewFrames = 1;
+constexpr std::size_t kManyFrames = 4;
 /// Steps of decoding between two looks at what else is to be done.
-constexpr int kStepsPerTurn = 24;
+constexpr int kStepsPerTurn = 16;
 /// A decoder this far behind leaves out frames that no other refers to.
 constexpr CMTime kLateness = CMTimeMake(1, 10);
 constexpr int64_t kTimerSlackNanoseconds = 1000;
@@ -33,11 +35,14 @@ void Playback::turn() {
   scheduleTurn();
 }
 
+/// Decodes one frame if it is time to: between two frames the queue looks at what else is due.
 void Playback::decodeAhead(CMTime now) {
-  if (!video_ || videoEnded_) return;
+  const std::size_t queued = frames_->queued();
+  if (queued <= kFewFrames) decoding_ = true;
+  if (queued >= kManyFrames || !video_ || videoEnded_) decoding_ = false;
   waitsForSource_ = false;
   VideoFrame frame;
-  for (int step = 0; step < kStepsPerTurn && frames_->queued() < kFramesAhead; ++step) {
+  for (int step = 0; decoding_ && step < kStepsPerTurn; ++step) {
     if (superseded()) return;
     switch (video_->stepNext(frame)) {
       case TrackStep::Working:
@@ -49,13 +54,13 @@ void Playback::decodeAhead(CMTime now) {
         videoEnd_ = endOf(frame);
         video_->hurryTo(videoEnd_ + kLateness < now ? now : kCMTimeInvalid);
         frames_->push(std::move(frame));
-        break;
+        return;
       case TrackStep::Error:
         error_ = video_->error();
-        videoEnded_ = true;
-        return;
+        [[fallthrough]];
       case TrackStep::End:
         videoEnded_ = true;
+        decoding_ = false;
         return;
     }
   }
@@ -84,9 +89,7 @@ std::optional<CMTime> Playback::endTime() const {
 void Playback::scheduleTurn() {
   if (timer_) timer_->cancel();
   timer_ = nullptr;
-  if (video_ && !videoEnded_ && !waitsForSource_ && frames_->queued() < kFramesAhead) {
-    return post(&Playback::turn);
-  }
+  if (decoding_ && !waitsForSource_) return post(&Playback::turn);
   const auto due = nextTurnHostTime();
   if (!due) return;
   // A clock that stands still for a moment must not make the queue spin.
@@ -103,7 +106,7 @@ std::optional<int64_t> Playback::nextTurnHostTime() const {
   const auto consider = [&next](std::optional<int64_t> time) {
     if (time && (!next || *time < *next)) next = time;
   };
-  if (const auto presentation = frames_->nextPresentation()) {
+  if (const auto presentation = frames_->nextWake(kFewFrames)) {
     // Just after it is due: a timer that rings a hair early would find nothing to do.
     const auto due = timebase_->hostTimeAtTime(*presentation);
     if (due) consider(*due + kTimerSlackNanoseconds);

@@ -64,6 +64,31 @@ TEST_F(FrameStoreTest, CountsFramesPassedOverAsDroppedOnlyOnceSomebodyDraws) {
   EXPECT_EQ(store_.droppedFrames(), 3u);
 }
 
+TEST_F(FrameStoreTest, WakesForEachFrameWhileSomebodyDrawsAndForTheLastFewOtherwise) {
+  store_.show(frameAt(0));
+  for (int i = 1; i <= 4; ++i) store_.push(frameAt(i));
+  EXPECT_EQ(store_.nextWake(1), CMTimeMake(3, 10));
+  int began = 0;
+  store_.setDrawingHandler([&began] { ++began; });
+  EXPECT_NE(drawn(), nullptr);
+  EXPECT_NE(drawn(), nullptr);
+  EXPECT_EQ(began, 1);
+  EXPECT_EQ(store_.nextWake(1), CMTimeMake(1, 10));
+}
+
+TEST_F(FrameStoreTest, ADrawingThatEndedIsNotHeldToDropFrames) {
+  store_.show(frameAt(0));
+  EXPECT_NE(drawn(), nullptr);
+  for (int i = 1; i < 60; ++i) store_.push(frameAt(i));
+  store_.advance(CMTimeMake(50, 10));
+  EXPECT_EQ(store_.droppedFrames(), 0u);
+  EXPECT_EQ(store_.nextWake(1), CMTimeMake(58, 10));
+  int began = 0;
+  store_.setDrawingHandler([&began] { ++began; });
+  EXPECT_NE(drawn(), nullptr);
+  EXPECT_EQ(began, 1);
+}
+
 TEST_F(FrameStoreTest, AFrameThatWasDrawnIsNotDropped) {
   store_.show(frameAt(0));
   EXPECT_NE(drawn(), nullptr);
@@ -79,7 +104,7 @@ TEST_F(FrameStoreTest, ShowForgetsWhatWasQueued) {
   const VideoFrame other = frameAt(20);
   store_.show(other);
   EXPECT_EQ(store_.queued(), 0u);
-  EXPECT_EQ(store_.nextPresentation(), std::nullopt);
+  EXPECT_EQ(store_.nextWake(0), std::nullopt);
   EXPECT_EQ(drawn(), other.buffer);
 }
 
