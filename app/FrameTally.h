@@ -14,6 +14,8 @@ class FrameTally {
   void watch(const std::shared_ptr<UIView>& outputView);
   void forget();
 
+  [[nodiscard]] bool hasLayer() const { return layer_ != nullptr; }
+
   /// Pictures shown and dropped since watch() or the last call of these.
   [[nodiscard]] uint64_t takeShown();
   [[nodiscard]] uint64_t takeDropped();

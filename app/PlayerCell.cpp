@@ -63,7 +63,15 @@ void PlayerCell::checkPlayer() {
   page_->setText({});
 }
 
+/// Why the item of the player cannot be played, though the player was handed out; null when it can:
+/// a player that was waiting for its first picture is loaded all the same when none comes.
+std::shared_ptr<const NSError> PlayerCell::itemError() const {
+  const auto item = loan_->player() ? loan_->player()->playerItem() : nullptr;
+  return item && item->status() == AVPlayerItemStatus::Failed ? item->error() : nullptr;
+}
+
 void PlayerCell::loanChanged() {
+  if (const auto error = itemError()) loan_->fail(error->localizedDescription());
   if (loan_->state() == State::Ready) {
     showPlayer();
   } else {
@@ -97,9 +105,7 @@ void PlayerCell::showPlayer() {
         [weakSelf = weak_from_this()](const std::string& reason) {
           const auto self = weakSelf.lock();
           if (!self) return;
-          self->hidePlayer();
-          self->loan_->fail(reason);
-          self->loanChanged();
+          self->failOnTheWay(reason);
         });
   }
   if (swipe_) startPlaying();
@@ -130,7 +136,9 @@ void PlayerCell::rewind() {
 }
 
 void PlayerCell::itemEnded() {
-  if (!swipe_ || !style_.loops) return;
+  if (!swipe_) return;
+  if (tally_.hasLayer() && tally_.firstPresented() == 0) return failOnTheWay({});
+  if (!style_.loops) return;
   loan_->player()->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero,
                               [weakSelf = weak_from_this()](bool finished) {
                                 const auto self = weakSelf.lock();
@@ -138,6 +146,12 @@ void PlayerCell::itemEnded() {
                                 if (const auto& player = self->loan_->player())
                                   player->setRate(self->rate_);
                               });
+}
+
+void PlayerCell::failOnTheWay(std::string reason) {
+  hidePlayer();
+  loan_->fail(std::move(reason));
+  loanChanged();
 }
 
 void PlayerCell::showFailure() {

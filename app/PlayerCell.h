@@ -50,12 +50,14 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   void seek(CMTime time, std::function<void()> completion) override;
 
  private:
+  [[nodiscard]] std::shared_ptr<const NSError> itemError() const;
   void loanChanged();
   void showPlayer();
   void hidePlayer();
   void startPlaying();
   void rewind();
   void itemEnded();
+  void failOnTheWay(std::string reason);
   void showFailure();
   void thumbnailChanged();
   void noteFirstFrame(int64_t hostNanoseconds);

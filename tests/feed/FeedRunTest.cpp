@@ -185,7 +185,8 @@ INSTANTIATE_TEST_SUITE_P(Files, BadInputTest,
                                          "unknown_codec.mp4", "refused_codec.mp4",
                                          "playlist_m3u8.mp4", "playlist_concat.mp4",
                                          "playlist_sdp.mp4", "playlist_dash.mp4",
-                                         "cut_moov_last_5.mp4", "protected.mp4"),
+                                         "cut_moov_last_5.mp4", "protected.mp4",
+                                         "no_key_frame.mp4"),
                          [](const auto& file) {
                            std::string name = file.param;
                            std::replace(name.begin(), name.end(), '.', '_');

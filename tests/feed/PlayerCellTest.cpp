@@ -299,6 +299,20 @@ TEST_F(PlayerCellTest, AVideoThatFailsOnTheWayShowsItsError) {
   testing::internal::GetCapturedStderr();
 }
 
+TEST_F(PlayerCellTest, AnItemThatFailedBeforeItsPlayerCameShowsItsError) {
+  testing::internal::CaptureStderr();
+  makeCurrent();
+  giveThumbnail();
+  giveItem();
+  item->statusValue = AVPlayerItemStatus::Failed;
+  item->errorValue = errorSaying("protected");
+  finishLoad();
+  EXPECT_EQ(page()->text(), "clip.mp4\n\nprotected");
+  EXPECT_TRUE(cell->isShown());
+  EXPECT_EQ(swipe->error, "protected");
+  testing::internal::GetCapturedStderr();
+}
+
 TEST_F(PlayerCellTest, AFailedPageIsTriedAgainWhenItComesIntoView) {
   cell->load();
   giveThumbnail();
