@@ -125,6 +125,11 @@ bool hasPicture(const Handle& handle) {
   return layer && layer->isReadyForDisplay();
 }
 
+Pictures picturesOf(const Handle& handle) {
+  const auto* layer = playerLayerIn(handle->outputView()->layer());
+  return layer ? Pictures{layer->presentedFrames(), layer->droppedFrames()} : Pictures{};
+}
+
 void seekExactly(const Handle& handle, double seconds) {
   std::optional<bool> finished;
   handle->seekToTime(zaffo::CMTimeMakeWithSeconds(seconds, 600), zaffo::kCMTimeZero,

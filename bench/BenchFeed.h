@@ -62,6 +62,12 @@ void runFor(double seconds);
 /// Whether a picture of the video can be shown now.
 [[nodiscard]] bool hasPicture(const Handle& handle);
 
+/// Pictures of the video that were put on screen, and that became due but never were.
+struct Pictures {
+  unsigned long long shown = 0, dropped = 0;
+};
+[[nodiscard]] Pictures picturesOf(const Handle& handle);
+
 /// Seeks with zero tolerance and waits until the frame is ready to be shown.
 void seekExactly(const Handle& handle, double seconds);
 

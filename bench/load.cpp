@@ -100,8 +100,9 @@ void floorMemory(std::size_t count, const std::vector<std::string>& clips) {
   printMemory(one, usageOf(count), count);
 }
 
-void printCores(double cores, std::size_t count, unsigned long long shown) {
-  std::printf("{\"count\": %zu, \"cores\": %.4f, \"shown\": %llu}\n", count, cores, shown);
+void printCores(double cores, std::size_t count, bench::Pictures pictures = {}) {
+  std::printf("{\"count\": %zu, \"cores\": %.4f, \"shown\": %llu, \"dropped\": %llu}\n", count,
+              cores, pictures.shown, pictures.dropped);
 }
 
 /// The CPU used while `count` players play from their start, as cores.
@@ -116,7 +117,7 @@ void play(std::size_t count, double seconds, const std::vector<std::string>& cli
   Feed feed;
   feed.load(count, clips);
   bench::runFor(0.3);
-  printCores(playFor(feed, seconds), count, 0);
+  printCores(playFor(feed, seconds), count);
 }
 
 void playInWindow(std::size_t count, double seconds, const std::vector<std::string>& clips) {
@@ -141,9 +142,14 @@ void playInWindow(std::size_t count, double seconds, const std::vector<std::stri
     window->rootView()->addSubview(view);
   }
   bench::runFor(0.3);
-  const auto before = window->presentedPictures();
   const double cores = playFor(feed, seconds);
-  printCores(cores, count, window->presentedPictures() - before);
+  bench::Pictures all;
+  for (const auto& handle : feed.handles) {
+    const bench::Pictures pictures = bench::picturesOf(handle);
+    all.shown += pictures.shown;
+    all.dropped += pictures.dropped;
+  }
+  printCores(cores, count, all);
 }
 
 /// The CPU that decoding the same pictures and sound takes, spread over the time they play.
@@ -153,7 +159,7 @@ void floorPlay(std::size_t count, double seconds, const std::vector<std::string>
     files.push_back(std::make_unique<floors::File>(clips[i % clips.size()]));
   const double cpu = cpuSeconds();
   for (const auto& file : files) file->decodeBoth(seconds);
-  printCores((cpuSeconds() - cpu) / seconds, count, 0);
+  printCores((cpuSeconds() - cpu) / seconds, count);
 }
 
 }  // namespace

@@ -94,9 +94,11 @@ class Bench:
             floor = self.load("floor-play", count, str(PLAY_SECONDS), *clips)["cores"]
             for mode, text, target in (("play", "no output", "1.2 x floor"),
                                        ("play-window", "the offscreen window", "")):
-                ours = self.load(mode, count, str(PLAY_SECONDS), *clips)["cores"]
-                self.add(f"CPU, {count} playing with sound to {text}", floor, ours, "cores", 3,
-                         target)
+                run = self.load(mode, count, str(PLAY_SECONDS), *clips)
+                if mode == "play-window":
+                    text += f" ({run['shown']:.0f} shown, {run['dropped']:.0f} dropped)"
+                self.add(f"CPU, {count} playing with sound to {text}", floor, run["cores"],
+                         "cores", 3, target)
 
     def feed(self):
         with tempfile.TemporaryDirectory() as folder:
