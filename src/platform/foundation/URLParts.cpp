@@ -91,7 +91,8 @@ URLParts URLParts::resolvedAgainst(const URLParts& base) const {
 std::string URLParts::join() const {
   std::string text;
   if (scheme) text += *scheme + ":";
-  if (authority) text += "//" + *authority;
+  // A path of two slashes would be taken for an authority where there is none.
+  if (authority || path.starts_with("//")) text += "//" + authority.value_or("");
   text += path;
   if (query) text += "?" + *query;
   if (fragment) text += "#" + *fragment;

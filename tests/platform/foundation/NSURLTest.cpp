@@ -208,6 +208,21 @@ TEST(NSURL, LastPathComponentIsDecodedAndWithoutASlash) {
   EXPECT_EQ(NSURL::URLWithString("http://h")->lastPathComponent(), "");
 }
 
+TEST(NSURL, TakesNoPathForAHostWhenDotSegmentsLeaveTwoSlashes) {
+  const auto base = NSURL::URLWithString("http://base/x");
+  for (const std::string text : {"file:/.//a/b", "file:/c/..//a/b"}) {
+    const auto url = NSURL::URLWithString(text, base);
+    ASSERT_TRUE(url) << text;
+    EXPECT_EQ(url->absoluteString(), "file:////a/b");
+    EXPECT_EQ(url->host(), "");
+    EXPECT_EQ(url->path(), "//a/b");
+    const auto again = NSURL::URLWithString(url->absoluteString());
+    ASSERT_TRUE(again) << text;
+    EXPECT_EQ(again->path(), "//a/b");
+    EXPECT_EQ(again->host(), "");
+  }
+}
+
 TEST(NSURL, ReadsBackWhateverItAccepts) {
   const unsigned seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
