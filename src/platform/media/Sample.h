@@ -12,7 +12,7 @@ using NSErrorPtr = std::shared_ptr<const NSError>;
 
 /// One compressed sample of one track, by reference to what the demuxer read.
 struct Sample {
-  PacketPtr packet;     ///< its own pts and dts are the source's, in the source's time base
+  PacketPtr packet;  ///< its own pts and dts are the source's, in the source's time base
   /// On the time line of whoever gave the sample. Invalid where the file does not tell the times,
   /// damaged ones do not: it follows the sample before it.
   CMTime presentation;
