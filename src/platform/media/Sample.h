@@ -13,8 +13,8 @@ using NSErrorPtr = std::shared_ptr<const NSError>;
 /// One compressed sample of one track, by reference to what the demuxer read.
 struct Sample {
   PacketPtr packet;  ///< its own pts and dts are the source's, in the source's time base
-  /// On the time line of whoever gave the sample. Invalid where the file does not tell the times,
-  /// damaged ones do not: it follows the sample before it.
+  /// On the time line of whoever gave the sample. Invalid where a file, mostly a damaged one, does
+  /// not tell it: sound then follows the sample before it, and a picture is not shown.
   CMTime presentation;
   CMTime decode;
   CMTime duration;

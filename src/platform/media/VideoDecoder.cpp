@@ -71,7 +71,7 @@ DecodeOutcome SoftwareVideoDecoder::receive(VideoFrame& frame) {
     const int result = queue_.receive(frame_);
     if (result < 0) return fail(result);
     const SampleTimes::Entry* entry = times_.find(frame_->pts);
-    if (!entry || !entry->shown) continue;
+    if (!entry || !entry->shown || !CMTIME_IS_NUMERIC(entry->presentation)) continue;
     frame.presentation = entry->presentation;
     frame.duration = entry->duration;
     frame.buffer = buffers_.wrap(std::move(frame_));

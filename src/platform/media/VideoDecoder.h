@@ -22,7 +22,8 @@ enum class DecodeOutcome {
 };
 
 /// Decodes one video track in software with the least threads that keep up (one up to 1080p30).
-/// Frames that were marked not shown are decoded and not given. Thread: one at a time.
+/// Frames that were marked not shown, or have no time, are decoded and not given.
+/// Thread: one at a time.
 class VideoDecoder {
  public:
   /// Null with `error` set when there is no decoder or it refuses the parameters.

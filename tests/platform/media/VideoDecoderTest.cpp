@@ -69,6 +69,25 @@ INSTANTIATE_TEST_SUITE_P(
       return name;
     });
 
+TEST(VideoDecoder, DoesNotGiveAPictureWithoutATime) {
+  const auto source = openClip(clip("no_b_frames.mp4"));
+  const auto cursor = openTrack(*source, AVMediaTypeVideo);
+  const auto decoder = openVideoDecoder(*cursor);
+  std::vector<VideoFrame> frames;
+  std::vector<Sample> samples = readAll(*cursor);
+  ASSERT_EQ(samples.size(), 60U);
+  samples[7].presentation = kCMTimeInvalid;
+  for (const Sample& sample : samples) {
+    ASSERT_EQ(decoder->send(sample), DecodeOutcome::Ok);
+    EXPECT_EQ(collect(*decoder, frames), DecodeOutcome::Again);
+  }
+  decoder->drain();
+  EXPECT_EQ(collect(*decoder, frames), DecodeOutcome::End);
+  ASSERT_EQ(frames.size(), 59U);
+  EXPECT_EQ(frameNumber(frames[6].buffer), 6);
+  EXPECT_EQ(frameNumber(frames[7].buffer), 8);
+}
+
 TEST(VideoDecoder, GivesTheFirstPictureOfASingleSampleWhenDrained) {
   const auto source = openClip(clip("h264_30.mp4"));
   const auto cursor = openTrack(*source, AVMediaTypeVideo);
