@@ -30,7 +30,9 @@ TEST(FeedSoak, AThousandSwipesEndWithMemoryDescriptorsAndThreadsWhereTheyWereAft
     script += "goto " + std::to_string(page) + (kind % 3 == 0 ? "\n" : "; wait-frame\n");
   }
   FeedRun run;
-  std::ofstream(run.file("script")) << script << "wait 0.5\n";
+  // Memory that is free but held back to catch its use would count as used.
+  run.environment = {{"ASAN_OPTIONS", "quarantine_size_mb=4:thread_local_quarantine_size_kb=64"}};
+  std::ofstream(run.file("script")) << script << "wait 11\n";  // free threads live for ten seconds
   FeedRun::Arguments arguments{"--stats", "stats.json", "--script", "script"};
   for (const auto& name : clips) arguments.push_back(test::clip(name));
   run.run(headless(arguments));
@@ -40,9 +42,8 @@ TEST(FeedSoak, AThousandSwipesEndWithMemoryDescriptorsAndThreadsWhereTheyWereAft
   const auto &warm = json["after_50_swipes"], &end = json["end"];
   EXPECT_EQ(json["swipes"].size(), 1001u);
   EXPECT_LE(end["players"], 8);
-  // Workers that block come when there is much to do, and stay for a while.
-  EXPECT_LE(end["threads"], warm["threads"].get<int>() + 4) << end << warm;
-  EXPECT_LE(end["file_descriptors"], warm["file_descriptors"].get<int>() + 8) << end << warm;
+  EXPECT_LE(end["threads"], warm["threads"]) << end << warm;
+  EXPECT_LE(end["file_descriptors"], warm["file_descriptors"]) << end << warm;
   constexpr int64_t kSlack = 24 << 20;  // pages that the allocator holds, and clips of unlike size
   EXPECT_LE(end["private_bytes"], warm["private_bytes"].get<int64_t>() + kSlack) << end << warm;
   std::cout << "after 50: " << warm << "\nat the end: " << end << "\n";
