@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/FatalError.h"
+#include "platform/ThreadPriority.h"
 #include "platform/dispatch/WorkCount.h"
 
 namespace zaffo {
@@ -39,6 +40,7 @@ void BlockingThreads::execute(std::shared_ptr<Runnable> work) {
 }
 
 void BlockingThreads::serve() {
+  lowerThreadPriority();
   while (auto work = waitForWork()) {
     work->run();
     work.reset();  // what goes with it may queue more, which the count must not miss

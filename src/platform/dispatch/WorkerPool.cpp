@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/FatalError.h"
+#include "platform/ThreadPriority.h"
 #include "platform/dispatch/WorkCount.h"
 
 namespace zaffo {
@@ -39,8 +40,10 @@ WorkerPool::WorkerPool() : keepRunning_(context_.get_executor()) {
   for (size_t i = 0; i < kLaneCount; ++i) lanes_[i] = std::make_unique<Lane>(*this, i);
   const unsigned count = std::max(1U, std::thread::hardware_concurrency());
   for (unsigned i = 0; i < count; ++i) {
-    const bool started =
-        workers_.start("zaffo-work-" + std::to_string(i), [this] { context_.run(); });
+    const bool started = workers_.start("zaffo-work-" + std::to_string(i), [this] {
+      lowerThreadPriority();
+      context_.run();
+    });
     if (!started && i == 0) fatalError("No thread could be started for the dispatch queues.");
   }
 }

@@ -3,6 +3,8 @@
 #include <future>
 #include <utility>
 
+#include "platform/ThreadPriority.h"
+
 namespace zaffo::window {
 
 RenderThread::~RenderThread() {
@@ -14,6 +16,7 @@ std::shared_ptr<const NSError> RenderThread::start(MakeCanvas makeCanvas) {
   std::promise<std::shared_ptr<const NSError>> made;
   auto outcome = made.get_future();
   thread_ = std::thread([this, make = std::move(makeCanvas), made = std::move(made)]() mutable {
+    lowerThreadPriority();
     std::shared_ptr<const NSError> error;
     const std::unique_ptr<Canvas> canvas = make(&error);
     made.set_value(error);

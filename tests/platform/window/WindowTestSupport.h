@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "doubles/MainLoopUntil.h"
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/dispatch/MainLoop.h"
 #include "platform/uikit/CALayer.h"
 #include "platform/window/Window.h"
 
@@ -113,5 +115,20 @@ inline void expectNear(const Pixel& actual, const Pixel& expected, int tolerance
   EXPECT_TRUE(waitUntil([&] { return image != nullptr; }));
   return image;
 }
+
+/// After each test: a window that went leaves its render thread to a worker, and itself to the main
+/// queue; both are waited for, so that the process does not end before its threads.
+class WindowsAreGone final : public testing::EmptyTestEventListener {
+  void OnTestEnd(const testing::TestInfo& /*test*/) override {
+    dispatch_wait_until_idle();
+    MainLoop::runTurn();
+    dispatch_wait_until_idle();
+  }
+};
+
+inline const bool kWindowsAreGoneAfterEachTest = [] {
+  testing::UnitTest::GetInstance()->listeners().Append(new WindowsAreGone);
+  return true;
+}();
 
 }  // namespace zaffo
