@@ -25,9 +25,9 @@ class ZAFFO_EXPORT ZFSingleLoopVideoPlayerItemLoader final : public AVPlayerItem
   [[nodiscard]] const std::shared_ptr<const NSURL>& url() const { return url_; }
   void setURL(std::shared_ptr<const NSURL> url) { url_ = std::move(url); }
 
-  /// Calls `completeBlock` once with the item and twice its length in seconds (one loop is the
-  /// whole item), or with null and zeros when the video cannot be read, has no picture, or no item
-  /// can be made of it. `options` have no effect.
+  /// Calls `completeBlock` once with the item and its length in seconds, two times over (one loop
+  /// is the whole item), or with null and zeros when the video cannot be read, has no picture, or
+  /// no item can be made of it. `options` have no effect.
   ZFCancelCommandPtr loadAVPlayerItemWithOptions(AVPlayerItemLoaderOptions options,
                                                  ItemCompletion completeBlock) override;
 

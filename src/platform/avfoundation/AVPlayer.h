@@ -25,8 +25,8 @@ class ZAFFO_EXPORT AVPlayer {
   [[nodiscard]] static std::shared_ptr<AVPlayer> create();
   virtual ~AVPlayer() = default;
 
-  /// 0 stands still, 1 plays. Negative and NaN rates are taken as 0. The rate may be set with no
-  /// item and stays when items change; it becomes 0 at the end of the item.
+  /// 0 stands still, 1 plays. Negative, infinite and NaN rates are taken as 0. The rate may be set
+  /// with no item and stays when items change; it becomes 0 at the end of the item.
   [[nodiscard]] virtual float rate() const = 0;
   virtual void setRate(float rate) = 0;
   /// 0 to 1; values outside are clamped.

@@ -20,6 +20,14 @@ std::function<void(bool)> onMainQueue(std::function<void(bool)> completion) {
   };
 }
 
+/// Tells the time of a playback without keeping it.
+std::function<CMTime()> timeOf(const std::shared_ptr<media::Playback>& playback) {
+  return [weakPlayback = std::weak_ptr(playback)] {
+    const auto current = weakPlayback.lock();
+    return current ? current->currentTime() : kCMTimeZero;
+  };
+}
+
 CGAffineTransform transformOf(const AVAsset& asset) {
   const auto tracks = asset.tracksWithMediaType(AVMediaTypeVideo);
   return tracks.empty() ? CGAffineTransformIdentity : tracks.front()->preferredTransform;
@@ -41,6 +49,19 @@ EnginePlayer::EnginePlayer(media::AudioOutput& output) : audioOutput_(output) {}
 EnginePlayer::~EnginePlayer() {
   for (const auto& observer : observers_) observer->cancel();
   closePlayback();
+  failPrerolls();
+  setItem(nullptr);
+}
+
+/// The old item may be the last to hold an opened file: that is closed on a worker.
+void EnginePlayer::setItem(std::shared_ptr<PlayerItem> item) {
+  {
+    MutexLock lock(itemMutex_);
+    item_.swap(item);
+  }
+  if (!item) return;
+  dispatch_async(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT),
+                 [old = std::move(item)] {});
 }
 
 std::shared_ptr<media::Playback> EnginePlayer::playback() const {
@@ -69,7 +90,9 @@ CMTime EnginePlayer::currentTime() const {
 
 void EnginePlayer::setRate(float rate) {
   assertMainThread();
-  rate_ = rate > 0 ? rate : 0;
+  const auto item = currentItem();
+  const bool hopeless = error() || (item && item->status() == AVPlayerItemStatus::Failed);
+  rate_ = rate > 0 && std::isfinite(rate) && !hopeless ? rate : 0;
   if (const auto current = playback()) current->setRate(rate_);
 }
 
@@ -87,10 +110,7 @@ void EnginePlayer::replaceCurrentItemWithPlayerItem(std::shared_ptr<AVPlayerItem
   closePlayback();
   failPrerolls();
   const auto next = std::dynamic_pointer_cast<PlayerItem>(std::move(item));
-  {
-    MutexLock lock(itemMutex_);
-    item_ = next;
-  }
+  setItem(next);
   if (!next) return;
   next->prepare([weakSelf = weak_from_this(), weakItem = std::weak_ptr(next)] {
     const auto self = weakSelf.lock();
@@ -101,6 +121,7 @@ void EnginePlayer::replaceCurrentItemWithPlayerItem(std::shared_ptr<AVPlayerItem
 }
 
 void EnginePlayer::itemSettled(const std::shared_ptr<PlayerItem>& item) {
+  if (playback()) return;
   if (item->status() == AVPlayerItemStatus::ReadyToPlay && !error()) {
     openPlayback();
   } else {
@@ -126,7 +147,7 @@ void EnginePlayer::openPlayback() {
   for (auto& completion : std::exchange(waitingPrerolls_, {})) {
     opened->preroll(onMainQueue(std::move(completion)));
   }
-  for (const auto& observer : observers_) observer->follow(opened->timebase());
+  for (const auto& observer : observers_) observer->follow(opened->timebase(), timeOf(opened));
 }
 
 void EnginePlayer::closePlayback() {
@@ -155,30 +176,33 @@ void EnginePlayer::mediaServicesWereReset() {
 // Events: from the playback's queue to the main thread.
 
 media::Playback::Events EnginePlayer::eventsFor(const std::shared_ptr<PlayerItem>& item) {
-  const auto stopped = [weakSelf = weak_from_this(),
-                        weakItem = std::weak_ptr(item)](const char* notification) {
-    dispatch_async(dispatch_get_main_queue(), [weakSelf, weakItem, notification] {
+  const auto stopped = [weakSelf = weak_from_this(), opening = ++openings_](
+                           const char* notification, uint64_t command) {
+    dispatch_async(dispatch_get_main_queue(), [weakSelf, opening, notification, command] {
       const auto self = weakSelf.lock();
-      const auto stoppedItem = weakItem.lock();
-      if (self && stoppedItem) self->playbackStopped(stoppedItem, notification);
+      if (self && self->openings_ == opening) self->playbackStopped(notification, command);
     });
   };
   media::Playback::Events events;
   events.pictureChanged = [output = output_] { output->pictureChanged(); };
-  events.ended = [stopped] { stopped(AVPlayerItemDidPlayToEndTimeNotification); };
-  events.failed = [stopped, weakItem = std::weak_ptr(item)](media::NSErrorPtr error) {
+  events.ended = [stopped](uint64_t command) {
+    stopped(AVPlayerItemDidPlayToEndTimeNotification, command);
+  };
+  events.failed = [stopped, weakItem = std::weak_ptr(item)](uint64_t command,
+                                                            media::NSErrorPtr error) {
     if (const auto failedItem = weakItem.lock()) failedItem->fail(std::move(error));
-    stopped(AVPlayerItemFailedToPlayToEndTimeNotification);
+    stopped(AVPlayerItemFailedToPlayToEndTimeNotification, command);
   };
   return events;
 }
 
-void EnginePlayer::playbackStopped(const std::shared_ptr<PlayerItem>& item,
-                                   const char* notification) {
-  if (currentItem() != item) return;
+/// A stop that crossed a newer command on its way here is not told: the command goes on from it.
+void EnginePlayer::playbackStopped(const char* notification, uint64_t command) {
+  const auto current = playback();
+  if (!current || !current->isLatestCommand(command)) return;
   rate_ = 0;
   NSNotificationCenter::defaultCenter().postNotification(
-      notification, std::static_pointer_cast<AVPlayerItem>(item));
+      notification, std::static_pointer_cast<const void>(currentItem()));
 }
 
 // Seeks and prerolls.
@@ -200,6 +224,7 @@ void EnginePlayer::seekToTime(CMTime time, CMTime toleranceBefore, CMTime tolera
 
 void EnginePlayer::prerollAtRate(float /*rate*/, PrerollCompletion completion) {
   assertMainThread();
+  if (!completion) completion = [](bool) {};
   if (const auto current = playback()) {
     current->preroll(onMainQueue(std::move(completion)));
     return;
@@ -239,7 +264,7 @@ std::shared_ptr<void> EnginePlayer::addPeriodicTimeObserverForInterval(
 std::shared_ptr<void> EnginePlayer::addObserver(std::shared_ptr<TimeObserver> observer) {
   assertMainThread();
   observers_.push_back(observer);
-  if (const auto current = playback()) observer->follow(current->timebase());
+  if (const auto current = playback()) observer->follow(current->timebase(), timeOf(current));
   return observer;
 }
 

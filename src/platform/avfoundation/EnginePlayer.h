@@ -51,7 +51,8 @@ class EnginePlayer final : public AVPlayer, public std::enable_shared_from_this<
   [[nodiscard]] std::shared_ptr<void> addObserver(std::shared_ptr<TimeObserver> observer);
   [[nodiscard]] std::shared_ptr<media::Playback> playback() const;
   [[nodiscard]] media::Playback::Events eventsFor(const std::shared_ptr<PlayerItem>& item);
-  void playbackStopped(const std::shared_ptr<PlayerItem>& item, const char* notification);
+  void playbackStopped(const char* notification, uint64_t command);
+  void setItem(std::shared_ptr<PlayerItem> item);
 
   media::AudioOutput& audioOutput_;
   const std::shared_ptr<PlayerVideoOutput> output_ = std::make_shared<PlayerVideoOutput>();
@@ -65,6 +66,7 @@ class EnginePlayer final : public AVPlayer, public std::enable_shared_from_this<
 
   // The main thread's.
   std::shared_ptr<void> resetObservation_;
+  uint64_t openings_ = 0;                           ///< playbacks made so far
   std::vector<PrerollCompletion> waitingPrerolls_;  ///< asked for before the item was ready
   std::vector<std::shared_ptr<TimeObserver>> observers_;
 };

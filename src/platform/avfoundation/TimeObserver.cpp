@@ -4,9 +4,11 @@
 #include <cmath>
 #include <utility>
 
+#include "platform/TimeSource.h"
+
 namespace zaffo {
 
-void TimeObserver::follow(std::shared_ptr<CMTimebase> timebase) {
+void TimeObserver::follow(std::shared_ptr<CMTimebase> timebase, std::function<CMTime()> clock) {
   std::shared_ptr<void> observation;
   if (timebase) {
     observation = timebase->observeChanges(
@@ -20,6 +22,7 @@ void TimeObserver::follow(std::shared_ptr<CMTimebase> timebase) {
     MutexLock lock(followMutex_);
     if (cancelled_) return;
     timebase_ = timebase;
+    clock_.swap(clock);
     changeObservation_.swap(observation);
     if (timer_) timer_->cancel();
     timer_ = nullptr;
@@ -38,7 +41,9 @@ void TimeObserver::cancel() {
 }
 
 void TimeObserver::wakeAt(const std::shared_ptr<CMTimebase>& timebase, CMTime time) {
-  const auto due = timebase->hostTimeAtTime(time);
+  auto due = timebase->hostTimeAtTime(time);
+  // Reached while it was being aimed at: that is now.
+  if (!due && timebase->rate() > 0 && timebase->time() >= time) due = TimeSource::now();
   if (!due) return disarm();
   MutexLock lock(followMutex_);
   if (timer_) timer_->cancel();
@@ -47,6 +52,15 @@ void TimeObserver::wakeAt(const std::shared_ptr<CMTimebase>& timebase, CMTime ti
   timer_ = dispatch_timer_at(*due, queue_, [weakSelf = weak_from_this()] {
     if (const auto self = weakSelf.lock()) self->ring();
   });
+}
+
+CMTime TimeObserver::timeOf(const std::shared_ptr<CMTimebase>& timebase) {
+  std::function<CMTime()> clock;
+  {
+    MutexLock lock(followMutex_);
+    clock = clock_;
+  }
+  return clock ? clock() : timebase->time();
 }
 
 void TimeObserver::disarm() {
@@ -88,7 +102,7 @@ BoundaryTimeObserver::BoundaryTimeObserver(std::vector<CMTime> times, DispatchQu
 
 void BoundaryTimeObserver::timebaseChanged(const std::shared_ptr<CMTimebase>& timebase) {
   const bool moves = timebase->rate() > 0;
-  const CMTime now = timebase->time();
+  const CMTime now = timeOf(timebase);
   bool wasMoving;
   {
     MutexLock lock(passedMutex_);
@@ -105,7 +119,7 @@ void BoundaryTimeObserver::timebaseChanged(const std::shared_ptr<CMTimebase>& ti
 }
 
 void BoundaryTimeObserver::timerRang(const std::shared_ptr<CMTimebase>& timebase) {
-  passUpTo(timebase->time());
+  passUpTo(timeOf(timebase));
   aim(timebase);
 }
 
@@ -142,7 +156,7 @@ void PeriodicTimeObserver::timebaseChanged(const std::shared_ptr<CMTimebase>& ti
   if (!telling_.exchange(true)) {
     deliver([this, timebase] {
       telling_ = false;
-      block_(timebase->time());
+      block_(timeOf(timebase));
     });
   }
   aim(timebase);
@@ -150,7 +164,7 @@ void PeriodicTimeObserver::timebaseChanged(const std::shared_ptr<CMTimebase>& ti
 
 void PeriodicTimeObserver::timerRang(const std::shared_ptr<CMTimebase>& timebase) {
   if (timebase->rate() <= 0) return;
-  deliver([this, time = timebase->time()] { block_(time); });
+  deliver([this, time = timeOf(timebase)] { block_(time); });
   aim(timebase);
 }
 
@@ -158,7 +172,7 @@ void PeriodicTimeObserver::timerRang(const std::shared_ptr<CMTimebase>& timebase
 void PeriodicTimeObserver::aim(const std::shared_ptr<CMTimebase>& timebase) {
   const double interval = CMTimeGetSeconds(interval_);
   if (!(interval > 0) || timebase->rate() <= 0) return disarm();
-  const double now = CMTimeGetSeconds(timebase->time());
+  const double now = CMTimeGetSeconds(timeOf(timebase));
   const double next = (std::floor(now / interval + 1e-6) + 1) * interval;
   wakeAt(timebase, CMTimeMakeWithSeconds(next, 1'000'000'000));
 }

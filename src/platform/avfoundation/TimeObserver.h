@@ -20,8 +20,9 @@ class TimeObserver : public std::enable_shared_from_this<TimeObserver> {
   explicit TimeObserver(DispatchQueuePtr queue) : queue_(std::move(queue)) {}
   virtual ~TimeObserver() = default;
 
-  /// Watches another timebase from now on; none with null.
-  void follow(std::shared_ptr<CMTimebase> timebase);
+  /// Watches another timebase from now on; none with null. `clock` tells its time where that is not
+  /// quite what the client is to be told: before the start is heard.
+  void follow(std::shared_ptr<CMTimebase> timebase, std::function<CMTime()> clock = nullptr);
   void cancel();
 
  protected:
@@ -30,6 +31,8 @@ class TimeObserver : public std::enable_shared_from_this<TimeObserver> {
   /// The timer asked for by wakeAt() has rung.
   virtual void timerRang(const std::shared_ptr<CMTimebase>& timebase) = 0;
 
+  /// The time that the client is told.
+  [[nodiscard]] CMTime timeOf(const std::shared_ptr<CMTimebase>& timebase);
   /// Rings when the timebase reaches `time`; never while it stands still.
   void wakeAt(const std::shared_ptr<CMTimebase>& timebase, CMTime time);
   void disarm();
@@ -43,6 +46,7 @@ class TimeObserver : public std::enable_shared_from_this<TimeObserver> {
   Mutex followMutex_;
   bool cancelled_ ZAFFO_GUARDED_BY(followMutex_) = false;
   std::shared_ptr<CMTimebase> timebase_ ZAFFO_GUARDED_BY(followMutex_);
+  std::function<CMTime()> clock_ ZAFFO_GUARDED_BY(followMutex_);
   std::shared_ptr<void> changeObservation_ ZAFFO_GUARDED_BY(followMutex_);
   DispatchTimerPtr timer_ ZAFFO_GUARDED_BY(followMutex_);
 };

@@ -24,6 +24,7 @@ bool AudioTrack::prefill(CMTime time) {
   const int64_t frame = std::llround(std::max(0.0, CMTimeGetSeconds(time)) * sampleRate_);
   if (failed_ || (frame == prefilledFrame_ && !prefilling_)) return true;
   if (frame != prefilledFrame_) {
+    stretch_.reset();
     prefilled_.clear();
     pending_.clear();
     pendingOffset_ = 0;
@@ -36,9 +37,14 @@ bool AudioTrack::prefill(CMTime time) {
   while (pending_.size() < wanted) {
     const Decoded decoded = decodeBlock();
     if (decoded == Decoded::Waiting) return false;
-    if (decoded == Decoded::End) break;
+    if (decoded == Decoded::End || ended_) break;
   }
   prefilling_ = false;
+  if (pending_.size() > 2 * wanted) {  // a gap: what follows it is decoded again when it is played
+    pending_.resize(wanted);
+    decoderFrame_ = -1;
+    ended_ = false;
+  }
   prefilled_ = std::exchange(pending_, {});
   prefilled_.shrink_to_fit();
   prefilledIsAll_ = ended_;
@@ -50,11 +56,8 @@ void AudioTrack::start(int64_t outputFrame, double rate) {
   pending_.clear();
   pendingOffset_ = 0;
   const bool audible = rate >= kSlowestAudibleRate && rate <= kFastestAudibleRate;
-  if (!audible || failed_ || prefilledFrame_ < 0) {
-    stop();
-    ended_ = true;
-    return;
-  }
+  silent_ = !audible || failed_ || prefilledFrame_ < 0;
+  if (silent_) return stop();
   if (!input_) {
     input_ = output_.addInput(static_cast<int64_t>((kAheadSeconds + kSlackSeconds) * sampleRate_));
     input_->setVolume(volume_);
@@ -63,6 +66,7 @@ void AudioTrack::start(int64_t outputFrame, double rate) {
   input_->restart(outputFrame);
   const int64_t prefilledEnd = prefilledFrame_ + static_cast<int64_t>(prefilled_.size() / 2);
   append(prefilled_);
+  writePending();
   const bool decoderIsThere = decoder_ && decoderFrame_ == prefilledEnd && !ended_;
   if (prefilledIsAll_ || (!decoderIsThere && !seekDecoder(prefilledEnd))) endSound();
   nextFrame_ = prefilledEnd;
@@ -71,7 +75,7 @@ void AudioTrack::start(int64_t outputFrame, double rate) {
 }
 
 void AudioTrack::fill() {
-  if (!input_) return;
+  if (!input_ || silent_) return;
   writePending();
   const auto ahead = static_cast<int64_t>(kAheadSeconds * sampleRate_);
   while (pendingOffset_ == pending_.size() && !ended_ &&
@@ -84,7 +88,7 @@ void AudioTrack::fill() {
 }
 
 std::optional<int64_t> AudioTrack::nextFillHostTime() const {
-  if (!input_ || (ended_ && pendingOffset_ == pending_.size())) return std::nullopt;
+  if (!input_ || finished()) return std::nullopt;
   const double lowSeconds =
       static_cast<double>(input_->nextOutputFrame()) / sampleRate_ - kLowSeconds;
   return output_.clock()->hostTimeAtNanoseconds(std::llround(lowSeconds * 1e9));
@@ -92,6 +96,7 @@ std::optional<int64_t> AudioTrack::nextFillHostTime() const {
 
 void AudioTrack::stop() {
   if (input_) input_->stop();
+  stretch_.reset();
   pending_.clear();
   pendingOffset_ = 0;
 }
@@ -181,7 +186,7 @@ void AudioTrack::take(const AudioBlock& block) {
   const int64_t skip = std::max<int64_t>(0, nextFrame_ - block.firstFrame);
   const int64_t gap = std::max<int64_t>(0, block.firstFrame - nextFrame_);
   if (gap > kLongestGapSeconds * sampleRate_) {
-    ended_ = failed_ = true;
+    ended_ = true;
     return;
   }
   if (gap > 0) append(std::vector<float>(static_cast<std::size_t>(gap) * 2));

@@ -45,7 +45,11 @@ class AudioTrack {
   void setVolume(float volume);
 
   /// Whether all sound that will ever be heard since the last start was handed to the output.
-  [[nodiscard]] bool finished() const { return ended_ && pendingOffset_ == pending_.size(); }
+  [[nodiscard]] bool finished() const {
+    return silent_ || (ended_ && pendingOffset_ == pending_.size());
+  }
+  /// Whether there is no sound because it cannot be had.
+  [[nodiscard]] bool failed() const { return failed_; }
   /// Where the sound ends, once known.
   [[nodiscard]] std::optional<CMTime> endTime() const;
 
@@ -78,6 +82,7 @@ class AudioTrack {
   int64_t nextFrame_ = 0;      ///< media frame that is to be taken next; earlier is dropped
   int64_t decoderFrame_ = -1;  ///< media frame after the last block of the decoder; -1: none
   bool ended_ = false;
+  bool silent_ = false;  ///< the rate is one that is not heard
   bool failed_ = false;
   std::optional<int64_t> endFrame_;
 

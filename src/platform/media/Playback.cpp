@@ -7,6 +7,7 @@
 #include "platform/AVAssetTrack.h"
 #include "platform/AVError.h"
 #include "platform/TimeSource.h"
+#include "platform/media/FFmpegError.h"
 
 namespace zaffo::media {
 
@@ -67,7 +68,8 @@ void Playback::post(void (Playback::*step)()) {
 // Commands: any thread.
 
 void Playback::setRate(double rate) {
-  queue_->async([self = shared_from_this(), rate] {
+  queue_->async([self = shared_from_this(), rate, command = ++commands_] {
+    self->handledCommand_ = command;
     if (!self->closed_) self->applyRate(rate);
   });
 }
@@ -90,8 +92,9 @@ void Playback::seek(CMTime time, CMTime before, CMTime after, Completion complet
                           : CMTIME_IS_POSITIVE_INFINITY(before) ? kCMTimeNegativeInfinity
                                                                 : target;
   const uint64_t generation = ++newestSeek_;
-  queue_->async([self = shared_from_this(),
+  queue_->async([self = shared_from_this(), command = ++commands_,
                  seek = Seek{generation, target, earliest, std::move(completion)}]() mutable {
+    self->handledCommand_ = command;
     self->beginSeek(std::move(seek));
   });
 }
@@ -137,7 +140,7 @@ CMTime Playback::currentTime() const {
 
 /// Whether something newer waits for the queue to become free.
 bool Playback::superseded() const {
-  return closed_ || newestSeek_ != handledSeek_;
+  return closed_ || newestSeek_ > handledSeek_;
 }
 
 void Playback::beginSeek(Seek seek) {
@@ -149,6 +152,7 @@ void Playback::beginSeek(Seek seek) {
   ready_ = false;
   soundIsReady_ = false;
   videoEnded_ = false;
+  atEnd_ = false;
   error_ = nullptr;
   if (showFirstFrameFor(*seek_)) return;
   if (!video_) return finishSeek({});
@@ -209,9 +213,7 @@ void Playback::failSeek() {
   const NSErrorPtr error = video_->error();
   completeSeek(false);
   fail(error ? error
-             : NSError::create(
-                   AVFoundationErrorDomain, AVErrorDecodeFailed,
-                   {{NSLocalizedDescriptionKey, "The video has no picture that can be decoded."}}));
+             : makeError(AVErrorDecodeFailed, "The video has no picture that can be decoded."));
 }
 
 void Playback::completeSeek(bool finished) {
@@ -230,6 +232,9 @@ void Playback::settle() {
     });
     if (!soundIsReady_ && !audio_->prefill(timebase_->time())) return;
   }
+  if (audio_ && audio_->failed() && !video_) {
+    return fail(makeError(AVErrorDecodeFailed, "The sound cannot be decoded."));
+  }
   soundIsReady_ = true;
   completePrerolls(true);
   if (rate_ > 0) {
@@ -246,6 +251,8 @@ void Playback::applyRate(double rate) {
   if (rate == before) return;
   if (rate == 0) {
     if (running_) pause();
+  } else if (atEnd_) {
+    finish(timebase_->time());
   } else if (running_) {
     changeRate();
   } else {
@@ -254,7 +261,7 @@ void Playback::applyRate(double rate) {
 }
 
 void Playback::startRunning() {
-  const CMTime position = timebase_->time();
+  const CMTime position = currentTime();
   int64_t hostStart = TimeSource::now();
   if (audio_) {
     const int64_t firstFrame = output_.earliestStartFrame();
@@ -271,7 +278,9 @@ void Playback::startRunning() {
 
 /// The picture changes pace at once; the sound joins it a little later, at its place.
 void Playback::changeRate() {
-  setPosition(timebase_->time());
+  const CMTime present = timebase_->time();
+  if (present < currentTime()) return startRunning();  // the start is not heard yet
+  setPosition(present);
   timebase_->setRate(rate_);
   if (audio_) {
     const int64_t firstFrame = output_.earliestStartFrame() +
@@ -312,7 +321,7 @@ void Playback::setPosition(CMTime time) {
 void Playback::fail(NSErrorPtr error) {
   error_ = error;
   rate_ = 0;
-  if (events_.failed) events_.failed(std::move(error));
+  if (events_.failed) events_.failed(handledCommand_, std::move(error));
   completePrerolls(false);
 }
 

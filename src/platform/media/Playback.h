@@ -29,12 +29,13 @@ namespace zaffo::media {
 /// else; playing on decodes again from the sync sample.
 class Playback : public std::enable_shared_from_this<Playback> {
  public:
-  /// Called on the playback's queue, never after close() returned on the same thread; the owner
-  /// goes to its own thread and looks whether this is still its playback.
+  /// Called on the playback's queue; a turn under way while close() is called may still call one.
+  /// The owner goes to its own thread and looks whether this is still its playback, and, when it
+  /// stopped by itself, whether that was after the owner's latest command.
   struct Events {
     std::function<void()> pictureChanged;
-    std::function<void()> ended;
-    std::function<void(NSErrorPtr)> failed;
+    std::function<void(uint64_t command)> ended;
+    std::function<void(uint64_t command, NSErrorPtr)> failed;
   };
   using Completion = std::function<void(bool finished)>;
 
@@ -57,6 +58,9 @@ class Playback : public std::enable_shared_from_this<Playback> {
   void cancelPrerolls();
   /// Ends everything; what is held is let go of on a worker.
   void close();
+
+  /// Whether no rate was set and no seek asked for since `command`, which an event told.
+  [[nodiscard]] bool isLatestCommand(uint64_t command) const { return commands_ == command; }
 
   [[nodiscard]] CMTime currentTime() const;
   [[nodiscard]] const std::shared_ptr<CMTimebase>& timebase() const { return timebase_; }
@@ -95,6 +99,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
   [[nodiscard]] CMTime endOf(const VideoFrame& frame) const;
   [[nodiscard]] std::optional<CMTime> endTime() const;
   [[nodiscard]] std::optional<int64_t> nextTurnHostTime() const;
+  [[nodiscard]] std::optional<int64_t> dueHostTime(CMTime time) const;
 
   [[nodiscard]] bool superseded() const;
   void fail(NSErrorPtr error);
@@ -110,6 +115,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
 
   std::atomic<bool> closed_{false};
   std::atomic<uint64_t> newestSeek_{0};
+  std::atomic<uint64_t> commands_{0};
 
   /// Where playback started last; the timebase is behind it until the sound is heard.
   mutable Mutex positionMutex_;
@@ -126,6 +132,8 @@ class Playback : public std::enable_shared_from_this<Playback> {
   uint64_t handledSeek_ = 0;  ///< generation of the last seek begun
   std::vector<Completion> prerolls_;
   bool soundIsReady_ = false;
+  uint64_t handledCommand_ = 0;  ///< the last rate or seek that was begun
+  bool atEnd_ = false;           ///< stopped by itself, not sought since
   std::optional<VideoFrame> firstFrame_;
   bool videoEnded_ = false;
   bool waitsForSource_ = false;

@@ -81,8 +81,10 @@ std::optional<CMTime> Playback::endTime() const {
   const bool pictureIsOver = !video_ || videoEnded_;
   const bool soundIsOver = !audio_ || audio_->finished();
   if (!pictureIsOver || !soundIsOver) return told ? std::optional(duration_) : std::nullopt;
-  CMTime end = video_ ? videoEnd_ : kCMTimeZero;
-  if (audio_) end = CMTimeMaximum(end, audio_->endTime().value_or(kCMTimeZero));
+  const auto soundEnd = audio_ ? audio_->endTime() : kCMTimeZero;
+  if (!soundEnd && (told || !video_)) return told ? std::optional(duration_) : std::nullopt;
+  const CMTime end =
+      CMTimeMaximum(video_ ? videoEnd_ : kCMTimeZero, soundEnd.value_or(kCMTimeZero));
   return told ? CMTimeMinimum(end, duration_) : end;
 }
 
@@ -100,6 +102,14 @@ void Playback::scheduleTurn() {
   });
 }
 
+/// Just after `time` is due: a timer that rings a hair early would find nothing to do. What came
+/// due during this turn is due now.
+std::optional<int64_t> Playback::dueHostTime(CMTime time) const {
+  if (const auto due = timebase_->hostTimeAtTime(time)) return *due + kTimerSlackNanoseconds;
+  if (timebase_->time() >= time) return TimeSource::now();
+  return std::nullopt;
+}
+
 /// The host time of the next thing to do; none while only the source can bring it.
 std::optional<int64_t> Playback::nextTurnHostTime() const {
   std::optional<int64_t> next;
@@ -107,29 +117,26 @@ std::optional<int64_t> Playback::nextTurnHostTime() const {
     if (time && (!next || *time < *next)) next = time;
   };
   if (const auto presentation = frames_->nextWake(kFewFrames)) {
-    // Just after it is due: a timer that rings a hair early would find nothing to do.
-    const auto due = timebase_->hostTimeAtTime(*presentation);
-    if (due) consider(*due + kTimerSlackNanoseconds);
+    consider(dueHostTime(*presentation));
   }
   if (audio_) consider(audio_->nextFillHostTime());
-  if (const auto end = endTime()) {
-    const auto due = timebase_->hostTimeAtTime(*end);
-    if (due) consider(*due + kTimerSlackNanoseconds);
-  }
+  if (const auto end = endTime()) consider(dueHostTime(*end));
   return next;
 }
 
 void Playback::finish(CMTime end) {
   running_ = false;
+  atEnd_ = true;
+  soundIsReady_ = false;
   rate_ = 0;
   timebase_->setRate(0);
   timebase_->setTime(end);
   setPosition(end);
   if (audio_) audio_->stop();
   if (error_) {
-    if (events_.failed) events_.failed(error_);
+    if (events_.failed) events_.failed(handledCommand_, error_);
   } else if (events_.ended) {
-    events_.ended();
+    events_.ended(handledCommand_);
   }
 }
 

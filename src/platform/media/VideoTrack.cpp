@@ -85,7 +85,10 @@ TrackStep VideoTrack::stepExact(VideoFrame& frame) {
       }
       break;
     case DecodeOutcome::End:
-      if (!candidate_.buffer) return error_ ? TrackStep::Error : TrackStep::End;
+      if (!candidate_.buffer) {
+        if (readError_) return fail(readError_);
+        return error_ ? TrackStep::Error : TrackStep::End;
+      }
       frame = std::move(candidate_);
       break;
     case DecodeOutcome::Error:
@@ -124,6 +127,7 @@ TrackStep VideoTrack::stepNext(VideoFrame& frame) {
       error_ = nullptr;
       return TrackStep::Frame;
     case DecodeOutcome::End:
+      if (readError_) return fail(readError_);
       return error_ && !gaveFrame_ ? TrackStep::Error : TrackStep::End;
     case DecodeOutcome::Error:
       error_ = decoder_->error();
@@ -143,7 +147,8 @@ TrackStep VideoTrack::feed() {
     case ReadOutcome::Again:
       return TrackStep::Again;
     case ReadOutcome::Error:
-      return fail(cursor_->error());
+      readError_ = cursor_->error();
+      [[fallthrough]];
     case ReadOutcome::End:
       decoder_->drain();
       draining_ = true;
@@ -174,6 +179,7 @@ void VideoTrack::releaseDecoderIfRebuildable() {
 void VideoTrack::resumeAfter(const VideoFrame& frame) {
   search_ = Search::None;
   lookahead_.reset();
+  hurryTo_ = kCMTimeInvalid;
   needsRestart_ = true;
   restartAt_ = dropThrough_ = frame.presentation;
 }
@@ -209,6 +215,7 @@ bool VideoTrack::prepareDecoderAt(CMTime time) {
   decoder_->setSkipsUnreferencedFrames(false);
   draining_ = false;
   gaveFrame_ = false;
+  readError_ = nullptr;
   skipUpTo_ = kCMTimeInvalid;
   latestSentUpTo_ = kCMTimeInvalid;
   return true;

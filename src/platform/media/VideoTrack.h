@@ -73,6 +73,7 @@ class VideoTrack {
   std::unique_ptr<SampleCursor> cursor_;
   std::unique_ptr<VideoDecoder> decoder_;
   NSErrorPtr error_;
+  NSErrorPtr readError_;  ///< the source gave no more; what was read before is still decoded
 
   Search search_ = Search::None;
   CMTime target_ = kCMTimeInvalid;

@@ -56,6 +56,8 @@ TEST_F(PlayerFailureTest, WhatCannotBeDecodedFailsTheItemAndItsPreroll) {
     EXPECT_EQ(statusAtPreroll, AVPlayerItemStatus::Failed) << name;
     EXPECT_NE(item->error(), nullptr) << name;
     EXPECT_EQ(shown(), std::nullopt) << name;
+    player_->setRate(1);
+    EXPECT_EQ(player_->rate(), 0) << name;
   }
 }
 

@@ -1,4 +1,5 @@
 #include <cmath>
+#include <limits>
 
 #include "platform/avfoundation/PlayerFixture.h"
 #include "platform/media/MediaServices.h"
@@ -171,9 +172,9 @@ TEST_F(PlayerPlaybackTest, AChangeOfRateWhilePlayingGoesOnFromThere) {
   EXPECT_EQ(shown(), static_cast<int>(seconds() * 30));
 }
 
-TEST_F(PlayerPlaybackTest, NegativeAndNaNRatesStandStill) {
+TEST_F(PlayerPlaybackTest, NegativeInfiniteAndNaNRatesStandStill) {
   open("h264_30.mp4");
-  for (const float rate : {-1.0f, std::nanf("")}) {
+  for (const float rate : {-1.0f, std::nanf(""), std::numeric_limits<float>::infinity()}) {
     player_->setRate(rate);
     EXPECT_EQ(player_->rate(), 0);
     time_.advance(kNanosecondsPerSecond);
@@ -186,6 +187,60 @@ TEST_F(PlayerPlaybackTest, ARateSetBeforeTheItemStartsItAsSoonAsItIsReady) {
   open("video_only.mp4");
   time_.advance(kNanosecondsPerSecond);
   EXPECT_NEAR(seconds(), 1, 0.01);
+}
+
+TEST_F(PlayerPlaybackTest, PlayingAtTheEndEndsAgainAtOnce) {
+  for (const char* name : {"h264_30.mp4", "short_audio.mp4", "audio_only.m4a"}) {
+    open(name);
+    const auto ended = count(AVPlayerItemDidPlayToEndTimeNotification);
+    player_->setRate(1);
+    time_.advance(6 * kNanosecondsPerSecond);
+    ASSERT_EQ(*ended, 1) << name;
+    const double end = seconds();
+    player_->setRate(1);
+    time_.advance(kNanosecondsPerSecond);
+    EXPECT_EQ(*ended, 2) << name;
+    EXPECT_EQ(player_->rate(), 0) << name;
+    EXPECT_EQ(seconds(), end) << name;
+  }
+}
+
+TEST_F(PlayerPlaybackTest, SoundThatIsNotHeardStillTakesItsTime) {
+  open("audio_only.m4a");  // 3 s
+  const auto ended = count(AVPlayerItemDidPlayToEndTimeNotification);
+  player_->setRate(3);
+  time_.advance(900 * kMillisecond);
+  EXPECT_EQ(*ended, 0);
+  EXPECT_GT(seconds(), 2.5);
+  time_.advance(300 * kMillisecond);
+  EXPECT_EQ(*ended, 1);
+}
+
+TEST_F(PlayerPlaybackTest, APrerollMayHaveNoCompletion) {
+  open("h264_30.mp4");
+  player_->prerollAtRate(1, nullptr);
+  time_.settle();
+  EXPECT_EQ(shown(), 0);
+}
+
+TEST_F(PlayerPlaybackTest, ObserversAreToldNoTimeBeforeTheStart) {
+  open("h264_30.mp4");
+  std::vector<double> told;
+  const auto token = player_->addPeriodicTimeObserverForInterval(
+      CMTimeMake(1, 10), dispatch_get_main_queue(),
+      [&](CMTime time) { told.push_back(CMTimeGetSeconds(time)); });
+  for (const double from : {0.0, 2.0}) {
+    player_->seekToTime(CMTimeMakeWithSeconds(from, 600), kCMTimeZero, kCMTimeZero, nullptr);
+    time_.settle();
+    told.clear();
+    player_->setRate(1);
+    time_.advance(500 * kMillisecond);
+    EXPECT_GE(told.size(), 4u);
+    for (const double time : told) EXPECT_GE(time, from);
+    player_->setRate(0);
+    time_.settle();
+  }
+  player_->removeTimeObserver(token);
 }
 
 TEST_F(PlayerPlaybackTest, AnotherItemTakesThePlaceOfTheFirstAtOnce) {
