@@ -1,6 +1,7 @@
 #pragma once
 
 #if defined(__linux__)
+#include <sched.h>
 #include <sys/resource.h>
 #endif
 
@@ -11,6 +12,9 @@ namespace zaffo {
 /// where a thread has no priority of its own.
 inline void lowerThreadPriority() {
 #if defined(__linux__)
+  // A batch thread that wakes does not take the processor from one that runs.
+  const sched_param none{};
+  sched_setscheduler(0, SCHED_BATCH, &none);
   constexpr int kNiceness = 5;
   setpriority(PRIO_PROCESS, 0, kNiceness);  // Linux: of the calling thread alone
 #endif
