@@ -73,5 +73,10 @@ int main(int argc, char** argv) {
     std::fputs(exit->text.c_str(), exit->status == 0 ? stdout : stderr);
     return exit->status;
   }
-  return runFeed(std::get<Options>(parsed));
+  const int status = runFeed(std::get<Options>(parsed));
+  // What the window and the players left to workers ends before the process does.
+  zaffo::dispatch_wait_until_idle();
+  zaffo::MainLoop::runTurn();
+  zaffo::dispatch_wait_until_idle();
+  return status;
 }

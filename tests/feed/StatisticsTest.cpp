@@ -102,7 +102,7 @@ TEST(ProcessFigures, CountThreadsAndDescriptorsThatComeAndGo) {
   ASSERT_EQ(pipe(ends), 0);
   ProcessFigures during;
   std::thread([&during] { during = ProcessFigures::read(); }).join();
-  EXPECT_EQ(during.threads, before.threads + 1);
+  EXPECT_GT(during.threads, before.threads);  // a sanitizer may have started one of its own
   EXPECT_EQ(during.fileDescriptors, before.fileDescriptors + 2);
   close(ends[0]);
   close(ends[1]);
