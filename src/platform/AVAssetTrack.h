@@ -1,11 +1,16 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "platform/coremedia/CMTimeRange.h"
 #include "platform/uikit/Geometry.h"
 
 namespace zaffo {
+
+namespace media {
+class SampleSource;
+}
 
 enum class AVMediaType { Video, Audio };
 inline constexpr AVMediaType AVMediaTypeVideo = AVMediaType::Video;
@@ -23,6 +28,8 @@ struct AVAssetTrack {
   std::string languageCode;              ///< ISO 639-2/T, "und" when not told
   CMTimeScale naturalTimeScale = 0;      ///< units per second of the track's own times
   CMTimeRange timeRange;                 ///< on the asset's time line, after edits
+  /// Where the platform gets its samples; gone when the asset is, empty in doubles.
+  std::weak_ptr<media::SampleSource> source;
 };
 
 }  // namespace zaffo

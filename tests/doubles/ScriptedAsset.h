@@ -17,6 +17,8 @@ class ScriptedAsset final : public AVAsset {
   bool readable = true;
   CMTime durationValue = CMTimeMake(5, 1);
   std::vector<std::shared_ptr<const AVAssetTrack>> trackList = {track(AVMediaTypeVideo)};
+  std::shared_ptr<AVAsset> copyResult;  ///< what copy() gives
+  int copies = 0;
   std::map<std::string, AVKeyValueStatus> statuses;     ///< Loaded for keys not named here
   std::vector<std::vector<std::string>> requestedKeys;  ///< one entry a request
   mutable std::vector<std::string> checkedKeys;         ///< one entry a status read
@@ -47,6 +49,10 @@ class ScriptedAsset final : public AVAsset {
   [[nodiscard]] CMTime duration() const override { return durationValue; }
   [[nodiscard]] std::vector<std::shared_ptr<const AVAssetTrack>> tracks() const override {
     return trackList;
+  }
+  [[nodiscard]] std::shared_ptr<AVAsset> copy() override {
+    ++copies;
+    return copyResult;
   }
   [[nodiscard]] bool isReadable() const override { return readable; }
   [[nodiscard]] bool isPlayable() const override { return true; }

@@ -49,6 +49,10 @@ class ZAFFO_EXPORT AVAsset {
   [[nodiscard]] virtual bool isReadable() const = 0;
   [[nodiscard]] virtual bool isPlayable() const = 0;
 
+  /// An asset of the same media that does not change any more; what is loaded stays loaded, nothing
+  /// is opened again. This very asset when it cannot change.
+  [[nodiscard]] virtual std::shared_ptr<AVAsset> copy() = 0;
+
   /// Where the platform itself gets the samples; null until "tracks" is loaded, and in doubles.
   [[nodiscard]] virtual std::shared_ptr<media::SampleSource> sampleSource() const;
 };

@@ -18,6 +18,10 @@ inline constexpr const char* AVPlayerItemDidPlayToEndTimeNotification =
 inline constexpr const char* AVPlayerItemFailedToPlayToEndTimeNotification =
     "AVPlayerItemFailedToPlayToEndTimeNotification";
 
+/// Where the notification above keeps why: a std::shared_ptr<const NSError>.
+inline constexpr const char* AVPlayerItemFailedToPlayToEndTimeErrorKey =
+    "AVPlayerItemFailedToPlayToEndTimeErrorKey";
+
 /// One presentation of an asset, to be given to one player at a time. Abstract so that a test can
 /// script it. Thread: main; the reads may be made on any thread.
 class ZAFFO_EXPORT AVPlayerItem {

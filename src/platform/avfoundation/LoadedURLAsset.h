@@ -9,7 +9,8 @@ namespace zaffo {
 
 /// The media of a file URL. Remote URLs end in AVErrorUnsupportedURL when their keys are loaded.
 /// Thread: any.
-class LoadedURLAsset : public AVURLAsset {
+class LoadedURLAsset final : public AVURLAsset,
+                             public std::enable_shared_from_this<LoadedURLAsset> {
  public:
   explicit LoadedURLAsset(std::shared_ptr<const NSURL> url);
 
@@ -22,6 +23,7 @@ class LoadedURLAsset : public AVURLAsset {
   std::vector<std::shared_ptr<const AVAssetTrack>> tracks() const override;
   bool isReadable() const override;
   bool isPlayable() const override;
+  std::shared_ptr<AVAsset> copy() override { return shared_from_this(); }
   std::shared_ptr<media::SampleSource> sampleSource() const override;
   const std::shared_ptr<const NSURL>& URL() const override { return url_; }
 

@@ -88,8 +88,9 @@ void NSNotificationCenter::removeObserver(const void* observer) {
 }
 
 void NSNotificationCenter::postNotification(const std::string& name,
-                                            std::shared_ptr<const void> object) {
-  const NSNotification notification{name, std::move(object)};
+                                            std::shared_ptr<const void> object,
+                                            NSNotification::UserInfo userInfo) {
+  const NSNotification notification{name, std::move(object), std::move(userInfo)};
   Registrations concerned;
   {
     MutexLock lock(registry_->registrationsMutex);

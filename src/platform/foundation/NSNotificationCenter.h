@@ -1,6 +1,8 @@
 #pragma once
 
+#include <any>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -10,8 +12,11 @@ namespace zaffo {
 
 /// What an observer is told: the name and the object it is about.
 struct NSNotification {
+  using UserInfo = std::map<std::string, std::any>;
+
   std::string name;
   std::shared_ptr<const void> object;  ///< null when posted without an object
+  UserInfo userInfo;                   ///< what else belongs to it, by the keys of its name
 };
 
 /// Delivers notifications by name and object. Delivery is synchronous, on the posting thread, with
@@ -39,7 +44,8 @@ class ZAFFO_EXPORT NSNotificationCenter {
   void removeObserver(const void* observer);
 
   /// Tells the observers of `name`; returns when every one of them has been told.
-  void postNotification(const std::string& name, std::shared_ptr<const void> object = nullptr);
+  void postNotification(const std::string& name, std::shared_ptr<const void> object = nullptr,
+                        NSNotification::UserInfo userInfo = {});
 
  private:
   struct Registry;

@@ -20,6 +20,9 @@ struct Sample {
   CMTime duration;
   bool sync = false;  ///< decoding can start here
   bool shown = true;  ///< false: needed to decode others, not to be shown
+  /// Does not continue what was read before it: what the decoder still holds is given out, then it
+  /// starts anew. Set on the first sample of a composition's segment.
+  bool startsAnew = false;
   /// Sound: only what lies in [heardFrom, heardUntil) is heard, to the sample, on the time line of
   /// `presentation`; an invalid time is no bound. What codecs add at the ends lies outside.
   CMTime heardFrom;

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "platform/avfoundation/AVPlayerLayer.h"
+#include "platform/coremedia/CMSampleBuffer.h"
+#include "platform/coremedia/CMTimebase.h"
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/KeyValueObservation.h"
+#include "platform/uikit/CALayer.h"
+
+namespace zaffo {
+
+enum class AVQueuedSampleBufferRenderingStatus { Unknown = 0, Rendering = 1, Failed = 2 };
+
+/// Decodes and shows compressed samples at the times that a timebase gives. Samples are enqueued in
+/// decode order. Abstract so that a test can script it.
+///
+/// Thread: as a layer, main. Everything below may be called on any thread, one at a time for
+/// enqueueing and flushing.
+class ZAFFO_EXPORT AVSampleBufferDisplayLayer : public CALayer {
+ public:
+  [[nodiscard]] static std::shared_ptr<AVSampleBufferDisplayLayer> create();
+
+  /// What decides when a sample is shown. Without one the host clock does.
+  [[nodiscard]] virtual std::shared_ptr<CMTimebase> controlTimebase() const = 0;
+  virtual void setControlTimebase(std::shared_ptr<CMTimebase> timebase) = 0;
+
+  /// ResizeAspect by default.
+  [[nodiscard]] virtual AVLayerVideoGravity videoGravity() const = 0;
+  virtual void setVideoGravity(AVLayerVideoGravity gravity) = 0;
+  /// How samples are turned to be upright; identity at first.
+  virtual void setPreferredTransform(CGAffineTransform transform) = 0;
+
+  /// Never waits. Ignored while the status is Failed.
+  virtual void enqueueSampleBuffer(std::shared_ptr<CMSampleBuffer> sample) = 0;
+  /// Forgets the samples that are not shown yet; the picture on show stays.
+  virtual void flush() = 0;
+  /// Forgets all samples and the picture too. A Failed layer can be used again.
+  virtual void flushAndRemoveImage() = 0;
+
+  /// Whether there is room for more: false above some seconds of samples ahead, and above some
+  /// bytes.
+  [[nodiscard]] virtual bool isReadyForMoreMediaData() const = 0;
+  /// Calls `block` on `queue` once now if there is room, and whenever there is room again, until
+  /// stopRequestingMediaData(). Replaces an earlier request.
+  virtual void requestMediaDataWhenReadyOnQueue(DispatchQueuePtr queue,
+                                                std::function<void()> block) = 0;
+  /// No call of the block begins after this returns, except on a queue that has begun it already.
+  virtual void stopRequestingMediaData() = 0;
+
+  /// Rendering from the first sample on; Failed when the samples cannot be decoded.
+  [[nodiscard]] virtual AVQueuedSampleBufferRenderingStatus status() const = 0;
+  /// Why the status is Failed; null otherwise.
+  [[nodiscard]] virtual std::shared_ptr<const NSError> error() const = 0;
+  /// Calls `changed` after each change of status(), on the thread of the change, until the
+  /// observation ends.
+  [[nodiscard]] virtual KeyValueObservation observeStatus(std::function<void()> changed) = 0;
+
+  /// Whether there is a picture to show.
+  [[nodiscard]] virtual bool isReadyForDisplay() const = 0;
+  /// Pictures that were put on screen, and that became due but never were, since the layer was
+  /// made.
+  [[nodiscard]] virtual uint64_t presentedFrames() const = 0;
+  [[nodiscard]] virtual uint64_t droppedFrames() const = 0;
+  /// Host time (TimeSource, nanoseconds) at which a picture was first put on screen; 0 when none
+  /// was yet.
+  [[nodiscard]] virtual int64_t firstPresentedHostTime() const = 0;
+};
+
+}  // namespace zaffo
