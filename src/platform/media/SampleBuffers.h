@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/coremedia/CMSampleBuffer.h"
+#include "platform/media/Sample.h"
+
+namespace zaffo::media {
+
+/// Compressed samples as they travel through the public interface, and back: by reference both
+/// ways, the bytes stay those that the demuxer read. Thread: any.
+
+/// A description that keeps a copy of `parameters`; null when out of memory.
+[[nodiscard]] std::shared_ptr<const CMFormatDescription> makeFormatDescription(
+    const AVCodecParameters& parameters);
+
+/// The parameters in a description, owned by it; null when it was not made here.
+[[nodiscard]] const AVCodecParameters* codecParametersOf(const CMFormatDescription& format);
+
+/// Whether a decoder that was set up for one takes the samples of the other as they come.
+[[nodiscard]] bool isSameFormat(const AVCodecParameters& a, const AVCodecParameters& b);
+
+/// Takes the sample's packet and says the rest in times and attachments: not sync, do not display,
+/// reset the decoder (of a sample that starts anew). The bounds of what is heard are left behind.
+[[nodiscard]] std::shared_ptr<CMSampleBuffer> makeSampleBuffer(
+    Sample sample, std::shared_ptr<const CMFormatDescription> format);
+
+/// The way back: `sample` refers to the buffer's bytes, which stay when the buffer goes, and is
+/// presented at the buffer's output time. A packet that `sample` has already is used again. False
+/// when the buffer holds no data that was made here, or out of memory.
+[[nodiscard]] bool sampleFromBuffer(const CMSampleBuffer& buffer, Sample& sample);
+
+}  // namespace zaffo::media
