@@ -11,7 +11,7 @@ namespace zaffo {
 class AVMutableCompositionTrack;
 
 /// The volume of a track over a stretch of time: linear from `start` to `end`, then `end` holds
-/// until the next ramp begins. A range without length sets the volume at its start.
+/// until the next ramp begins. A range without length sets the volume to `end` at its start.
 struct AVVolumeRamp {
   CMTimeRange range;
   float start = 1;
@@ -22,21 +22,25 @@ struct AVVolumeRamp {
 /// it is being set up, then any.
 class ZAFFO_EXPORT AVMutableAudioMixInputParameters {
  public:
+  /// For the track's ID, 0 without a track.
   [[nodiscard]] static std::shared_ptr<AVMutableAudioMixInputParameters>
   audioMixInputParametersWithTrack(const std::shared_ptr<const AVMutableCompositionTrack>& track);
   [[nodiscard]] static std::shared_ptr<AVMutableAudioMixInputParameters>
   audioMixInputParametersWithTrack(const std::shared_ptr<const AVAssetTrack>& track);
 
   [[nodiscard]] int trackID() const { return trackID_; }
-  /// 0 to 1 each. Of ramps that overlap the one set last holds in its range. A time that is not
-  /// numeric, or a volume that is not finite, changes nothing.
+  /// Volumes are 0 to 1; others are limited to that. Of ramps that overlap the one set last holds
+  /// in its range, and the other before it and after it. A range that is not valid and finite, or a
+  /// volume that is not finite, changes nothing.
   void setVolumeRampFromStartVolume(float startVolume, float endVolume, CMTimeRange timeRange);
+  /// From `atTime` until the next ramp begins; a ramp under way or beginning then ends there.
   void setVolume(float volume, CMTime atTime);
   /// By rising start, not overlapping.
   [[nodiscard]] const std::vector<AVVolumeRamp>& volumeRamps() const { return ramps_; }
 
  private:
   explicit AVMutableAudioMixInputParameters(int trackID) : trackID_(trackID) {}
+  void insert(AVVolumeRamp ramp);
 
   const int trackID_;
   std::vector<AVVolumeRamp> ramps_;
