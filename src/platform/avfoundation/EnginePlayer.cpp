@@ -177,32 +177,34 @@ void EnginePlayer::mediaServicesWereReset() {
 
 media::Playback::Events EnginePlayer::eventsFor(const std::shared_ptr<PlayerItem>& item) {
   const auto stopped = [weakSelf = weak_from_this(), opening = ++openings_](
-                           const char* notification, uint64_t command) {
-    dispatch_async(dispatch_get_main_queue(), [weakSelf, opening, notification, command] {
+                           uint64_t command, media::NSErrorPtr error) {
+    dispatch_async(dispatch_get_main_queue(), [weakSelf, opening, command, error] {
       const auto self = weakSelf.lock();
-      if (self && self->openings_ == opening) self->playbackStopped(notification, command);
+      if (self && self->openings_ == opening) self->playbackStopped(command, error);
     });
   };
   media::Playback::Events events;
   events.pictureChanged = [output = output_] { output->pictureChanged(); };
-  events.ended = [stopped](uint64_t command) {
-    stopped(AVPlayerItemDidPlayToEndTimeNotification, command);
-  };
+  events.ended = [stopped](uint64_t command) { stopped(command, nullptr); };
   events.failed = [stopped, weakItem = std::weak_ptr(item)](uint64_t command,
                                                             media::NSErrorPtr error) {
-    if (const auto failedItem = weakItem.lock()) failedItem->fail(std::move(error));
-    stopped(AVPlayerItemFailedToPlayToEndTimeNotification, command);
+    if (const auto failedItem = weakItem.lock()) failedItem->fail(error);
+    stopped(command, std::move(error));
   };
   return events;
 }
 
 /// A stop that crossed a newer command on its way here is not told: the command goes on from it.
-void EnginePlayer::playbackStopped(const char* notification, uint64_t command) {
+void EnginePlayer::playbackStopped(uint64_t command, const media::NSErrorPtr& error) {
   const auto current = playback();
   if (!current || !current->isLatestCommand(command)) return;
   rate_ = 0;
+  NSNotification::UserInfo details;
+  if (error) details[AVPlayerItemFailedToPlayToEndTimeErrorKey] = error;
   NSNotificationCenter::defaultCenter().postNotification(
-      notification, std::static_pointer_cast<const void>(currentItem()));
+      error ? AVPlayerItemFailedToPlayToEndTimeNotification
+            : AVPlayerItemDidPlayToEndTimeNotification,
+      std::static_pointer_cast<const void>(currentItem()), std::move(details));
 }
 
 // Seeks and prerolls.

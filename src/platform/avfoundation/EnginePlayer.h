@@ -51,7 +51,8 @@ class EnginePlayer final : public AVPlayer, public std::enable_shared_from_this<
   [[nodiscard]] std::shared_ptr<void> addObserver(std::shared_ptr<TimeObserver> observer);
   [[nodiscard]] std::shared_ptr<media::Playback> playback() const;
   [[nodiscard]] media::Playback::Events eventsFor(const std::shared_ptr<PlayerItem>& item);
-  void playbackStopped(const char* notification, uint64_t command);
+  /// `error` tells why it stopped before its end; null at the end.
+  void playbackStopped(uint64_t command, const media::NSErrorPtr& error);
   void setItem(std::shared_ptr<PlayerItem> item);
 
   media::AudioOutput& audioOutput_;

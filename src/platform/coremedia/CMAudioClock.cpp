@@ -139,4 +139,11 @@ int64_t CMAudioClock::hostTimeAtNanoseconds(int64_t nanoseconds) const {
   return nanoseconds <= piece.value ? piece.host : next;
 }
 
+int32_t CMAudioClockCreate(std::shared_ptr<CMAudioClock>* clockOut) {
+  if (!clockOut) return kCMClockError_MissingRequiredParameter;
+  *clockOut = CMAudioClock::create();
+  (*clockOut)->setAnchor(0, TimeSource::now());
+  return 0;
+}
+
 }  // namespace zaffo

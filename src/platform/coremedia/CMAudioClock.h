@@ -78,4 +78,12 @@ class ZAFFO_EXPORT CMAudioClock final : public CMClock {
   std::atomic<bool> anchored_{false};
 };
 
+/// The status of CMAudioClockCreate when it is not told where to put the clock.
+inline constexpr int32_t kCMClockError_MissingRequiredParameter = -12745;
+
+/// Makes a clock that shows 0 now and runs with the host's monotonic time (TimeSource) until a
+/// sound device anchors it. It stands on no device: making it opens none and takes no time. Returns
+/// 0 with `*clockOut` set, or a status other than 0 that tells why there is no clock.
+[[nodiscard]] ZAFFO_EXPORT int32_t CMAudioClockCreate(std::shared_ptr<CMAudioClock>* clockOut);
+
 }  // namespace zaffo

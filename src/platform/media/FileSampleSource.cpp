@@ -37,10 +37,12 @@ void FileSampleSource::describe(FileDemuxer& demuxer) {
   AVFormatContext& context = *demuxer.context();
   for (AVStream* stream : demuxer.streams()) {
     if (!isTrack(*stream)) continue;
-    tracks_.push_back(describeTrack(context, *stream, demuxer.timelineStart(*stream),
-                                    demuxer.hasCompleteIndex()));
+    auto track =
+        describeTrack(context, *stream, demuxer.timelineStart(*stream), demuxer.hasCompleteIndex());
+    track->source = weak_from_this();
     playable_ = playable_ || canDecode(*stream->codecpar);
-    duration_ = CMTimeMaximum(duration_, CMTimeRangeGetEnd(tracks_.back()->timeRange));
+    duration_ = CMTimeMaximum(duration_, CMTimeRangeGetEnd(track->timeRange));
+    tracks_.push_back(std::move(track));
   }
 }
 

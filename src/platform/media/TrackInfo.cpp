@@ -90,8 +90,8 @@ bool isTrack(const AVStream& stream) {
          stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
 }
 
-std::shared_ptr<const AVAssetTrack> describeTrack(AVFormatContext& context, AVStream& stream,
-                                                  int64_t timelineStart, bool indexIsComplete) {
+std::shared_ptr<AVAssetTrack> describeTrack(AVFormatContext& context, AVStream& stream,
+                                            int64_t timelineStart, bool indexIsComplete) {
   const bool video = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
   auto track = std::make_shared<AVAssetTrack>();
   track->trackID = stream.index + 1;

@@ -12,10 +12,9 @@ namespace zaffo::media {
 
 /// What the header of a file says of one of its streams. `timelineStart` is the timestamp, in the
 /// stream's time base, that becomes time zero of the asset; `indexIsComplete`
-/// whether the stream's index names every sample of the file.
-[[nodiscard]] std::shared_ptr<const AVAssetTrack> describeTrack(AVFormatContext& context,
-                                                                AVStream& stream,
-                                                                int64_t timelineStart,
-                                                                bool indexIsComplete);
+/// whether the stream's index names every sample of the file. The source is left to the caller.
+[[nodiscard]] std::shared_ptr<AVAssetTrack> describeTrack(AVFormatContext& context,
+                                                          AVStream& stream, int64_t timelineStart,
+                                                          bool indexIsComplete);
 
 }  // namespace zaffo::media

@@ -81,6 +81,29 @@ TEST_F(PlayerFailureTest, EveryCutFileEndsOneWayOrTheOther) {
   }
 }
 
+TEST_F(PlayerFailureTest, TheNotificationOfAStopBeforeTheEndTellsWhy) {
+  std::vector<NSNotification> told;
+  const auto observer = std::make_shared<int>();
+  for (const char* name :
+       {AVPlayerItemDidPlayToEndTimeNotification, AVPlayerItemFailedToPlayToEndTimeNotification}) {
+    NSNotificationCenter::defaultCenter().addObserver(
+        observer, name, nullptr, [&told](const NSNotification& one) { told.push_back(one); });
+  }
+  playThrough("cut_5.mp4");
+  ASSERT_EQ(told.size(), 1u);
+  EXPECT_EQ(told[0].name, AVPlayerItemFailedToPlayToEndTimeNotification);
+  using Error = std::shared_ptr<const NSError>;
+  ASSERT_TRUE(told[0].userInfo.contains(AVPlayerItemFailedToPlayToEndTimeErrorKey));
+  const auto* error =
+      std::any_cast<Error>(&told[0].userInfo.at(AVPlayerItemFailedToPlayToEndTimeErrorKey));
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(*error, item_->error());
+  playThrough("video_only.mp4");
+  ASSERT_EQ(told.size(), 2u);
+  EXPECT_EQ(told[1].name, AVPlayerItemDidPlayToEndTimeNotification);
+  EXPECT_TRUE(told[1].userInfo.empty());
+}
+
 TEST_F(PlayerFailureTest, AbsurdDurationsEndWhereTheDataEnds) {
   for (const char* name : {"zero_duration.mp4", "absurd_duration.mp4"}) {
     const Outcome outcome = playThrough(name);

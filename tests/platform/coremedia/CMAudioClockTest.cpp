@@ -216,5 +216,40 @@ TEST(CMAudioClock, NeverGoesBackWhileAnchorsComeFromAnotherThread) {
   EXPECT_EQ(backSteps, 0);
 }
 
+TEST(CMAudioClockCreate, GivesAClockThatRunsWithTheHostFromZero) {
+  ManualTime time;
+  time.advance(3 * kSecond);
+  std::shared_ptr<CMAudioClock> clock;
+  ASSERT_EQ(CMAudioClockCreate(&clock), 0);
+  EXPECT_EQ(clock->time(), kCMTimeZero);
+  time.advance(kSecond / 4);
+  EXPECT_EQ(clock->time(), CMTimeMake(1, 4));
+}
+
+TEST(CMAudioClockCreate, GivesAClockOfItsOwnEachTime) {
+  ManualTime time;
+  std::shared_ptr<CMAudioClock> first, second;
+  ASSERT_EQ(CMAudioClockCreate(&first), 0);
+  time.advance(kSecond);
+  ASSERT_EQ(CMAudioClockCreate(&second), 0);
+  EXPECT_EQ(first->time(), CMTimeMake(1, 1));
+  EXPECT_EQ(second->time(), kCMTimeZero);
+}
+
+TEST(CMAudioClockCreate, GivesAClockThatADeviceMayTakeOver) {
+  ManualTime time;
+  std::shared_ptr<CMAudioClock> clock;
+  ASSERT_EQ(CMAudioClockCreate(&clock), 0);
+  time.advance(kSecond);
+  clock->setAnchor(5 * kSecond, time.nanoseconds(), 0.5);
+  EXPECT_EQ(clock->time(), CMTimeMake(5, 1));
+  time.advance(kSecond);
+  EXPECT_EQ(clock->time(), CMTimeMake(11, 2));
+}
+
+TEST(CMAudioClockCreate, TellsThatItHasNowhereToPutTheClock) {
+  EXPECT_EQ(CMAudioClockCreate(nullptr), kCMClockError_MissingRequiredParameter);
+}
+
 }  // namespace
 }  // namespace zaffo

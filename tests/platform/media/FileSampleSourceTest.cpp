@@ -139,6 +139,15 @@ TEST(FileSampleSource, ACursorAfterAnotherStartsAtTheBeginningOfItsOwnTrack) {
   }
 }
 
+TEST(FileSampleSource, ItsTracksNameItAndDoNotKeepIt) {
+  auto source = openClip(clip("h264_25.mp4"));
+  const auto tracks = source->tracks();
+  ASSERT_EQ(tracks.size(), 2u);
+  for (const auto& track : tracks) EXPECT_EQ(track->source.lock(), source);
+  source.reset();
+  for (const auto& track : tracks) EXPECT_TRUE(track->source.expired());
+}
+
 TEST(FileSampleSource, RefusesATrackThatItHasNot) {
   const auto source = openClip(clip("video_only.mp4"));
   NSErrorPtr error;
