@@ -21,8 +21,10 @@ class PlayerManager;
 ///                      | orphaned |
 ///                      +----------+
 ///
-/// A released handle still forwards for as long as the pool keeps the player. An orphaned one
-/// answers with neutral values and does nothing; that is an ordinary state, not a fault.
+/// A released handle still forwards for as long as the pool keeps the player. An orphaned one does
+/// nothing, which is an ordinary state, not a fault: rate and volume are 0, the time is
+/// kCMTimeZero, there is no item, the view is an empty one (the same always), a seek's completion
+/// is never called, and the commands of time observers do nothing.
 ///
 /// Thread: main, as the players themselves; a handle may be released or dropped on any thread, and
 /// its use is then given back on the main one.
@@ -43,23 +45,16 @@ class ZAFFO_EXPORT PlayerDecorator final : public Player {
   /// any other. Once only; does nothing for an orphaned handle.
   void releaseToManager();
 
-  /// 0 when orphaned.
   [[nodiscard]] float rate() const override;
   void setRate(float rate) override;
-  /// 0 when orphaned.
   [[nodiscard]] float volume() const override;
   void setVolume(float volume) override;
-  /// kCMTimeZero when orphaned.
   [[nodiscard]] CMTime currentTime() const override;
   void setCurrentTime(CMTime time) override;
-  /// Null when orphaned.
   [[nodiscard]] std::shared_ptr<AVPlayerItem> playerItem() const override;
-  /// An empty view, the same one always, when orphaned.
   [[nodiscard]] std::shared_ptr<UIView> outputView() const override;
-  /// `completion` is never called when orphaned.
   void seekToTime(CMTime time, CMTime toleranceBefore, CMTime toleranceAfter,
                   SeekCompletion completion) override;
-  /// The command that does nothing, and no observation, when orphaned.
   [[nodiscard]] ZFCancelCommandPtr addTimeObserver(std::vector<CMTime> boundaries,
                                                    TimeHandler handler) override;
   [[nodiscard]] ZFCancelCommandPtr addTimeObserver(CMTime periodicInterval,

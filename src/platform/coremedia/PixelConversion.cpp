@@ -3,15 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cmath>
 #include <cstring>
+
+#include "platform/coremedia/ColorMatrix.h"
 
 // Pixels are worked on in tiles of a row: constant trip counts over arrays that cannot alias are
 // what compilers turn into vector code without being asked twice.
 //
-// Samples are 16 bit integers with 7 fractional bits on the scale of 8 bit video, whatever their
-// depth (128 is in the middle of chroma). Coefficients have 13 fractional bits. The upper half of
-// their product has 4, enough for a sum of three to be within 1 of the exact one.
+// Samples are what a ColorMatrix takes, whatever their depth: 128 << 7 is in the middle of chroma.
 
 namespace zaffo {
 
@@ -23,8 +22,6 @@ constexpr std::size_t kTile = 64;  // pixels
 constexpr std::size_t kChromaTile =
     kTile / 2 + 16;  // samples: half a tile, the one after, and padding
 constexpr int kSampleBits = 7;
-constexpr int kCoefficientBits = 13;
-constexpr int kSumBits = kSampleBits + kCoefficientBits - 16;
 constexpr int kMiddle = 128 << kSampleBits;
 
 enum class Depth { Eight, TenLow, TenHigh };
@@ -60,31 +57,6 @@ Layout layoutOf(CVPixelFormat format) {
       break;
   }
   return {Depth::Eight, false, false, false, false};
-}
-
-struct Coefficients {
-  int16_t lumaOffset;
-  int16_t luma, redV, greenU, greenV, blueU;
-};
-
-Coefficients coefficientsOf(const CVPixelBuffer& buffer, Depth depth) {
-  double red = 0.2126, blue = 0.0722;
-  if (buffer.matrix == CVColorMatrix::BT601) red = 0.299, blue = 0.114;
-  if (buffer.matrix == CVColorMatrix::BT2020) red = 0.2627, blue = 0.0593;
-  const double green = 1 - red - blue;
-  const bool limited = buffer.range == CVColorRange::Limited;
-  const double full = depth == Depth::Eight ? 1 : 255.0 * 4 / 1023;
-  const double luma = limited ? 255.0 / 219 : full;
-  const double chroma = limited ? 255.0 / 224 : full;
-  const auto fixed = [](double x) {
-    return static_cast<int16_t>(std::lround(x * (1 << kCoefficientBits)));
-  };
-  return {static_cast<int16_t>(limited ? 16 << kSampleBits : 0),
-          fixed(luma),
-          fixed(chroma * 2 * (1 - red)),
-          fixed(-chroma * 2 * (1 - blue) * blue / green),
-          fixed(-chroma * 2 * (1 - red) * red / green),
-          fixed(chroma * 2 * (1 - blue))};
 }
 
 template <std::size_t count>
@@ -189,36 +161,7 @@ void doubleAcross(Samples<2 * (kChromaTile - 8)>& to, const Samples<kChromaTile>
   }
 }
 
-int16_t upperHalf(int16_t sample, int16_t coefficient) {
-  return static_cast<int16_t>((int32_t{sample} * coefficient) >> 16);
-}
-
-int16_t component(int16_t sum) {
-  // Half for rounding, and a little for the three products that were each rounded down.
-  const int16_t rounded = add(sum, (1 << (kSumBits - 1)) + 1);
-  const auto value = static_cast<int16_t>(rounded >> kSumBits);
-  return std::min<int16_t>(std::max<int16_t>(value, 0), 255);
-}
-
-using TilePixels = std::array<uint32_t, kTile>;
-
-void convertTile(TilePixels& to, const Samples<kTile>& y, const int16_t* u, const int16_t* v,
-                 const Coefficients& coefficients) {
-  const Coefficients c = coefficients;
-  Samples<kTile> blue, green, red;
-  for (std::size_t i = 0; i < kTile; ++i) {
-    const int16_t luma = upperHalf(y[i], c.luma);
-    const int16_t greenChroma = add(upperHalf(u[i], c.greenU), upperHalf(v[i], c.greenV));
-    blue[i] = component(add(luma, upperHalf(u[i], c.blueU)));
-    green[i] = component(add(luma, greenChroma));
-    red[i] = component(add(luma, upperHalf(v[i], c.redV)));
-  }
-  constexpr uint32_t kOpaque = 0xff000000u;
-  for (std::size_t i = 0; i < kTile; ++i) {
-    to[i] = static_cast<uint32_t>(blue[i]) | static_cast<uint32_t>(green[i]) << 8 |
-            static_cast<uint32_t>(red[i]) << 16 | kOpaque;
-  }
-}
+using TilePixels = std::array<uint8_t, 4 * kTile>;
 
 /// Converts one buffer tile by tile.
 class Converter {
@@ -226,7 +169,8 @@ class Converter {
   explicit Converter(const CVPixelBuffer& buffer)
       : buffer_(buffer),
         layout_(layoutOf(buffer.format)),
-        coefficients_(coefficientsOf(buffer, layout_.depth)),
+        matrix_(
+            ColorMatrix::make(buffer.matrix, buffer.range, layout_.depth == Depth::Eight ? 8 : 10)),
         chromaWidth_(layout_.halvedAcross ? (buffer.width + 1) / 2 : buffer.width),
         chromaHeight_(layout_.halvedDown ? (buffer.height + 1) / 2 : buffer.height) {}
 
@@ -238,15 +182,16 @@ class Converter {
 
   /// The pixels of row `y` from column `x` on, in coded pixels.
   void convert(TilePixels& to, int x, int y) {
-    load(luma_, row(0, y), x, buffer_.width, layout_.depth, coefficients_.lumaOffset);
+    load(luma_, row(0, y), x, buffer_.width, layout_.depth, 0);
     if (layout_.halvedAcross) {
       loadChroma(narrow_, x / 2, y);
       doubleAcross(wideU_, narrow_.u);
       doubleAcross(wideV_, narrow_.v);
-      convertTile(to, luma_, wideU_.data() + x % 2, wideV_.data() + x % 2, coefficients_);
+      convertRow(matrix_, luma_.data(), wideU_.data() + x % 2, wideV_.data() + x % 2, to.data(),
+                 int{kTile});
     } else {
       if (layout_.hasChroma) loadChroma(whole_, x, y);
-      convertTile(to, luma_, whole_.u.data(), whole_.v.data(), coefficients_);
+      convertRow(matrix_, luma_.data(), whole_.u.data(), whole_.v.data(), to.data(), int{kTile});
     }
   }
 
@@ -280,7 +225,7 @@ class Converter {
 
   const CVPixelBuffer& buffer_;
   const Layout layout_;
-  const Coefficients coefficients_;
+  const ColorMatrix matrix_;
   const int chromaWidth_, chromaHeight_;
 
   Samples<kTile> luma_{};

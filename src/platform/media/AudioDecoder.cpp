@@ -9,9 +9,8 @@ extern "C" {
 #include <utility>
 
 #include "platform/media/CodecContext.h"
-#include "platform/media/DecodeQueue.h"
 #include "platform/media/Resampler.h"
-#include "platform/media/SampleTimes.h"
+#include "platform/media/SampleDecoding.h"
 
 namespace zaffo::media {
 namespace {
@@ -38,23 +37,21 @@ struct Run {
 class SoftwareAudioDecoder : public AudioDecoder {
  public:
   SoftwareAudioDecoder(CodecContextPtr context, int outputRate)
-      : queue_(std::move(context)),
+      : decoding_(std::move(context), "The sound cannot be decoded."),
         outputRate_(outputRate),
         resampler_(outputRate),
-        packet_(av_packet_alloc()),
         frame_(av_frame_alloc()) {
-    queue_.context().flags2 |=
+    decoding_.context().flags2 |=
         AV_CODEC_FLAG2_SKIP_MANUAL;  // trimming needs the place of what is left
   }
 
-  DecodeOutcome send(const Sample& sample) override;
+  DecodeOutcome send(const Sample& sample) override { return decoding_.send(sample); }
   DecodeOutcome receive(AudioBlock& block) override;
-  void drain() override { queue_.drain(); }
+  void drain() override { decoding_.drain(); }
   void reset() override;
-  NSErrorPtr error() const override { return error_; }
+  NSErrorPtr error() const override { return decoding_.error(); }
 
  private:
-  [[nodiscard]] DecodeOutcome fail(int averror);
   [[nodiscard]] int nextPiece();
   [[nodiscard]] Piece heardPart(const SampleTimes::Entry* entry);
   [[nodiscard]] bool continuesRun() const;
@@ -64,11 +61,9 @@ class SoftwareAudioDecoder : public AudioDecoder {
   [[nodiscard]] int endRun(AudioBlock& block);
   [[nodiscard]] int convertPiece(AudioBlock& block);
 
-  DecodeQueue queue_;
+  SampleDecoding decoding_;
   const int outputRate_;
   Resampler resampler_;
-  SampleTimes times_;
-  PacketPtr packet_;
   FramePtr frame_;
   SampleTimes::Entry last_;  // of the sample that frame_ came out of
   Piece piece_;              // of frame_, still to be converted when its count is not 0
@@ -77,39 +72,18 @@ class SoftwareAudioDecoder : public AudioDecoder {
   int64_t decodedEnd_ = 0;  // output frame after the last decoded one
   int64_t grain_ = 1;       // output frames that one unit of the samples' times lasts
   bool atEdge_ = true;      // something was left out: what follows stands exactly where it says
-  NSErrorPtr error_;
 };
 
-DecodeOutcome SoftwareAudioDecoder::fail(int averror) {
-  if (averror == AVERROR(EAGAIN)) return DecodeOutcome::Again;
-  if (averror == AVERROR_EOF) return DecodeOutcome::End;
-  error_ = makeFFmpegError(AVErrorDecodeFailed, "The sound cannot be decoded.", averror);
-  return DecodeOutcome::Error;
-}
-
-DecodeOutcome SoftwareAudioDecoder::send(const Sample& sample) {
-  error_ = nullptr;
-  if (const int result = av_packet_ref(packet_.get(), sample.packet.get()); result < 0) {
-    return fail(result);
-  }
-  packet_->pts = packet_->dts = times_.remember(sample);
-  packet_->flags &= ~AV_PKT_FLAG_DISCARD;
-  const int result = queue_.send(*packet_);
-  av_packet_unref(packet_.get());
-  if (result == AVERROR(EAGAIN)) times_.forgetLast();
-  return result >= 0 ? DecodeOutcome::Ok : fail(result);
-}
-
 DecodeOutcome SoftwareAudioDecoder::receive(AudioBlock& block) {
-  error_ = nullptr;
+  decoding_.clearError();
   for (;;) {
     const int decoded = piece_.count == 0 ? nextPiece() : 0;
-    if (decoded < 0 && decoded != AVERROR_EOF) return fail(decoded);
+    if (decoded < 0 && decoded != AVERROR_EOF) return decoding_.fail(decoded);
     if (run_.active && (decoded == AVERROR_EOF || !continuesRun())) {
-      if (const int result = endRun(block); result < 0) return fail(result);
+      if (const int result = endRun(block); result < 0) return decoding_.fail(result);
     } else {
       if (decoded == AVERROR_EOF) return DecodeOutcome::End;
-      if (const int result = convertPiece(block); result < 0) return fail(result);
+      if (const int result = convertPiece(block); result < 0) return decoding_.fail(result);
     }
     if (!block.samples.empty()) return DecodeOutcome::Ok;
   }
@@ -118,11 +92,11 @@ DecodeOutcome SoftwareAudioDecoder::receive(AudioBlock& block) {
 // Decodes until something is to be heard.
 int SoftwareAudioDecoder::nextPiece() {
   while (piece_.count == 0) {
-    const int result = queue_.receive(frame_);
+    const int result = decoding_.receive(frame_);
     if (result < 0) return result;
     if (frame_->sample_rate <= 0 || frame_->ch_layout.nb_channels <= 0) return AVERROR_INVALIDDATA;
     // A frame without a number is a further one out of the same packet.
-    const SampleTimes::Entry* entry = times_.find(frame_->pts);
+    const SampleTimes::Entry* entry = decoding_.sampleOf(*frame_);
     piece_ = heardPart(entry);
   }
   return 0;
@@ -190,12 +164,11 @@ int SoftwareAudioDecoder::convertPiece(AudioBlock& block) {
 }
 
 void SoftwareAudioDecoder::reset() {
-  queue_.flush();
+  decoding_.reset();
   piece_ = {};
   run_ = {};
   skip_ = 0;
   atEdge_ = true;
-  error_ = nullptr;
 }
 
 }  // namespace

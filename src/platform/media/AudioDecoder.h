@@ -4,8 +4,8 @@
 #include <memory>
 #include <vector>
 
+#include "platform/media/DecodeOutcome.h"
 #include "platform/media/Sample.h"
-#include "platform/media/VideoDecoder.h"
 
 namespace zaffo::media {
 

@@ -4,9 +4,8 @@
 #include <thread>
 
 #include "platform/media/CodecContext.h"
-#include "platform/media/DecodeQueue.h"
 #include "platform/media/PixelBuffers.h"
-#include "platform/media/SampleTimes.h"
+#include "platform/media/SampleDecoding.h"
 
 namespace zaffo::media {
 namespace {
@@ -21,67 +20,35 @@ int threadCount(const AVCodecParameters& parameters) {
 class SoftwareVideoDecoder : public VideoDecoder {
  public:
   SoftwareVideoDecoder(const AVCodecParameters& parameters, CodecContextPtr context)
-      : queue_(std::move(context)), buffers_(parameters), packet_(av_packet_alloc()) {}
+      : decoding_(std::move(context), "The picture cannot be decoded."), buffers_(parameters) {}
 
-  DecodeOutcome send(const Sample& sample) override;
+  DecodeOutcome send(const Sample& sample) override { return decoding_.send(sample); }
   DecodeOutcome receive(VideoFrame& frame) override;
-  void drain() override { queue_.drain(); }
-  void reset() override;
+  void drain() override { decoding_.drain(); }
+  void reset() override { decoding_.reset(); }
   void setSkipsUnreferencedFrames(bool skips) override {
-    queue_.context().skip_frame = skips ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+    decoding_.context().skip_frame = skips ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
   }
-  NSErrorPtr error() const override { return error_; }
+  NSErrorPtr error() const override { return decoding_.error(); }
 
  private:
-  DecodeOutcome fail(int averror);
-
-  DecodeQueue queue_;
+  SampleDecoding decoding_;
   PixelBuffers buffers_;
-  SampleTimes times_;
-  PacketPtr packet_;
   FramePtr frame_;
-  NSErrorPtr error_;
 };
 
-DecodeOutcome SoftwareVideoDecoder::fail(int averror) {
-  if (averror == AVERROR(EAGAIN)) return DecodeOutcome::Again;
-  if (averror == AVERROR_EOF) return DecodeOutcome::End;
-  error_ = makeFFmpegError(AVErrorDecodeFailed, "The picture cannot be decoded.", averror);
-  return DecodeOutcome::Error;
-}
-
-DecodeOutcome SoftwareVideoDecoder::send(const Sample& sample) {
-  error_ = nullptr;
-  if (const int result = av_packet_ref(packet_.get(), sample.packet.get()); result < 0) {
-    return fail(result);
-  }
-  packet_->pts = packet_->dts = times_.remember(sample);
-  // Samples that are not shown are told by number: a decoder that drops them could not know that
-  // a composition shows what the file hides.
-  packet_->flags &= ~AV_PKT_FLAG_DISCARD;
-  const int result = queue_.send(*packet_);
-  av_packet_unref(packet_.get());
-  if (result == AVERROR(EAGAIN)) times_.forgetLast();
-  return result >= 0 ? DecodeOutcome::Ok : fail(result);
-}
-
 DecodeOutcome SoftwareVideoDecoder::receive(VideoFrame& frame) {
-  error_ = nullptr;
+  decoding_.clearError();
   for (;;) {
-    const int result = queue_.receive(frame_);
-    if (result < 0) return fail(result);
-    const SampleTimes::Entry* entry = times_.find(frame_->pts);
+    const int result = decoding_.receive(frame_);
+    if (result < 0) return decoding_.fail(result);
+    const SampleTimes::Entry* entry = decoding_.sampleOf(*frame_);
     if (!entry || !entry->shown || !CMTIME_IS_NUMERIC(entry->presentation)) continue;
     frame.presentation = entry->presentation;
     frame.duration = entry->duration;
     frame.buffer = buffers_.wrap(std::move(frame_));
-    return frame.buffer ? DecodeOutcome::Ok : fail(AVERROR(ENOMEM));
+    return frame.buffer ? DecodeOutcome::Ok : decoding_.fail(AVERROR(ENOMEM));
   }
-}
-
-void SoftwareVideoDecoder::reset() {
-  queue_.flush();
-  error_ = nullptr;
 }
 
 }  // namespace

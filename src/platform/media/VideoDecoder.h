@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "platform/coremedia/CVPixelBuffer.h"
+#include "platform/media/DecodeOutcome.h"
 #include "platform/media/Sample.h"
 
 namespace zaffo::media {
@@ -12,13 +13,6 @@ struct VideoFrame {
   CVPixelBufferPtr buffer;
   CMTime presentation;
   CMTime duration;
-};
-
-enum class DecodeOutcome {
-  Ok,     ///< taken, or a frame was given
-  Again,  ///< send: receive first; receive: send first
-  End,    ///< drained
-  Error,  ///< see error(); the decoder can go on with a later sample
 };
 
 /// Decodes one video track in software with the least threads that keep up (one up to 1080p30).

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "platform/coremedia/CVPixelBuffer.h"
+#include "platform/coremedia/ColorMatrix.h"
 #include "platform/uikit/CGImage.h"
 #include "platform/window/Bitmap.h"
-#include "platform/window/ColorMatrix.h"
 #include "platform/window/ScaleAxis.h"
 
 namespace zaffo::window {
