@@ -4,6 +4,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 namespace zaffo::media {
@@ -18,7 +19,9 @@ constexpr uint32_t kInDs64 = 0xffffffff;
 /// The header, byte by byte; WAV is little-endian.
 class HeaderBytes {
  public:
-  void tag(const char* four) { bytes_.insert(bytes_.end(), four, four + 4); }
+  void tag(std::string_view four) {
+    for (const char byte : four) bytes_.push_back(byte);
+  }
   void u16(uint16_t value) { number(value, 2); }
   void u32(uint32_t value) { number(value, 4); }
   void u64(uint64_t value) { number(value, 8); }
