@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <future>
 
+#include "platform/avfoundation/AssetKeys.h"
 #include "platform/media/FFmpegError.h"
 #include "platform/media/FrameFinder.h"
 #include "platform/media/PictureScaler.h"
@@ -13,20 +13,6 @@ namespace zaffo {
 namespace {
 
 using ErrorPtr = std::shared_ptr<const NSError>;
-
-/// Loads the keys a picture needs and waits; why that failed, or null.
-ErrorPtr loadAndWait(AVAsset& asset) {
-  const std::vector<std::string> keys{"tracks", "duration"};
-  const auto ended = std::make_shared<std::promise<void>>();
-  asset.loadValuesAsynchronouslyForKeys(keys, [ended] { ended->set_value(); });
-  ended->get_future().wait();
-  for (const std::string& key : keys) {
-    ErrorPtr error;
-    if (asset.statusOfValueForKey(key, &error) == AVKeyValueStatus::Loaded) continue;
-    return error ? error : media::makeError(AVErrorUnknown, "The asset was not loaded.");
-  }
-  return nullptr;
-}
 
 struct PixelSize {
   int width;
@@ -71,7 +57,7 @@ ErrorPtr refusal(CMTime time, CMTime duration) {
 }
 
 std::shared_ptr<const AVAssetTrack> AssetImageGenerator::videoTrack(ErrorPtr* error) const {
-  *error = loadAndWait(*asset_);
+  *error = loadKeysAndWait(*asset_, {"tracks", "duration"});
   if (*error) return nullptr;
   const auto tracks = asset_->tracksWithMediaType(AVMediaTypeVideo);
   if (!tracks.empty() && asset_->sampleSource()) return tracks.front();

@@ -29,18 +29,26 @@ class ZAFFO_EXPORT AVAssetReaderOutput {
   [[nodiscard]] virtual std::shared_ptr<CMSampleBuffer> copyNextSampleBuffer() = 0;
 };
 
-/// The samples of one track as they are stored, compressed.
+/// The samples of one track as they are stored, compressed. A buffer refers to the bytes that were
+/// read from the file, with the same format description for all buffers until the format changes.
+/// It tells what it is by its attachments: not sync, do not display (see AVAssetReader), reset the
+/// decoder (the first sample of a composition's segment).
 class ZAFFO_EXPORT AVAssetReaderTrackOutput : public AVAssetReaderOutput {
  public:
+  /// An output serves the one reader that it is added to, and does not keep it.
   [[nodiscard]] static std::shared_ptr<AVAssetReaderTrackOutput> create(
       std::shared_ptr<const AVAssetTrack> track);
   [[nodiscard]] virtual const std::shared_ptr<const AVAssetTrack>& track() const = 0;
 };
 
 /// Reads the samples of a local asset once, from the sync sample that decoding the start of the
-/// time range needs to its end, in decode order. What precedes the range is marked as not to be
-/// displayed. Abstract so that a test can script it. Thread: one at a time; cancelReading() and
-/// status() any.
+/// time range needs to its end, in decode order and with their times on the asset's time line,
+/// after edits. Marked as not to be displayed is what the range does not show: what comes at its
+/// end or later, what edits hide, and what another sample has replaced by its start. The last
+/// sample at or before the start is what shows there; it is not marked. A range that starts at or
+/// after the end of a track completes without samples of it. Nothing is decoded. Lets go of the
+/// file when it ends, fails, is cancelled or is released. Abstract so that a test can script it.
+/// Thread: one at a time; cancelReading(), status() and error() any.
 ///
 ///               startReading            no more samples
 ///     Unknown ───────────────> Reading ────────────────> Completed
@@ -59,13 +67,19 @@ class ZAFFO_EXPORT AVAssetReader {
   /// Why the status is Failed; null otherwise.
   [[nodiscard]] virtual std::shared_ptr<const NSError> error() const = 0;
 
-  /// Before startReading() only. From zero to positive infinity at first.
+  /// Before startReading() only; ignored later. From zero to positive infinity at first. A start
+  /// that is not numeric stands for the beginning, a duration that is not for the end.
   virtual void setTimeRange(CMTimeRange range) = 0;
-  /// Whether `output` is one of this asset's tracks and no output was added for it yet.
+  /// Whether `output` is one of this asset's tracks, was added to no reader yet, no other was added
+  /// for its track, and reading has not started. Adding one that cannot be changes nothing.
   [[nodiscard]] virtual bool canAddOutput(const std::shared_ptr<AVAssetReaderOutput>& output) = 0;
   virtual void addOutput(std::shared_ptr<AVAssetReaderOutput> output) = 0;
-  /// False when it was started or cancelled before, or the start cannot be read: see status().
+  /// False when it was started or cancelled before, or the start cannot be read: see status(). Goes
+  /// to the start, which may wait for the disk; takes microseconds from the beginning of a track.
+  /// Without outputs it stays Reading.
   virtual bool startReading() = 0;
+  /// Ends reading: every output gives null from now on, also one that is being read on another
+  /// thread; a wait there ends. Nothing after Completed or Failed.
   virtual void cancelReading() = 0;
 };
 

@@ -80,6 +80,10 @@ std::shared_ptr<CMSampleBuffer> makeSampleBuffer(
   return buffer;
 }
 
+bool takeOwnBytes(Sample& sample) {
+  return av_packet_make_writable(sample.packet.get()) >= 0;
+}
+
 bool sampleFromBuffer(const CMSampleBuffer& buffer, Sample& sample) {
   const auto* block = dynamic_cast<const PacketBlock*>(buffer.dataBuffer().get());
   if (!block) return false;

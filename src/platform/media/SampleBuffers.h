@@ -25,6 +25,9 @@ namespace zaffo::media {
 [[nodiscard]] std::shared_ptr<CMSampleBuffer> makeSampleBuffer(
     Sample sample, std::shared_ptr<const CMFormatDescription> format);
 
+/// Copies the bytes of a sample if anything else refers to them. False when out of memory.
+[[nodiscard]] bool takeOwnBytes(Sample& sample);
+
 /// The way back: `sample` refers to the buffer's bytes, which stay when the buffer goes, and is
 /// presented at the buffer's output time. A packet that `sample` has already is used again. False
 /// when the buffer holds no data that was made here, or out of memory.

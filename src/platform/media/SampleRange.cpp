@@ -1,0 +1,98 @@
+#include "platform/media/SampleRange.h"
+
+#include <utility>
+
+#include "platform/AVAssetTrack.h"
+#include "platform/media/FFmpegError.h"
+#include "platform/media/SampleBuffers.h"
+
+namespace zaffo::media {
+namespace {
+
+bool holdsNothing(CMTimeRange range, const AVAssetTrack& track) {
+  if (CMTIME_IS_NUMERIC(range.duration) && range.duration <= kCMTimeZero) return true;
+  if (CMTIME_IS_POSITIVE_INFINITY(range.start)) return true;
+  const bool knowsItsEnd = track.timeRange.duration > kCMTimeZero;
+  return CMTIME_IS_NUMERIC(range.start) && knowsItsEnd &&
+         range.start >= CMTimeRangeGetEnd(track.timeRange);
+}
+
+}  // namespace
+
+std::unique_ptr<SampleRange> SampleRange::open(SampleSource& source, const AVAssetTrack& track,
+                                               CMTimeRange range, NSErrorPtr* error) {
+  if (holdsNothing(range, track)) {
+    return std::unique_ptr<SampleRange>(new SampleRange(nullptr, range));
+  }
+  std::unique_ptr<SampleCursor> cursor = source.openCursor(track.trackID, error);
+  if (!cursor) return nullptr;
+  if (CMTIME_IS_NUMERIC(range.start) && range.start > kCMTimeZero && !cursor->seek(range.start)) {
+    setError(error, cursor->error());
+    return nullptr;
+  }
+  return std::unique_ptr<SampleRange>(new SampleRange(std::move(cursor), range));
+}
+
+void SampleRange::setReadyHandler(std::function<void()> handler) {
+  if (cursor_) cursor_->setReadyHandler(std::move(handler));
+}
+
+ReadOutcome SampleRange::next(Sample& sample) {
+  while (ahead_.empty() || !isSettled(ahead_.front().sample)) {
+    if (outcome_ == ReadOutcome::Sample && readOne() == ReadOutcome::Again) {
+      return ReadOutcome::Again;
+    }
+    if (outcome_ == ReadOutcome::Sample) continue;
+    if (ahead_.empty()) return outcome_;
+    passedStart_ = true;
+  }
+  give(sample);
+  return ReadOutcome::Sample;
+}
+
+/// Reads one sample into ahead_. Again leaves everything as it is.
+ReadOutcome SampleRange::readOne() {
+  Sample sample;
+  const ReadOutcome read = cursor_ ? cursor_->next(sample) : ReadOutcome::End;
+  if (read == ReadOutcome::Again) return read;
+  outcome_ = read;
+  if (read == ReadOutcome::Error) error_ = cursor_->error();
+  if (read != ReadOutcome::Sample) return read;
+  if (CMTIME_IS_NUMERIC(sample.decode) && sample.decode >= end_) {
+    return outcome_ = ReadOutcome::End;
+  }
+  if (!adoptFormat(sample.startsAnew)) return outcome_ = ReadOutcome::Error;
+  if (sample.presentation >= end_) sample.shown = false;
+  if (sample.shown && sample.presentation <= start_) {
+    atStart_ = CMTimeMaximum(atStart_, sample.presentation);
+  }
+  // Nothing is presented before it is decoded: from here on all lies after the start.
+  passedStart_ = passedStart_ || sample.decode > start_;
+  ahead_.push_back({std::move(sample), format_});
+  return outcome_;
+}
+
+/// Whether it is known if the range shows the sample.
+bool SampleRange::isSettled(const Sample& sample) const {
+  return passedStart_ || !sample.shown || sample.presentation >= start_ ||
+         sample.presentation < atStart_;
+}
+
+void SampleRange::give(Sample& sample) {
+  Entry& entry = ahead_.front();
+  sample = std::move(entry.sample);
+  givenFormat_ = std::move(entry.format);
+  ahead_.pop_front();
+  if (sample.presentation < atStart_) sample.shown = false;
+}
+
+bool SampleRange::adoptFormat(bool startsAnew) {
+  if (format_ && !startsAnew) return true;
+  const AVCodecParameters& parameters = cursor_->codecParameters();
+  if (format_ && isSameFormat(*codecParametersOf(*format_), parameters)) return true;
+  format_ = makeFormatDescription(parameters);
+  if (!format_) error_ = makeFFmpegError(AVErrorUnknown, "Out of memory.", AVERROR(ENOMEM));
+  return format_ != nullptr;
+}
+
+}  // namespace zaffo::media
