@@ -10,7 +10,10 @@ inline constexpr const char* AVFoundationErrorDomain = "AVFoundationErrorDomain"
 enum AVError : long {
   AVErrorUnknown = -11800,  ///< see the underlying error
   AVErrorMediaServicesWereReset = -11819,
-  AVErrorDecodeFailed = -11821,             ///< damaged samples, or none that can be decoded
+  AVErrorDecodeFailed = -11821,        ///< damaged samples, or none that can be decoded
+  AVErrorInvalidSourceMedia = -11822,  ///< the track does not fit, or its asset is gone
+  AVErrorInvalidCompositionTrackSegmentSourceStartTime = -11826,
+  AVErrorInvalidCompositionTrackSegmentSourceDuration = -11827,
   AVErrorFileFormatNotRecognized = -11828,  ///< not one of the formats that are played
   AVErrorFileFailedToParse = -11829,        ///< such a format, but cut short or damaged
   AVErrorContentIsProtected = -11831,       ///< encrypted

@@ -4,20 +4,11 @@
 #include <optional>
 #include <vector>
 
+#include "platform/AVCompositionTrackSegment.h"
 #include "platform/avfoundation/AVAsset.h"
 #include "platform/coremedia/CMTimeRange.h"
 
 namespace zaffo {
-
-/// A stretch of a composition's track: a range of a source's track, or nothing. Immutable.
-struct AVCompositionTrackSegment {
-  /// The track shown or heard; null for an empty segment.
-  std::shared_ptr<const AVAssetTrack> sourceTrack;
-  CMTimeRange source;  ///< on the source's time line; of the target's length for an empty segment
-  CMTimeRange target;  ///< on the composition's time line
-
-  [[nodiscard]] bool isEmpty() const { return !sourceTrack; }
-};
 
 /// A track under construction. Abstract so that a test can script it. Thread: that of its
 /// composition.
@@ -30,12 +21,14 @@ class ZAFFO_EXPORT AVMutableCompositionTrack {
   [[nodiscard]] virtual CGAffineTransform preferredTransform() const = 0;
   virtual void setPreferredTransform(CGAffineTransform transform) = 0;
 
-  /// Points at `timeRange` of `track` from `startTime` on; copies no media. What lies at or after
-  /// `startTime` moves on by the range's length; a segment there is split; a gap before it becomes
-  /// an empty segment. The range is cut off where the source track ends. The source is kept open by
-  /// the composition. False with `error` set (when not null), and nothing changed, when a time
-  /// is not numeric or negative, nothing of the range lies in the track, the kinds of media differ,
-  /// or the track's asset is gone.
+  /// Points at `timeRange` of `track` from `startTime` on, or from the end of this track on when
+  /// that is kCMTimeInvalid; copies no media. What lies at or after `startTime` moves on by the
+  /// length of what is inserted; a segment there is split; a gap before it becomes an empty
+  /// segment. The range is cut off where the source track ends; where that begins only within the
+  /// range, an empty segment keeps its place. The source is kept open by the composition. False
+  /// with `error` set (when not null), and nothing changed, when any other time is not numeric or
+  /// is negative, nothing of the range lies in the track, the kinds of media differ, or the track's
+  /// asset is gone.
   [[nodiscard]] virtual bool insertTimeRange(CMTimeRange timeRange,
                                              std::shared_ptr<const AVAssetTrack> track,
                                              CMTime startTime,

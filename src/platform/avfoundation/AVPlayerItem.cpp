@@ -10,7 +10,9 @@ std::shared_ptr<AVPlayerItem> AVPlayerItem::playerItemWithAsset(std::shared_ptr<
         NSError::create(AVFoundationErrorDomain, AVErrorUnknown,
                         {{NSLocalizedDescriptionKey, "A player item needs an asset."}}));
   }
-  return std::make_shared<PlayerItem>(std::move(asset));
+  // What is put together further on is not played by this item.
+  auto fixed = asset->copy();
+  return std::make_shared<PlayerItem>(fixed ? std::move(fixed) : std::move(asset));
 }
 
 }  // namespace zaffo

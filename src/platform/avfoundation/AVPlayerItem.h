@@ -28,6 +28,7 @@ class ZAFFO_EXPORT AVPlayerItem {
  public:
   virtual ~AVPlayerItem() = default;
 
+  /// The item of a copy of `asset`: what is inserted into a composition later is not part of it.
   /// Throws NSErrorException when `asset` is null.
   [[nodiscard]] static std::shared_ptr<AVPlayerItem> playerItemWithAsset(
       std::shared_ptr<AVAsset> asset);
