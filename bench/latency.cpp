@@ -81,6 +81,30 @@ void coldLibrary(benchmark::State& state) {
   });
 }
 
+/// The picture alone: the same item in a player of the platform, whose picture does not wait for
+/// the sound as the pool's answer does.
+void coldPictureLibrary(benchmark::State& state) {
+  struct Picture {
+    std::shared_ptr<zaffo::AVPlayer> player = zaffo::AVPlayer::create();
+    std::shared_ptr<zaffo::AVPlayerLayer> layer = zaffo::AVPlayerLayer::create();
+    Picture() { layer->setPlayer(player); }
+    ~Picture() {
+      player->replaceCurrentItemWithPlayerItem(nullptr);
+      bench::runFor(0.01);
+    }
+  };
+  measure(
+      state, [] { return std::make_unique<Picture>(); },
+      [](auto& picture) {
+        picture->player->replaceCurrentItemWithPlayerItem(bench::loadItem(video()));
+        // Looks, as a window does, each time that the layer asks for a draw.
+        const auto look = [&] {
+          return picture->layer->picture(static_cast<int64_t>(bench::now() * 1e9)).has_value();
+        };
+        bench::runUntil(look, "a picture");
+      });
+}
+
 void coldFloor(benchmark::State& state) {
   measure(
       state, [] { return std::unique_ptr<floors::File>(); },
@@ -201,6 +225,7 @@ int main(int argc, char** argv) {
   // One iteration a repetition: the median is over single runs, as a person meets them.
   add("cold/floor", coldFloor, 1, 25);
   add("cold/library", coldLibrary, 1, 25);
+  add("cold-picture/library", coldPictureLibrary, 1, 25);
   add("switch/floor", switchFloor, 1, 25);
   add("switch/library", switchLibrary, 1, 25);
   add("warm/library", warmLibrary, 1, 25);

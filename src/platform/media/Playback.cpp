@@ -5,9 +5,7 @@
 #include <utility>
 
 #include "platform/AVAssetTrack.h"
-#include "platform/AVError.h"
 #include "platform/TimeSource.h"
-#include "platform/media/FFmpegError.h"
 
 namespace zaffo::media {
 
@@ -134,114 +132,6 @@ CMTime Playback::currentTime() const {
     time = CMTimeMaximum(time, position_);
   }
   return clamped(time, duration_);
-}
-
-// Seeking.
-
-/// Whether something newer waits for the queue to become free.
-bool Playback::superseded() const {
-  return closed_ || newestSeek_ > handledSeek_;
-}
-
-void Playback::beginSeek(Seek seek) {
-  completeSeek(false);
-  seek_ = std::move(seek);
-  handledSeek_ = seek_->generation;
-  if (superseded()) return completeSeek(false);
-  if (running_) pause();
-  ready_ = false;
-  soundIsReady_ = false;
-  videoEnded_ = false;
-  atEnd_ = false;
-  error_ = nullptr;
-  if (showFirstFrameFor(*seek_)) return;
-  if (!video_) return finishSeek({});
-  frames_->dropQueued();
-  video_->setReadyHandler([weakSelf = weak_from_this()] {
-    if (const auto self = weakSelf.lock()) self->post(&Playback::continueSeek);
-  });
-  video_->beginSeek(seek_->time, seek_->earliest);
-  continueSeek();
-}
-
-/// The first frame was kept: a rewind needs no decoder.
-bool Playback::showFirstFrameFor(const Seek& seek) {
-  if (!firstFrame_ || seek.time > CMTimeMaximum(firstFrame_->presentation, kCMTimeZero)) {
-    return false;
-  }
-  video_->resumeAfter(*firstFrame_);
-  finishSeek(*firstFrame_);
-  return true;
-}
-
-void Playback::continueSeek() {
-  if (!seek_) return turn();
-  VideoFrame frame;
-  while (!superseded()) {
-    switch (video_->stepSeek(frame)) {
-      case TrackStep::Working:
-        break;
-      case TrackStep::Again:
-        return;
-      case TrackStep::Frame:
-        return finishSeek(std::move(frame));
-      case TrackStep::End:
-      case TrackStep::Error:
-        return failSeek();
-    }
-  }
-  completeSeek(false);
-}
-
-void Playback::finishSeek(VideoFrame frame) {
-  const bool exact = !frame.buffer || seek_->earliest == seek_->time;
-  const CMTime position = exact ? seek_->time : CMTimeMaximum(frame.presentation, kCMTimeZero);
-  if (frame.buffer) {
-    videoEnd_ = endOf(frame);
-    if (position == kCMTimeZero && !firstFrame_) firstFrame_ = frame;
-  }
-  setPosition(position);
-  timebase_->setTime(position);
-  frames_->show(std::move(frame));
-  if (events_.pictureChanged) events_.pictureChanged();
-  ready_ = true;
-  completeSeek(true);
-  settle();
-}
-
-void Playback::failSeek() {
-  const NSErrorPtr error = video_->error();
-  completeSeek(false);
-  fail(error ? error
-             : makeError(AVErrorDecodeFailed, "The video has no picture that can be decoded."));
-}
-
-void Playback::completeSeek(bool finished) {
-  if (!seek_) return;
-  const Completion completion = std::move(seek_->completion);
-  seek_.reset();
-  if (completion) completion(finished);
-}
-
-/// After the picture, the sound: then prerolls are done, and playing goes on or all is let go of.
-void Playback::settle() {
-  if (!ready_ || seek_) return;
-  if (audio_) {
-    audio_->setReadyHandler([weakSelf = weak_from_this()] {
-      if (const auto self = weakSelf.lock()) self->post(&Playback::settle);
-    });
-    if (!soundIsReady_ && !audio_->prefill(timebase_->time())) return;
-  }
-  if (audio_ && audio_->failed() && !video_) {
-    return fail(makeError(AVErrorDecodeFailed, "The sound cannot be decoded."));
-  }
-  soundIsReady_ = true;
-  completePrerolls(true);
-  if (rate_ > 0) {
-    if (!running_) startRunning();
-  } else {
-    collapse();
-  }
 }
 
 // Rate.
