@@ -4,6 +4,8 @@
 #include <memory>
 
 #include "platform/avfoundation/AVAssetImageGenerator.h"
+#include "platform/avfoundation/AVAudioMix.h"
+#include "platform/avfoundation/AVComposition.h"
 #include "platform/avfoundation/AVPlayerItem.h"
 
 namespace zaffo {
@@ -26,6 +28,11 @@ struct AVFactory {
       &AVPlayerItem::playerItemWithAsset;
   std::function<std::shared_ptr<AVAssetImageGenerator>(std::shared_ptr<AVAsset>)>
       assetImageGeneratorWithAsset = &AVAssetImageGenerator::assetImageGeneratorWithAsset;
+  /// An empty composition.
+  std::function<std::shared_ptr<AVMutableComposition>()> composition =
+      &AVMutableComposition::create;
+  /// An empty mix.
+  std::function<std::shared_ptr<AVMutableAudioMix>()> audioMix = &AVMutableAudioMix::audioMix;
 };
 
 }  // namespace zaffo

@@ -15,13 +15,17 @@ class ScriptedImageGenerator final : public AVAssetImageGenerator {
   CGImagePtr image;
   std::shared_ptr<const NSError> errorValue;
   std::function<void()> onCopy;
+  std::function<void()> onMaximumSize;
 
   std::vector<CGSize> maximumSizes;
   std::vector<bool> appliedTransforms;
   std::vector<CMTime> copiedTimes;
   bool wasAskedForActualTime = false;
 
-  void setMaximumSize(CGSize size) override { maximumSizes.push_back(size); }
+  void setMaximumSize(CGSize size) override {
+    maximumSizes.push_back(size);
+    if (onMaximumSize) onMaximumSize();
+  }
   void setAppliesPreferredTrackTransform(bool applies) override {
     appliedTransforms.push_back(applies);
   }

@@ -2,19 +2,23 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <memory>
 #include <vector>
 
 #include "doubles/ManualTime.h"
 #include "doubles/ScriptedAVPlayerItem.h"
+#include "doubles/ScriptedComposition.h"
 #include "doubles/ScriptedImageGenerator.h"
+#include "loading/ZFLoopingVideoPlayerItemLoader.h"
 #include "loading/ZFSingleLoopVideoPlayerItemLoader.h"
 #include "pool/ZFMediaQueue.h"
 
 namespace zaffo {
 
-/// A single-loop loader over a scripted platform.
-class LoaderTest : public testing::Test {
+/// A loader over a scripted platform.
+template <typename Loader>
+class LoaderTestOf : public testing::Test {
  protected:
   struct LoadedItem {
     std::shared_ptr<AVPlayerItem> item;
@@ -28,7 +32,7 @@ class LoaderTest : public testing::Test {
     bool onMediaQueue = false;
   };
 
-  LoaderTest() {
+  LoaderTestOf() {
     AVFactory factory;
     factory.URLAssetWithURL = [this](const AVFactory::URL& given) {
       itemURLs.push_back(given);
@@ -47,7 +51,15 @@ class LoaderTest : public testing::Test {
       picturedAssets.push_back(pictured);
       return generator;
     };
-    loader = std::make_shared<ZFSingleLoopVideoPlayerItemLoader>(factory);
+    factory.composition = [this] {
+      onComposition();
+      return composition;
+    };
+    factory.audioMix = [this] {
+      ++mixesMade;
+      return mix;
+    };
+    loader = std::make_shared<Loader>(factory);
     loader->setURL(url);
   }
 
@@ -94,12 +106,19 @@ class LoaderTest : public testing::Test {
   std::shared_ptr<ScriptedAVPlayerItem> item = std::make_shared<ScriptedAVPlayerItem>(assetOfItem);
   std::shared_ptr<ScriptedImageGenerator> generator = std::make_shared<ScriptedImageGenerator>();
   std::shared_ptr<const NSError> itemException;
-  std::shared_ptr<ZFSingleLoopVideoPlayerItemLoader> loader;
+  std::shared_ptr<ScriptedComposition> composition = std::make_shared<ScriptedComposition>();
+  std::shared_ptr<AVMutableAudioMix> mix = AVMutableAudioMix::audioMix();
+  std::function<void()> onComposition = [] {};
+  int mixesMade = 0;
+  std::shared_ptr<Loader> loader;
 
   std::vector<std::shared_ptr<const NSURL>> itemURLs, thumbnailURLs;
   std::vector<std::shared_ptr<AVAsset>> itemAssets, picturedAssets;
   std::vector<LoadedItem> items;
   std::vector<Thumbnail> thumbnails;
 };
+
+using LoaderTest = LoaderTestOf<ZFSingleLoopVideoPlayerItemLoader>;
+using LoopingLoaderTest = LoaderTestOf<ZFLoopingVideoPlayerItemLoader>;
 
 }  // namespace zaffo
