@@ -1,8 +1,6 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <functional>
 #include <memory>
 
 #include "platform/avfoundation/AVPlayer.h"
@@ -30,7 +28,7 @@ class ZAFFO_EXPORT AVPlayerLayer : public CALayer {
   /// Whether the player has a picture of its present item to show.
   [[nodiscard]] bool isReadyForDisplay() const;
   /// Pictures of the present player that were put on screen, and that became due but never were.
-  [[nodiscard]] uint64_t presentedFrames() const { return presented_; }
+  [[nodiscard]] uint64_t presentedFrames() const;
   [[nodiscard]] uint64_t droppedFrames() const;
   /// Host time (TimeSource, nanoseconds) at which the player's present item was first put on
   /// screen; 0 when it was not yet.
@@ -43,24 +41,12 @@ class ZAFFO_EXPORT AVPlayerLayer : public CALayer {
   AVPlayerLayer();
 
  private:
-  [[nodiscard]] std::function<void()> displayRequest();
-
-  /// Set by whichever thread has news, cleared by the draw that shows them.
-  const std::shared_ptr<std::atomic<bool>> displayRequested_ =
-      std::make_shared<std::atomic<bool>>(false);
+  /// What was asked to be drawn, and what became of it.
+  struct Drawing;
+  const std::unique_ptr<Drawing> drawing_;
   std::shared_ptr<AVPlayer> player_;
   std::shared_ptr<void> frameObservation_;
   AVLayerVideoGravity gravity_ = AVLayerVideoGravityResizeAspect;
-
-  /// What the last picture() gave.
-  struct Drawn {
-    std::weak_ptr<const CVPixelBuffer> buffer;
-    uint64_t itemGeneration = 0;
-  };
-  Drawn drawn_;
-  std::weak_ptr<const CVPixelBuffer> presentedBuffer_;
-  uint64_t presented_ = 0;
-  int64_t firstPresented_ = 0;
 };
 
 }  // namespace zaffo

@@ -4,6 +4,16 @@
 
 namespace zaffo::media {
 
+void FrameStore::setTimebase(std::shared_ptr<const CMTimebase> timebase) {
+  MutexLock lock(framesMutex_);
+  timebase_.swap(timebase);
+}
+
+std::shared_ptr<const CMTimebase> FrameStore::timebase() const {
+  MutexLock lock(framesMutex_);
+  return timebase_;
+}
+
 void FrameStore::show(VideoFrame frame) {
   std::deque<VideoFrame> forgotten;
   {
@@ -23,6 +33,13 @@ void FrameStore::dropQueued() {
   std::deque<VideoFrame> forgotten;
   MutexLock lock(framesMutex_);
   forgotten.swap(queue_);
+}
+
+void FrameStore::keepPicture() {
+  std::deque<VideoFrame> forgotten;
+  MutexLock lock(framesMutex_);
+  forgotten.swap(queue_);
+  current_.presentation = kCMTimeInvalid;
 }
 
 bool FrameStore::advance(CMTime time) {
@@ -54,7 +71,7 @@ void FrameStore::passOverWhileLocked() {
 }
 
 CVPixelBufferPtr FrameStore::bufferAtHostTime(int64_t hostNanoseconds) {
-  const CMTime time = timebase_->timeAtHostTime(hostNanoseconds);
+  const CMTime time = timebase()->timeAtHostTime(hostNanoseconds);
   bool began = false;
   CVPixelBufferPtr buffer;
   {
@@ -74,6 +91,11 @@ CVPixelBufferPtr FrameStore::bufferAtHostTime(int64_t hostNanoseconds) {
 bool FrameStore::hasFrame() const {
   MutexLock lock(framesMutex_);
   return current_.buffer != nullptr;
+}
+
+CMTime FrameStore::shownTime() const {
+  MutexLock lock(framesMutex_);
+  return current_.buffer ? current_.presentation : kCMTimeInvalid;
 }
 
 std::size_t FrameStore::queued() const {

@@ -19,6 +19,10 @@ class FrameStore {
   explicit FrameStore(std::shared_ptr<const CMTimebase> timebase)
       : timebase_(std::move(timebase)) {}
 
+  /// Goes over to another timebase; what waits is due by that one.
+  void setTimebase(std::shared_ptr<const CMTimebase> timebase);
+  [[nodiscard]] std::shared_ptr<const CMTimebase> timebase() const;
+
   /// Shows `frame` from now on and forgets every other.
   void show(VideoFrame frame);
 
@@ -27,6 +31,8 @@ class FrameStore {
 
   /// Forgets the frames that follow the one on show.
   void dropQueued();
+  /// Forgets them, and when the one on show was due: it is a mere picture now.
+  void keepPicture();
 
   /// Goes to the frame that is due at `time`. True when that is another one than before.
   bool advance(CMTime time);
@@ -35,6 +41,9 @@ class FrameStore {
   [[nodiscard]] CVPixelBufferPtr bufferAtHostTime(int64_t hostNanoseconds);
 
   [[nodiscard]] bool hasFrame() const;
+  /// The presentation time of the frame on show; invalid when there is none
+  /// or it is a mere picture.
+  [[nodiscard]] CMTime shownTime() const;
   [[nodiscard]] std::size_t queued() const;
   /// When its owner has something to do about the frames: when the next one is due while somebody
   /// draws, otherwise when no more than `few` are left waiting. None while none waits.
@@ -49,9 +58,9 @@ class FrameStore {
   bool advanceWhileLocked(CMTime time) ZAFFO_REQUIRES(framesMutex_);
   void passOverWhileLocked() ZAFFO_REQUIRES(framesMutex_);
 
-  const std::shared_ptr<const CMTimebase> timebase_;
   std::function<void()> drawingBegan_;
   mutable Mutex framesMutex_;
+  std::shared_ptr<const CMTimebase> timebase_ ZAFFO_GUARDED_BY(framesMutex_);
   VideoFrame current_ ZAFFO_GUARDED_BY(framesMutex_);
   bool currentWasDrawn_ ZAFFO_GUARDED_BY(framesMutex_) = false;
   std::deque<VideoFrame> queue_ ZAFFO_GUARDED_BY(framesMutex_);

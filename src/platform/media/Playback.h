@@ -10,6 +10,7 @@
 #include "platform/coremedia/CMTimebase.h"
 #include "platform/dispatch/DispatchTimer.h"
 #include "platform/media/AudioTrack.h"
+#include "platform/media/DecodeBurst.h"
 #include "platform/media/FrameStore.h"
 #include "platform/media/VideoTrack.h"
 
@@ -99,7 +100,6 @@ class Playback : public std::enable_shared_from_this<Playback> {
   [[nodiscard]] CMTime endOf(const VideoFrame& frame) const;
   [[nodiscard]] std::optional<CMTime> endTime() const;
   [[nodiscard]] std::optional<int64_t> nextTurnHostTime() const;
-  [[nodiscard]] std::optional<int64_t> dueHostTime(CMTime time) const;
 
   [[nodiscard]] bool superseded() const;
   void fail(NSErrorPtr error);
@@ -137,7 +137,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
   std::optional<VideoFrame> firstFrame_;
   bool videoEnded_ = false;
   bool waitsForSource_ = false;
-  bool decoding_ = false;  ///< until many frames wait
+  DecodeBurst burst_;
   CMTime videoEnd_ = kCMTimeZero;
   NSErrorPtr error_;
   DispatchTimerPtr timer_;

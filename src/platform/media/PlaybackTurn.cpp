@@ -1,26 +1,20 @@
 // What a running playback does each time it wakes: goes to the frame that is due, decodes a little
 // ahead, tops up the sound, and asks to be woken for the next thing due.
 
-#include <algorithm>
 #include <utility>
 
 #include "platform/TimeSource.h"
+#include "platform/media/DueTime.h"
 #include "platform/media/Playback.h"
 
 namespace zaffo::media {
 
 namespace {
 
-/// Decoding begins when this few decoded frames wait behind the one on show, and goes on until
-/// there are so many: in one go the decoder finds its data still in the cache.
-constexpr std::size_t kFewFrames = 1;
-constexpr std::size_t kManyFrames = 4;
 /// Steps of decoding between two looks at what else is to be done.
 constexpr int kStepsPerTurn = 16;
 /// A decoder this far behind leaves out frames that no other refers to.
 constexpr CMTime kLateness = CMTimeMake(1, 10);
-constexpr int64_t kTimerSlackNanoseconds = 1000;
-constexpr int64_t kShortestNapNanoseconds = 250'000;
 
 }  // namespace
 
@@ -37,12 +31,11 @@ void Playback::turn() {
 
 /// Decodes one frame if it is time to: between two frames the queue looks at what else is due.
 void Playback::decodeAhead(CMTime now) {
-  const std::size_t queued = frames_->queued();
-  if (queued <= kFewFrames) decoding_ = true;
-  if (queued >= kManyFrames || !video_ || videoEnded_) decoding_ = false;
+  burst_.update(frames_->queued());
+  if (!video_ || videoEnded_) burst_.stop();
   waitsForSource_ = false;
   VideoFrame frame;
-  for (int step = 0; decoding_ && step < kStepsPerTurn; ++step) {
+  for (int step = 0; burst_.isOn() && step < kStepsPerTurn; ++step) {
     if (superseded()) return;
     switch (video_->stepNext(frame)) {
       case TrackStep::Working:
@@ -60,7 +53,7 @@ void Playback::decodeAhead(CMTime now) {
         [[fallthrough]];
       case TrackStep::End:
         videoEnded_ = true;
-        decoding_ = false;
+        burst_.stop();
         return;
     }
   }
@@ -91,23 +84,13 @@ std::optional<CMTime> Playback::endTime() const {
 void Playback::scheduleTurn() {
   if (timer_) timer_->cancel();
   timer_ = nullptr;
-  if (decoding_ && !waitsForSource_) return post(&Playback::turn);
+  if (burst_.isOn() && !waitsForSource_) return post(&Playback::turn);
   const auto due = nextTurnHostTime();
   if (!due) return;
-  // A clock that stands still for a moment must not make the queue spin.
-  const int64_t wake = std::max(*due, TimeSource::now() + kShortestNapNanoseconds);
-  timer_ = dispatch_timer_at(wake, queue_, [weakSelf = weak_from_this()] {
+  timer_ = dispatch_timer_at(wakeHostTime(*due), queue_, [weakSelf = weak_from_this()] {
     const auto self = weakSelf.lock();
     if (self && !self->closed_) self->turn();
   });
-}
-
-/// Just after `time` is due: a timer that rings a hair early would find nothing to do. What came
-/// due during this turn is due now.
-std::optional<int64_t> Playback::dueHostTime(CMTime time) const {
-  if (const auto due = timebase_->hostTimeAtTime(time)) return *due + kTimerSlackNanoseconds;
-  if (timebase_->time() >= time) return TimeSource::now();
-  return std::nullopt;
 }
 
 /// The host time of the next thing to do; none while only the source can bring it.
@@ -116,11 +99,11 @@ std::optional<int64_t> Playback::nextTurnHostTime() const {
   const auto consider = [&next](std::optional<int64_t> time) {
     if (time && (!next || *time < *next)) next = time;
   };
-  if (const auto presentation = frames_->nextWake(kFewFrames)) {
-    consider(dueHostTime(*presentation));
+  if (const auto presentation = frames_->nextWake(DecodeBurst::kFewFrames)) {
+    consider(dueHostTime(*timebase_, *presentation));
   }
   if (audio_) consider(audio_->nextFillHostTime());
-  if (const auto end = endTime()) consider(dueHostTime(*end));
+  if (const auto end = endTime()) consider(dueHostTime(*timebase_, *end));
   return next;
 }
 

@@ -25,16 +25,28 @@ class SoftwareVideoDecoder : public VideoDecoder {
   DecodeOutcome send(const Sample& sample) override { return decoding_.send(sample); }
   DecodeOutcome receive(VideoFrame& frame) override;
   void drain() override { decoding_.drain(); }
-  void reset() override { decoding_.reset(); }
+  void reset() override;
+  void holdBackBefore(CMTime time) override { holdBackBefore_ = time; }
+  CMTime heldBack() const override { return heldBackTimes_.presentation; }
+  DecodeOutcome receiveHeldBack(VideoFrame& frame) override;
+  void forgetHeldBack() override;
   void setSkipsUnreferencedFrames(bool skips) override {
     decoding_.context().skip_frame = skips ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
   }
   NSErrorPtr error() const override { return decoding_.error(); }
 
  private:
+  [[nodiscard]] bool isEarly(CMTime presentation) const {
+    return CMTIME_IS_VALID(holdBackBefore_) && presentation < holdBackBefore_;
+  }
+  DecodeOutcome give(const SampleTimes::Entry& times, FramePtr decoded, VideoFrame& frame);
+
   SampleDecoding decoding_;
   PixelBuffers buffers_;
   FramePtr frame_;
+  CMTime holdBackBefore_ = kCMTimeInvalid;
+  FramePtr heldBack_;
+  SampleTimes::Entry heldBackTimes_;
 };
 
 DecodeOutcome SoftwareVideoDecoder::receive(VideoFrame& frame) {
@@ -44,11 +56,35 @@ DecodeOutcome SoftwareVideoDecoder::receive(VideoFrame& frame) {
     if (result < 0) return decoding_.fail(result);
     const SampleTimes::Entry* entry = decoding_.sampleOf(*frame_);
     if (!entry || !entry->shown || !CMTIME_IS_NUMERIC(entry->presentation)) continue;
-    frame.presentation = entry->presentation;
-    frame.duration = entry->duration;
-    frame.buffer = buffers_.wrap(std::move(frame_));
-    return frame.buffer ? DecodeOutcome::Ok : decoding_.fail(AVERROR(ENOMEM));
+    if (!isEarly(entry->presentation)) return give(*entry, std::move(frame_), frame);
+    std::swap(heldBack_, frame_);
+    heldBackTimes_ = *entry;
   }
+}
+
+DecodeOutcome SoftwareVideoDecoder::give(const SampleTimes::Entry& times, FramePtr decoded,
+                                         VideoFrame& frame) {
+  frame.presentation = times.presentation;
+  frame.duration = times.duration;
+  frame.buffer = buffers_.wrap(std::move(decoded));
+  return frame.buffer ? DecodeOutcome::Ok : decoding_.fail(AVERROR(ENOMEM));
+}
+
+DecodeOutcome SoftwareVideoDecoder::receiveHeldBack(VideoFrame& frame) {
+  if (!heldBack_) return DecodeOutcome::Again;
+  const DecodeOutcome outcome = give(heldBackTimes_, std::move(heldBack_), frame);
+  forgetHeldBack();
+  return outcome;
+}
+
+void SoftwareVideoDecoder::forgetHeldBack() {
+  heldBack_.reset();
+  heldBackTimes_ = {};
+}
+
+void SoftwareVideoDecoder::reset() {
+  decoding_.reset();
+  forgetHeldBack();
 }
 
 }  // namespace

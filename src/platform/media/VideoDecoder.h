@@ -17,6 +17,7 @@ struct VideoFrame {
 
 /// Decodes one video track in software with the least threads that keep up (one up to 1080p30).
 /// Frames that were marked not shown, or have no time, are decoded and not given.
+/// Frames that are too early (holdBackBefore()) are held back, unconverted, the last one alone.
 /// Thread: one at a time.
 class VideoDecoder {
  public:
@@ -32,6 +33,13 @@ class VideoDecoder {
   virtual void drain() = 0;
   /// Forgets everything decoded so far, for a start at a sync sample.
   virtual void reset() = 0;
+  /// Frames before `time` are held back from now on; none with an invalid time, as at first.
+  virtual void holdBackBefore(CMTime time) = 0;
+  /// The presentation time of the frame held back last; invalid when there is none.
+  [[nodiscard]] virtual CMTime heldBack() const = 0;
+  /// Gives that frame, after all: Ok once, then Again.
+  [[nodiscard]] virtual DecodeOutcome receiveHeldBack(VideoFrame& frame) = 0;
+  virtual void forgetHeldBack() = 0;
   /// Whether frames that no other frame refers to may be skipped, for samples sent from now on.
   virtual void setSkipsUnreferencedFrames(bool skips) = 0;
   [[nodiscard]] virtual NSErrorPtr error() const = 0;

@@ -1,0 +1,139 @@
+#include "platform/avfoundation/SampleBufferDisplayLayer.h"
+
+#include <utility>
+
+#include "platform/avfoundation/PicturePlacement.h"
+#include "platform/media/SampleBuffers.h"
+
+namespace zaffo {
+
+namespace {
+
+AVQueuedSampleBufferRenderingStatus statusOf(const media::SampleRenderer& renderer) {
+  switch (renderer.status()) {
+    case media::SampleRenderer::Status::Unknown:
+      break;
+    case media::SampleRenderer::Status::Rendering:
+      return AVQueuedSampleBufferRenderingStatus::Rendering;
+    case media::SampleRenderer::Status::Failed:
+      return AVQueuedSampleBufferRenderingStatus::Failed;
+  }
+  return AVQueuedSampleBufferRenderingStatus::Unknown;
+}
+
+}  // namespace
+
+std::shared_ptr<AVSampleBufferDisplayLayer> AVSampleBufferDisplayLayer::create() {
+  return SampleBufferDisplayLayer::create();
+}
+
+SampleBufferDisplayLayer::SampleBufferDisplayLayer()
+    : toldStatus_(std::make_shared<ObservableProperty<AVQueuedSampleBufferRenderingStatus>>(
+          AVQueuedSampleBufferRenderingStatus::Unknown)) {
+  setMasksToBounds(true);
+}
+
+std::shared_ptr<SampleBufferDisplayLayer> SampleBufferDisplayLayer::create() {
+  const std::shared_ptr<SampleBufferDisplayLayer> layer(new SampleBufferDisplayLayer);
+  media::SampleRenderer::Events events;
+  events.pictureChanged = layer->displayRequest_.forLayer(layer->weak_from_this());
+  events.statusChanged = [weakLayer = std::weak_ptr(layer)] {
+    const auto changed = weakLayer.lock();
+    if (changed) changed->toldStatus_->set(statusOf(*changed->renderer_));
+  };
+  layer->renderer_ = media::SampleRenderer::create(std::move(events));
+  return layer;
+}
+
+SampleBufferDisplayLayer::~SampleBufferDisplayLayer() {
+  renderer_->close();
+}
+
+std::shared_ptr<CMTimebase> SampleBufferDisplayLayer::controlTimebase() const {
+  MutexLock lock(timebaseMutex_);
+  return timebase_;
+}
+
+void SampleBufferDisplayLayer::setControlTimebase(std::shared_ptr<CMTimebase> timebase) {
+  renderer_->setTimebase(timebase);
+  MutexLock lock(timebaseMutex_);
+  timebase_.swap(timebase);
+}
+
+void SampleBufferDisplayLayer::setVideoGravity(AVLayerVideoGravity gravity) {
+  if (gravity == gravity_) return;
+  gravity_ = gravity;
+  setNeedsDisplay();
+}
+
+void SampleBufferDisplayLayer::setPreferredTransform(CGAffineTransform transform) {
+  if (transform == transform_) return;
+  transform_ = transform;
+  setNeedsDisplay();
+}
+
+void SampleBufferDisplayLayer::enqueueSampleBuffer(std::shared_ptr<CMSampleBuffer> sample) {
+  if (!sample || !sample->formatDescription()) return;
+  media::QueuedSample queued;
+  if (!media::sampleFromBuffer(*sample, queued.sample)) return;
+  queued.format = sample->formatDescription();
+  queued.displayImmediately = sample->attachments().displayImmediately;
+  renderer_->enqueue(std::move(queued));
+}
+
+void SampleBufferDisplayLayer::flush() {
+  renderer_->flush(media::SampleRenderer::Image::Keep);
+}
+
+void SampleBufferDisplayLayer::flushAndRemoveImage() {
+  renderer_->flush(media::SampleRenderer::Image::Remove);
+}
+
+bool SampleBufferDisplayLayer::isReadyForMoreMediaData() const {
+  return renderer_->isReadyForMore();
+}
+
+void SampleBufferDisplayLayer::requestMediaDataWhenReadyOnQueue(DispatchQueuePtr queue,
+                                                                std::function<void()> block) {
+  renderer_->requestWhenReady(std::move(queue), std::move(block));
+}
+
+void SampleBufferDisplayLayer::stopRequestingMediaData() {
+  renderer_->stopRequesting();
+}
+
+AVQueuedSampleBufferRenderingStatus SampleBufferDisplayLayer::status() const {
+  return statusOf(*renderer_);
+}
+
+std::shared_ptr<const NSError> SampleBufferDisplayLayer::error() const {
+  return renderer_->error();
+}
+
+KeyValueObservation SampleBufferDisplayLayer::observeStatus(std::function<void()> changed) {
+  return toldStatus_->observe(
+      [changed = std::move(changed)](AVQueuedSampleBufferRenderingStatus,
+                                     AVQueuedSampleBufferRenderingStatus) { changed(); });
+}
+
+bool SampleBufferDisplayLayer::isReadyForDisplay() const {
+  return renderer_->frames()->hasFrame();
+}
+
+uint64_t SampleBufferDisplayLayer::droppedFrames() const {
+  return renderer_->frames()->droppedFrames();
+}
+
+std::optional<LayerPicture> SampleBufferDisplayLayer::picture(int64_t hostNanoseconds) {
+  displayRequest_.noteDraw();
+  auto buffer = renderer_->frames()->bufferAtHostTime(hostNanoseconds);
+  presentation_.noteGiven(buffer);
+  if (!buffer) return std::nullopt;
+  return placePicture(std::move(buffer), transform_, bounds(), gravity_);
+}
+
+void SampleBufferDisplayLayer::didPresent(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) {
+  presentation_.notePresented(buffer, hostNanoseconds);
+}
+
+}  // namespace zaffo

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/Mutex.h"
+#include "platform/avfoundation/AVSampleBufferDisplayLayer.h"
+#include "platform/avfoundation/DisplayRequest.h"
+#include "platform/avfoundation/Presentation.h"
+#include "platform/media/SampleRenderer.h"
+
+namespace zaffo {
+
+/// The layer over the engine's renderer: samples go down, pictures come up when they are drawn.
+class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
+ public:
+  [[nodiscard]] static std::shared_ptr<SampleBufferDisplayLayer> create();
+  ~SampleBufferDisplayLayer() override;
+
+  [[nodiscard]] std::shared_ptr<CMTimebase> controlTimebase() const override;
+  void setControlTimebase(std::shared_ptr<CMTimebase> timebase) override;
+  [[nodiscard]] AVLayerVideoGravity videoGravity() const override { return gravity_; }
+  void setVideoGravity(AVLayerVideoGravity gravity) override;
+  void setPreferredTransform(CGAffineTransform transform) override;
+
+  void enqueueSampleBuffer(std::shared_ptr<CMSampleBuffer> sample) override;
+  void flush() override;
+  void flushAndRemoveImage() override;
+  [[nodiscard]] bool isReadyForMoreMediaData() const override;
+  void requestMediaDataWhenReadyOnQueue(DispatchQueuePtr queue,
+                                        std::function<void()> block) override;
+  void stopRequestingMediaData() override;
+
+  [[nodiscard]] AVQueuedSampleBufferRenderingStatus status() const override;
+  [[nodiscard]] std::shared_ptr<const NSError> error() const override;
+  [[nodiscard]] KeyValueObservation observeStatus(std::function<void()> changed) override;
+
+  [[nodiscard]] bool isReadyForDisplay() const override;
+  [[nodiscard]] uint64_t presentedFrames() const override { return presentation_.count(); }
+  [[nodiscard]] uint64_t droppedFrames() const override;
+  [[nodiscard]] int64_t firstPresentedHostTime() const override {
+    return presentation_.firstHostTime();
+  }
+
+  [[nodiscard]] std::optional<LayerPicture> picture(int64_t hostNanoseconds) override;
+  void didPresent(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) override;
+
+ private:
+  SampleBufferDisplayLayer();
+
+  std::shared_ptr<media::SampleRenderer> renderer_;
+  /// The status that was told last; the renderer knows the present one.
+  const std::shared_ptr<ObservableProperty<AVQueuedSampleBufferRenderingStatus>> toldStatus_;
+  mutable Mutex timebaseMutex_;
+  std::shared_ptr<CMTimebase> timebase_ ZAFFO_GUARDED_BY(timebaseMutex_);
+  AVLayerVideoGravity gravity_ = AVLayerVideoGravityResizeAspect;
+  CGAffineTransform transform_;
+  DisplayRequest displayRequest_;
+  Presentation presentation_;
+};
+
+}  // namespace zaffo

@@ -1,0 +1,259 @@
+#include "platform/media/BacklogDecoder.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/AVError.h"
+#include "platform/media/FFmpegError.h"
+#include "platform/media/SampleBuffers.h"
+
+namespace zaffo::media {
+
+namespace {
+
+/// As many samples as this without a single picture are no video.
+constexpr std::size_t kMostUnanswered = 300;
+/// What is decoded again within some twenty milliseconds.
+constexpr int64_t kCheapPixels = int64_t{16} << 20;
+
+CMTime laterOf(CMTime a, CMTime b) {
+  if (CMTIME_IS_INVALID(a)) return b;
+  return CMTIME_IS_INVALID(b) ? a : CMTimeMaximum(a, b);
+}
+
+bool isAfter(CMTime time, CMTime passed) {
+  return CMTIME_IS_INVALID(passed) || time > passed;
+}
+
+}  // namespace
+
+void BacklogDecoder::begin() {
+  generation_ = backlog_.generation();
+  restartDecoder();
+  passed_ = atOnce_ = kCMTimeInvalid;
+  wantsFirst_ = false;
+  gaveNothing_ = true;
+  unanswered_ = 0;
+  error_ = nullptr;
+}
+
+/// Puts the decoder at its beginning, should there be one.
+void BacklogDecoder::restartDecoder() {
+  if (decoder_ && sent_ > 0) decoder_->reset();
+  sent_ = 0;
+  drain_ = Drain::None;
+  isSpent_ = false;
+  pending_.clear();
+  lookahead_.reset();
+}
+
+void BacklogDecoder::close() {
+  decoder_.reset();
+  format_.reset();
+  lookahead_.reset();
+}
+
+DecodeStep BacklogDecoder::step(const Demand& demand, Picture& picture) {
+  if (lookahead_) {
+    picture = std::move(*lookahead_);
+    lookahead_.reset();
+    return DecodeStep::Frame;
+  }
+  const SampleBacklog::Outlook outlook = backlog_.outlook(generation_, passed_, demand.now);
+  if (outlook.stale) return DecodeStep::Stale;
+  const CMTime inDecoder = dueInDecoder(demand.now);
+  dueLater_ = outlook.due;
+  due_ = laterOf(outlook.due, inDecoder);
+  if (outlook.skippable > 0 && isAfter(outlook.due, inDecoder)) {
+    restartDecoder();
+    backlog_.skip(generation_, outlook.skippable);
+  }
+  // While samples are on their way it is not known which of the frames that are due is the last.
+  isSettled_ = outlook.complete || demand.supplyEnded;
+  if (decoder_ && !isSpent_) {
+    decoder_->holdBackBefore(drain_ == Drain::AtOnce ? kCMTimeInvalid
+                             : isSettled_            ? due_
+                                                     : demand.now);
+    VideoFrame frame;
+    const DecodeOutcome outcome = decoder_->receive(frame);
+    noteHeldBack();
+    if (outcome == DecodeOutcome::Ok) return take(std::move(frame), demand, picture);
+    if (outcome == DecodeOutcome::End) return finishDrain(picture);
+    if (outcome == DecodeOutcome::Error) return noteError();
+    const bool isLast = isSettled_ && (CMTIME_IS_INVALID(due_) || due_ <= decoder_->heldBack());
+    if ((isLast || demand.overdue) && takeHeldBack(picture)) return DecodeStep::Frame;
+  }
+  return feed(demand);
+}
+
+/// The latest presentation up to `now` of what was sent and did not come out.
+CMTime BacklogDecoder::dueInDecoder(CMTime now) const {
+  CMTime due = kCMTimeInvalid;
+  for (const CMTime presentation : pending_) {
+    if (presentation <= now && isAfter(presentation, passed_)) due = laterOf(due, presentation);
+  }
+  return due;
+}
+
+/// A frame came out of the decoder that is not too early.
+DecodeStep BacklogDecoder::take(VideoFrame frame, const Demand& demand, Picture& picture) {
+  cameOut(frame.presentation);
+  const bool drained = drain_ == Drain::AtOnce;
+  if (drained) {
+    drain_ = Drain::None;
+    isSpent_ = true;
+  }
+  if (!isAfter(frame.presentation, passed_)) return DecodeStep::Working;
+  const bool atOnce = drained || wantsFirst_ || frame.presentation == atOnce_;
+  wantsFirst_ = false;
+  // The one before it is the last that is due, should what was expected there be damaged.
+  if (!atOnce && frame.presentation > demand.now && takeHeldBack(picture)) {
+    passed_ = frame.presentation;
+    lookahead_ = Picture{std::move(frame), false};
+    return DecodeStep::Frame;
+  }
+  decoder_->forgetHeldBack();
+  passed_ = frame.presentation;
+  picture = {std::move(frame), atOnce};
+  return DecodeStep::Frame;
+}
+
+bool BacklogDecoder::takeHeldBack(Picture& picture) {
+  const CMTime heldBack = decoder_->heldBack();
+  if (CMTIME_IS_INVALID(heldBack) || !isAfter(heldBack, passed_)) return false;
+  if (decoder_->receiveHeldBack(picture.frame) != DecodeOutcome::Ok) return false;
+  picture.atOnce = wantsFirst_ = false;
+  passed_ = heldBack;
+  return true;
+}
+
+bool BacklogDecoder::holdsLateFrame() const {
+  return decoder_ && CMTIME_IS_VALID(decoder_->heldBack()) &&
+         isAfter(decoder_->heldBack(), passed_);
+}
+
+void BacklogDecoder::noteHeldBack() {
+  if (CMTIME_IS_VALID(decoder_->heldBack())) cameOut(decoder_->heldBack());
+}
+
+void BacklogDecoder::cameOut(CMTime presentation) {
+  gaveNothing_ = false;
+  std::erase_if(pending_, [presentation](CMTime each) { return each <= presentation; });
+}
+
+DecodeStep BacklogDecoder::noteError() {
+  error_ = decoder_->error();
+  return DecodeStep::Working;
+}
+
+/// Sends the next sample, if what is asked for needs it.
+DecodeStep BacklogDecoder::feed(const Demand& demand) {
+  const QueuedSamplePtr next = backlog_.next(generation_);
+  const bool asksAtOnce = wantsFirst_ || (next && isWantedAtOnce(*next)) ||
+                          (CMTIME_IS_VALID(atOnce_) && isAfter(atOnce_, passed_));
+  if (!demand.ahead && !asksAtOnce && CMTIME_IS_INVALID(due_)) return DecodeStep::Idle;
+  if (!next) return feedNothing(demand);
+  if (isSpent_) {
+    const bool startsHere = next->sample.sync || next->sample.startsAnew;
+    restartDecoder();
+    if (!startsHere && backlog_.rewind(generation_)) return DecodeStep::Working;
+  }
+  const bool sameFormat = format_ == next->format || (format_ && hasFormatOf(*next));
+  if (sent_ > 0 && (next->sample.startsAnew || !sameFormat)) return drain(Drain::NewRun);
+  if (!sameFormat) decoder_.reset();
+  format_ = next->format;
+  if (!decoder_ && !open()) return DecodeStep::Failed;
+  return send(*next);
+}
+
+/// There are no more samples. What the decoder still holds is all, if none is on its way.
+DecodeStep BacklogDecoder::feedNothing(const Demand& demand) {
+  if (demand.supplyEnded && holdsFrames()) return drain(Drain::End);
+  return DecodeStep::Starved;
+}
+
+bool BacklogDecoder::isWantedAtOnce(const QueuedSample& next) const {
+  if (!next.displayImmediately) return false;
+  return next.sample.shown ? isAfter(next.sample.presentation, passed_) : gaveNothing_;
+}
+
+bool BacklogDecoder::hasFormatOf(const QueuedSample& next) const {
+  const AVCodecParameters* present = codecParametersOf(*format_);
+  const AVCodecParameters* wanted = codecParametersOf(*next.format);
+  return present && wanted && isSameFormat(*present, *wanted);
+}
+
+bool BacklogDecoder::open() {
+  const AVCodecParameters* parameters = codecParametersOf(*format_);
+  NSErrorPtr error;
+  if (parameters) decoder_ = VideoDecoder::open(*parameters, &error);
+  if (decoder_) return true;
+  error_ = error ? error : makeError(AVErrorDecoderNotFound, "The samples are of no known format.");
+  return false;
+}
+
+DecodeStep BacklogDecoder::send(const QueuedSample& next) {
+  const Sample& sample = next.sample;
+  const bool atOnce = isWantedAtOnce(next);
+  const bool drainsAtOnce = atOnce && sample.shown && sample.sync && sent_ == 0 && !wantsFirst_;
+  const bool isLate = CMTIME_IS_VALID(due_) && sample.presentation < due_;
+  const bool isWanted = sample.shown && CMTIME_IS_NUMERIC(sample.presentation) &&
+                        isAfter(sample.presentation, passed_) && !isLate;
+  decoder_->setSkipsUnreferencedFrames(!isWanted && !atOnce && !wantsFirst_);
+  if (decoder_->send(sample) == DecodeOutcome::Error) error_ = decoder_->error();
+  ++sent_;
+  if (drainsAtOnce) return drain(Drain::AtOnce);
+  backlog_.markSent(generation_);
+  if (atOnce && sample.shown) atOnce_ = sample.presentation;
+  if (atOnce && !sample.shown) wantsFirst_ = true;
+  if (isWanted) pending_.push_back(sample.presentation);
+  if (!gaveNothing_ || ++unanswered_ < kMostUnanswered) return DecodeStep::Working;
+  return failWithoutPicture();
+}
+
+DecodeStep BacklogDecoder::drain(Drain reason) {
+  decoder_->drain();
+  drain_ = reason;
+  return DecodeStep::Working;
+}
+
+/// Everything came out of the decoder.
+DecodeStep BacklogDecoder::finishDrain(Picture& picture) {
+  pending_.clear();
+  const Drain reason = std::exchange(drain_, Drain::None);
+  if (reason == Drain::AtOnce) {
+    // One sample was not enough: a damaged one, or one that leans on what follows.
+    wantsFirst_ = true;
+    restartDecoder();
+    return DecodeStep::Working;
+  }
+  const bool isLast = CMTIME_IS_INVALID(dueLater_);
+  const bool gives = isLast && takeHeldBack(picture);
+  if (reason == Drain::End && gaveNothing_ && unanswered_ > 0) return failWithoutPicture();
+  if (reason == Drain::NewRun) restartDecoder();
+  if (reason == Drain::End) isSpent_ = true;
+  return gives ? DecodeStep::Frame : DecodeStep::Working;
+}
+
+DecodeStep BacklogDecoder::failWithoutPicture() {
+  if (!error_) {
+    error_ = makeError(AVErrorDecodeFailed, "The video has no picture that can be decoded.");
+  }
+  return DecodeStep::Failed;
+}
+
+bool BacklogDecoder::letGoIfCheap(CMTime shown) {
+  if (!decoder_ || gaveNothing_ || !CMTIME_IS_VALID(shown)) return false;
+  const bool isCheap = backlog_.pixelsToDecodeAgain() <= kCheapPixels;
+  if (!isCheap || !backlog_.rewind(generation_)) {
+    if (isSpent_) decoder_.reset();
+    return false;
+  }
+  decoder_.reset();
+  restartDecoder();
+  isSpent_ = true;
+  passed_ = shown;
+  return true;
+}
+
+}  // namespace zaffo::media

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "platform/media/SampleBacklog.h"
+#include "platform/media/VideoDecoder.h"
+
+namespace zaffo::media {
+
+/// What a step of decoding gave.
+enum class DecodeStep {
+  Working,  ///< not there yet, call again
+  Frame,    ///< a picture was given
+  Idle,     ///< nothing to do for what was asked
+  Starved,  ///< there is no sample; the backlog's push() will tell of one
+  Stale,    ///< the backlog was flushed: begin() again
+  Failed,   ///< see error()
+};
+
+/// Decodes a backlog just as far as it takes to show the right picture. Of the frames that are due
+/// the last one alone is given; those before it are decoded only if others refer to them. Works a
+/// sample at a time. Thread: one at a time.
+///
+/// A first sample that is to be displayed immediately is drained out of the decoder without waiting
+/// for those that follow. What follows is then decoded from it again, if it is ever asked for;
+/// until then the decoder may be let go. If it is not to be shown itself, the first frame that is.
+class BacklogDecoder {
+ public:
+  explicit BacklogDecoder(SampleBacklog& backlog) : backlog_(backlog) {}
+
+  struct Demand {
+    CMTime now;
+    bool ahead = false;        ///< also the frame after those that are due
+    bool supplyEnded = false;  ///< no sample is on its way: what the decoder holds back is all
+    bool overdue = false;      ///< nothing was shown for long: a late frame is better than none
+  };
+  struct Picture {
+    VideoFrame frame;
+    bool atOnce = false;  ///< to be shown whatever the time is
+  };
+
+  /// Turns to the samples of the backlog's present generation.
+  void begin();
+  [[nodiscard]] uint64_t generation() const { return generation_; }
+  [[nodiscard]] DecodeStep step(const Demand& demand, Picture& picture);
+  /// Why the last step failed.
+  [[nodiscard]] const NSErrorPtr& error() const { return error_; }
+
+  /// Whether it was known at the last step which frame is the last that is due: no sample can come
+  /// any more that is to be shown before the time asked for.
+  [[nodiscard]] bool isSettled() const { return isSettled_; }
+  /// Whether a frame that is due waits to be the last one.
+  [[nodiscard]] bool holdsLateFrame() const;
+  /// Lets go of the decoder when decoding from the sync sample to the picture on show (at `shown`)
+  /// again takes no more than a moment. True when there is no decoder any more, and the frames
+  /// after the one on show will be given again.
+  [[nodiscard]] bool letGoIfCheap(CMTime shown);
+  /// Lets go of everything.
+  void close();
+
+ private:
+  static constexpr uint64_t kNoGeneration = ~uint64_t{0};
+  enum class Drain { None, AtOnce, NewRun, End };
+
+  [[nodiscard]] CMTime dueInDecoder(CMTime now) const;
+  [[nodiscard]] DecodeStep take(VideoFrame frame, const Demand& demand, Picture& picture);
+  [[nodiscard]] bool takeHeldBack(Picture& picture);
+  void noteHeldBack();
+  void cameOut(CMTime presentation);
+  [[nodiscard]] DecodeStep noteError();
+  [[nodiscard]] DecodeStep feed(const Demand& demand);
+  [[nodiscard]] DecodeStep feedNothing(const Demand& demand);
+  [[nodiscard]] bool holdsFrames() const { return decoder_ && sent_ > 0 && !isSpent_; }
+  [[nodiscard]] bool isWantedAtOnce(const QueuedSample& next) const;
+  [[nodiscard]] bool hasFormatOf(const QueuedSample& next) const;
+  [[nodiscard]] bool open();
+  [[nodiscard]] DecodeStep send(const QueuedSample& next);
+  [[nodiscard]] DecodeStep drain(Drain reason);
+  [[nodiscard]] DecodeStep finishDrain(Picture& picture);
+  [[nodiscard]] DecodeStep failWithoutPicture();
+  void restartDecoder();
+
+  SampleBacklog& backlog_;
+  uint64_t generation_ = kNoGeneration;
+  std::unique_ptr<VideoDecoder> decoder_;
+  std::shared_ptr<const CMFormatDescription> format_;
+  NSErrorPtr error_;
+
+  std::size_t sent_ = 0;  ///< since the decoder began
+  Drain drain_ = Drain::None;
+  bool isSpent_ = false;  ///< the decoder was drained or is gone in the midst of a run
+  /// Presentation of what was sent, is wanted, and did not come out.
+  std::vector<CMTime> pending_;
+  CMTime due_ = kCMTimeInvalid;       ///< the latest one that is due and was not given
+  CMTime dueLater_ = kCMTimeInvalid;  ///< the latest of those that were not sent yet
+  CMTime passed_ = kCMTimeInvalid;    ///< everything up to it was given
+  std::optional<Picture> lookahead_;
+
+  bool isSettled_ = false;
+  bool wantsFirst_ = false;         ///< the next frame that is given is to be shown at once
+  CMTime atOnce_ = kCMTimeInvalid;  ///< the frame at this time is
+  bool gaveNothing_ = true;         ///< since begin()
+  std::size_t unanswered_ = 0;      ///< samples sent since begin() while nothing came out
+};
+
+}  // namespace zaffo::media

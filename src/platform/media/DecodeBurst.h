@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+
+namespace zaffo::media {
+
+/// When to decode ahead: once hardly any decoded frame waits behind the one on show, until a few
+/// do. In one go the decoder finds its data still in the cache. Thread: one at a time.
+class DecodeBurst {
+ public:
+  static constexpr std::size_t kFewFrames = 1;
+  static constexpr std::size_t kManyFrames = 4;
+
+  /// So many frames wait.
+  void update(std::size_t queued) {
+    if (queued <= kFewFrames) isOn_ = true;
+    if (queued >= kManyFrames) isOn_ = false;
+  }
+  void stop() { isOn_ = false; }
+  /// Whether to decode another frame.
+  [[nodiscard]] bool isOn() const { return isOn_; }
+
+ private:
+  bool isOn_ = false;
+};
+
+}  // namespace zaffo::media

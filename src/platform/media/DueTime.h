@@ -1,0 +1,28 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+
+#include "platform/TimeSource.h"
+#include "platform/coremedia/CMTimebase.h"
+
+namespace zaffo::media {
+
+/// The host time just after a timebase reaches `time`: a timer that rings a hair early would find
+/// nothing to do. Now when it is there already; nothing when it is not on its way.
+[[nodiscard]] inline std::optional<int64_t> dueHostTime(const CMTimebase& timebase, CMTime time) {
+  constexpr int64_t kTimerSlackNanoseconds = 1000;
+  if (const auto due = timebase.hostTimeAtTime(time)) return *due + kTimerSlackNanoseconds;
+  if (timebase.time() >= time) return TimeSource::now();
+  return std::nullopt;
+}
+
+/// When to wake for what is due then: a clock that stands still for a moment must not make a queue
+/// spin.
+[[nodiscard]] inline int64_t wakeHostTime(int64_t due) {
+  constexpr int64_t kShortestNapNanoseconds = 250'000;
+  return std::max(due, TimeSource::now() + kShortestNapNanoseconds);
+}
+
+}  // namespace zaffo::media

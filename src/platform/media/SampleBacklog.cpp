@@ -1,0 +1,187 @@
+#include "platform/media/SampleBacklog.h"
+
+#include <limits>
+#include <utility>
+
+namespace zaffo::media {
+
+namespace {
+
+/// More than the two seconds that a paused session reads ahead.
+constexpr CMTime kMostAhead = CMTimeMake(4, 1);
+constexpr CMTime kAmpleAhead = CMTimeMake(3, 1);
+/// Two seconds at 60 Mbit/s.
+constexpr std::size_t kMostBytes = std::size_t{16} << 20;
+constexpr std::size_t kAmpleBytes = kMostBytes / 4 * 3;
+constexpr std::size_t kMostKeptBytes = std::size_t{8} << 20;
+
+/// What a sample costs, with what stands around its bytes.
+std::size_t bytesOf(const QueuedSample& queued) {
+  constexpr std::size_t kAround = 512;
+  return kAround + static_cast<std::size_t>(queued.sample.packet->size);
+}
+
+bool isShown(const Sample& sample) {
+  return sample.shown && CMTIME_IS_NUMERIC(sample.presentation);
+}
+
+CMTime latest(CMTime one, CMTime other) {
+  if (!CMTIME_IS_NUMERIC(other)) return one;
+  return CMTIME_IS_NUMERIC(one) ? CMTimeMaximum(one, other) : other;
+}
+
+}  // namespace
+
+bool SampleBacklog::push(QueuedSample sample) {
+  auto queued = std::make_shared<const QueuedSample>(std::move(sample));
+  MutexLock lock(samplesMutex_);
+  const Sample& s = queued->sample;
+  latest_ = latest(latest_, s.presentation);
+  reaches_ = latest(reaches_, CMTIME_IS_NUMERIC(s.decode) ? s.decode : s.presentation);
+  waitingBytes_ += bytesOf(*queued);
+  const bool tells = queued->displayImmediately || s.startsAnew;
+  samples_.push_back(std::move(queued));
+  return std::exchange(awaited_, false) || tells;
+}
+
+SampleBacklog::Held SampleBacklog::flush() {
+  Held held;
+  MutexLock lock(samplesMutex_);
+  held.swap(samples_);
+  ++generation_;
+  next_ = 0;
+  forgotten_ = 0;
+  waitingBytes_ = keptBytes_ = 0;
+  restartPoints_.clear();
+  latest_ = reaches_ = kCMTimeInvalid;
+  awaited_ = true;
+  return held;
+}
+
+/// How long it takes until all that waits is due.
+CMTime SampleBacklog::aheadWhileLocked(CMTime now) const {
+  if (next_ == samples_.size() || CMTIME_IS_INVALID(latest_)) return kCMTimeZero;
+  const CMTime first = samples_[next_]->sample.presentation;
+  return latest_ - (CMTIME_IS_NUMERIC(first) ? CMTimeMaximum(first, now) : now);
+}
+
+bool SampleBacklog::hasRoom(CMTime now) const {
+  MutexLock lock(samplesMutex_);
+  return waitingBytes_ < kMostBytes && aheadWhileLocked(now) < kMostAhead;
+}
+
+bool SampleBacklog::hasAmpleRoom(CMTime now) const {
+  MutexLock lock(samplesMutex_);
+  return waitingBytes_ <= kAmpleBytes && aheadWhileLocked(now) <= kAmpleAhead;
+}
+
+uint64_t SampleBacklog::generation() const {
+  MutexLock lock(samplesMutex_);
+  return generation_;
+}
+
+SampleBacklog::Outlook SampleBacklog::outlook(uint64_t generation, CMTime after, CMTime now) {
+  Outlook outlook;
+  MutexLock lock(samplesMutex_);
+  outlook.stale = generation != generation_;
+  if (outlook.stale) return outlook;
+  outlook.complete = CMTIME_IS_NUMERIC(reaches_) && reaches_ > now;
+  if (!outlook.complete) awaited_ = true;
+  std::size_t sync = next_;
+  for (std::size_t i = next_; i < samples_.size(); ++i) {
+    const Sample& sample = samples_[i]->sample;
+    // Nothing is shown before it is decoded: what follows in decode order is later.
+    if (CMTIME_IS_NUMERIC(sample.decode) && sample.decode > now) break;
+    if (sample.sync) sync = i;
+    if (!isShown(sample) || sample.presentation > now) continue;
+    if (CMTIME_IS_VALID(after) && sample.presentation <= after) continue;
+    if (CMTIME_IS_VALID(outlook.due) && sample.presentation < outlook.due) continue;
+    outlook.due = sample.presentation;
+    outlook.skippable = sync - next_;
+  }
+  return outlook;
+}
+
+QueuedSamplePtr SampleBacklog::next(uint64_t generation) {
+  MutexLock lock(samplesMutex_);
+  if (generation != generation_) return nullptr;
+  if (next_ < samples_.size()) return samples_[next_];
+  awaited_ = true;
+  return nullptr;
+}
+
+void SampleBacklog::markSent(uint64_t generation) {
+  Held forgotten;
+  MutexLock lock(samplesMutex_);
+  if (generation != generation_) return;
+  const QueuedSample& sent = *samples_[next_];
+  const std::size_t bytes = bytesOf(sent);
+  waitingBytes_ -= bytes;
+  keptBytes_ += bytes;
+  if (sent.sample.sync && next_ > 0) restartPoints_.push_back({forgotten_ + next_, {}});
+  if (isShown(sent.sample) && !restartPoints_.empty() &&
+      CMTIME_IS_INVALID(restartPoints_.back().firstShown)) {
+    restartPoints_.back().firstShown = sent.sample.presentation;
+  }
+  ++next_;
+  if (keptBytes_ > kMostKeptBytes) forgetWhileLocked(next_, forgotten);
+}
+
+/// Forgets the first `count`, all of which were sent.
+void SampleBacklog::forgetWhileLocked(std::size_t count, Held& forgotten) {
+  for (std::size_t i = 0; i < count; ++i) {
+    keptBytes_ -= bytesOf(*samples_.front());
+    forgotten.push_back(std::move(samples_.front()));
+    samples_.pop_front();
+  }
+  next_ -= count;
+  forgotten_ += count;
+  while (!restartPoints_.empty() && restartPoints_.front().position <= forgotten_) {
+    restartPoints_.pop_front();
+  }
+}
+
+void SampleBacklog::skip(uint64_t generation, std::size_t count) {
+  Held forgotten;
+  MutexLock lock(samplesMutex_);
+  if (generation != generation_) return;
+  for (; count > 0; --count, ++next_) {
+    const std::size_t bytes = bytesOf(*samples_[next_]);
+    waitingBytes_ -= bytes;
+    keptBytes_ += bytes;
+  }
+  forgetWhileLocked(next_, forgotten);
+}
+
+bool SampleBacklog::startsSyncWhileLocked() const {
+  return !samples_.empty() && samples_.front()->sample.sync;
+}
+
+bool SampleBacklog::rewind(uint64_t generation) {
+  MutexLock lock(samplesMutex_);
+  if (generation != generation_ || !startsSyncWhileLocked()) return false;
+  next_ = 0;
+  waitingBytes_ += std::exchange(keptBytes_, 0);
+  restartPoints_.clear();
+  return true;
+}
+
+void SampleBacklog::trim(uint64_t generation, CMTime shown) {
+  Held forgotten;
+  MutexLock lock(samplesMutex_);
+  if (generation != generation_ || CMTIME_IS_INVALID(shown)) return;
+  while (!restartPoints_.empty() && restartPoints_.front().firstShown <= shown) {
+    const uint64_t position = restartPoints_.front().position;
+    forgetWhileLocked(static_cast<std::size_t>(position - forgotten_), forgotten);
+  }
+}
+
+int64_t SampleBacklog::pixelsToDecodeAgain() const {
+  MutexLock lock(samplesMutex_);
+  if (next_ == 0) return 0;
+  if (!startsSyncWhileLocked()) return std::numeric_limits<int64_t>::max();
+  const CMFormatDescription& format = *samples_.front()->format;
+  return static_cast<int64_t>(next_) * format.width() * format.height();
+}
+
+}  // namespace zaffo::media

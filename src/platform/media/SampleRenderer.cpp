@@ -1,0 +1,269 @@
+#include "platform/media/SampleRenderer.h"
+
+#include <utility>
+
+#include "platform/TimeSource.h"
+#include "platform/media/DueTime.h"
+
+namespace zaffo::media {
+
+namespace {
+
+/// Steps of decoding between two looks at what else is to be done.
+constexpr int kStepsPerTurn = 16;
+/// A picture that stands for so long while others are due is replaced by one that is late too.
+constexpr int64_t kOverdueNanoseconds = 100'000'000;
+
+std::shared_ptr<CMTimebase> hostTimebase() {
+  auto timebase = CMTimebase::create(CMClockGetHostTimeClock());
+  const int64_t now = TimeSource::now();
+  timebase->setRateAndAnchorTime(1, CMTimeMake(now, 1'000'000'000), now);
+  return timebase;
+}
+
+}  // namespace
+
+std::shared_ptr<SampleRenderer> SampleRenderer::create(Events events) {
+  const std::shared_ptr<SampleRenderer> renderer(new SampleRenderer(std::move(events)));
+  const auto wake = [weakRenderer = std::weak_ptr(renderer)] {
+    if (const auto woken = weakRenderer.lock()) woken->wake();
+  };
+  renderer->frames_->setDrawingHandler(wake);
+  renderer->supply_.setAnsweredHandler(wake);
+  return renderer;
+}
+
+SampleRenderer::SampleRenderer(Events events)
+    : events_(std::move(events)),
+      queue_(dispatch_queue_create("com.zaffo.samplerenderer")),
+      frames_(std::make_shared<FrameStore>(hostTimebase())) {}
+
+// Calls: any thread.
+
+void SampleRenderer::setTimebase(std::shared_ptr<CMTimebase> timebase) {
+  std::shared_ptr<void> observation;
+  if (timebase) {
+    observation = timebase->observeChanges([weakSelf = weak_from_this()] {
+      if (const auto self = weakSelf.lock()) self->wake();
+    });
+  }
+  frames_->setTimebase(timebase ? std::move(timebase) : hostTimebase());
+  {
+    MutexLock lock(statusMutex_);
+    timebaseObservation_.swap(observation);
+  }
+  wake();
+}
+
+void SampleRenderer::enqueue(QueuedSample sample) {
+  bool begins = false;
+  bool isAwaited = false;
+  {
+    MutexLock lock(statusMutex_);
+    if (closed_ || status_ == Status::Failed) return;
+    begins = std::exchange(status_, Status::Rendering) == Status::Unknown;
+    isAwaited = backlog_.push(std::move(sample));
+  }
+  supply_.noteSample(TimeSource::now());
+  if (!backlog_.hasRoom(now())) supply_.owe();
+  if (isAwaited) wake();
+  if (begins) events_.statusChanged();
+}
+
+void SampleRenderer::flush(Image image) {
+  SampleBacklog::Held held;
+  bool recovers = false;
+  {
+    MutexLock lock(statusMutex_);
+    held = backlog_.flush();
+    if (image == Image::Keep) {
+      frames_->keepPicture();
+    } else {
+      frames_->show({});
+      recovers = status_ == Status::Failed;
+      if (recovers) status_ = Status::Unknown;
+      error_ = nullptr;
+    }
+  }
+  supply_.noteFlush();
+  queue_->async([held = std::move(held)] {});
+  wake();
+  if (image == Image::Remove) events_.pictureChanged();
+  if (recovers) events_.statusChanged();
+}
+
+bool SampleRenderer::isReadyForMore() {
+  if (status() == Status::Failed) return false;
+  if (backlog_.hasRoom(now())) return true;
+  supply_.owe();
+  return false;
+}
+
+void SampleRenderer::requestWhenReady(DispatchQueuePtr queue, std::function<void()> block) {
+  supply_.request(std::move(queue), std::move(block));
+  if (isReadyForMore()) supply_.call();
+}
+
+void SampleRenderer::stopRequesting() {
+  static_cast<void>(supply_.stop());
+  wake();
+}
+
+SampleRenderer::Status SampleRenderer::status() const {
+  MutexLock lock(statusMutex_);
+  return status_;
+}
+
+NSErrorPtr SampleRenderer::error() const {
+  MutexLock lock(statusMutex_);
+  return error_;
+}
+
+CMTime SampleRenderer::now() const {
+  return frames_->timebase()->time();
+}
+
+void SampleRenderer::close() {
+  closed_ = true;
+  queue_->async([self = shared_from_this(), request = supply_.stop()] {
+    if (self->timer_) self->timer_->cancel();
+    self->timer_ = nullptr;
+    self->decoder_.close();
+    static_cast<void>(self->backlog_.flush());
+    self->frames_->show({});
+    std::shared_ptr<void> observation;
+    MutexLock lock(self->statusMutex_);
+    observation.swap(self->timebaseObservation_);
+  });
+}
+
+// The queue.
+
+/// Asks for a turn, once until it begins.
+void SampleRenderer::wake() {
+  if (wakePosted_.exchange(true)) return;
+  queue_->async([weakSelf = weak_from_this()] {
+    const auto self = weakSelf.lock();
+    if (self && !self->closed_) self->turn();
+  });
+}
+
+void SampleRenderer::turn() {
+  wakePosted_ = false;
+  if (backlog_.generation() != decoder_.generation()) beginGeneration();
+  if (failed_) return;
+  const auto timebase = frames_->timebase();
+  const int64_t hostNow = TimeSource::now();
+  const CMTime now = timebase->timeAtHostTime(hostNow);
+  if (frames_->advance(now)) events_.pictureChanged();
+  backlog_.trim(decoder_.generation(), frames_->shownTime());
+  const bool isBusy = decode(*timebase, hostNow);
+  if (failed_) return;
+  askForMore(now);
+  schedule(*timebase, isBusy);
+}
+
+void SampleRenderer::beginGeneration() {
+  decoder_.begin();
+  burst_.stop();
+  failed_ = false;
+  lastGiven_ = TimeSource::now();
+}
+
+/// Decodes one frame if it is time to. False when there is nothing to do until something happens.
+bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
+  const bool isPlaying = timebase.rate() > 0;
+  BacklogDecoder::Demand demand;
+  demand.now = timebase.timeAtHostTime(hostNow);
+  burst_.update(frames_->queued());
+  demand.ahead = burst_.isOn() && isPlaying;
+  demand.supplyEnded = supply_.hasEnded(hostNow);
+  demand.overdue = isPlaying && hostNow - lastGiven_ >= kOverdueNanoseconds;
+  awaitsEnd_ = false;
+  BacklogDecoder::Picture picture;
+  for (int step = 0; step < kStepsPerTurn; ++step) {
+    switch (decoder_.step(demand, picture)) {
+      case DecodeStep::Working:
+        break;
+      case DecodeStep::Frame:
+        give(std::move(picture), demand.now);
+        return true;
+      case DecodeStep::Stale:
+        return true;
+      case DecodeStep::Failed:
+        fail(decoder_.error());
+        return false;
+      case DecodeStep::Starved:
+        awaitsEnd_ = !demand.supplyEnded;
+        return false;
+      case DecodeStep::Idle:
+        awaitsEnd_ = !demand.supplyEnded && !decoder_.isSettled();
+        if (!isPlaying && !awaitsEnd_) rest();
+        return false;
+    }
+  }
+  return true;
+}
+
+/// Puts a frame where whoever draws finds it, unless the samples were flushed meanwhile.
+void SampleRenderer::give(BacklogDecoder::Picture picture, CMTime now) {
+  bool changes = picture.atOnce;
+  {
+    MutexLock lock(statusMutex_);
+    if (backlog_.generation() != decoder_.generation()) return;
+    if (picture.atOnce) {
+      frames_->show(std::move(picture.frame));
+    } else {
+      frames_->push(std::move(picture.frame));
+      changes = frames_->advance(now);
+    }
+  }
+  lastGiven_ = TimeSource::now();
+  if (changes) events_.pictureChanged();
+}
+
+/// Standing still: keeps the frame on show and the samples, and lets go of what can be had again
+/// quickly.
+void SampleRenderer::rest() {
+  if (!decoder_.letGoIfCheap(frames_->shownTime())) return;
+  MutexLock lock(statusMutex_);
+  if (backlog_.generation() == decoder_.generation()) frames_->dropQueued();
+}
+
+void SampleRenderer::askForMore(CMTime now) {
+  if (supply_.owesCall() && backlog_.hasAmpleRoom(now)) supply_.call();
+}
+
+void SampleRenderer::fail(NSErrorPtr error) {
+  failed_ = true;
+  decoder_.close();
+  {
+    MutexLock lock(statusMutex_);
+    if (backlog_.generation() != decoder_.generation()) return;
+    status_ = Status::Failed;
+    error_ = std::move(error);
+  }
+  events_.statusChanged();
+}
+
+void SampleRenderer::schedule(const CMTimebase& timebase, bool isBusy) {
+  if (timer_) timer_->cancel();
+  timer_ = nullptr;
+  if (isBusy) return wake();
+  std::optional<int64_t> next;
+  const auto consider = [&next](std::optional<int64_t> time) {
+    if (time && (!next || *time < *next)) next = time;
+  };
+  if (const auto presentation = frames_->nextWake(DecodeBurst::kFewFrames)) {
+    consider(dueHostTime(timebase, *presentation));
+  }
+  if (awaitsEnd_) consider(supply_.endsAt());
+  if (decoder_.holdsLateFrame() && timebase.rate() > 0) consider(lastGiven_ + kOverdueNanoseconds);
+  if (!next) return;
+  timer_ = dispatch_timer_at(wakeHostTime(*next), queue_, [weakSelf = weak_from_this()] {
+    const auto self = weakSelf.lock();
+    if (self && !self->closed_) self->turn();
+  });
+}
+
+}  // namespace zaffo::media

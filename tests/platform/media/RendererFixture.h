@@ -1,0 +1,86 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "doubles/ManualTime.h"
+#include "platform/media/Decoding.h"
+#include "platform/media/SampleBuffers.h"
+#include "platform/media/SampleRenderer.h"
+
+namespace zaffo::media {
+
+/// A renderer of the test clips with a timebase that the test moves.
+class RendererFixture : public testing::Test {
+ protected:
+  RendererFixture() { renderer_->setTimebase(timebase_); }
+  ~RendererFixture() override { renderer_->close(); }
+
+  /// The samples of a clip's picture from the sync sample for `start` on, as they are read.
+  [[nodiscard]] std::vector<QueuedSample> samplesOf(const std::string& path,
+                                                    CMTime start = kCMTimeZero) {
+    const auto source = openClip(path);
+    const auto cursor = openTrack(*source, AVMediaTypeVideo);
+    EXPECT_TRUE(cursor->seek(start));
+    auto format = makeFormatDescription(cursor->codecParameters());
+    std::vector<QueuedSample> samples;
+    for (Sample& sample : readAll(*cursor)) samples.push_back({std::move(sample), format, false});
+    return samples;
+  }
+
+  /// As a session does it: the position first, then the first sample marked, then the others.
+  void start(std::vector<QueuedSample> samples, CMTime position = kCMTimeZero) {
+    timebase_->setRate(0);
+    timebase_->setTime(position);
+    renderer_->flush(SampleRenderer::Image::Remove);
+    if (samples.empty()) return;
+    samples.front().sample.startsAnew = true;
+    samples.front().displayImmediately = true;
+    feed(std::move(samples));
+  }
+
+  /// Enqueues on request as long as there is room, and stops when nothing is left.
+  void feed(std::vector<QueuedSample> samples) {
+    left_ = std::make_shared<std::vector<QueuedSample>>(std::move(samples));
+    std::reverse(left_->begin(), left_->end());
+    renderer_->enqueue(std::move(left_->back()));
+    left_->pop_back();
+    request();
+  }
+  void request() {
+    renderer_->requestWhenReady(queue_, [this, left = left_] {
+      ++calls_;
+      while (renderer_->isReadyForMore()) {
+        if (left->empty()) return renderer_->stopRequesting();
+        renderer_->enqueue(std::move(left->back()));
+        left->pop_back();
+      }
+    });
+  }
+
+  /// The number of the frame on show now.
+  [[nodiscard]] std::optional<int> shown() {
+    return test::frameNumber(renderer_->frames()->bufferAtHostTime(TimeSource::now()));
+  }
+
+  [[nodiscard]] static CMTime frameTime(int frame, int rate = 30) {
+    return CMTimeMake(frame, rate);
+  }
+
+  ManualTime time_;
+  std::shared_ptr<CMTimebase> timebase_ = CMTimebase::create(CMClockGetHostTimeClock());
+  int pictureChanges_ = 0;
+  int statusChanges_ = 0;
+  std::shared_ptr<SampleRenderer> renderer_ =
+      SampleRenderer::create({[this] { ++pictureChanges_; }, [this] { ++statusChanges_; }});
+  DispatchQueuePtr queue_ = dispatch_queue_create("test.session");
+  std::shared_ptr<std::vector<QueuedSample>> left_;
+  int calls_ = 0;
+};
+
+}  // namespace zaffo::media
