@@ -13,14 +13,19 @@ namespace zaffo::feed {
 
 namespace {
 
+std::shared_ptr<AVPlayerItemLoader> makeLoader(const URLs::value_type& url, Options::Loop loop) {
+  if (loop == Options::Loop::Looping) return ZFLoopingVideoPlayerItemLoader::createWithURL(url);
+  return ZFSingleLoopVideoPlayerItemLoader::createWithURL(url);
+}
+
 /// One video to a page; a clip that is there more than once has an id for each page.
-std::vector<std::shared_ptr<FeedVideo>> makeVideos(const URLs& urls) {
+std::vector<std::shared_ptr<FeedVideo>> makeVideos(const URLs& urls, Options::Loop loop) {
   std::vector<std::shared_ptr<FeedVideo>> videos;
   std::map<std::string, int> count;
   for (const auto& url : urls) {
     std::string id = url->absoluteString();
     if (const int number = ++count[id]; number > 1) id += "#" + std::to_string(number);
-    videos.push_back(std::make_shared<FeedVideo>(url, std::move(id)));
+    videos.push_back(std::make_shared<FeedVideo>(url, std::move(id), makeLoader(url, loop)));
   }
   return videos;
 }
@@ -28,7 +33,9 @@ std::vector<std::shared_ptr<FeedVideo>> makeVideos(const URLs& urls) {
 }  // namespace
 
 FeedApplication::FeedApplication(Options options, const URLs& urls, std::vector<Command> commands)
-    : options_(std::move(options)), commands_(std::move(commands)), videos_(makeVideos(urls)) {}
+    : options_(std::move(options)),
+      commands_(std::move(commands)),
+      videos_(makeVideos(urls, options_.loop)) {}
 
 FeedApplication::~FeedApplication() = default;
 
@@ -78,7 +85,7 @@ void FeedApplication::makeFeed() {
   window_->rootView()->addSubview(view_);
   fitFeedToWindow();
 
-  const PlayerCell::Style style{options_.loop == Options::Loop::Single, window_->size()};
+  const PlayerCell::Style style{options_.loop != Options::Loop::None, window_->size()};
   controller_ = FeedController::create(
       {manager_, view_, statistics_, [this](int page) { return nameOfPage(page); },
        [this, style](int page) {

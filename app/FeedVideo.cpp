@@ -2,9 +2,6 @@
 
 namespace zaffo::feed {
 
-FeedVideo::FeedVideo(std::shared_ptr<const NSURL> url, std::string id)
-    : FeedVideo(url, std::move(id), ZFSingleLoopVideoPlayerItemLoader::createWithURL(url)) {}
-
 FeedVideo::FeedVideo(std::shared_ptr<const NSURL> url, std::string id,
                      std::shared_ptr<AVPlayerItemLoader> loader)
     : url_(std::move(url)), id_(std::move(id)), loader_(std::move(loader)) {}

@@ -12,8 +12,7 @@ namespace zaffo::feed {
 class FeedVideo final : public ZFVideo {
  public:
   /// `id` tells pages apart: the same clip on two pages has two ids, and so two players.
-  FeedVideo(std::shared_ptr<const NSURL> url, std::string id);
-  /// One whose items and thumbnails come from `loader`.
+  /// Items and thumbnails come from `loader`.
   FeedVideo(std::shared_ptr<const NSURL> url, std::string id,
             std::shared_ptr<AVPlayerItemLoader> loader);
 

@@ -54,12 +54,13 @@ void describe(CLI::App& app, Options& options) {
       ->type_name("FILE.png");
   app.add_flag("!--no-sound", options.sound, "Leave the sound device alone");
   app.add_flag("--fast", options.fast, "Use the fast player for local files");
-  const std::map<std::string, Options::Loop> loops{{"single", Options::Loop::Single},
+  const std::map<std::string, Options::Loop> loops{{"looping", Options::Loop::Looping},
+                                                   {"single", Options::Loop::Single},
                                                    {"none", Options::Loop::None}};
   app.add_option("--loop", options.loop,
-                 "What a clip does at its end: start again (single, the default) or stand still "
-                 "(none)")
-      ->type_name("single|none")
+                 "What a clip does at its end: go on without a gap (looping, the default), start "
+                 "again (single) or stand still (none)")
+      ->type_name("looping|single|none")
       ->transform(CLI::CheckedTransformer(loops).description(""));
 }
 

@@ -10,8 +10,9 @@ namespace zaffo::feed {
 struct Options {
   /// What becomes of a clip that has played to its end.
   enum class Loop {
-    Single,  ///< it starts again
-    None,    ///< it stands on its last picture
+    Looping,  ///< it has none: it was laid end to end many times over
+    Single,   ///< it starts again
+    None,     ///< it stands on its last picture
   };
 
   std::vector<std::string> inputs;  ///< files, folders and URLs as given
@@ -20,7 +21,7 @@ struct Options {
   int height = 720;  ///< of the feed, in points
   bool sound = true;
   bool fast = false;
-  Loop loop = Loop::Single;
+  Loop loop = Loop::Looping;
   std::string audioOut;    ///< WAV file; empty for none
   std::string scriptFile;  ///< empty for none
   std::string commands;    ///< a script given on the command line; empty for none

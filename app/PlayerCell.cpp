@@ -43,7 +43,8 @@ void PlayerCell::thumbnailChanged() {
 
 void PlayerCell::load() {
   if (loan_->state() != State::Empty) return;
-  loan_->request();
+  // The sound of a video that is loaded as it comes into view rises from silence.
+  loan_->request(swipe_ ? AVPlayerItemLoaderOptions::fadeIn : AVPlayerItemLoaderOptions());
   if (loan_->state() == State::Ready) return loanChanged();
   loadThumbnail();
 }

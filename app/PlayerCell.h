@@ -23,7 +23,7 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
  public:
   /// What a clip does at its end, and how large a thumbnail is wanted, in pixels.
   struct Style {
-    bool loops = true;
+    bool loops = true;  ///< an item that has come to its end starts again
     CGSize thumbnailSize;
   };
 

@@ -1,12 +1,18 @@
 #include "PlayerLoan.h"
 
+#include <array>
 #include <utility>
 
 namespace zaffo::feed {
 
 namespace {
 
-constexpr AVPlayerItemLoaderOptions kOptions{};
+/// Options by which a page may hold its player, for the pool tells players apart by them.
+constexpr std::array kAllOptions{AVPlayerItemLoaderOptions(), AVPlayerItemLoaderOptions::fadeIn};
+
+constexpr const char* kNoLoop =
+    "No loop can be made of it, as it is too short or its length is not known; "
+    "--loop single plays it as it is.";
 
 /// Runs `block` on the main thread, inside the call when that is where the caller is.
 void onMainThread(std::function<void()> block) {
@@ -29,25 +35,49 @@ PlayerLoan::~PlayerLoan() {
   giveBack();
 }
 
-void PlayerLoan::request() {
+void PlayerLoan::request(AVPlayerItemLoaderOptions options) {
   if (state_ != State::Empty) return;
   ++attempt_;
+  options_ = options;
   if (poolState() == PlayerState::Loaded) return takeFromPool();
+  loadItem();
+}
+
+void PlayerLoan::loadItem() {
   state_ = State::LoadingItem;
-  video_->loadAVPlayerItemWithOptions(kOptions,
-                                      [weakSelf = weak_from_this(), attempt = attempt_](
-                                          std::shared_ptr<AVPlayerItem> item, double, double) {
-                                        onMainThread([weakSelf, attempt, item = std::move(item)] {
-                                          if (const auto self = weakSelf.lock())
-                                            self->itemLoaded(attempt, item);
-                                        });
-                                      });
+  const auto weakSelf = weak_from_this();
+  const auto attempt = attempt_;
+  // A loader that can make no item of a video may say so by letting go of the block uncalled. What
+  // the block holds tells; after a call nobody heeds it any more.
+  const std::shared_ptr<void> silence(nullptr, [weakSelf, attempt](void*) {
+    dispatch_async(dispatch_get_main_queue(), [weakSelf, attempt] {
+      if (const auto self = weakSelf.lock()) self->itemMissing(attempt);
+    });
+  });
+  video_->loadAVPlayerItemWithOptions(
+      options_,
+      [weakSelf, attempt, silence](const std::shared_ptr<AVPlayerItem>& item, double, double) {
+        onMainThread([weakSelf, attempt, item] {
+          if (const auto self = weakSelf.lock()) self->itemLoaded(attempt, item);
+        });
+      });
 }
 
 void PlayerLoan::takeFromPool() {
-  const auto result = manager_->player(video_, kOptions);
+  auto result = manager_->player(video_, options_);
+  for (const auto options : kAllOptions) {
+    if (result.player()) break;
+    result = manager_->player(video_, options);
+    if (result.player()) options_ = options;
+  }
   player_ = result.player();
   state_ = player_ ? State::Ready : State::Empty;
+}
+
+void PlayerLoan::itemMissing(uint64_t attempt) {
+  if (attempt != attempt_ || state_ != State::LoadingItem) return;
+  fail(kNoLoop);
+  if (loadedHandler_) loadedHandler_();
 }
 
 void PlayerLoan::itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem>& item) {
@@ -60,7 +90,7 @@ void PlayerLoan::itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem
   video_->setItemDuration(item->duration());
   state_ = State::LoadingPlayer;
   auto command =
-      manager_->loadPlayer(video_, item, kOptions,
+      manager_->loadPlayer(video_, item, options_,
                            [weakSelf = weak_from_this(), attempt](const PlayerLoadResult& result) {
                              onMainThread([weakSelf, attempt, result] {
                                if (const auto self = weakSelf.lock())

@@ -45,8 +45,9 @@ class PlayerLoan : public std::enable_shared_from_this<PlayerLoan> {
   /// Told when a load has ended, as Ready or Failed, later than the call that started it.
   void setLoadedHandler(std::function<void()> handler) { loadedHandler_ = std::move(handler); }
 
-  /// Starts from Empty; does nothing in any other state.
-  void request();
+  /// Starts from Empty; does nothing in any other state. A player that the pool holds with other
+  /// options than these is as good, and there at once.
+  void request(AVPlayerItemLoaderOptions options = {});
   /// Asks the pool again for the player it has lent already, as a page does that comes into view;
   /// Empty afterwards when the pool no longer holds the video.
   void renew();
@@ -60,6 +61,8 @@ class PlayerLoan : public std::enable_shared_from_this<PlayerLoan> {
  private:
   [[nodiscard]] PlayerState poolState() const { return manager_->playerState(video_); }
   void takeFromPool();
+  void loadItem();
+  void itemMissing(uint64_t attempt);
   void itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem>& item);
   void playerLoaded(uint64_t attempt, const PlayerLoadResult& result);
 
@@ -67,7 +70,8 @@ class PlayerLoan : public std::enable_shared_from_this<PlayerLoan> {
   std::shared_ptr<FeedVideo> video_;
   std::function<void()> loadedHandler_;
   State state_ = State::Empty;
-  uint64_t attempt_ = 0;  // tells the answers to a request that was given up
+  AVPlayerItemLoaderOptions options_;  // of the player, or of what is being loaded
+  uint64_t attempt_ = 0;               // tells the answers to a request that was given up
   ZFCancelCommandPtr loadCommand_;
   std::shared_ptr<PlayerDecorator> player_;
   std::string reason_;

@@ -20,9 +20,15 @@ using testing::Not;
 
 class FeedRunTest : public testing::Test {
  protected:
-  /// A headless run of `script` over clips and files.
+  /// A headless run of `script` over clips and files as they are, not trimmed to loop.
   void feed(const std::string& script, const std::vector<std::string>& inputs,
             FeedRun::Arguments options = {}) {
+    options.insert(options.begin(), {"--loop", "single"});
+    feedLooping(script, inputs, options);
+  }
+  /// One of clips as they are played unless told otherwise.
+  void feedLooping(const std::string& script, const std::vector<std::string>& inputs,
+                   FeedRun::Arguments options = {}) {
     options.insert(options.end(), {"-e", script});
     options.insert(options.end(), inputs.begin(), inputs.end());
     run.run(headless(options));
@@ -125,7 +131,8 @@ TEST_F(FeedRunTest, AClipStartsAgainAtItsEnd) {
 }
 
 TEST_F(FeedRunTest, WithoutLoopingAClipStandsOnItsLastFrame) {
-  feed("wait-frame; seek 1.7; wait 1; shot a.png", {clip("video_only.mp4")}, {"--loop", "none"});
+  feedLooping("wait-frame; seek 1.7; wait 1; shot a.png", {clip("video_only.mp4")},
+              {"--loop", "none"});
   ASSERT_EQ(run.status(), 0) << run.errors();
   EXPECT_EQ(frameIn("a.png"), 59);
 }

@@ -65,7 +65,7 @@ Recording readWAV(const std::string& bytes) {
 class FeedSoundTest : public testing::Test {
  protected:
   Recording record(const std::string& script, const std::vector<std::string>& clips) {
-    FeedRun::Arguments arguments{"--audio-out", "a.wav", "-e", script};
+    FeedRun::Arguments arguments{"--loop", "single", "--audio-out", "a.wav", "-e", script};
     for (const auto& name : clips) arguments.push_back(test::clip(name));
     run.run(headless(arguments));
     EXPECT_EQ(run.status(), 0) << run.errors();

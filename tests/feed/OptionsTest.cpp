@@ -39,7 +39,7 @@ TEST(Options, DefaultsAreThoseOfTheManual) {
   EXPECT_EQ(options.height, 720);
   EXPECT_TRUE(options.sound);
   EXPECT_FALSE(options.fast);
-  EXPECT_EQ(options.loop, Options::Loop::Single);
+  EXPECT_EQ(options.loop, Options::Loop::Looping);
   EXPECT_FALSE(options.hasScript());
 }
 
@@ -100,6 +100,12 @@ TEST(Options, ASizeThatIsNoneIsAUsageErrorThatSaysWhy) {
     EXPECT_EQ(exit.status, 2) << size;
     EXPECT_THAT(exit.text, HasSubstr("between 1 and 8192")) << size;
   }
+}
+
+TEST(Options, EveryKindOfLoopHasItsWord) {
+  EXPECT_EQ(optionsOf({"--loop", "looping", "a"}).loop, Options::Loop::Looping);
+  EXPECT_EQ(optionsOf({"--loop", "single", "a"}).loop, Options::Loop::Single);
+  EXPECT_EQ(optionsOf({"--loop", "none", "a"}).loop, Options::Loop::None);
 }
 
 TEST(Options, AnUnknownKindOfLoopIsAUsageError) {

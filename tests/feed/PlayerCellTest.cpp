@@ -15,8 +15,9 @@ using testing::HasSubstr;
 /// A loader whose answers a test gives.
 class ScriptedLoader final : public AVPlayerItemLoader {
  public:
-  ZFCancelCommandPtr loadAVPlayerItemWithOptions(AVPlayerItemLoaderOptions,
+  ZFCancelCommandPtr loadAVPlayerItemWithOptions(AVPlayerItemLoaderOptions options,
                                                  ItemCompletion completeBlock) override {
+    itemOptions.push_back(options);
     items.push_back(std::move(completeBlock));
     return ZFNoopCancelCommand::sharedInstance();
   }
@@ -31,6 +32,7 @@ class ScriptedLoader final : public AVPlayerItemLoader {
   }
   bool canReuseAVPlayerItem() const override { return true; }
 
+  std::vector<AVPlayerItemLoaderOptions> itemOptions;
   std::vector<ItemCompletion> items;
   std::vector<ThumbnailCompletion> thumbnails;
   CGSize thumbnailSize;
@@ -151,6 +153,69 @@ TEST_F(PlayerCellTest, AVideoThatThePoolKeptIsWarmToo) {
   EXPECT_TRUE(swipe->warm);
   EXPECT_TRUE(showsPlayer());
   EXPECT_EQ(loader->items.size(), 1u);
+}
+
+TEST_F(PlayerCellTest, AVideoThatIsLoadedAsItComesIntoViewFadesIn) {
+  makeCurrent();
+  EXPECT_THAT(loader->itemOptions, testing::ElementsAre(AVPlayerItemLoaderOptions::fadeIn));
+}
+
+TEST_F(PlayerCellTest, ANeighbourIsLoadedWithoutAFadeInAndStaysWarm) {
+  loadCell();
+  EXPECT_THAT(loader->itemOptions, testing::ElementsAre(AVPlayerItemLoaderOptions()));
+  makeCurrent();
+  EXPECT_TRUE(swipe->warm);
+  EXPECT_EQ(player->rateValue, 1);
+  EXPECT_EQ(loader->items.size(), 1u);
+}
+
+TEST_F(PlayerCellTest, AVideoThatWasInViewIsWarmAsANeighbourToo) {
+  makeCurrent();
+  giveItem();
+  finishLoad();
+  cell->unload();
+  cell = makeCell(true);
+  cell->load();
+  EXPECT_TRUE(showsPlayer());
+  makeCurrent();
+  EXPECT_TRUE(swipe->warm);
+  EXPECT_EQ(loader->items.size(), 1u);
+  EXPECT_EQ(manager->debugDescription(), "Player 0 - videoId: id, state: Loaded, activeUses: 1");
+}
+
+TEST_F(PlayerCellTest, ALoaderThatLetsGoWithoutAnAnswerGivesAPageWithText) {
+  testing::internal::CaptureStderr();
+  makeCurrent();
+  giveThumbnail();
+  loader->items.clear();
+  EXPECT_FALSE(cell->isSettled()) << "not inside the loader";
+  time.settle();
+  EXPECT_TRUE(cell->isSettled());
+  EXPECT_THAT(page()->text(), HasSubstr("No loop can be made of it"));
+  EXPECT_THAT(swipe->error, HasSubstr("--loop single"));
+  testing::internal::GetCapturedStderr();
+}
+
+TEST_F(PlayerCellTest, AnAnswerIsNoSilenceWhenItsBlockIsLetGoOf) {
+  cell->load();
+  giveItem();
+  loader->items.clear();
+  time.settle();
+  finishLoad();
+  EXPECT_TRUE(cell->isSettled());
+  EXPECT_TRUE(showsPlayer());
+  EXPECT_EQ(page()->text(), "");
+}
+
+TEST_F(PlayerCellTest, SilenceAfterTheLoadWasGivenUpIsNotHeeded) {
+  cell->load();
+  cell->unload();
+  cell->load();
+  loader->items.erase(loader->items.begin());
+  time.settle();
+  giveItem();
+  finishLoad();
+  EXPECT_TRUE(showsPlayer());
 }
 
 TEST_F(PlayerCellTest, ALeftPageStopsAndGoesBackToItsStartOutOfSight) {
