@@ -137,6 +137,49 @@ TEST_F(FeedRunTest, WithoutLoopingAClipStandsOnItsLastFrame) {
   EXPECT_EQ(frameIn("a.png"), 59);
 }
 
+TEST_F(FeedRunTest, AClipPlaysOnPastItsEnd) {
+  feedLooping("wait-frame; pause; seek 1.89; play; wait 0.8; shot a.png; pause; state",
+              {clip("video_only.mp4")}, {"--stats", "stats.json"});
+  ASSERT_EQ(run.status(), 0) << run.errors();
+  EXPECT_GE(frameIn("a.png"), 8);
+  EXPECT_LE(frameIn("a.png"), 45) << "0.7 s into the next round";
+  EXPECT_THAT(run.output(), HasSubstr("Player 0 - "));
+}
+
+TEST_F(FeedRunTest, WhatIsSoughtIsCountedThroughTheRounds) {
+  feedLooping(
+      "wait-frame; pause; seek 0; shot a.png; seek 1.88; shot b.png; seek 1.9; shot c.png; "
+      "seek 19.95; shot d.png",
+      {clip("video_only.mp4")});
+  ASSERT_EQ(run.status(), 0) << run.errors();
+  EXPECT_EQ(frameIn("a.png"), 1) << "0.05 s into the clip";
+  EXPECT_EQ(frameIn("b.png"), 57) << "1.93 s";
+  EXPECT_EQ(frameIn("c.png"), 1) << "the next round";
+  EXPECT_EQ(frameIn("d.png"), 30) << "1 s, in the eleventh round";
+}
+
+TEST_F(FeedRunTest, AfterItsLastCopyALoopStartsOver) {
+  feedLooping("wait-frame; pause; seek 96.2; play; wait 1.2; shot a.png", {clip("video_only.mp4")});
+  ASSERT_EQ(run.status(), 0) << run.errors();
+  EXPECT_GE(frameIn("a.png"), 8) << "51 copies of 1.9 s are 96.9 s";
+  EXPECT_LE(frameIn("a.png"), 45);
+}
+
+TEST_F(FeedRunTest, AClipThatIsTooShortToLoopGivesAPageWithTextAndTheFeedGoesOn) {
+  for (const char* name : {"loop_0.1_s.mp4", "loop_0.1_s.mov", "loop_0.04_s.mp4"}) {
+    feedLooping("wait-frame; next; wait-frame; pause; wait 0.4; seek 0; shot good.png",
+                {clip(name), clip("loop_0.12_s.mp4")}, {"--stats", "stats.json"});
+    ASSERT_EQ(run.status(), 0) << run.errors();
+    const auto swipes = run.json("stats.json")["swipes"];
+    ASSERT_EQ(swipes.size(), 2u);
+    EXPECT_THAT(swipes[0]["error"].get<std::string>(), HasSubstr("No loop can be made of it"));
+    EXPECT_TRUE(swipes[1]["error"].is_null()) << swipes[1];
+    EXPECT_EQ(frameIn("good.png"), 1);
+    feed("wait-frame; pause; seek 0; shot whole.png", {clip(name)});
+    EXPECT_EQ(frameIn("whole.png"), 0) << "what the text recommends";
+  }
+}
+
 TEST_F(FeedRunTest, PauseAndPlayHoldAndMoveThePicture) {
   feed("wait-frame; pause; wait 0.1; shot a.png; wait 0.3; shot b.png; play; wait 0.5; shot c.png",
        {clip("h264_30.mp4")});
@@ -170,8 +213,8 @@ TEST_F(FeedRunTest, ASwipeShowsBothPagesOnTheWay) {
 class BadInputTest : public FeedRunTest, public testing::WithParamInterface<const char*> {};
 
 TEST_P(BadInputTest, GivesAPageWithTextAndTheFeedGoesOn) {
-  feed("wait-frame; shot bad.png; next; wait-frame; pause; wait 0.4; seek 0; shot good.png",
-       {clip(GetParam()), clip("h264_30.mp4")}, {"--stats", "stats.json"});
+  feedLooping("wait-frame; shot bad.png; next; wait-frame; pause; wait 0.4; seek 0; shot good.png",
+              {clip(GetParam()), clip("h264_30.mp4")}, {"--stats", "stats.json"});
   ASSERT_EQ(run.status(), 0) << run.errors();
   EXPECT_THAT(run.errors(), HasSubstr(std::string("zaffo-feed: ") + GetParam() + ": "));
   const auto swipes = run.json("stats.json")["swipes"];
@@ -179,7 +222,7 @@ TEST_P(BadInputTest, GivesAPageWithTextAndTheFeedGoesOn) {
   EXPECT_TRUE(swipes[0]["error"].is_string());
   EXPECT_TRUE(swipes[0]["request_to_first_frame_ms"].is_null());
   EXPECT_TRUE(swipes[1]["error"].is_null()) << swipes[1];
-  EXPECT_EQ(frameIn("good.png"), 0);
+  EXPECT_EQ(frameIn("good.png"), 1) << "the one at 0.05 s";
   const Picture bad = readPNG(run.file("bad.png"));
   const auto bright =
       std::count_if(bad.gray.begin(), bad.gray.end(), [](int v) { return v > 200; });
@@ -213,7 +256,7 @@ TEST_F(FeedRunTest, NoBadOrStrangeClipEndsTheRun) {
     script += "; next; wait 0.05";
   }
   ASSERT_GE(inputs.size(), 30u);
-  feed(script, inputs, {"--stats", "stats.json"});
+  feedLooping(script, inputs, {"--stats", "stats.json"});
   EXPECT_EQ(run.status(), 0) << run.errors();
   EXPECT_EQ(run.json("stats.json")["swipes"].size(), inputs.size());
 }
@@ -221,8 +264,8 @@ TEST_F(FeedRunTest, NoBadOrStrangeClipEndsTheRun) {
 // Statistics and the pool
 
 TEST_F(FeedRunTest, StatisticsTellWhatEachSwipeCost) {
-  feed("wait-frame; wait 0.5; next; wait-frame; wait 0.5; prev; wait-frame; wait 0.5",
-       {clip("h264_30.mp4"), clip("h264_24.mp4")}, {"--stats", "stats.json"});
+  feedLooping("wait-frame; wait 0.5; next; wait-frame; wait 0.5; prev; wait-frame; wait 0.5",
+              {clip("h264_30.mp4"), clip("h264_24.mp4")}, {"--stats", "stats.json"});
   ASSERT_EQ(run.status(), 0) << run.errors();
   const auto json = run.json("stats.json");
   ASSERT_EQ(json["swipes"].size(), 3u);

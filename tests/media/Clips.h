@@ -11,6 +11,7 @@ namespace zaffo::test {
 /// Unless its entry says otherwise a clip lasts 2 s, has 192x108 pixels at 30 frames a second, a
 /// key frame each second, and a picture whose number (FrameNumber.h) counts from 0. In second s its
 /// sound is a tone of 300 + 100 s Hz, at amplitude 0.5 on the left and 0.25 on the right.
+/// Those whose names begin with "loop_" are made by tests/media/make-loop-clips.
 [[nodiscard]] inline std::string clip(const std::string& name) {
   return std::string(ZAFFO_TEST_CLIPS) + "/" + name;
 }
