@@ -105,13 +105,12 @@ void FileSampleCursor::fill(Sample& sample) {
   const AVRational base = stream_->time_base;
   const int64_t start = demuxer_->timelineStart(*stream_);
   const int64_t pts = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
-  const int64_t dts = packet_->dts != AV_NOPTS_VALUE ? packet_->dts : packet_->pts;
   const auto onTimeline = [&](int64_t timestamp) {
     return timestamp == AV_NOPTS_VALUE ? kCMTimeInvalid
                                        : timeFromTimestamp(timestamp - start, base);
   };
   sample.presentation = onTimeline(pts);
-  sample.decode = onTimeline(dts);
+  sample.decode = onTimeline(packet_->dts);
   sample.duration = timeFromTimestamp(std::max<int64_t>(0, packet_->duration), base);
   sample.sync = packet_->flags & AV_PKT_FLAG_KEY;
   sample.shown = !(packet_->flags & AV_PKT_FLAG_DISCARD);

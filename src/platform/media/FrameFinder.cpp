@@ -5,12 +5,6 @@
 #include "platform/media/FFmpegError.h"
 
 namespace zaffo::media {
-namespace {
-
-// No codec reorders by more: after so many later frames nothing earlier comes.
-constexpr int kDeepestReordering = 16;
-
-}  // namespace
 
 /// Wakes the finder when a source that was waited for has more.
 class FrameFinder::Arrival {
@@ -77,7 +71,7 @@ std::optional<CMTime> FrameFinder::presentationAt(CMTime time) {
     if (!first || shownAt < *first) first = shownAt;
     if (shownAt <= time && (!last || shownAt > *last)) last = shownAt;
     if (shownAt > time) ++later;
-    if (last && sample.decode > time) break;
+    if (last && CMTIME_IS_NUMERIC(sample.decode) && sample.decode > time) break;
   }
   return last ? last : first;
 }

@@ -9,24 +9,39 @@
 namespace zaffo::media {
 namespace {
 
+CMTimeRange meantBy(CMTimeRange range) {
+  if (!CMTIME_IS_NUMERIC(range.start) && !CMTIME_IS_POSITIVE_INFINITY(range.start)) {
+    range.start = kCMTimeZero;
+  }
+  if (!CMTIME_IS_NUMERIC(range.duration)) range.duration = kCMTimePositiveInfinity;
+  return range;
+}
+
+/// Whether neither the sample nor one after it in decode order is presented before `time`. Nothing
+/// is presented before it is decoded; `later` counts where it is not told when that is.
+bool presentsNoneBefore(CMTime time, const Sample& sample, int& later) {
+  if (CMTIME_IS_NUMERIC(sample.decode)) return sample.decode >= time;
+  if (CMTIME_IS_NUMERIC(sample.presentation) && sample.presentation >= time) ++later;
+  return later > kDeepestReordering;
+}
+
 bool holdsNothing(CMTimeRange range, const AVAssetTrack& track) {
-  if (CMTIME_IS_NUMERIC(range.duration) && range.duration <= kCMTimeZero) return true;
-  if (CMTIME_IS_POSITIVE_INFINITY(range.start)) return true;
+  if (CMTIME_IS_POSITIVE_INFINITY(range.start) || range.duration <= kCMTimeZero) return true;
   const bool knowsItsEnd = track.timeRange.duration > kCMTimeZero;
-  return CMTIME_IS_NUMERIC(range.start) && knowsItsEnd &&
-         range.start >= CMTimeRangeGetEnd(track.timeRange);
+  return knowsItsEnd && range.start >= CMTimeRangeGetEnd(track.timeRange);
 }
 
 }  // namespace
 
 std::unique_ptr<SampleRange> SampleRange::open(SampleSource& source, const AVAssetTrack& track,
                                                CMTimeRange range, NSErrorPtr* error) {
+  range = meantBy(range);
   if (holdsNothing(range, track)) {
     return std::unique_ptr<SampleRange>(new SampleRange(nullptr, range));
   }
   std::unique_ptr<SampleCursor> cursor = source.openCursor(track.trackID, error);
   if (!cursor) return nullptr;
-  if (CMTIME_IS_NUMERIC(range.start) && range.start > kCMTimeZero && !cursor->seek(range.start)) {
+  if (range.start > kCMTimeZero && !cursor->seek(range.start)) {
     setError(error, cursor->error());
     return nullptr;
   }
@@ -58,16 +73,13 @@ ReadOutcome SampleRange::readOne() {
   outcome_ = read;
   if (read == ReadOutcome::Error) error_ = cursor_->error();
   if (read != ReadOutcome::Sample) return read;
-  if (CMTIME_IS_NUMERIC(sample.decode) && sample.decode >= end_) {
-    return outcome_ = ReadOutcome::End;
-  }
+  if (presentsNoneBefore(end_, sample, beyondEnd_)) return outcome_ = ReadOutcome::End;
   if (!adoptFormat(sample.startsAnew)) return outcome_ = ReadOutcome::Error;
   if (sample.presentation >= end_) sample.shown = false;
   if (sample.shown && sample.presentation <= start_) {
     atStart_ = CMTimeMaximum(atStart_, sample.presentation);
   }
-  // Nothing is presented before it is decoded: from here on all lies after the start.
-  passedStart_ = passedStart_ || sample.decode > start_;
+  passedStart_ = passedStart_ || presentsNoneBefore(start_, sample, beyondStart_);
   ahead_.push_back({std::move(sample), format_});
   return outcome_;
 }

@@ -63,6 +63,15 @@ TEST(AVAssetImageGenerator, PicturesTheFrameThatIsShownAtATimeExactly) {
   }
 }
 
+TEST(AVAssetImageGenerator, PicturesTheRightFrameOfAFileThatTellsNoDecodeTimes) {
+  const auto generator = generatorOf(clip("h264.mkv"));
+  const CMTime start = CMTimeMake(23, 1000);  // of frame 0: the sound comes first
+  for (int number = 0; number < 60; number += 7) {
+    const CMTime time = CMTimeMake(number, 30) + start + CMTimeMake(1, 60);
+    EXPECT_EQ(frameNumber(imageAt(*generator, time)), number);
+  }
+}
+
 TEST(AVAssetImageGenerator, ATimeOnTheEdgeOfAFrameShowsThatFrameAndJustBeforeItTheOneBefore) {
   const auto generator = generatorOf(clip("vfr.mp4"));
   CMTime actual;

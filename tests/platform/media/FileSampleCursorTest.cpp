@@ -72,6 +72,15 @@ TEST(FileSampleCursor, ASeekGoesToTheLastKeyFrameThatIsShownNoLater) {
   EXPECT_EQ(landing(CMTimeMake(61, 30)), CMTimeMake(2, 1));
 }
 
+TEST(FileSampleCursor, ADecodeTimeThatTheFileDoesNotTellIsInvalid) {
+  const auto source = openClip(clip("h264.mkv"));
+  for (const Sample& sample : readAll(*openTrack(*source, AVMediaTypeVideo))) {
+    EXPECT_TRUE(CMTIME_IS_NUMERIC(sample.presentation));
+    EXPECT_FALSE(CMTIME_IS_NUMERIC(sample.decode) && sample.decode > sample.presentation);
+    EXPECT_TRUE(!sample.sync || CMTIME_IS_INVALID(sample.decode));
+  }
+}
+
 TEST(FileSampleCursor, ASeekBeforeTheStartOrToNoTimeAtAllGoesToTheFirstSample) {
   const auto source = openClip(clip("h264_30.mp4"));
   const auto cursor = openTrack(*source, AVMediaTypeVideo);
