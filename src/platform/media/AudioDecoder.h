@@ -1,23 +1,17 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
-#include <vector>
 
+#include "platform/media/AudioBlock.h"
 #include "platform/media/DecodeOutcome.h"
 #include "platform/media/Sample.h"
 
 namespace zaffo::media {
 
-/// Decoded sound: interleaved stereo 32-bit float at the output's sample rate.
-struct AudioBlock {
-  int64_t firstFrame = 0;      ///< position on the samples' time line, in output frames
-  std::vector<float> samples;  ///< two per frame, left then right
-  [[nodiscard]] int64_t frames() const { return static_cast<int64_t>(samples.size() / 2); }
-};
-
 /// Decodes one audio track, removes encoder delay and padding, mixes to stereo and resamples.
-/// Blocks follow each other without a gap or an overlap unless the samples' times jump.
+/// Blocks follow each other without a gap or an overlap unless the samples' times jump. Sound is
+/// given to the output frame that a sample's heard range begins and ends with, and rightly from its
+/// first frame on, since what is decoded before it passes through the resampler too.
 /// Thread: one at a time.
 class AudioDecoder {
  public:

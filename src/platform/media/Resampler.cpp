@@ -7,6 +7,7 @@ extern "C" {
 
 #include <algorithm>
 #include <array>
+#include <span>
 
 namespace zaffo::media {
 namespace {
@@ -18,6 +19,11 @@ void namedLayout(const AVChannelLayout& layout, AVChannelLayout& named) {
   } else {
     (void)av_channel_layout_copy(&named, &layout);
   }
+}
+
+std::size_t planeCount(const AVFrame& frame) {
+  const bool planar = av_sample_fmt_is_planar(static_cast<AVSampleFormat>(frame.format));
+  return planar ? static_cast<std::size_t>(frame.ch_layout.nb_channels) : 1;
 }
 
 }  // namespace
@@ -57,18 +63,16 @@ int Resampler::prepare(const AVFrame& frame) {
   return 0;
 }
 
-int Resampler::convert(const AVFrame& frame, int first, int count, std::vector<float>& output) {
-  const auto format = static_cast<AVSampleFormat>(frame.format);
-  const bool planar = av_sample_fmt_is_planar(format);
-  const int channels = frame.ch_layout.nb_channels;
-  const int step = av_get_bytes_per_sample(format) * (planar ? 1 : channels);
-  std::array<const uint8_t*, 64> planes{};
-  const std::size_t used = planar ? static_cast<std::size_t>(channels) : 1;
-  if (used > planes.size()) return AVERROR(EINVAL);
-  for (std::size_t i = 0; i < used; ++i) {
-    planes[i] = frame.extended_data[i] + std::ptrdiff_t{first} * step;
-  }
-  return run(planes.data(), count, output);
+int Resampler::injectSilence(int count) {
+  return swr_inject_silence(context_.get(), count);
+}
+
+int Resampler::convert(const AVFrame& frame, std::vector<float>& output) {
+  const auto planes = std::span(frame.extended_data, planeCount(frame));
+  std::array<const uint8_t*, 64> input{};
+  if (planes.size() > input.size()) return AVERROR(EINVAL);
+  std::ranges::copy(planes, input.begin());
+  return run(input.data(), frame.nb_samples, output);
 }
 
 int Resampler::finish(std::vector<float>& output) {

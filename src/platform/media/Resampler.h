@@ -20,10 +20,12 @@ class Resampler {
   [[nodiscard]] bool fits(const AVFrame& frame) const;
   /// Sets up for sound like `frame` and forgets what it holds; a negative AVERROR on failure.
   [[nodiscard]] int prepare(const AVFrame& frame);
+  /// Puts `count` samples of silence at the input's rate before what is converted next.
+  [[nodiscard]] int injectSilence(int count);
 
-  /// Puts what `count` samples of `frame` from `first` on give into `output`, replacing it; keeps a
-  /// little for the next call. A negative AVERROR on failure.
-  [[nodiscard]] int convert(const AVFrame& frame, int first, int count, std::vector<float>& output);
+  /// Puts what `frame` gives into `output`, replacing it; keeps a little for the next call. A
+  /// negative AVERROR on failure.
+  [[nodiscard]] int convert(const AVFrame& frame, std::vector<float>& output);
   /// Puts what is left into `output`, replacing it. Needs prepare() before the next convert().
   [[nodiscard]] int finish(std::vector<float>& output);
 
