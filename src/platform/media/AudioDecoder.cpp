@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "platform/media/CodecContext.h"
+#include "platform/media/CodecIdentity.h"
 #include "platform/media/FrameTime.h"
 #include "platform/media/ResampledRun.h"
 #include "platform/media/SampleDecoding.h"
@@ -22,8 +23,9 @@ int limited(uint32_t samples) {
 
 class SoftwareAudioDecoder : public AudioDecoder {
  public:
-  SoftwareAudioDecoder(CodecContextPtr context, int outputRate)
-      : decoding_(std::move(context), "The sound cannot be decoded."),
+  SoftwareAudioDecoder(CodecContextPtr context, const AVCodecParameters& parameters, int outputRate)
+      : identity_(parameters),
+        decoding_(std::move(context), "The sound cannot be decoded."),
         outputRate_(outputRate),
         run_(outputRate),
         frame_(av_frame_alloc()) {
@@ -35,6 +37,9 @@ class SoftwareAudioDecoder : public AudioDecoder {
   DecodeOutcome receive(AudioBlock& block) override;
   void drain() override { decoding_.drain(); }
   void reset() override;
+  bool decodes(const AVCodecParameters& parameters) const override {
+    return identity_.matches(parameters);
+  }
   NSErrorPtr error() const override { return decoding_.error(); }
 
  private:
@@ -43,6 +48,7 @@ class SoftwareAudioDecoder : public AudioDecoder {
   [[nodiscard]] bool continuesRun() const;
   [[nodiscard]] int convertFrame(AudioBlock& block);
 
+  const CodecIdentity identity_;
   SampleDecoding decoding_;
   const int outputRate_;
   ResampledRun run_;
@@ -138,7 +144,7 @@ std::unique_ptr<AudioDecoder> AudioDecoder::open(const AVCodecParameters& parame
                                                  int outputSampleRate, NSErrorPtr* error) {
   CodecContextPtr context = openCodec(parameters, 1, error);
   if (!context) return nullptr;
-  return std::make_unique<SoftwareAudioDecoder>(std::move(context), outputSampleRate);
+  return std::make_unique<SoftwareAudioDecoder>(std::move(context), parameters, outputSampleRate);
 }
 
 }  // namespace zaffo::media

@@ -23,6 +23,8 @@ class AudioDecoder {
   [[nodiscard]] virtual DecodeOutcome receive(AudioBlock& block) = 0;
   virtual void drain() = 0;
   virtual void reset() = 0;
+  /// Whether samples with these parameters can be sent, after a reset() at the latest.
+  [[nodiscard]] virtual bool decodes(const AVCodecParameters& parameters) const = 0;
   [[nodiscard]] virtual NSErrorPtr error() const = 0;
 };
 

@@ -2,220 +2,214 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 #include <utility>
+
+#include "platform/media/FrameTime.h"
 
 namespace zaffo::media {
 
 namespace {
-constexpr double kSlowestAudibleRate = 0.5;
-constexpr double kFastestAudibleRate = 2.0;
+
+/// Sound beyond the end of the media this far behind a gap is taken for a damaged time.
 constexpr int64_t kLongestGapSeconds = 60;
-/// Room for what the output has not taken yet, and for the end of a decoded block.
-constexpr double kSlackSeconds = 0.2;
+
+CMTime soundStart(const Sample& sample) {
+  const bool bounded =
+      CMTIME_IS_NUMERIC(sample.presentation) && CMTIME_IS_NUMERIC(sample.heardFrom);
+  return bounded ? CMTimeMaximum(sample.presentation, sample.heardFrom) : sample.presentation;
+}
+
 }  // namespace
 
-AudioTrack::AudioTrack(std::shared_ptr<SampleSource> source, int trackID, AudioOutput& output)
+AudioTrack::AudioTrack(std::shared_ptr<SampleSource> source, int trackID, int sampleRate,
+                       VolumeEnvelope volume)
     : source_(std::move(source)),
       trackID_(trackID),
-      output_(output),
-      sampleRate_(output.sampleRate()) {}
+      sampleRate_(sampleRate),
+      volume_(std::move(volume)) {}
 
-bool AudioTrack::prefill(CMTime time) {
-  const int64_t frame = std::llround(std::max(0.0, CMTimeGetSeconds(time)) * sampleRate_);
-  if (failed_ || (frame == prefilledFrame_ && !prefilling_)) return true;
-  if (frame != prefilledFrame_) {
-    stretch_.reset();
-    prefilled_.clear();
-    pending_.clear();
-    pendingOffset_ = 0;
-    prefilledFrame_ = frame;
-    prefilledIsAll_ = !seekDecoder(frame);
-    if (prefilledIsAll_) return true;
-    prefilling_ = true;
-  }
-  const auto wanted = static_cast<std::size_t>(kPrefillSeconds * sampleRate_) * 2;
-  while (pending_.size() < wanted) {
-    const Decoded decoded = decodeBlock();
-    if (decoded == Decoded::Waiting) return false;
-    if (decoded == Decoded::End || ended_) break;
-  }
-  prefilling_ = false;
-  if (pending_.size() > 2 * wanted) {  // a gap: what follows it is decoded again when it is played
-    pending_.resize(wanted);
-    decoderFrame_ = -1;
-    ended_ = false;
-  }
-  prefilled_ = std::exchange(pending_, {});
-  prefilled_.shrink_to_fit();
-  prefilledIsAll_ = ended_;
-  return true;
-}
+AudioTrack::~AudioTrack() = default;
 
-void AudioTrack::start(int64_t outputFrame, double rate) {
-  stretch_.reset();
-  pending_.clear();
-  pendingOffset_ = 0;
-  const bool audible = rate >= kSlowestAudibleRate && rate <= kFastestAudibleRate;
-  silent_ = !audible || failed_ || prefilledFrame_ < 0;
-  if (silent_) return stop();
-  if (!input_) {
-    input_ = output_.addInput(static_cast<int64_t>((kAheadSeconds + kSlackSeconds) * sampleRate_));
-    input_->setVolume(volume_);
-  }
-  if (rate != 1.0) stretch_ = TimeStretch::create(sampleRate_, rate);
-  input_->restart(outputFrame);
-  const int64_t prefilledEnd = prefilledFrame_ + static_cast<int64_t>(prefilled_.size() / 2);
-  append(prefilled_);
-  writePending();
-  const bool decoderIsThere = decoder_ && decoderFrame_ == prefilledEnd && !ended_;
-  if (prefilledIsAll_ || (!decoderIsThere && !seekDecoder(prefilledEnd))) endSound();
-  nextFrame_ = prefilledEnd;
-  writePending();
-  fill();
-}
-
-void AudioTrack::fill() {
-  if (!input_ || silent_) return;
-  writePending();
-  const auto ahead = static_cast<int64_t>(kAheadSeconds * sampleRate_);
-  while (pendingOffset_ == pending_.size() && !ended_ &&
-         input_->nextOutputFrame() - output_.earliestStartFrame() < ahead) {
-    const Decoded decoded = decodeBlock();
-    if (decoded == Decoded::Waiting) return;
-    if (decoded == Decoded::End) endSound();
-    writePending();
-  }
-}
-
-std::optional<int64_t> AudioTrack::nextFillHostTime() const {
-  if (!input_ || finished()) return std::nullopt;
-  const double lowSeconds =
-      static_cast<double>(input_->nextOutputFrame()) / sampleRate_ - kLowSeconds;
-  return output_.clock()->hostTimeAtNanoseconds(std::llround(lowSeconds * 1e9));
-}
-
-void AudioTrack::stop() {
-  if (input_) input_->stop();
-  stretch_.reset();
-  pending_.clear();
-  pendingOffset_ = 0;
+void AudioTrack::seek(int64_t frame) {
+  nextFrame_ = frame;
+  decodedEnd_ = -1;
+  ended_ = failed_;
+  sample_.reset();
+  block_.samples.clear();
+  cursorIsPlaced_ = false;
+  resetDecoder();
 }
 
 void AudioTrack::release() {
-  input_.reset();
-  stretch_.reset();
+  sample_.reset();
+  block_ = {};
   decoder_.reset();
   cursor_.reset();
-  decoderFrame_ = -1;
-  pending_ = {};
-  pendingOffset_ = 0;
-}
-
-void AudioTrack::setVolume(float volume) {
-  volume_ = volume;
-  if (input_) input_->setVolume(volume);
-}
-
-std::optional<CMTime> AudioTrack::endTime() const {
-  if (failed_) return kCMTimeZero;
-  if (!endFrame_) return std::nullopt;
-  return CMTimeMake(*endFrame_, sampleRate_);
-}
-
-/// Puts the decoder where it gives the sound from `mediaFrame` on.
-bool AudioTrack::seekDecoder(int64_t mediaFrame) {
-  nextFrame_ = mediaFrame;
-  decoderFrame_ = -1;
-  ended_ = false;
-  NSErrorPtr error;
-  if (!cursor_) {
-    cursor_ = source_->openCursor(trackID_, &error);
-    if (cursor_ && readyHandler_) cursor_->setReadyHandler(readyHandler_);
-  }
-  if (cursor_ && cursor_->seek(CMTimeMake(mediaFrame, sampleRate_))) {
-    if (decoder_) {
-      decoder_->reset();
-      return true;
-    }
-    decoder_ = AudioDecoder::open(cursor_->codecParameters(), sampleRate_, &error);
-    if (decoder_) return true;
-  }
-  failed_ = true;
+  decoderIsEmpty_ = true;
   ended_ = true;
+}
+
+AudioTrack::Outcome AudioTrack::read(int64_t frame, AudioBlock& block) {
+  if (!ended_ && !cursorIsPlaced_) {
+    if (!hasSoundBefore(frame)) return Outcome::Silence;
+    if (!seekCursor()) fail();
+  }
+  while (!ended_) {
+    if (!block_.samples.empty()) return give(frame, block);
+    if (receive()) continue;
+    if (const auto outcome = feed(frame)) return *outcome;
+  }
+  return Outcome::End;
+}
+
+/// Takes a block that the decoder has ready, or what else it has to tell; false when it needs to be
+/// fed.
+bool AudioTrack::receive() {
+  while (!decoderIsEmpty_) {
+    switch (decoder_->receive(block_)) {
+      case DecodeOutcome::Ok:
+        if (isWanted()) return true;
+        if (!isOutOfReach(block_.firstFrame)) break;
+        block_.samples.clear();
+        end();
+        return true;
+      case DecodeOutcome::Error:
+        break;  // a damaged sample is a gap in the sound; the next one goes on in its place
+      case DecodeOutcome::Again:
+        return false;
+      case DecodeOutcome::End:
+        resetDecoder();
+        if (sample_) return false;
+        end();
+        return true;
+    }
+    block_.samples.clear();
+  }
   return false;
 }
 
-/// Decodes until something was appended to what is pending, or the track has ended.
-AudioTrack::Decoded AudioTrack::decodeBlock() {
-  while (true) {
-    AudioBlock block;
-    switch (decoder_->receive(block)) {
-      case DecodeOutcome::Ok:
-        take(block);
-        return Decoded::Block;
-      case DecodeOutcome::End:
-        ended_ = true;
-        endFrame_ = std::max<int64_t>(decoderFrame_, 0);
-        return Decoded::End;
-      case DecodeOutcome::Error:
-        continue;
-      case DecodeOutcome::Again:
-        break;
-    }
-    Sample sample;
-    switch (cursor_->next(sample)) {
-      case ReadOutcome::Sample:
-        // A damaged sample is a gap in the sound; the next one goes on in its place.
-        static_cast<void>(decoder_->send(sample));
-        break;
-      case ReadOutcome::Again:
-        return Decoded::Waiting;
-      case ReadOutcome::End:
-      case ReadOutcome::Error:
-        decoder_->drain();
-        break;
-    }
+/// Feeds the decoder with the next sample; unless its sound begins at `frame` or later, or there is
+/// none now.
+std::optional<AudioTrack::Outcome> AudioTrack::feed(int64_t frame) {
+  switch (readSample()) {
+    case ReadOutcome::Sample:
+      break;
+    case ReadOutcome::Again:
+      return Outcome::Waiting;
+    case ReadOutcome::End:
+    case ReadOutcome::Error:
+      drain();
+      return std::nullopt;
   }
+  if (sample_->startsAnew && !decoderIsEmpty_) {
+    drain();
+    return std::nullopt;
+  }
+  if (decoderIsEmpty_) {
+    // An empty decoder gives nothing before the first sample that it is sent.
+    skipSilenceUntil(soundStart(*sample_));
+    if (nextFrame_ >= frame) return Outcome::Silence;
+    if (!openDecoder()) return std::nullopt;
+  }
+  // One that the decoder refuses is damaged, too.
+  static_cast<void>(decoder_->send(*sample_));
+  decoderIsEmpty_ = false;
+  sample_.reset();
+  return std::nullopt;
 }
 
-/// Appends the part of a block that is wanted, with silence where the track has a gap.
-void AudioTrack::take(const AudioBlock& block) {
-  const int64_t end = block.firstFrame + block.frames();
-  decoderFrame_ = end;
-  if (end <= nextFrame_) return;
-  const int64_t skip = std::max<int64_t>(0, nextFrame_ - block.firstFrame);
-  const int64_t gap = std::max<int64_t>(0, block.firstFrame - nextFrame_);
-  if (gap > kLongestGapSeconds * sampleRate_) {
-    ended_ = true;
-    return;
-  }
-  if (gap > 0) append(std::vector<float>(static_cast<std::size_t>(gap) * 2));
-  append(std::span(block.samples).subspan(static_cast<std::size_t>(skip) * 2));
-  nextFrame_ = end;
+/// Gives the block, unless it begins at `frame` or later.
+AudioTrack::Outcome AudioTrack::give(int64_t frame, AudioBlock& block) {
+  nextFrame_ = std::max(nextFrame_, block_.firstFrame);
+  if (nextFrame_ >= frame) return Outcome::Silence;
+  block = std::exchange(block_, {});
+  nextFrame_ = block.end();
+  volume_.apply(block.firstFrame, block.samples);
+  return Outcome::Block;
 }
 
-void AudioTrack::append(std::span<const float> samples) {
-  if (pendingOffset_ == pending_.size()) {
-    pending_.clear();
-    pendingOffset_ = 0;
+/// As far as the source tells without being read.
+bool AudioTrack::hasSoundBefore(int64_t frame) {
+  const CMTime start = source_->emptyUntil(trackID_, CMTimeMake(nextFrame_, sampleRate_));
+  if (CMTIME_IS_POSITIVE_INFINITY(start)) end();
+  skipSilenceUntil(start);
+  return nextFrame_ < frame;
+}
+
+bool AudioTrack::seekCursor() {
+  if (!cursor_) {
+    cursor_ = source_->openCursor(trackID_, nullptr);
+    if (cursor_ && readyHandler_) cursor_->setReadyHandler(readyHandler_);
   }
-  if (stretch_) {
-    stretch_->process(samples, pending_);
+  cursorIsPlaced_ = cursor_ && cursor_->seek(CMTimeMake(nextFrame_, sampleRate_));
+  return cursorIsPlaced_;
+}
+
+/// Opens a decoder for the samples that come now; they may be of another kind than those before.
+bool AudioTrack::openDecoder() {
+  const AVCodecParameters& parameters = cursor_->codecParameters();
+  if (decoder_ && decoder_->decodes(parameters)) return true;
+  decoder_ = AudioDecoder::open(parameters, sampleRate_, nullptr);
+  if (!decoder_) fail();
+  return decoder_ != nullptr;
+}
+
+ReadOutcome AudioTrack::readSample() {
+  if (sample_) return ReadOutcome::Sample;
+  Sample sample;
+  const ReadOutcome outcome = cursor_->next(sample);
+  if (outcome == ReadOutcome::Sample) sample_ = std::move(sample);
+  return outcome;
+}
+
+/// Cuts off what is not wanted of the block that was decoded; whether something is left.
+bool AudioTrack::isWanted() {
+  if (isOutOfReach(block_.firstFrame)) return false;
+  decodedEnd_ = block_.end();
+  if (block_.end() <= nextFrame_) return false;
+  if (block_.firstFrame < nextFrame_) {
+    const auto unwanted = 2 * (nextFrame_ - block_.firstFrame);
+    block_.samples.erase(block_.samples.begin(), block_.samples.begin() + unwanted);
+    block_.firstFrame = nextFrame_;
+  }
+  return true;
+}
+
+/// Has the decoder give what it still holds, and then say that this was all.
+void AudioTrack::drain() {
+  if (decoderIsEmpty_) {
+    end();
   } else {
-    pending_.insert(pending_.end(), samples.begin(), samples.end());
+    decoder_->drain();
   }
 }
 
-void AudioTrack::writePending() {
-  const auto rest = std::span<const float>(pending_).subspan(pendingOffset_);
-  if (rest.empty() || !input_) return;
-  pendingOffset_ += static_cast<std::size_t>(input_->write(rest)) * 2;
+void AudioTrack::resetDecoder() {
+  if (!decoderIsEmpty_) decoder_->reset();
+  decoderIsEmpty_ = true;
 }
 
-void AudioTrack::endSound() {
+void AudioTrack::skipSilenceUntil(CMTime time) {
+  if (!CMTIME_IS_NUMERIC(time)) return;
+  const auto frame = static_cast<int64_t>(std::floor(framePosition(time, sampleRate_)));
+  if (!isOutOfReach(frame)) nextFrame_ = std::max(nextFrame_, frame);
+}
+
+bool AudioTrack::isOutOfReach(int64_t frame) const {
+  if (frame - nextFrame_ <= kLongestGapSeconds * sampleRate_) return false;
+  const CMTime duration = source_->duration();
+  return !CMTIME_IS_NUMERIC(duration) || frame > framePosition(duration, sampleRate_);
+}
+
+void AudioTrack::fail() {
+  failed_ = true;
   ended_ = true;
-  if (stretch_) stretch_->finish(pending_);
-  stretch_.reset();
+}
+
+void AudioTrack::end() {
+  ended_ = true;
+  endFrame_ = std::max(endFrame_.value_or(0), decodedEnd_);
 }
 
 }  // namespace zaffo::media

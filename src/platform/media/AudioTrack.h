@@ -2,94 +2,86 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
-#include <span>
-#include <vector>
 
 #include "platform/media/AudioDecoder.h"
-#include "platform/media/AudioOutput.h"
 #include "platform/media/SampleSource.h"
-#include "platform/media/TimeStretch.h"
+#include "platform/media/VolumeEnvelope.h"
 
 namespace zaffo::media {
 
-/// The sound of one audio track: decoded ahead of a start, then kept flowing into an AudioInput.
-/// Trouble with the sound ends the sound, never the playback. Thread: one at a time.
+/// Reads the sound of one track in blocks that stand on output frames of the media's time line,
+/// each under the track's volume. A gap is no block: nothing is decoded for it and nothing held,
+/// and where the track tells the gap, what lies behind it is neither decoded before its time.
+/// Trouble with the sound ends the sound. Thread: one at a time.
 class AudioTrack {
  public:
-  /// Sound that is decoded before a start, and kept while the player is idle.
-  static constexpr double kPrefillSeconds = 0.2;
-  /// How far ahead of the output sound is written, and how little is left when it is topped up.
-  static constexpr double kAheadSeconds = 0.5;
-  static constexpr double kLowSeconds = 0.25;
+  static constexpr int64_t kForEver = std::numeric_limits<int64_t>::max();
 
-  AudioTrack(std::shared_ptr<SampleSource> source, int trackID, AudioOutput& output);
+  AudioTrack(std::shared_ptr<SampleSource> source, int trackID, int sampleRate,
+             VolumeEnvelope volume);
+  ~AudioTrack();
 
-  /// Decodes the first stretch of sound from `time` on; nothing to do when that is at hand. False
-  /// while the source has not given enough yet: to be called again when it is ready.
-  [[nodiscard]] bool prefill(CMTime time);
-
-  /// Lets what was prefilled be heard from output frame `outputFrame` on, then what follows it, at
-  /// `rate`: pitch kept from half to double speed, silence outside.
-  void start(int64_t outputFrame, double rate);
-  /// Tops the output up.
-  void fill();
-  /// Host time at which fill() has something to do again; none when it never will.
-  [[nodiscard]] std::optional<int64_t> nextFillHostTime() const;
-  /// Falls silent with a short fade; the decoder stays for a soon start.
-  void stop();
-  /// Lets go of everything but what was prefilled.
+  /// Goes to where the sound from `frame` on is read; the source is asked when there is some.
+  void seek(int64_t frame);
+  /// Lets go of the decoder and of what is read from the source; seek() before the next read.
   void release();
 
-  void setVolume(float volume);
+  /// All sound before it has been read; kForEver when nothing follows.
+  [[nodiscard]] int64_t knownUntil() const { return ended_ ? kForEver : nextFrame_; }
 
-  /// Whether all sound that will ever be heard since the last start was handed to the output.
-  [[nodiscard]] bool finished() const {
-    return silent_ || (ended_ && pendingOffset_ == pending_.size());
-  }
+  enum class Outcome {
+    Block,    ///< a block was read; it begins at or after what knownUntil() was
+    Silence,  ///< there is no sound up to the frame that was asked for
+    Waiting,  ///< the source has nothing yet; the ready handler will tell
+    End,      ///< nothing follows
+  };
+  /// Reads on towards `frame`.
+  [[nodiscard]] Outcome read(int64_t frame, AudioBlock& block);
+
   /// Whether there is no sound because it cannot be had.
   [[nodiscard]] bool failed() const { return failed_; }
-  /// Where the sound ends, once known.
-  [[nodiscard]] std::optional<CMTime> endTime() const;
+  /// The frame after the last of the sound, once it was read.
+  [[nodiscard]] std::optional<int64_t> endFrame() const { return endFrame_; }
 
+  /// Called, on any thread, when reading may give more than Waiting. Set before the first seek.
   void setReadyHandler(std::function<void()> handler) { readyHandler_ = std::move(handler); }
 
  private:
-  /// What decoding one step gave.
-  enum class Decoded { Block, Waiting, End };
-  [[nodiscard]] Decoded decodeBlock();
-  [[nodiscard]] bool seekDecoder(int64_t mediaFrame);
-  void take(const AudioBlock& block);
-  void append(std::span<const float> samples);
-  void writePending();
-  void endSound();
+  [[nodiscard]] bool receive();
+  [[nodiscard]] std::optional<Outcome> feed(int64_t frame);
+  [[nodiscard]] Outcome give(int64_t frame, AudioBlock& block);
+  [[nodiscard]] bool hasSoundBefore(int64_t frame);
+  [[nodiscard]] bool seekCursor();
+  [[nodiscard]] bool openDecoder();
+  [[nodiscard]] ReadOutcome readSample();
+  [[nodiscard]] bool isWanted();
+  void drain();
+  void resetDecoder();
+  void skipSilenceUntil(CMTime time);
+  [[nodiscard]] bool isOutOfReach(int64_t frame) const;
+  void fail();
+  void end();
 
   const std::shared_ptr<SampleSource> source_;
   const int trackID_;
-  AudioOutput& output_;
   const int sampleRate_;
-  float volume_ = 1;
+  const VolumeEnvelope volume_;
   std::function<void()> readyHandler_;
-
-  std::vector<float> prefilled_;  ///< interleaved, from prefilledFrame_ on
-  int64_t prefilledFrame_ = -1;   ///< on the media's time line, in output frames; -1: none
-  bool prefilledIsAll_ = false;   ///< the track ends within it
-  bool prefilling_ = false;
 
   std::unique_ptr<SampleCursor> cursor_;
   std::unique_ptr<AudioDecoder> decoder_;
-  int64_t nextFrame_ = 0;      ///< media frame that is to be taken next; earlier is dropped
-  int64_t decoderFrame_ = -1;  ///< media frame after the last block of the decoder; -1: none
-  bool ended_ = false;
-  bool silent_ = false;  ///< the rate is one that is not heard
+  std::optional<Sample> sample_;  ///< read, and not sent yet
+  AudioBlock block_;              ///< decoded and not given yet; empty: none
+  bool cursorIsPlaced_ = false;
+  bool decoderIsEmpty_ = true;  ///< nothing was sent since it was opened or reset
+  int64_t nextFrame_ = 0;       ///< what is before it is known or not wanted
+  int64_t decodedEnd_ = -1;     ///< the frame after the last block of the decoder since the seek
+  bool ended_ = true;
   bool failed_ = false;
   std::optional<int64_t> endFrame_;
-
-  std::shared_ptr<AudioInput> input_;
-  std::unique_ptr<TimeStretch> stretch_;
-  std::vector<float> pending_;     ///< decoded, not yet written
-  std::size_t pendingOffset_ = 0;  ///< floats of pending_ that are written
 };
 
 }  // namespace zaffo::media

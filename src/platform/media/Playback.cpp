@@ -22,9 +22,11 @@ CMTime clamped(CMTime time, CMTime duration) {
 }  // namespace
 
 std::shared_ptr<Playback> Playback::create(std::shared_ptr<SampleSource> source,
-                                           AudioOutput& output, Events events) {
+                                           AudioOutput& output, Events events,
+                                           std::span<const TrackVolume> volumes) {
   const std::shared_ptr<Playback> playback(
       new Playback(std::move(source), output, std::move(events)));
+  playback->openTracks(volumes);
   playback->frames_->setDrawingHandler([weakPlayback = std::weak_ptr(playback)] {
     if (const auto drawn = weakPlayback.lock()) drawn->post(&Playback::turn);
   });
@@ -39,20 +41,21 @@ Playback::Playback(std::shared_ptr<SampleSource> source, AudioOutput& output, Ev
       queue_(dispatch_queue_create("com.zaffo.playback")),
       timebase_(CMTimebase::create(CMClockGetHostTimeClock())),
       frames_(std::make_shared<FrameStore>(timebase_)),
-      events_(std::move(events)) {
-  openTracks();
-}
+      events_(std::move(events)) {}
 
 Playback::~Playback() = default;
 
-void Playback::openTracks() {
+void Playback::openTracks(std::span<const TrackVolume> volumes) {
   for (const auto& track : source_->tracks()) {
     if (track->mediaType == AVMediaTypeVideo && !video_) {
       video_ = std::make_unique<VideoTrack>(source_, track->trackID);
-    } else if (track->mediaType == AVMediaTypeAudio && !audio_) {
-      audio_ = std::make_unique<AudioTrack>(source_, track->trackID, output_);
     }
   }
+  sound_ = Soundtrack::create(source_, volumes, output_);
+  if (!sound_) return;
+  sound_->setReadyHandler([weakSelf = weak_from_this()] {
+    if (const auto self = weakSelf.lock()) self->post(&Playback::soundIsReady);
+  });
 }
 
 /// Runs a step on the queue, unless the playback is gone by then.
@@ -74,7 +77,7 @@ void Playback::setRate(double rate) {
 
 void Playback::setVolume(float volume) {
   queue_->async([self = shared_from_this(), volume] {
-    if (!self->closed_ && self->audio_) self->audio_->setVolume(volume);
+    if (!self->closed_ && self->sound_) self->sound_->setVolume(volume);
   });
 }
 
@@ -114,12 +117,12 @@ void Playback::close() {
   queue_->async([self = shared_from_this()] {
     self->running_ = false;
     if (self->timer_) self->timer_->cancel();
-    if (self->audio_) self->audio_->release();
+    if (self->sound_) self->sound_->release();
     self->completeSeek(false);
     self->completePrerolls(false);
     self->events_ = {};
     self->video_.reset();
-    self->audio_.reset();
+    self->sound_.reset();
     self->firstFrame_.reset();
     self->frames_->show({});
   });
@@ -153,11 +156,11 @@ void Playback::applyRate(double rate) {
 void Playback::startRunning() {
   const CMTime position = currentTime();
   int64_t hostStart = TimeSource::now();
-  if (audio_) {
+  if (sound_) {
     const int64_t firstFrame = output_.earliestStartFrame();
     const double seconds = static_cast<double>(firstFrame) / output_.sampleRate();
     hostStart = output_.clock()->hostTimeAtNanoseconds(std::llround(seconds * 1e9));
-    audio_->start(firstFrame, rate_);
+    sound_->start(firstFrame, rate_);
     timebase_->setMasterClock(output_.clock());
   }
   setPosition(position);
@@ -172,15 +175,29 @@ void Playback::changeRate() {
   if (present < currentTime()) return startRunning();  // the start is not heard yet
   setPosition(present);
   timebase_->setRate(rate_);
-  if (audio_) {
+  if (sound_) {
     const int64_t firstFrame = output_.earliestStartFrame() +
                                static_cast<int64_t>(kSoundStartSeconds * output_.sampleRate());
     const double seconds = static_cast<double>(firstFrame) / output_.sampleRate();
-    const CMTime joint = timebase_->timeAtHostTime(
-        output_.clock()->hostTimeAtNanoseconds(std::llround(seconds * 1e9)));
-    audio_->stop();
-    if (audio_->prefill(joint)) audio_->start(firstFrame, rate_);
+    joint_ = {timebase_->timeAtHostTime(
+                  output_.clock()->hostTimeAtNanoseconds(std::llround(seconds * 1e9))),
+              firstFrame};
+    sound_->stop();
+    joinSound();
   }
+  turn();
+}
+
+/// Starts the sound where it is to join in, once it can be had; what has gone by then is left out.
+void Playback::joinSound() {
+  if (!joint_ || !sound_->prefill(joint_->time)) return;
+  sound_->start(joint_->outputFrame, rate_);
+  joint_.reset();
+}
+
+void Playback::soundIsReady() {
+  if (!running_) return settle();
+  joinSound();
   turn();
 }
 
@@ -191,16 +208,17 @@ void Playback::pause() {
   timebase_->setTime(position);
   setPosition(position);
   if (timer_) timer_->cancel();
-  if (audio_) {
-    audio_->stop();
-    soundIsReady_ = false;
+  joint_.reset();
+  if (sound_) {
+    sound_->stop();
+    soundIsPrefilled_ = false;
   }
 }
 
 /// Keeps the frame on show and the first sound, and lets go of what can be had again quickly.
 void Playback::collapse() {
   if (video_) video_->releaseDecoderIfRebuildable();
-  if (audio_) audio_->release();
+  if (sound_) sound_->release();
 }
 
 void Playback::setPosition(CMTime time) {

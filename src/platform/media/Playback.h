@@ -5,13 +5,14 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "platform/coremedia/CMTimebase.h"
 #include "platform/dispatch/DispatchTimer.h"
-#include "platform/media/AudioTrack.h"
 #include "platform/media/DecodeBurst.h"
 #include "platform/media/FrameStore.h"
+#include "platform/media/Soundtrack.h"
 #include "platform/media/VideoTrack.h"
 
 namespace zaffo::media {
@@ -40,9 +41,11 @@ class Playback : public std::enable_shared_from_this<Playback> {
   };
   using Completion = std::function<void(bool finished)>;
 
-  /// Starts at once to find the first frame.
+  /// Starts at once to find the first frame. `volumes`: of the sound tracks that are not heard at
+  /// full volume.
   [[nodiscard]] static std::shared_ptr<Playback> create(std::shared_ptr<SampleSource> source,
-                                                        AudioOutput& output, Events events);
+                                                        AudioOutput& output, Events events,
+                                                        std::span<const TrackVolume> volumes = {});
   ~Playback();
   Playback(const Playback&) = delete;
   Playback& operator=(const Playback&) = delete;
@@ -75,8 +78,14 @@ class Playback : public std::enable_shared_from_this<Playback> {
     Completion completion;
   };
 
+  /// Where sound that starts while playing comes in.
+  struct Joint {
+    CMTime time;
+    int64_t outputFrame = 0;
+  };
+
   Playback(std::shared_ptr<SampleSource> source, AudioOutput& output, Events events);
-  void openTracks();
+  void openTracks(std::span<const TrackVolume> volumes);
   void post(void (Playback::*step)());
 
   void beginSeek(Seek seek);
@@ -90,6 +99,8 @@ class Playback : public std::enable_shared_from_this<Playback> {
   void applyRate(double rate);
   void startRunning();
   void changeRate();
+  void joinSound();
+  void soundIsReady();
   void pause();
   void collapse();
 
@@ -124,14 +135,15 @@ class Playback : public std::enable_shared_from_this<Playback> {
   // All below is the queue's.
   Events events_;
   std::unique_ptr<VideoTrack> video_;
-  std::unique_ptr<AudioTrack> audio_;
+  std::unique_ptr<Soundtrack> sound_;
   double rate_ = 0;
   bool ready_ = false;    ///< the frame of the present position is on show
   bool running_ = false;  ///< the timebase moves
   std::optional<Seek> seek_;
   uint64_t handledSeek_ = 0;  ///< generation of the last seek begun
   std::vector<Completion> prerolls_;
-  bool soundIsReady_ = false;
+  bool soundIsPrefilled_ = false;
+  std::optional<Joint> joint_;   ///< where the sound waits to join in
   uint64_t handledCommand_ = 0;  ///< the last rate or seek that was begun
   bool atEnd_ = false;           ///< stopped by itself, not sought since
   std::optional<VideoFrame> firstFrame_;

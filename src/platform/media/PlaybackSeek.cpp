@@ -20,7 +20,7 @@ void Playback::beginSeek(Seek seek) {
   if (superseded()) return completeSeek(false);
   if (running_) pause();
   ready_ = false;
-  soundIsReady_ = false;
+  soundIsPrefilled_ = false;
   videoEnded_ = false;
   atEnd_ = false;
   error_ = nullptr;
@@ -96,16 +96,11 @@ void Playback::completeSeek(bool finished) {
 /// After the picture, the sound: then prerolls are done, and playing goes on or all is let go of.
 void Playback::settle() {
   if (!ready_ || seek_) return;
-  if (audio_) {
-    audio_->setReadyHandler([weakSelf = weak_from_this()] {
-      if (const auto self = weakSelf.lock()) self->post(&Playback::settle);
-    });
-    if (!soundIsReady_ && !audio_->prefill(timebase_->time())) return;
-  }
-  if (audio_ && audio_->failed() && !video_) {
+  if (sound_ && !soundIsPrefilled_ && !sound_->prefill(timebase_->time())) return;
+  if (sound_ && sound_->failed() && !video_) {
     return fail(makeError(AVErrorDecodeFailed, "The sound cannot be decoded."));
   }
-  soundIsReady_ = true;
+  soundIsPrefilled_ = true;
   completePrerolls(true);
   if (rate_ > 0) {
     if (!running_) startRunning();

@@ -22,7 +22,7 @@ void Playback::turn() {
   if (!running_) return;
   const CMTime now = timebase_->timeAtHostTime(TimeSource::now());
   if (frames_->advance(now) && events_.pictureChanged) events_.pictureChanged();
-  if (audio_) audio_->fill();
+  if (sound_) sound_->fill();
   decodeAhead(now);
   const auto end = endTime();
   if (end && now >= *end) return finish(*end);
@@ -72,9 +72,9 @@ CMTime Playback::endOf(const VideoFrame& frame) const {
 std::optional<CMTime> Playback::endTime() const {
   const bool told = CMTIME_IS_NUMERIC(duration_) && duration_ > kCMTimeZero;
   const bool pictureIsOver = !video_ || videoEnded_;
-  const bool soundIsOver = !audio_ || audio_->finished();
+  const bool soundIsOver = !sound_ || sound_->finished();
   if (!pictureIsOver || !soundIsOver) return told ? std::optional(duration_) : std::nullopt;
-  const auto soundEnd = audio_ ? audio_->endTime() : kCMTimeZero;
+  const auto soundEnd = sound_ ? sound_->endTime() : kCMTimeZero;
   if (!soundEnd && (told || !video_)) return told ? std::optional(duration_) : std::nullopt;
   const CMTime end =
       CMTimeMaximum(video_ ? videoEnd_ : kCMTimeZero, soundEnd.value_or(kCMTimeZero));
@@ -102,20 +102,21 @@ std::optional<int64_t> Playback::nextTurnHostTime() const {
   if (const auto presentation = frames_->nextWake(DecodeBurst::kFewFrames)) {
     consider(dueHostTime(*timebase_, *presentation));
   }
-  if (audio_) consider(audio_->nextFillHostTime());
+  if (sound_) consider(sound_->nextFillHostTime());
   if (const auto end = endTime()) consider(dueHostTime(*timebase_, *end));
   return next;
 }
 
 void Playback::finish(CMTime end) {
   running_ = false;
+  joint_.reset();
   atEnd_ = true;
-  soundIsReady_ = false;
+  soundIsPrefilled_ = false;
   rate_ = 0;
   timebase_->setRate(0);
   timebase_->setTime(end);
   setPosition(end);
-  if (audio_) audio_->stop();
+  if (sound_) sound_->stop();
   if (error_) {
     if (events_.failed) events_.failed(handledCommand_, error_);
   } else if (events_.ended) {

@@ -46,6 +46,16 @@ class SampleSource {
   /// Whether there is a decoder for one track at least.
   [[nodiscard]] virtual bool isPlayable() const { return true; }
 
+  /// Whether its sound tracks are parts of one sound, to be heard together; otherwise they are
+  /// alternatives.
+  [[nodiscard]] virtual bool soundTracksAreOne() const { return false; }
+  /// Until when a track holds nothing from `time` on, as far as that is known without reading; an
+  /// infinity when nothing follows.
+  [[nodiscard]] virtual CMTime emptyUntil(int trackID, CMTime time) const {
+    static_cast<void>(trackID);
+    return time;
+  }
+
   /// A new cursor at the start of a track, or null with `error` set. Takes microseconds for the
   /// first cursor of a source and no longer than parsing the header again for further ones.
   [[nodiscard]] virtual std::unique_ptr<SampleCursor> openCursor(int trackID,
