@@ -42,6 +42,9 @@ class ZAFFO_EXPORT AVPlayerItem {
   /// kCMTimeIndefinite until the asset's duration is loaded.
   [[nodiscard]] virtual CMTime duration() const = 0;
 
+  /// How its sound tracks are mixed; null, as at first, for full volume. All sound tracks of a
+  /// composition are heard, and the first one of a file. What is set while a player holds the item
+  /// is heard when a player takes it the next time. Thread: any.
   [[nodiscard]] virtual std::shared_ptr<const AVAudioMix> audioMix() const = 0;
   virtual void setAudioMix(std::shared_ptr<const AVAudioMix> mix) = 0;
 };

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "platform/avfoundation/AVAudioMix.h"
 #include "platform/foundation/NSNotificationCenter.h"
 #include "platform/foundation/NSThread.h"
 #include "platform/media/MediaServices.h"
@@ -26,6 +27,20 @@ std::function<CMTime()> timeOf(const std::shared_ptr<media::Playback>& playback)
     const auto current = weakPlayback.lock();
     return current ? current->currentTime() : kCMTimeZero;
   };
+}
+
+std::vector<media::TrackVolume> volumesOf(const AVAudioMix* mix) {
+  std::vector<media::TrackVolume> volumes;
+  if (!mix) return volumes;
+  for (const auto& parameters : mix->inputParameters()) {
+    if (!parameters) continue;
+    media::TrackVolume& volume = volumes.emplace_back();
+    volume.trackID = parameters->trackID();
+    for (const AVVolumeRamp& ramp : parameters->volumeRamps()) {
+      volume.ramps.push_back({ramp.range, ramp.start, ramp.end});
+    }
+  }
+  return volumes;
 }
 
 CGAffineTransform transformOf(const AVAsset& asset) {
@@ -135,8 +150,8 @@ void EnginePlayer::openPlayback() {
     MutexLock lock(itemMutex_);
     item = item_;
   }
-  const auto opened =
-      media::Playback::create(item->asset()->sampleSource(), audioOutput_, eventsFor(item));
+  const auto opened = media::Playback::create(item->asset()->sampleSource(), audioOutput_,
+                                              eventsFor(item), volumesOf(item->audioMix().get()));
   output_->attach(opened->frames(), transformOf(*item->asset()));
   {
     MutexLock lock(itemMutex_);

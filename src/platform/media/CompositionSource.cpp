@@ -30,14 +30,31 @@ bool CompositionSource::isPlayable() const {
   return std::ranges::any_of(sources_, [](const auto& source) { return source->isPlayable(); });
 }
 
+CMTime CompositionSource::emptyUntil(int trackID, CMTime time) const {
+  const SegmentList segments = segmentsOf(trackID);
+  if (!segments) return kCMTimePositiveInfinity;
+  const auto next = std::ranges::find_if(*segments, [time](const auto& segment) {
+    return !segment.isEmpty() && CMTimeRangeGetEnd(segment.target) > time;
+  });
+  return next == segments->end() ? kCMTimePositiveInfinity
+                                 : CMTimeMaximum(next->target.start, time);
+}
+
 std::unique_ptr<SampleCursor> CompositionSource::openCursor(int trackID, NSErrorPtr* error) {
-  const auto track = std::ranges::find(tracks_, trackID, &AVAssetTrack::trackID);
-  if (track == tracks_.end()) {
+  SegmentList segments = segmentsOf(trackID);
+  if (!segments) {
     setError(error, makeError(AVErrorUnknown, "The composition has nothing in such a track."));
     return nullptr;
   }
-  return CompositionCursor::open(shared_from_this(), segments_[track - tracks_.begin()],
-                                 (*track)->mediaType, error);
+  const auto track = std::ranges::find(tracks_, trackID, &AVAssetTrack::trackID);
+  return CompositionCursor::open(shared_from_this(), std::move(segments), (*track)->mediaType,
+                                 error);
+}
+
+/// Null when the composition has nothing in such a track.
+SegmentList CompositionSource::segmentsOf(int trackID) const {
+  const auto track = std::ranges::find(tracks_, trackID, &AVAssetTrack::trackID);
+  return track == tracks_.end() ? nullptr : segments_[track - tracks_.begin()];
 }
 
 }  // namespace zaffo::media

@@ -32,12 +32,15 @@ class CompositionSource : public SampleSource,
   }
   [[nodiscard]] CMTime duration() const override { return duration_; }
   [[nodiscard]] bool isPlayable() const override;
+  [[nodiscard]] bool soundTracksAreOne() const override { return true; }
+  [[nodiscard]] CMTime emptyUntil(int trackID, CMTime time) const override;
   [[nodiscard]] std::unique_ptr<SampleCursor> openCursor(int trackID, NSErrorPtr* error) override;
 
  private:
   explicit CompositionSource(std::vector<std::shared_ptr<SampleSource>> sources)
       : sources_(std::move(sources)) {}
   void add(Track track);
+  [[nodiscard]] SegmentList segmentsOf(int trackID) const;
 
   const std::vector<std::shared_ptr<SampleSource>> sources_;
   std::vector<std::shared_ptr<const AVAssetTrack>> tracks_;
