@@ -6,9 +6,6 @@ namespace zaffo::media {
 namespace {
 
 constexpr CMTime kLeastDifference = CMTimeMake(1, 1'000'000'000);
-// No codec reorders by more: after so many later frames nothing earlier comes, whether or not the
-// source knows when its samples are decoded.
-constexpr int kDeepestReordering = 16;
 
 bool isDisposable(const Sample& sample) {
   return sample.packet && (sample.packet->flags & AV_PKT_FLAG_DISPOSABLE);
