@@ -9,7 +9,7 @@
 #include "platform/avfoundation/AVAudioSession.h"
 #include "platform/foundation/NSNotificationCenter.h"
 #include "platform/foundation/NSThread.h"
-#include "pool/Counter.h"
+#include "companion/Counter.h"
 #include "pool/PlayerDecorator.h"
 #include "pool/PlayerInfo.h"
 
