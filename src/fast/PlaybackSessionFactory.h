@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "platform/avfoundation/AVAssetReader.h"
 #include "platform/avfoundation/AVSampleBufferDisplayLayer.h"
+#include "platform/coremedia/CMAudioClock.h"
 #include "platform/coremedia/CMTimebase.h"
 
 namespace zaffo {
@@ -17,7 +19,12 @@ struct PlaybackSessionFactory {
   using TimebasePtr = std::shared_ptr<CMTimebase>;
 
   /// Sets its argument, and returns 0; or returns why there is none.
-  std::function<int32_t(ClockPtr*)> audioClockCreate;
+  std::function<int32_t(ClockPtr*)> audioClockCreate = [](ClockPtr* clock) {
+    std::shared_ptr<CMAudioClock> made;
+    const int32_t status = CMAudioClockCreate(&made);
+    *clock = std::move(made);
+    return status;
+  };
   std::function<int32_t(const ClockPtr&, TimebasePtr*)> timebaseCreateWithMasterClock =
       [](const ClockPtr& clock, TimebasePtr* timebase) {
         *timebase = CMTimebase::create(clock);

@@ -46,6 +46,9 @@ class Transcript {
 /// long.
 class FastTest : public testing::Test {
  protected:
+  /// Nothing is under way any more when the script goes.
+  void TearDown() override { time.settle(); }
+
   static CMTime seconds(double value) { return CMTimeMakeWithSeconds(value, 1000); }
 
   /// Readers that will be made from now on give `count` samples, from their start time on.
@@ -79,8 +82,8 @@ class FastTest : public testing::Test {
               return layers.back();
             },
         .assetReaderWithAsset =
-            [this](const std::shared_ptr<AVAsset>& asset, std::shared_ptr<const NSError>* error) {
-              readerAssets.push_back(asset);
+            [this](const std::shared_ptr<AVAsset>& read, std::shared_ptr<const NSError>* error) {
+              readerAssets.push_back(read);
               return makeReader(error);
             },
         .assetReaderTrackOutputWithTrack =
