@@ -5,8 +5,6 @@
 #include "companion/ShortVideoURL.h"
 #include "companion/ZFCancelCommand.h"
 #include "companion/ZFVideo.h"
-#include "fast/PlayerFast.h"
-#include "fast/PlayerFastOutputView.h"
 #include "loading/ZFLoopingVideoPlayerItemLoader.h"
 #include "loading/ZFSingleLoopVideoPlayerItemLoader.h"
 #include "loading/ZFZaffoLoopingComposition.h"

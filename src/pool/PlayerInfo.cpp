@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "companion/Counter.h"
+#include "pool/Counter.h"
 
 namespace zaffo {
 
