@@ -1,4 +1,4 @@
-#include "companion/Counter.h"
+#include "pool/Counter.h"
 
 #include <gtest/gtest.h>
 
