@@ -66,14 +66,13 @@ DecodeStep BacklogDecoder::step(const Demand& demand, Picture& picture) {
   due_ = laterOf(outlook.due, inDecoder);
   if (outlook.skippable > 0 && isAfter(outlook.due, inDecoder)) {
     restartDecoder();
-    backlog_.skip(generation_, outlook.skippable);
+    late_ += backlog_.skip(generation_, outlook.skippable);
   }
   // While samples are on their way it is not known which of the frames that are due is the last.
   isSettled_ = outlook.complete || demand.supplyEnded;
   if (decoder_ && !isSpent_) {
-    decoder_->holdBackBefore(drain_ == Drain::AtOnce ? kCMTimeInvalid
-                             : isSettled_            ? due_
-                                                     : demand.now);
+    const CMTime earliest = laterOf(isSettled_ ? due_ : demand.now, passed_);
+    decoder_->holdBackBefore(drain_ == Drain::AtOnce ? kCMTimeInvalid : earliest);
     VideoFrame frame;
     const DecodeOutcome outcome = decoder_->receive(frame);
     noteHeldBack();
@@ -154,9 +153,9 @@ DecodeStep BacklogDecoder::feed(const Demand& demand) {
   if (!demand.ahead && !asksAtOnce && CMTIME_IS_INVALID(due_)) return DecodeStep::Idle;
   if (!next) return feedNothing(demand);
   if (isSpent_) {
-    const bool startsHere = next->sample.sync || next->sample.startsAnew;
+    // Even a sync sample may be followed by some that lean on what precedes it.
     restartDecoder();
-    if (!startsHere && backlog_.rewind(generation_)) return DecodeStep::Working;
+    if (!next->sample.startsAnew && backlog_.rewind(generation_)) return DecodeStep::Working;
   }
   const bool sameFormat = format_ == next->format || (format_ && hasFormatOf(*next));
   if (sent_ > 0 && (next->sample.startsAnew || !sameFormat)) return drain(Drain::NewRun);
@@ -197,8 +196,9 @@ DecodeStep BacklogDecoder::send(const QueuedSample& next) {
   const bool atOnce = isWantedAtOnce(next);
   const bool drainsAtOnce = atOnce && sample.shown && sample.sync && sent_ == 0 && !wantsFirst_;
   const bool isLate = CMTIME_IS_VALID(due_) && sample.presentation < due_;
-  const bool isWanted = sample.shown && CMTIME_IS_NUMERIC(sample.presentation) &&
-                        isAfter(sample.presentation, passed_) && !isLate;
+  const bool isNew = sample.shown && CMTIME_IS_NUMERIC(sample.presentation) &&
+                     isAfter(sample.presentation, passed_);
+  const bool isWanted = isNew && !isLate;
   decoder_->setSkipsUnreferencedFrames(!isWanted && !atOnce && !wantsFirst_);
   if (decoder_->send(sample) == DecodeOutcome::Error) error_ = decoder_->error();
   ++sent_;
@@ -207,6 +207,7 @@ DecodeStep BacklogDecoder::send(const QueuedSample& next) {
   if (atOnce && sample.shown) atOnce_ = sample.presentation;
   if (atOnce && !sample.shown) wantsFirst_ = true;
   if (isWanted) pending_.push_back(sample.presentation);
+  if (isNew && isLate) ++late_;
   if (!gaveNothing_ || ++unanswered_ < kMostUnanswered) return DecodeStep::Working;
   return failWithoutPicture();
 }
@@ -240,6 +241,13 @@ DecodeStep BacklogDecoder::failWithoutPicture() {
     error_ = makeError(AVErrorDecodeFailed, "The video has no picture that can be decoded.");
   }
   return DecodeStep::Failed;
+}
+
+bool BacklogDecoder::goBackTo(CMTime time) {
+  if (!backlog_.rewindTo(generation_, time)) return false;
+  restartDecoder();
+  passed_ = kCMTimeInvalid;
+  return true;
 }
 
 bool BacklogDecoder::letGoIfCheap(CMTime shown) {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "platform/media/SampleBacklog.h"
@@ -58,6 +59,11 @@ class BacklogDecoder {
   /// again takes no more than a moment. True when there is no decoder any more, and the frames
   /// after the one on show will be given again.
   [[nodiscard]] bool letGoIfCheap(CMTime shown);
+  /// Starts again from the kept samples if they have a frame for `time`, which lies before what
+  /// was given last. The frames after that one will be given again.
+  [[nodiscard]] bool goBackTo(CMTime time);
+  /// How many frames were due and left out since the last call.
+  [[nodiscard]] std::size_t takeLate() { return std::exchange(late_, 0); }
   /// Lets go of everything.
   void close();
 
@@ -102,6 +108,7 @@ class BacklogDecoder {
   bool isSettled_ = false;
   bool wantsFirst_ = false;         ///< the next frame that is given is to be shown at once
   CMTime atOnce_ = kCMTimeInvalid;  ///< the frame at this time is
+  std::size_t late_ = 0;
   bool gaveNothing_ = true;         ///< since begin()
   std::size_t unanswered_ = 0;      ///< samples sent since begin() while nothing came out
 };

@@ -110,6 +110,16 @@ std::optional<CMTime> FrameStore::nextWake(std::size_t few) const {
   return queue_[patient ? queue_.size() - few - 1 : 0].presentation;
 }
 
+void FrameStore::noteLate(std::size_t count) {
+  MutexLock lock(framesMutex_);
+  if (somebodyDraws_) dropped_ += count;
+}
+
+bool FrameStore::somebodyDraws() const {
+  MutexLock lock(framesMutex_);
+  return somebodyDraws_;
+}
+
 uint64_t FrameStore::droppedFrames() const {
   MutexLock lock(framesMutex_);
   return dropped_;

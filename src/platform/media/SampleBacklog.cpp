@@ -1,5 +1,6 @@
 #include "platform/media/SampleBacklog.h"
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -13,6 +14,8 @@ constexpr CMTime kAmpleAhead = CMTimeMake(3, 1);
 /// Two seconds at 60 Mbit/s.
 constexpr std::size_t kMostBytes = std::size_t{16} << 20;
 constexpr std::size_t kAmpleBytes = kMostBytes / 4 * 3;
+/// How many samples may come between one and another that is shown before it.
+constexpr std::size_t kMostReordered = 16;
 constexpr std::size_t kMostKeptBytes = std::size_t{8} << 20;
 
 /// What a sample costs, with what stands around its bytes.
@@ -37,7 +40,6 @@ bool SampleBacklog::push(QueuedSample sample) {
   MutexLock lock(samplesMutex_);
   const Sample& s = queued->sample;
   latest_ = latest(latest_, s.presentation);
-  reaches_ = latest(reaches_, CMTIME_IS_NUMERIC(s.decode) ? s.decode : s.presentation);
   waitingBytes_ += bytesOf(*queued);
   const bool tells = queued->displayImmediately || s.startsAnew;
   samples_.push_back(std::move(queued));
@@ -53,7 +55,7 @@ SampleBacklog::Held SampleBacklog::flush() {
   forgotten_ = 0;
   waitingBytes_ = keptBytes_ = 0;
   restartPoints_.clear();
-  latest_ = reaches_ = kCMTimeInvalid;
+  latest_ = settled_ = kCMTimeInvalid;
   awaited_ = true;
   return held;
 }
@@ -85,20 +87,28 @@ SampleBacklog::Outlook SampleBacklog::outlook(uint64_t generation, CMTime after,
   MutexLock lock(samplesMutex_);
   outlook.stale = generation != generation_;
   if (outlook.stale) return outlook;
-  outlook.complete = CMTIME_IS_NUMERIC(reaches_) && reaches_ > now;
-  if (!outlook.complete) awaited_ = true;
-  std::size_t sync = next_;
+  std::size_t sync = next_, syncBefore = next_, beyond = 0;
   for (std::size_t i = next_; i < samples_.size(); ++i) {
     const Sample& sample = samples_[i]->sample;
-    // Nothing is shown before it is decoded: what follows in decode order is later.
-    if (CMTIME_IS_NUMERIC(sample.decode) && sample.decode > now) break;
-    if (sample.sync) sync = i;
+    if (CMTIME_IS_NUMERIC(sample.decode) && sample.decode > now) {
+      // Nothing is shown before it is decoded: what follows in decode order is later. Some
+      // containers do not tell decode times, and the presentation stands for them.
+      const bool isTold = sample.decode < sample.presentation;
+      outlook.complete = isTold || ++beyond == kMostReordered;
+      if (outlook.complete) break;
+    }
+    if (sample.sync) syncBefore = std::exchange(sync, i);
     if (!isShown(sample) || sample.presentation > now) continue;
     if (CMTIME_IS_VALID(after) && sample.presentation <= after) continue;
     if (CMTIME_IS_VALID(outlook.due) && sample.presentation < outlook.due) continue;
     outlook.due = sample.presentation;
-    outlook.skippable = sync - next_;
+    // What follows a sync sample and is shown before it leans on what precedes that.
+    const bool leads = sample.presentation < samples_[sync]->sample.presentation;
+    outlook.skippable = (leads ? syncBefore : sync) - next_;
   }
+  if (outlook.complete) settled_ = latest(settled_, now);
+  outlook.complete = CMTIME_IS_VALID(settled_) && now <= settled_;
+  if (!outlook.complete) awaited_ = true;
   return outlook;
 }
 
@@ -141,16 +151,19 @@ void SampleBacklog::forgetWhileLocked(std::size_t count, Held& forgotten) {
   }
 }
 
-void SampleBacklog::skip(uint64_t generation, std::size_t count) {
+std::size_t SampleBacklog::skip(uint64_t generation, std::size_t count) {
   Held forgotten;
   MutexLock lock(samplesMutex_);
-  if (generation != generation_) return;
+  if (generation != generation_) return 0;
+  std::size_t shown = 0;
   for (; count > 0; --count, ++next_) {
+    if (isShown(samples_[next_]->sample)) ++shown;
     const std::size_t bytes = bytesOf(*samples_[next_]);
     waitingBytes_ -= bytes;
     keptBytes_ += bytes;
   }
   forgetWhileLocked(next_, forgotten);
+  return shown;
 }
 
 bool SampleBacklog::startsSyncWhileLocked() const {
@@ -159,7 +172,20 @@ bool SampleBacklog::startsSyncWhileLocked() const {
 
 bool SampleBacklog::rewind(uint64_t generation) {
   MutexLock lock(samplesMutex_);
-  if (generation != generation_ || !startsSyncWhileLocked()) return false;
+  return generation == generation_ && rewindWhileLocked();
+}
+
+bool SampleBacklog::rewindTo(uint64_t generation, CMTime time) {
+  MutexLock lock(samplesMutex_);
+  if (generation != generation_) return false;
+  const bool hasOne = std::ranges::any_of(samples_, [time](const QueuedSamplePtr& queued) {
+    return isShown(queued->sample) && queued->sample.presentation <= time;
+  });
+  return hasOne && rewindWhileLocked();
+}
+
+bool SampleBacklog::rewindWhileLocked() {
+  if (!startsSyncWhileLocked()) return false;
   next_ = 0;
   waitingBytes_ += std::exchange(keptBytes_, 0);
   restartPoints_.clear();

@@ -64,11 +64,14 @@ class SampleBacklog {
   [[nodiscard]] QueuedSamplePtr next(uint64_t generation);
   /// The next one was sent to the decoder and is kept.
   void markSent(uint64_t generation);
-  /// Forgets the first `count` of those that wait, and what is kept.
-  void skip(uint64_t generation, std::size_t count);
+  /// Forgets the first `count` of those that wait, and what is kept. How many of the former were to
+  /// be shown.
+  std::size_t skip(uint64_t generation, std::size_t count);
   /// Goes back to the first one that is kept; false, and nothing changes, when decoding cannot
   /// start there.
   [[nodiscard]] bool rewind(uint64_t generation);
+  /// The same, if one that is held is to be shown at `time` or before.
+  [[nodiscard]] bool rewindTo(uint64_t generation, CMTime time);
   /// What is on show is at `shown`: what decoding does not need to go on from there is forgotten.
   void trim(uint64_t generation, CMTime shown);
   /// Pixels that decoding the kept ones takes; the largest number when it cannot start there.
@@ -77,6 +80,7 @@ class SampleBacklog {
  private:
   [[nodiscard]] CMTime aheadWhileLocked(CMTime now) const ZAFFO_REQUIRES(samplesMutex_);
   void forgetWhileLocked(std::size_t count, Held& forgotten) ZAFFO_REQUIRES(samplesMutex_);
+  [[nodiscard]] bool rewindWhileLocked() ZAFFO_REQUIRES(samplesMutex_);
   [[nodiscard]] bool startsSyncWhileLocked() const ZAFFO_REQUIRES(samplesMutex_);
 
   struct RestartPoint {
@@ -93,8 +97,9 @@ class SampleBacklog {
   std::size_t keptBytes_ ZAFFO_GUARDED_BY(samplesMutex_) = 0;
   /// Sync samples among the kept ones, but for the first.
   std::deque<RestartPoint> restartPoints_ ZAFFO_GUARDED_BY(samplesMutex_);
-  CMTime latest_ ZAFFO_GUARDED_BY(samplesMutex_) = kCMTimeInvalid;   ///< presentation
-  CMTime reaches_ ZAFFO_GUARDED_BY(samplesMutex_) = kCMTimeInvalid;  ///< decode time
+  CMTime latest_ ZAFFO_GUARDED_BY(samplesMutex_) = kCMTimeInvalid;  ///< presentation
+  /// No sample can come any more that is to be shown at this time or before.
+  CMTime settled_ ZAFFO_GUARDED_BY(samplesMutex_) = kCMTimeInvalid;
   bool awaited_ ZAFFO_GUARDED_BY(samplesMutex_) = true;
 };
 

@@ -156,8 +156,12 @@ void SampleRenderer::turn() {
   const int64_t hostNow = TimeSource::now();
   const CMTime now = timebase->timeAtHostTime(hostNow);
   if (frames_->advance(now)) events_.pictureChanged();
-  backlog_.trim(decoder_.generation(), frames_->shownTime());
+  const CMTime shown = frames_->shownTime();
+  backlog_.trim(decoder_.generation(), shown);
+  if (std::exchange(lastTime_, now) > now && now < shown) goBackTo(now);
   const bool isBusy = decode(*timebase, hostNow);
+  const std::size_t late = decoder_.takeLate();
+  if (timebase->rate() != 0 && CMTIME_IS_VALID(shown)) frames_->noteLate(late);
   if (failed_) return;
   askForMore(now);
   schedule(*timebase, isBusy);
@@ -168,6 +172,17 @@ void SampleRenderer::beginGeneration() {
   burst_.stop();
   failed_ = false;
   lastGiven_ = TimeSource::now();
+  lastTime_ = kCMTimeNegativeInfinity;
+}
+
+/// Time went back, before the frame on show: shows an earlier one if that is at hand.
+void SampleRenderer::goBackTo(CMTime time) {
+  if (decoder_.goBackTo(time)) dropQueued();
+}
+
+void SampleRenderer::dropQueued() {
+  MutexLock lock(statusMutex_);
+  if (backlog_.generation() == decoder_.generation()) frames_->dropQueued();
 }
 
 /// Decodes one frame if it is time to. False when there is nothing to do until something happens.
@@ -198,7 +213,7 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
         return false;
       case DecodeStep::Idle:
         awaitsEnd_ = !demand.supplyEnded && !decoder_.isSettled();
-        if (!isPlaying && !awaitsEnd_) rest();
+        if (timebase.rate() == 0 && !awaitsEnd_) rest();
         return false;
     }
   }
@@ -225,9 +240,7 @@ void SampleRenderer::give(BacklogDecoder::Picture picture, CMTime now) {
 /// Standing still: keeps the frame on show and the samples, and lets go of what can be had again
 /// quickly.
 void SampleRenderer::rest() {
-  if (!decoder_.letGoIfCheap(frames_->shownTime())) return;
-  MutexLock lock(statusMutex_);
-  if (backlog_.generation() == decoder_.generation()) frames_->dropQueued();
+  if (decoder_.letGoIfCheap(frames_->shownTime())) dropQueued();
 }
 
 void SampleRenderer::askForMore(CMTime now) {
@@ -256,6 +269,10 @@ void SampleRenderer::schedule(const CMTimebase& timebase, bool isBusy) {
   };
   if (const auto presentation = frames_->nextWake(DecodeBurst::kFewFrames)) {
     consider(dueHostTime(timebase, *presentation));
+  }
+  // Backwards, the frame on show is over when the time falls below its own.
+  if (timebase.rate() < 0 && frames_->somebodyDraws()) {
+    consider(timebase.hostTimeAtTime(frames_->shownTime() - CMTimeMake(1, 1'000'000)));
   }
   if (awaitsEnd_) consider(supply_.endsAt());
   if (decoder_.holdsLateFrame() && timebase.rate() > 0) consider(lastGiven_ + kOverdueNanoseconds);

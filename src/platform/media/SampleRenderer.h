@@ -67,6 +67,8 @@ class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
   void beginGeneration();
   [[nodiscard]] bool decode(const CMTimebase& timebase, int64_t hostNow);
   void give(BacklogDecoder::Picture picture, CMTime now);
+  void goBackTo(CMTime time);
+  void dropQueued();
   void rest();
   void askForMore(CMTime now);
   void fail(NSErrorPtr error);
@@ -90,6 +92,7 @@ class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
   BacklogDecoder decoder_{backlog_};
   DecodeBurst burst_;
   bool failed_ = false;     ///< until the next generation
+  CMTime lastTime_ = kCMTimeNegativeInfinity;  ///< of the last turn of this generation
   int64_t lastGiven_ = 0;   ///< host time of the last frame, or of the generation's begin
   bool awaitsEnd_ = false;  ///< more is known once the supply has ended
   DispatchTimerPtr timer_;
