@@ -204,8 +204,8 @@ DecodeStep BacklogDecoder::send(const QueuedSample& next) {
   ++sent_;
   if (drainsAtOnce) return drain(Drain::AtOnce);
   backlog_.markSent(generation_);
-  if (atOnce && sample.shown) atOnce_ = sample.presentation;
-  if (atOnce && !sample.shown) wantsFirst_ = true;
+  if (atOnce && gaveNothing_) wantsFirst_ = true;
+  if (atOnce && !gaveNothing_) atOnce_ = sample.presentation;
   if (isWanted) pending_.push_back(sample.presentation);
   if (isNew && isLate) ++late_;
   if (!gaveNothing_ || ++unanswered_ < kMostUnanswered) return DecodeStep::Working;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,8 +20,14 @@ namespace zaffo::media {
 /// A renderer of the test clips with a timebase that the test moves.
 class RendererFixture : public testing::Test {
  protected:
-  RendererFixture() { renderer_->setTimebase(timebase_); }
+  RendererFixture() { makeRenderer(); }
   ~RendererFixture() override { renderer_->close(); }
+
+  void makeRenderer() {
+    renderer_ =
+        SampleRenderer::create({[this] { ++pictureChanges_; }, [this] { ++statusChanges_; }});
+    renderer_->setTimebase(timebase_);
+  }
 
   /// The samples of a clip's picture from the sync sample for `start` on, as they are read.
   [[nodiscard]] std::vector<QueuedSample> samplesOf(const std::string& path,
@@ -53,11 +61,13 @@ class RendererFixture : public testing::Test {
     request();
   }
   void request() {
-    renderer_->requestWhenReady(queue_, [this, left = left_] {
+    // A call that is under way outlives a renderer that the test lets go of.
+    renderer_->requestWhenReady(queue_, [this, weak = std::weak_ptr(renderer_), left = left_] {
+      const auto renderer = weak.lock();
       ++calls_;
-      while (renderer_->isReadyForMore()) {
-        if (left->empty()) return renderer_->stopRequesting();
-        renderer_->enqueue(std::move(left->back()));
+      while (renderer && renderer->isReadyForMore()) {
+        if (left->empty()) return renderer->stopRequesting();
+        renderer->enqueue(std::move(left->back()));
         left->pop_back();
       }
     });
@@ -80,7 +90,7 @@ class RendererFixture : public testing::Test {
       SampleRenderer::create({[this] { ++pictureChanges_; }, [this] { ++statusChanges_; }});
   DispatchQueuePtr queue_ = dispatch_queue_create("test.session");
   std::shared_ptr<std::vector<QueuedSample>> left_;
-  int calls_ = 0;
+  std::atomic<int> calls_{0};
 };
 
 }  // namespace zaffo::media
