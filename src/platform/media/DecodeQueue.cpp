@@ -5,7 +5,8 @@
 namespace zaffo::media {
 
 int DecodeQueue::send(const AVPacket& packet) {
-  if (!ready_.empty() || failure_ < 0) return AVERROR(EAGAIN);
+  if (!isFresh_ && (!ready_.empty() || failure_ < 0)) return AVERROR(EAGAIN);
+  isFresh_ = false;
   const int result = avcodec_send_packet(context_.get(), &packet);
   if (result >= 0) collect();
   return result;
@@ -28,11 +29,27 @@ void DecodeQueue::drain() {
   drained_ = true;
 }
 
+void DecodeQueue::startAnew() {
+  if (isFresh_) return;
+  drain();
+  avcodec_flush_buffers(context_.get());
+  drained_ = false;
+  isFresh_ = true;
+}
+
+void DecodeQueue::startAnewWith(CodecContextPtr context) {
+  if (!isFresh_) drain();
+  context_ = std::move(context);
+  drained_ = false;
+  isFresh_ = true;
+}
+
 void DecodeQueue::flush() {
   avcodec_flush_buffers(context_.get());
   ready_.clear();
   failure_ = 0;
   drained_ = false;
+  isFresh_ = true;
 }
 
 void DecodeQueue::collect() {

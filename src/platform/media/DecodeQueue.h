@@ -16,12 +16,18 @@ class DecodeQueue {
 
   [[nodiscard]] AVCodecContext& context() { return *context_; }
 
-  /// EAGAIN while frames wait to be received. An error is the packet's: the next can be sent.
+  /// EAGAIN while frames wait to be received, unless these are from before startAnew(). An error is
+  /// the packet's: the next can be sent.
   [[nodiscard]] int send(const AVPacket& packet);
   /// Puts a frame into `frame`, taking over what it held for later use.
   [[nodiscard]] int receive(FramePtr& frame);
   /// No more packets come: what the codec holds back is received, then EOF.
   void drain();
+  /// The next packet does not continue those before it: what the codec holds back is received
+  /// first. Takes no longer than flush(); nothing when no packet was sent since.
+  void startAnew();
+  /// The same, with another codec from now on.
+  void startAnewWith(CodecContextPtr context);
   /// Forgets everything; packets can be sent again.
   void flush();
 
@@ -33,6 +39,7 @@ class DecodeQueue {
   FramePtr spare_;
   int failure_ = 0;  // met after a packet was taken, to be told once
   bool drained_ = false;
+  bool isFresh_ = true;  // no packet since the codec was opened or flushed
 };
 
 }  // namespace zaffo::media

@@ -4,6 +4,7 @@ namespace zaffo::media {
 
 DecodeOutcome SampleDecoding::send(const Sample& sample) {
   clearError();
+  if (sample.startsAnew) queue_.startAnew();
   if (const int result = av_packet_ref(packet_.get(), sample.packet.get()); result < 0) {
     return fail(result);
   }

@@ -20,6 +20,7 @@ class SampleDecoding {
 
   [[nodiscard]] AVCodecContext& context() { return queue_.context(); }
 
+  /// Never Again for a sample that starts anew: what comes before it is received first.
   [[nodiscard]] DecodeOutcome send(const Sample& sample);
   /// Puts a frame into `frame`, taking over what it held for later use. 0 or an AVERROR.
   [[nodiscard]] int receive(FramePtr& frame) { return queue_.receive(frame); }
@@ -28,6 +29,10 @@ class SampleDecoding {
     return times_.find(frame.pts);
   }
   void drain() { queue_.drain(); }
+  /// Another codec for what is sent from now on. What the old one holds is received first.
+  void startAnewWith(CodecContextPtr context) { queue_.startAnewWith(std::move(context)); }
+  /// The number that the next sample will have; those of samples rise.
+  [[nodiscard]] int64_t nextNumber() const { return times_.next(); }
   void reset();
 
   /// What an AVERROR means to who decodes; it is kept as error() when it means Error.

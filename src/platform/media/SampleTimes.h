@@ -48,6 +48,8 @@ class SampleTimes {
     }
     return next_++;
   }
+  /// The number that the next sample will have.
+  [[nodiscard]] int64_t next() const { return next_; }
   /// Takes the last number back: the sample was not accepted.
   void forgetLast() { --next_; }
   /// The sample of a number that a frame came out with; null when it is none of ours.

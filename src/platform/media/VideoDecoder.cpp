@@ -5,6 +5,7 @@
 
 #include "platform/media/CodecContext.h"
 #include "platform/media/PixelBuffers.h"
+#include "platform/media/SampleBuffers.h"
 #include "platform/media/SampleDecoding.h"
 
 namespace zaffo::media {
@@ -20,9 +21,12 @@ int threadCount(const AVCodecParameters& parameters) {
 class SoftwareVideoDecoder : public VideoDecoder {
  public:
   SoftwareVideoDecoder(const AVCodecParameters& parameters, CodecContextPtr context)
-      : decoding_(std::move(context), "The picture cannot be decoded."), buffers_(parameters) {}
+      : decoding_(std::move(context), "The picture cannot be decoded.") {
+    describe(parameters);
+  }
 
-  DecodeOutcome send(const Sample& sample) override { return decoding_.send(sample); }
+  DecodeOutcome send(const Sample& sample) override;
+  bool adoptParameters(const AVCodecParameters& parameters) override;
   DecodeOutcome receive(VideoFrame& frame) override;
   void drain() override { decoding_.drain(); }
   void reset() override;
@@ -30,24 +34,52 @@ class SoftwareVideoDecoder : public VideoDecoder {
   CMTime heldBack() const override { return heldBackTimes_.presentation; }
   DecodeOutcome receiveHeldBack(VideoFrame& frame) override;
   void forgetHeldBack() override;
-  void setSkipsUnreferencedFrames(bool skips) override {
-    decoding_.context().skip_frame = skips ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
-  }
-  NSErrorPtr error() const override { return decoding_.error(); }
+  void setSkipsUnreferencedFrames(bool skips) override { skips_ = skips; }
+  NSErrorPtr error() const override { return refusal_ ? refusal_ : decoding_.error(); }
 
  private:
+  void describe(const AVCodecParameters& parameters);
   [[nodiscard]] bool isEarly(CMTime presentation) const {
     return CMTIME_IS_VALID(holdBackBefore_) && presentation < holdBackBefore_;
   }
   DecodeOutcome give(const SampleTimes::Entry& times, FramePtr decoded, VideoFrame& frame);
 
   SampleDecoding decoding_;
-  PixelBuffers buffers_;
+  CodecParametersPtr parameters_;
+  std::unique_ptr<PixelBuffers> buffers_;
+  std::unique_ptr<PixelBuffers> formerBuffers_;  // of the codec before this one
+  int64_t firstOfCodec_ = 0;                     // number of the first sample sent to this one
+  bool skips_ = false;
+  NSErrorPtr refusal_;  // why there is no codec for the samples that come
   FramePtr frame_;
   CMTime holdBackBefore_ = kCMTimeInvalid;
   FramePtr heldBack_;
   SampleTimes::Entry heldBackTimes_;
 };
+
+DecodeOutcome SoftwareVideoDecoder::send(const Sample& sample) {
+  if (refusal_) return DecodeOutcome::Error;
+  decoding_.context().skip_frame = skips_ || !sample.shown ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+  return decoding_.send(sample);
+}
+
+bool SoftwareVideoDecoder::adoptParameters(const AVCodecParameters& parameters) {
+  refusal_ = nullptr;
+  if (isSameFormat(parameters, *parameters_)) return true;
+  CodecContextPtr context = openCodec(parameters, threadCount(parameters), &refusal_);
+  if (!context) return false;
+  decoding_.startAnewWith(std::move(context));
+  formerBuffers_ = std::move(buffers_);
+  firstOfCodec_ = decoding_.nextNumber();
+  describe(parameters);
+  return true;
+}
+
+void SoftwareVideoDecoder::describe(const AVCodecParameters& parameters) {
+  parameters_.reset(avcodec_parameters_alloc());
+  avcodec_parameters_copy(parameters_.get(), &parameters);
+  buffers_ = std::make_unique<PixelBuffers>(parameters);
+}
 
 DecodeOutcome SoftwareVideoDecoder::receive(VideoFrame& frame) {
   decoding_.clearError();
@@ -66,7 +98,8 @@ DecodeOutcome SoftwareVideoDecoder::give(const SampleTimes::Entry& times, FrameP
                                          VideoFrame& frame) {
   frame.presentation = times.presentation;
   frame.duration = times.duration;
-  frame.buffer = buffers_.wrap(std::move(decoded));
+  PixelBuffers& buffers = times.number < firstOfCodec_ ? *formerBuffers_ : *buffers_;
+  frame.buffer = buffers.wrap(std::move(decoded));
   return frame.buffer ? DecodeOutcome::Ok : decoding_.fail(AVERROR(ENOMEM));
 }
 

@@ -16,9 +16,9 @@ struct VideoFrame {
 };
 
 /// Decodes one video track in software with the least threads that keep up (one up to 1080p30).
-/// Frames that were marked not shown, or have no time, are decoded and not given.
-/// Frames that are too early (holdBackBefore()) are held back, unconverted, the last one alone.
-/// Thread: one at a time.
+/// Frames that were marked not shown, or have no time, are decoded as far as others refer to them,
+/// and not given. Frames that are too early (holdBackBefore()) are held back, unconverted, the last
+/// one alone. Thread: one at a time.
 class VideoDecoder {
  public:
   /// Null with `error` set when there is no decoder or it refuses the parameters.
@@ -26,7 +26,13 @@ class VideoDecoder {
                                                           NSErrorPtr* error);
   virtual ~VideoDecoder() = default;
 
+  /// A sample that starts anew is taken whatever is still to be received: that is given first.
   [[nodiscard]] virtual DecodeOutcome send(const Sample& sample) = 0;
+  /// To be told before a sample that starts anew is sent, and after reset(): the samples from now
+  /// on have these parameters. Nothing happens when they are the ones it has; otherwise another
+  /// codec is opened, and what the old one holds is given first. False with error() set when there
+  /// is no decoder for them: samples are then refused until it is told others.
+  [[nodiscard]] virtual bool adoptParameters(const AVCodecParameters& parameters) = 0;
   [[nodiscard]] virtual DecodeOutcome receive(VideoFrame& frame) = 0;
   /// No more samples come: receive() gives all that is left, then End. reset() before the next
   /// send.

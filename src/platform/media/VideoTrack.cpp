@@ -3,6 +3,12 @@
 #include <utility>
 
 namespace zaffo::media {
+namespace {
+
+// So many samples are decoded once more without anybody noticing.
+constexpr int kCheapToRepeat = 16;
+
+}  // namespace
 
 VideoTrack::VideoTrack(std::shared_ptr<SampleSource> source, int trackID)
     : source_(std::move(source)), trackID_(trackID) {}
@@ -16,6 +22,7 @@ void VideoTrack::beginSeek(CMTime time, CMTime earliest) {
   hurryTo_ = kCMTimeInvalid;
   needsRestart_ = false;
   search_ = Search::Undecided;
+  drainsAtTarget_ = target_ == kCMTimeZero;
   error_ = nullptr;
   if (!prepareDecoderAt(time)) search_ = Search::None;
 }
@@ -51,7 +58,7 @@ TrackStep VideoTrack::stepDrainedSync(VideoFrame& frame) {
     search_ = wanted ? Search::DrainedSync : Search::Exact;
     if (!wanted) skipUpTo_ = target_;
     if (sample.presentation <= target_) latestSentUpTo_ = sample.presentation;
-    if (decoder_->send(sample) == DecodeOutcome::Error) error_ = decoder_->error();
+    send(sample);
     if (!wanted) return TrackStep::Working;
     decoder_->drain();
     draining_ = true;
@@ -62,7 +69,14 @@ TrackStep VideoTrack::stepDrainedSync(VideoFrame& frame) {
     return TrackStep::Frame;
   }
   // One sample was not enough: a damaged one, or one that leans on what follows.
+  return searchAgain();
+}
+
+/// Searches from the sync sample on once more, and waits for the frames that confirm the one found.
+TrackStep VideoTrack::searchAgain() {
   search_ = Search::Exact;
+  drainsAtTarget_ = false;
+  candidate_ = {};
   if (!prepareDecoderAt(target_)) return TrackStep::Error;
   skipUpTo_ = target_;
   return TrackStep::Working;
@@ -73,6 +87,11 @@ TrackStep VideoTrack::stepExact(VideoFrame& frame) {
   switch (decoder_->receive(decoded)) {
     case DecodeOutcome::Ok:
       gaveFrame_ = true;
+      if (drainedAtTarget_ && decoded.presentation == target_) {
+        frame = std::move(decoded);
+        resumeAfter(frame);
+        return TrackStep::Frame;
+      }
       if (decoded.presentation <= target_) {
         candidate_ = std::move(decoded);
         return TrackStep::Working;
@@ -85,6 +104,7 @@ TrackStep VideoTrack::stepExact(VideoFrame& frame) {
       }
       break;
     case DecodeOutcome::End:
+      if (drainedAtTarget_) return searchAgain();
       if (!candidate_.buffer) {
         if (readError_) return fail(readError_);
         return error_ ? TrackStep::Error : TrackStep::End;
@@ -157,12 +177,32 @@ TrackStep VideoTrack::feed() {
       break;
   }
   decoder_->setSkipsUnreferencedFrames(maySkip(sample));
-  if (decoder_->send(sample) == DecodeOutcome::Error) error_ = decoder_->error();
+  send(sample);
+  if (isSoughtFirstFrame(sample)) {
+    decoder_->drain();
+    draining_ = drainedAtTarget_ = true;
+  }
   return TrackStep::Working;
+}
+
+void VideoTrack::send(const Sample& sample) {
+  if (sample.startsAnew && !decoder_->adoptParameters(cursor_->codecParameters())) {
+    error_ = decoder_->error();
+  }
+  if (decoder_->send(sample) == DecodeOutcome::Error) error_ = decoder_->error();
+  ++sentSincePrepared_;
+}
+
+/// Whether `sample` is, for sure, that of the frame at the beginning, which others needed before
+/// it.
+bool VideoTrack::isSoughtFirstFrame(const Sample& sample) const {
+  return search_ == Search::Exact && drainsAtTarget_ && sample.shown &&
+         sample.presentation == target_ && sentSincePrepared_ <= kCheapToRepeat;
 }
 
 /// Whether the frame of `sample` can be left out if no other refers to it.
 bool VideoTrack::maySkip(const Sample& sample) {
+  if (!sample.shown) return true;
   if (CMTIME_IS_INVALID(skipUpTo_) || sample.presentation > skipUpTo_) return false;
   if (search_ != Search::Exact) return true;
   // The frame sought is the last one that is not after the time: not one for which a later such
@@ -202,23 +242,29 @@ bool VideoTrack::prepareDecoderAt(CMTime time) {
     error_ = cursor_->error();
     return false;
   }
-  if (decoder_) {
-    decoder_->reset();
-  } else {
-    NSErrorPtr error;
-    decoder_ = VideoDecoder::open(cursor_->codecParameters(), &error);
-    if (!decoder_) {
-      error_ = error;
-      return false;
-    }
-  }
+  if (!openOrResetDecoder()) return false;
   decoder_->setSkipsUnreferencedFrames(false);
-  draining_ = false;
+  draining_ = drainedAtTarget_ = false;
+  sentSincePrepared_ = 0;
   gaveFrame_ = false;
   readError_ = nullptr;
   skipUpTo_ = kCMTimeInvalid;
   latestSentUpTo_ = kCMTimeInvalid;
   return true;
+}
+
+bool VideoTrack::openOrResetDecoder() {
+  NSErrorPtr error;
+  if (decoder_) {
+    decoder_->reset();
+    if (decoder_->adoptParameters(cursor_->codecParameters())) return true;
+    error = decoder_->error();
+  } else {
+    decoder_ = VideoDecoder::open(cursor_->codecParameters(), &error);
+    if (decoder_) return true;
+  }
+  error_ = error;
+  return false;
 }
 
 TrackStep VideoTrack::fail(NSErrorPtr error) {

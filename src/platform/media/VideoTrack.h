@@ -22,8 +22,10 @@ enum class TrackStep {
 /// between two steps. Thread: one at a time.
 ///
 /// The frame at a sync sample is drained out of the decoder as soon as that one sample is in,
-/// without waiting for the frames that would confirm its place. What follows is then decoded from
-/// the sync sample again, if it is ever asked for; until then the decoder may be let go.
+/// without waiting for the frames that would confirm its place; and so is the frame at time zero
+/// that is not a sync sample, once its own sample and the few before it are in. What follows is
+/// then decoded from the sync sample again, if it is ever asked for; until then the decoder may be
+/// let go.
 class VideoTrack {
  public:
   VideoTrack(std::shared_ptr<SampleSource> source, int trackID);
@@ -53,6 +55,10 @@ class VideoTrack {
  private:
   [[nodiscard]] bool prepareDecoderAt(CMTime time);
   [[nodiscard]] bool openCursor();
+  [[nodiscard]] bool openOrResetDecoder();
+  void send(const Sample& sample);
+  [[nodiscard]] bool isSoughtFirstFrame(const Sample& sample) const;
+  [[nodiscard]] TrackStep searchAgain();
   [[nodiscard]] TrackStep feed();
   [[nodiscard]] bool maySkip(const Sample& sample);
   [[nodiscard]] TrackStep stepDrainedSync(VideoFrame& frame);
@@ -89,6 +95,9 @@ class VideoTrack {
   bool needsRestart_ = false;  ///< the decoder is drained or gone; go on from restartAt_
   CMTime restartAt_ = kCMTimeZero;
   bool draining_ = false;
+  bool drainsAtTarget_ = false;   ///< when the sample of the frame sought is in
+  bool drainedAtTarget_ = false;  ///< it is
+  int sentSincePrepared_ = 0;
   bool gaveFrame_ = false;  ///< since the decoder was last prepared
 };
 
