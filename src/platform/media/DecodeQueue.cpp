@@ -7,6 +7,7 @@ namespace zaffo::media {
 int DecodeQueue::send(const AVPacket& packet) {
   if (!isFresh_ && (!ready_.empty() || failure_ < 0)) return AVERROR(EAGAIN);
   isFresh_ = false;
+  sawSync_ = sawSync_ || (packet.flags & AV_PKT_FLAG_KEY);
   const int result = avcodec_send_packet(context_.get(), &packet);
   if (result >= 0) collect();
   return result;
@@ -24,23 +25,31 @@ int DecodeQueue::receive(FramePtr& frame) {
 }
 
 void DecodeQueue::drain() {
+  drainAll();
+  drained_ = true;
+}
+
+// FFmpeg's H.264 decoder takes what follows a sync sample without a reset of its own (of an open
+// GOP) for damaged until that sample is out, and when it is drained gives none of it away.
+void DecodeQueue::drainAll() {
+  if (sawSync_) context_->flags |= AV_CODEC_FLAG_OUTPUT_CORRUPT;
   (void)avcodec_send_packet(context_.get(), nullptr);
   collect();
-  drained_ = true;
+  context_->flags &= ~AV_CODEC_FLAG_OUTPUT_CORRUPT;
 }
 
 void DecodeQueue::startAnew() {
   if (isFresh_) return;
-  drain();
+  drainAll();
   avcodec_flush_buffers(context_.get());
-  drained_ = false;
+  drained_ = sawSync_ = false;
   isFresh_ = true;
 }
 
 void DecodeQueue::startAnewWith(CodecContextPtr context) {
-  if (!isFresh_) drain();
+  if (!isFresh_) drainAll();
   context_ = std::move(context);
-  drained_ = false;
+  drained_ = sawSync_ = false;
   isFresh_ = true;
 }
 
@@ -48,7 +57,7 @@ void DecodeQueue::flush() {
   avcodec_flush_buffers(context_.get());
   ready_.clear();
   failure_ = 0;
-  drained_ = false;
+  drained_ = sawSync_ = false;
   isFresh_ = true;
 }
 

@@ -15,6 +15,7 @@ class DecodeQueue {
   explicit DecodeQueue(CodecContextPtr context) : context_(std::move(context)) {}
 
   [[nodiscard]] AVCodecContext& context() { return *context_; }
+  [[nodiscard]] AVCodecID codecID() const { return context_->codec_id; }
 
   /// EAGAIN while frames wait to be received, unless these are from before startAnew(). An error is
   /// the packet's: the next can be sent.
@@ -33,13 +34,15 @@ class DecodeQueue {
 
  private:
   void collect();
+  void drainAll();
 
   CodecContextPtr context_;
   std::deque<FramePtr> ready_;
   FramePtr spare_;
   int failure_ = 0;  // met after a packet was taken, to be told once
   bool drained_ = false;
-  bool isFresh_ = true;  // no packet since the codec was opened or flushed
+  bool sawSync_ = false;  // since the codec was opened or flushed
+  bool isFresh_ = true;   // no packet since the codec was opened or flushed
 };
 
 }  // namespace zaffo::media

@@ -45,8 +45,7 @@ class FileSampleCursor : public SampleCursor {
   AVStream* stream_ = nullptr;
   PacketPtr packet_;  // the one that was read last
   int64_t lastDecode_ = AV_NOPTS_VALUE;
-  int64_t fillDecode_ = AV_NOPTS_VALUE;  // decode timestamp of the sample given last
-  bool pending_ = false;                 // packet_ was read by a seek and not given yet
+  bool pending_ = false;  // packet_ was read by a seek and not given yet
   ReadOutcome outcome_ = ReadOutcome::Sample;
   NSErrorPtr error_;
 };

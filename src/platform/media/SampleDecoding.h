@@ -19,6 +19,7 @@ class SampleDecoding {
       : queue_(std::move(context)), failure_(std::move(failure)), packet_(av_packet_alloc()) {}
 
   [[nodiscard]] AVCodecContext& context() { return queue_.context(); }
+  [[nodiscard]] AVCodecID codecID() const { return queue_.codecID(); }
 
   /// Never Again for a sample that starts anew: what comes before it is received first.
   [[nodiscard]] DecodeOutcome send(const Sample& sample);

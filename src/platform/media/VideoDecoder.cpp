@@ -39,6 +39,8 @@ class SoftwareVideoDecoder : public VideoDecoder {
 
  private:
   void describe(const AVCodecParameters& parameters);
+  void noteStart(const Sample& sample);
+  [[nodiscard]] bool isBroken(const SampleTimes::Entry& times) const;
   [[nodiscard]] bool isEarly(CMTime presentation) const {
     return CMTIME_IS_VALID(holdBackBefore_) && presentation < holdBackBefore_;
   }
@@ -50,6 +52,8 @@ class SoftwareVideoDecoder : public VideoDecoder {
   std::unique_ptr<PixelBuffers> formerBuffers_;  // of the codec before this one
   int64_t firstOfCodec_ = 0;                     // number of the first sample sent to this one
   bool skips_ = false;
+  CMTime startPresentation_;  // of the sync sample that decoding last began with
+  int64_t startNumber_ = 0;
   NSErrorPtr refusal_;  // why there is no codec for the samples that come
   FramePtr frame_;
   CMTime holdBackBefore_ = kCMTimeInvalid;
@@ -60,7 +64,22 @@ class SoftwareVideoDecoder : public VideoDecoder {
 DecodeOutcome SoftwareVideoDecoder::send(const Sample& sample) {
   if (refusal_) return DecodeOutcome::Error;
   decoding_.context().skip_frame = skips_ || !sample.shown ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+  noteStart(sample);
   return decoding_.send(sample);
+}
+
+void SoftwareVideoDecoder::noteStart(const Sample& sample) {
+  if (sample.startsAnew) startPresentation_ = kCMTimeInvalid;
+  if (!sample.sync || CMTIME_IS_VALID(startPresentation_)) return;
+  startPresentation_ = sample.presentation;
+  startNumber_ = decoding_.nextNumber();
+}
+
+// What an H.264 stream shows before the sync sample and decodes after it leans on what was not
+// decoded. The decoder keeps it to itself, except when it is drained.
+bool SoftwareVideoDecoder::isBroken(const SampleTimes::Entry& times) const {
+  return decoding_.codecID() == AV_CODEC_ID_H264 && CMTIME_IS_NUMERIC(startPresentation_) &&
+         times.number >= startNumber_ && times.presentation < startPresentation_;
 }
 
 bool SoftwareVideoDecoder::adoptParameters(const AVCodecParameters& parameters) {
@@ -88,6 +107,7 @@ DecodeOutcome SoftwareVideoDecoder::receive(VideoFrame& frame) {
     if (result < 0) return decoding_.fail(result);
     const SampleTimes::Entry* entry = decoding_.sampleOf(*frame_);
     if (!entry || !entry->shown || !CMTIME_IS_NUMERIC(entry->presentation)) continue;
+    if (isBroken(*entry)) continue;
     if (!isEarly(entry->presentation)) return give(*entry, std::move(frame_), frame);
     std::swap(heldBack_, frame_);
     heldBackTimes_ = *entry;
@@ -117,6 +137,7 @@ void SoftwareVideoDecoder::forgetHeldBack() {
 
 void SoftwareVideoDecoder::reset() {
   decoding_.reset();
+  startPresentation_ = kCMTimeInvalid;
   forgetHeldBack();
 }
 

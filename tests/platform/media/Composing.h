@@ -49,6 +49,14 @@ inline std::ostream& operator<<(std::ostream& stream, const Shown& shown) {
   return stream << shown.number.value_or(-1) << " from " << CMTimeDescription(shown.from);
 }
 
+/// Fails at the first difference.
+inline void expectSame(const std::vector<Shown>& actual, const std::vector<Shown>& expected) {
+  EXPECT_EQ(actual.size(), expected.size());
+  for (std::size_t i = 0; i < std::min(actual.size(), expected.size()); ++i) {
+    ASSERT_EQ(actual[i], expected[i]) << "picture " << i;
+  }
+}
+
 /// What a file alone shows, in order.
 inline std::vector<Shown> picturesOf(const std::string& path) {
   std::vector<Shown> pictures;

@@ -59,7 +59,7 @@ TEST_P(PicturesOf, TenCopiesAreThoseOfOneTenTimes) {
     appendCut(pictures, whole, CMTimeMultiply(whole.duration, i), expected);
   }
   const auto cursor = openTrack(*composition, AVMediaTypeVideo);
-  EXPECT_EQ(decodeShown(*cursor), expected);
+  expectSame(decodeShown(*cursor), expected);
   ASSERT_TRUE(cursor->seek(kCMTimeZero));
   expectRunningOn(readAll(*cursor));
 }
@@ -87,9 +87,25 @@ TEST_P(PicturesOf, AnyPiecesInAnyOrderAreThoseOfThePieces) {
   }
   const auto composition = compose(cuts, AVMediaTypeVideo);
   const auto cursor = openTrack(*composition, AVMediaTypeVideo);
-  EXPECT_EQ(decodeShown(*cursor), expected);
+  expectSame(decodeShown(*cursor), expected);
   ASSERT_TRUE(cursor->seek(kCMTimeZero));
   expectRunningOn(readAll(*cursor));
+}
+
+TEST_P(PicturesOf, EachCanBeASegmentOfItsOwnWhateverIsDecodedBeforeIt) {
+  const auto pictures = picturesOf(clip(GetParam()));
+  const auto source = openClip(clip(GetParam()));
+  std::vector<Cut> cuts;
+  std::vector<Shown> expected;
+  for (std::size_t i = pictures.size() - 1; i-- > 0 && cuts.size() < 40;) {
+    const CMTime length = pictures[i + 1].from - pictures[i].from;
+    expected.push_back(
+        {pictures[i].number,
+         cuts.empty() ? kCMTimeZero : expected.back().from + cuts.back().range.duration});
+    cuts.push_back({source, {pictures[i].from, length}});
+  }
+  const auto composition = compose(cuts, AVMediaTypeVideo);
+  expectSame(decodeShown(*openTrack(*composition, AVMediaTypeVideo)), expected);
 }
 
 /// The number of the picture with the largest time up to `time`.
@@ -209,7 +225,7 @@ TEST(CompositionCursor, SegmentsOfDifferentSourcesAreDecodedByDifferentCodecs) {
     cuts.push_back({openClip(clip(name)), range(150, 300)});
   }
   const auto cursor = openTrack(*compose(cuts, AVMediaTypeVideo), AVMediaTypeVideo);
-  EXPECT_EQ(decodeShown(*cursor), expected);
+  expectSame(decodeShown(*cursor), expected);
 }
 
 TEST(CompositionCursor, ASegmentWithoutLengthShowsNothing) {
