@@ -6,6 +6,8 @@
 #include <optional>
 #include <utility>
 
+#include "PictureMark.h"
+
 namespace bench {
 
 namespace {
@@ -18,20 +20,41 @@ constexpr int64_t kTurn = 50'000'000;  // nanoseconds the main loop waits for wo
   std::exit(1);
 }
 
-const zaffo::AVPlayerLayer* playerLayerIn(const std::shared_ptr<zaffo::CALayer>& layer) {
-  if (const auto* found = dynamic_cast<const zaffo::AVPlayerLayer*>(layer.get())) return found;
+/// The first layer of a kind in a tree.
+template <typename Layer>
+Layer* layerIn(const std::shared_ptr<zaffo::CALayer>& layer) {
+  if (auto* found = dynamic_cast<Layer*>(layer.get())) return found;
   for (const auto& below : layer->sublayers()) {
-    if (const auto* found = playerLayerIn(below)) return found;
+    if (auto* found = layerIn<Layer>(below)) return found;
   }
   return nullptr;
 }
 
+/// Calls `use` with the layer that shows a player's picture, whichever kind it is.
+template <typename Result, typename Use>
+Result withPictureLayer(const Handle& handle, Use use) {
+  const auto root = handle->outputView()->layer();
+  if (auto* layer = layerIn<zaffo::AVPlayerLayer>(root)) return use(*layer);
+  if (auto* layer = layerIn<zaffo::AVSampleBufferDisplayLayer>(root)) return use(*layer);
+  return Result();
+}
+
+std::shared_ptr<zaffo::AVPlayerItemLoader> loaderOf(const std::string& path, Loop loop) {
+  const auto url = zaffo::NSURL::fileURLWithPath(path);
+  if (loop == Loop::Single) return zaffo::ZFSingleLoopVideoPlayerItemLoader::createWithURL(url);
+  return zaffo::ZFLoopingVideoPlayerItemLoader::createWithURL(url);
+}
+
 }  // namespace
 
-Video::Video(const std::string& path, std::string id)
-    : loader_(zaffo::ZFSingleLoopVideoPlayerItemLoader::createWithURL(
-          zaffo::NSURL::fileURLWithPath(path))),
-      id_(std::move(id)) {}
+std::shared_ptr<zaffo::PlayerManager> makePool(Kind kind) {
+  auto pool = zaffo::PlayerManager::create();
+  pool->setUseFastPlayer(kind == Kind::Fast);
+  return pool;
+}
+
+Video::Video(const std::string& path, std::string id, Loop loop)
+    : loader_(loaderOf(path, loop)), id_(std::move(id)) {}
 
 zaffo::ZFCancelCommandPtr Video::loadAVPlayerItemWithOptions(
     zaffo::AVPlayerItemLoaderOptions options, ItemCompletion completeBlock) {
@@ -121,13 +144,23 @@ Handle openCold(const std::shared_ptr<zaffo::PlayerManager>& pool,
 }
 
 bool hasPicture(const Handle& handle) {
-  const auto* layer = playerLayerIn(handle->outputView()->layer());
-  return layer && layer->isReadyForDisplay();
+  return withPictureLayer<bool>(handle, [](auto& layer) { return layer.isReadyForDisplay(); });
+}
+
+uint64_t shownMark(const Handle& handle) {
+  return withPictureLayer<uint64_t>(handle, [](auto& layer) -> uint64_t {
+    const auto picture = layer.picture(static_cast<int64_t>(now() * 1e9));
+    if (!picture || !picture->buffer) return 0;
+    const zaffo::CVPixelBuffer& buffer = *picture->buffer;
+    return pictureMark(buffer.planes[0].data, buffer.planes[0].stride, buffer.cropWidth,
+                       buffer.cropHeight);
+  });
 }
 
 Pictures picturesOf(const Handle& handle) {
-  const auto* layer = playerLayerIn(handle->outputView()->layer());
-  return layer ? Pictures{layer->presentedFrames(), layer->droppedFrames()} : Pictures{};
+  return withPictureLayer<Pictures>(handle, [](auto& layer) {
+    return Pictures{layer.presentedFrames(), layer.droppedFrames()};
+  });
 }
 
 void seekExactly(const Handle& handle, double seconds) {
@@ -136,6 +169,12 @@ void seekExactly(const Handle& handle, double seconds) {
                      zaffo::kCMTimeZero, [&](bool value) { finished = value; });
   runUntil([&] { return finished.has_value(); }, "a seek");
   if (!*finished) fail("a seek was interrupted");
+}
+
+void seekUntilShown(const Handle& handle, double seconds, uint64_t mark) {
+  handle->seekToTime(zaffo::CMTimeMakeWithSeconds(seconds, 600), zaffo::kCMTimeZero,
+                     zaffo::kCMTimeZero, [](bool) {});
+  runUntil([&] { return shownMark(handle) == mark; }, "the picture sought");
 }
 
 }  // namespace bench

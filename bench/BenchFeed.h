@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -11,10 +12,13 @@
 /// Thread: main.
 namespace bench {
 
-/// The clip at a path as a video whose item may stay in an idle player.
+enum class Loop { Single, Endless };
+
+/// The clip at a path as a video whose item may stay in an idle player. It plays once, or is a
+/// looping item.
 class Video final : public zaffo::ZFVideo {
  public:
-  Video(const std::string& path, std::string id);
+  Video(const std::string& path, std::string id, Loop loop = Loop::Single);
 
   [[nodiscard]] std::string videoId() const override { return id_; }
   [[nodiscard]] zaffo::CMTime itemDuration() const override { return zaffo::kCMTimeZero; }
@@ -39,6 +43,10 @@ class Video final : public zaffo::ZFVideo {
 using Handle = std::shared_ptr<zaffo::PlayerDecorator>;
 using Item = std::shared_ptr<zaffo::AVPlayerItem>;
 
+/// Which player the pool makes.
+enum class Kind { Native, Fast };
+[[nodiscard]] std::shared_ptr<zaffo::PlayerManager> makePool(Kind kind);
+
 /// Runs the main loop until `condition` holds. `what` is for the message when it never does.
 void runUntil(const std::function<bool()>& condition, const char* what);
 
@@ -62,13 +70,20 @@ void runFor(double seconds);
 /// Whether a picture of the video can be shown now.
 [[nodiscard]] bool hasPicture(const Handle& handle);
 
+/// What tells the picture that would be drawn now from others (PictureMark.h); 0 when there is
+/// none. The next one asks for a draw again.
+[[nodiscard]] uint64_t shownMark(const Handle& handle);
+
 /// Pictures of the video that were put on screen, and that became due but never were.
 struct Pictures {
   unsigned long long shown = 0, dropped = 0;
 };
 [[nodiscard]] Pictures picturesOf(const Handle& handle);
 
-/// Seeks with zero tolerance and waits until the frame is ready to be shown.
+/// Seeks a native player with zero tolerance and waits for it to say that the frame can be shown.
 void seekExactly(const Handle& handle, double seconds);
+
+/// Seeks any player with zero tolerance and waits until the picture with `mark` would be drawn.
+void seekUntilShown(const Handle& handle, double seconds, uint64_t mark);
 
 }  // namespace bench

@@ -8,6 +8,8 @@ extern "C" {
 #include <cstdio>
 #include <cstdlib>
 
+#include "PictureMark.h"
+
 namespace floors {
 namespace {
 
@@ -82,6 +84,11 @@ File::File(const std::string& path) : state_(std::make_unique<State>()) {
 
 File::~File() = default;
 
+double File::duration() const {
+  const AVStream& stream = *state_->format->streams[state_->videoIndex];
+  return state_->seconds(stream.duration, state_->videoIndex);
+}
+
 double File::decodeFirstPicture() {
   State& s = *state_;
   if (!s.video) s.video = s.open(s.videoIndex);
@@ -102,6 +109,7 @@ double File::rewind() {
 
 double File::decodePictureAt(double seconds) {
   State& s = *state_;
+  if (!s.video) s.video = s.open(s.videoIndex);
   const AVRational base = s.format->streams[s.videoIndex]->time_base;
   const auto target = static_cast<int64_t>(seconds / av_q2d(base));
   require(av_seek_frame(s.format.get(), s.videoIndex, target, AVSEEK_FLAG_BACKWARD) >= 0,
@@ -118,21 +126,67 @@ double File::decodePictureAt(double seconds) {
   }
 }
 
-int File::decodeBoth(double seconds) {
+int File::decode(double seconds, Tracks tracks) {
   State& s = *state_;
   if (!s.video) s.video = s.open(s.videoIndex);
-  if (!s.audio) s.audio = s.open(s.audioIndex);
+  if (!s.audio && tracks == Tracks::Both) s.audio = s.open(s.audioIndex);
   int pictures = 0;
-  while (av_read_frame(s.format.get(), s.packet.get()) == 0) {
+  double played = 0, last = 0;
+  while (played + last < seconds) {
+    if (av_read_frame(s.format.get(), s.packet.get()) != 0) {
+      played += last;
+      last = 0;
+      require(av_seek_frame(s.format.get(), s.videoIndex, 0, AVSEEK_FLAG_BACKWARD) >= 0, "no seek");
+      avcodec_flush_buffers(s.video.get());
+      if (s.audio) avcodec_flush_buffers(s.audio.get());
+      continue;
+    }
     const int index = s.packet->stream_index;
-    const bool enough = s.seconds(s.packet->dts, index) >= seconds;
-    AVCodecContext* codec = index == s.videoIndex ? s.video.get() : s.audio.get();
-    avcodec_send_packet(codec, s.packet.get());
+    const bool isPicture = index == s.videoIndex;
+    if (isPicture) last = s.seconds(s.packet->dts + s.packet->duration, index);
+    AVCodecContext* codec = isPicture ? s.video.get() : s.audio.get();
+    if (codec) {
+      avcodec_send_packet(codec, s.packet.get());
+      while (avcodec_receive_frame(codec, s.frame.get()) == 0) pictures += isPicture;
+    }
     av_packet_unref(s.packet.get());
-    while (avcodec_receive_frame(codec, s.frame.get()) == 0) pictures += index == s.videoIndex;
-    if (enough) break;
   }
   return pictures;
+}
+
+uint64_t File::mark() const {
+  const AVFrame& frame = *state_->frame;
+  return pictureMark(frame.data[0], frame.linesize[0], frame.width, frame.height);
+}
+
+std::vector<uint64_t> File::decodeMarks() {
+  State& s = *state_;
+  if (!s.video) s.video = s.open(s.videoIndex);
+  std::vector<uint64_t> marks;
+  for (bool read = true; read;) {
+    read = s.readPacketOf(s.videoIndex);
+    avcodec_send_packet(s.video.get(), read ? s.packet.get() : nullptr);
+    av_packet_unref(s.packet.get());
+    while (avcodec_receive_frame(s.video.get(), s.frame.get()) == 0) marks.push_back(mark());
+  }
+  return marks;
+}
+
+double File::bytesAtLeast(double seconds) {
+  State& s = *state_;
+  double samples = 0;
+  while (s.readPacketOf(s.videoIndex) && s.seconds(s.packet->pts, s.videoIndex) < seconds) {
+    samples += s.packet->size;
+    av_packet_unref(s.packet.get());
+  }
+  av_packet_unref(s.packet.get());
+  require(av_seek_frame(s.format.get(), s.videoIndex, 0, AVSEEK_FLAG_BACKWARD) >= 0, "no seek");
+  decodeFirstPicture();
+  double picture = 0;
+  for (const AVBufferRef* plane : s.frame->buf) {
+    if (plane) picture += static_cast<double>(plane->size);
+  }
+  return picture + samples;
 }
 
 }  // namespace floors

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 /// The same work with libavformat and libavcodec alone, in one thread: what the library is
 /// measured against. The container is opened without probing packets, and a single picture is
@@ -20,6 +22,9 @@ class File {
   /// Opens the decoder and decodes the first picture. Returns its time in seconds.
   double decodeFirstPicture();
 
+  /// In seconds.
+  [[nodiscard]] double duration() const;
+
   /// Seeks to the beginning and decodes the first picture again. The decoder must be open.
   double rewind();
 
@@ -27,8 +32,21 @@ class File {
   /// Returns that picture's time in seconds. The decoder must be open.
   double decodePictureAt(double seconds);
 
-  /// Decodes picture and sound of the first `seconds`. Returns the number of pictures.
-  int decodeBoth(double seconds);
+  /// What is decoded when all of a file is.
+  enum class Tracks { Both, PictureOnly };
+
+  /// Decodes the first `seconds`; of a file that is shorter, all of it again and again until they
+  /// add up to that. Returns the number of pictures.
+  int decode(double seconds, Tracks tracks);
+
+  /// What tells the picture that was decoded last from others (PictureMark.h).
+  [[nodiscard]] uint64_t mark() const;
+  /// The marks of all pictures, in the order in which they are shown.
+  [[nodiscard]] std::vector<uint64_t> decodeMarks();
+
+  /// The bytes that showing a paused picture takes at least: those of one picture, as decoded, and
+  /// of the samples of the first `seconds`.
+  [[nodiscard]] double bytesAtLeast(double seconds);
 
  private:
   struct State;

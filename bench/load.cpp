@@ -1,7 +1,8 @@
 // What players cost while they stand still and while they play, each in a process of its own:
-//   zaffo-bench-load floor-memory|memory COUNT CLIPS
-//   zaffo-bench-load floor-play|play|play-window COUNT SECONDS CLIPS
-// Prints one line of JSON.
+//   zaffo-bench-load floor-memory|floor-bytes|memory COUNT CLIPS
+//   zaffo-bench-load floor-play|floor-play-picture|play|play-window COUNT SECONDS CLIPS
+// memory, play and play-window stand for native players of plain items; fast- before them makes the
+// players fast, loop- the items looping, fast-loop- both. Prints one line of JSON.
 #include <dirent.h>
 #include <sys/resource.h>
 
@@ -13,10 +14,30 @@
 
 #include "BenchFeed.h"
 #include "Floor.h"
+#include "Report.h"
 
 namespace {
 
 using bench::Handle;
+using bench::Kind;
+using bench::Loop;
+
+/// What is measured, and of which players.
+struct Mode {
+  std::string what;
+  Kind kind = Kind::Native;
+  Loop loop = Loop::Single;
+
+  explicit Mode(std::string name) : what(std::move(name)) {
+    if (dropPrefix("fast-")) kind = Kind::Fast;
+    if (dropPrefix("loop-")) loop = Loop::Endless;
+  }
+  bool dropPrefix(const std::string& prefix) {
+    if (!what.starts_with(prefix)) return false;
+    what.erase(0, prefix.size());
+    return true;
+  }
+};
 
 struct Usage {
   double privateMiB = 0;
@@ -48,10 +69,11 @@ double cpuSeconds() {
 
 /// The pool with `count` players that each show their first picture.
 struct Feed {
-  std::shared_ptr<zaffo::PlayerManager> pool = zaffo::PlayerManager::create();
+  const Loop loop;
+  std::shared_ptr<zaffo::PlayerManager> pool;
   std::vector<Handle> handles;
 
-  Feed() {
+  explicit Feed(const Mode& mode) : loop(mode.loop), pool(bench::makePool(mode.kind)) {
     pool->setMaxAllowedConcurrentPlayers(64);
     pool->setMaxPlayersAtIdleState(64);
     zaffo::AVAudioSession::sharedInstance().setOutput(zaffo::AVAudioSession::Output::None);
@@ -61,22 +83,23 @@ struct Feed {
     while (handles.size() < count) {
       const std::size_t index = handles.size();
       const auto video =
-          std::make_shared<bench::Video>(clips[index % clips.size()], std::to_string(index));
+          std::make_shared<bench::Video>(clips[index % clips.size()], std::to_string(index), loop);
       handles.push_back(bench::openCold(pool, video));
       bench::runUntil([&] { return bench::hasPicture(handles.back()); }, "a picture");
     }
   }
 };
 
-void printMemory(const Usage& one, const Usage& all, std::size_t count) {
-  std::printf("{\"count\": %zu, \"private_mib\": %.2f, \"one_private_mib\": %.2f, ", count,
-              all.privateMiB, one.privateMiB);
-  std::printf("\"threads\": %d, \"one_threads\": %d}\n", all.threads, one.threads);
+void printMemory(const Report& report, const Usage& one, const Usage& all, std::size_t count) {
+  report.print("{\"count\": %zu, \"private_mib\": %.2f, \"one_private_mib\": %.2f, ", count,
+               all.privateMiB, one.privateMiB);
+  report.print("\"threads\": %d, \"one_threads\": %d}\n", all.threads, one.threads);
 }
 
 /// Loads one player and notes the use, then the others; all are idle when looked at.
-void memory(std::size_t count, const std::vector<std::string>& clips) {
-  Feed feed;
+void memory(const Report& report, const Mode& mode, std::size_t count,
+            const std::vector<std::string>& clips) {
+  Feed feed(mode);
   const auto usageOf = [&](std::size_t players) {
     feed.load(players, clips);
     for (const auto& handle : feed.handles) handle->releaseToManager();
@@ -84,10 +107,10 @@ void memory(std::size_t count, const std::vector<std::string>& clips) {
     return usage();
   };
   const Usage one = usageOf(1);
-  printMemory(one, usageOf(count), count);
+  printMemory(report, one, usageOf(count), count);
 }
 
-void floorMemory(std::size_t count, const std::vector<std::string>& clips) {
+void floorMemory(const Report& report, std::size_t count, const std::vector<std::string>& clips) {
   std::vector<std::unique_ptr<floors::File>> files;
   const auto usageOf = [&](std::size_t number) {
     while (files.size() < number) {
@@ -97,12 +120,23 @@ void floorMemory(std::size_t count, const std::vector<std::string>& clips) {
     return usage();
   };
   const Usage one = usageOf(1);
-  printMemory(one, usageOf(count), count);
+  printMemory(report, one, usageOf(count), count);
 }
 
-void printCores(double cores, std::size_t count, bench::Pictures pictures = {}) {
-  std::printf("{\"count\": %zu, \"cores\": %.4f, \"shown\": %llu, \"dropped\": %llu}\n", count,
-              cores, pictures.shown, pictures.dropped);
+/// The bytes that each player after the first holds at least: a picture, two seconds of samples.
+void floorBytes(const Report& report, std::size_t count, const std::vector<std::string>& clips) {
+  double bytes = 0;
+  for (std::size_t i = 1; i < count; ++i) {
+    bytes += floors::File(clips[i % clips.size()]).bytesAtLeast(2);
+  }
+  const double each = count > 1 ? bytes / static_cast<double>(count - 1) : 0;
+  report.print("{\"count\": %zu, \"each_mib\": %.3f}\n", count, each / 1024 / 1024);
+}
+
+void printCores(const Report& report, double cores, std::size_t count,
+                bench::Pictures pictures = {}) {
+  report.print("{\"count\": %zu, \"cores\": %.4f, \"shown\": %llu, \"dropped\": %llu}\n", count,
+               cores, pictures.shown, pictures.dropped);
 }
 
 /// The CPU used while `count` players play from their start, as cores.
@@ -113,14 +147,16 @@ double playFor(Feed& feed, double seconds) {
   return (cpuSeconds() - cpu) / (bench::now() - start);
 }
 
-void play(std::size_t count, double seconds, const std::vector<std::string>& clips) {
-  Feed feed;
+void play(const Report& report, const Mode& mode, std::size_t count, double seconds,
+          const std::vector<std::string>& clips) {
+  Feed feed(mode);
   feed.load(count, clips);
   bench::runFor(0.3);
-  printCores(playFor(feed, seconds), count);
+  printCores(report, playFor(feed, seconds), count);
 }
 
-void playInWindow(std::size_t count, double seconds, const std::vector<std::string>& clips) {
+void playInWindow(const Report& report, const Mode& mode, std::size_t count, double seconds,
+                  const std::vector<std::string>& clips) {
   zaffo::Window::Options options;
   options.offscreen = true;
   std::shared_ptr<const zaffo::NSError> error;
@@ -130,7 +166,7 @@ void playInWindow(std::size_t count, double seconds, const std::vector<std::stri
                  error ? error->localizedDescription().c_str() : "no window");
     std::exit(1);
   }
-  Feed feed;
+  Feed feed(mode);
   feed.load(count, clips);
   // The views share the window in four columns, or one fills it.
   const double columns = count == 1 ? 1 : 4;
@@ -149,38 +185,57 @@ void playInWindow(std::size_t count, double seconds, const std::vector<std::stri
     all.shown += pictures.shown;
     all.dropped += pictures.dropped;
   }
-  printCores(cores, count, all);
+  printCores(report, cores, count, all);
 }
 
-/// The CPU that decoding the same pictures and sound takes, spread over the time they play.
-void floorPlay(std::size_t count, double seconds, const std::vector<std::string>& clips) {
+/// The CPU that decoding the same takes, spread over the time it plays.
+void floorPlay(const Report& report, std::size_t count, double seconds, floors::File::Tracks tracks,
+               const std::vector<std::string>& clips) {
   std::vector<std::unique_ptr<floors::File>> files;
   for (std::size_t i = 0; i < count; ++i)
     files.push_back(std::make_unique<floors::File>(clips[i % clips.size()]));
   const double cpu = cpuSeconds();
-  for (const auto& file : files) file->decodeBoth(seconds);
-  printCores((cpuSeconds() - cpu) / seconds, count);
+  for (const auto& file : files) (void)file->decode(seconds, tracks);
+  printCores(report, (cpuSeconds() - cpu) / seconds, count);
+}
+
+int usageError() {
+  std::fprintf(
+      stderr,
+      "usage: zaffo-bench-load floor-memory|floor-bytes|[fast-][loop-]memory COUNT CLIP...\n"
+      "       zaffo-bench-load floor-play[-picture]|[fast-][loop-]play[-window] COUNT "
+      "SECONDS CLIP...\n");
+  return 2;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string mode = argc > 1 ? argv[1] : "";
-  const bool playing = mode == "play" || mode == "play-window" || mode == "floor-play";
+  const Report report;
+  const Mode mode(argc > 1 ? argv[1] : "");
+  const bool playing = mode.what.find("play") != std::string::npos;
   const int first = playing ? 4 : 3;
-  if ((!playing && mode != "memory" && mode != "floor-memory") || argc <= first) {
-    std::fprintf(stderr,
-                 "usage: zaffo-bench-load [floor-]memory COUNT CLIP...\n"
-                 "       zaffo-bench-load [floor-]play|play-window COUNT SECONDS CLIP...\n");
-    return 2;
-  }
+  if (argc <= first) return usageError();
   const auto count = static_cast<std::size_t>(std::strtoul(argv[2], nullptr, 10));
   const double seconds = playing ? std::strtod(argv[3], nullptr) : 0;
   const std::vector<std::string> clips(argv + first, argv + argc);
-  if (mode == "memory") memory(count, clips);
-  if (mode == "floor-memory") floorMemory(count, clips);
-  if (mode == "play") play(count, seconds, clips);
-  if (mode == "play-window") playInWindow(count, seconds, clips);
-  if (mode == "floor-play") floorPlay(count, seconds, clips);
+  using Tracks = floors::File::Tracks;
+  if (mode.what == "memory") {
+    memory(report, mode, count, clips);
+  } else if (mode.what == "floor-memory") {
+    floorMemory(report, count, clips);
+  } else if (mode.what == "floor-bytes") {
+    floorBytes(report, count, clips);
+  } else if (mode.what == "play") {
+    play(report, mode, count, seconds, clips);
+  } else if (mode.what == "play-window") {
+    playInWindow(report, mode, count, seconds, clips);
+  } else if (mode.what == "floor-play") {
+    floorPlay(report, count, seconds, Tracks::Both, clips);
+  } else if (mode.what == "floor-play-picture") {
+    floorPlay(report, count, seconds, Tracks::PictureOnly, clips);
+  } else {
+    return usageError();
+  }
   return 0;
 }
