@@ -5,6 +5,8 @@
 #include "companion/ShortVideoURL.h"
 #include "companion/ZFCancelCommand.h"
 #include "companion/ZFVideo.h"
+#include "fast/PlayerFast.h"
+#include "fast/PlayerFastOutputView.h"
 #include "loading/ZFLoopingVideoPlayerItemLoader.h"
 #include "loading/ZFSingleLoopVideoPlayerItemLoader.h"
 #include "loading/ZFZaffoLoopingComposition.h"

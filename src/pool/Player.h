@@ -167,7 +167,7 @@ class ZAFFO_EXPORT MutablePlayer : public Player {
 
   /// Loads `item` in place of whatever is loaded or being loaded. `completion` (may be empty) is
   /// called at most once, possibly before this returns; not at all when the returned command (never
-  /// null) is cancelled first, another item is loaded or the item is torn down.
+  /// null) is cancelled first or another item is loaded.
   virtual ZFCancelCommandPtr loadPlayerItem(std::shared_ptr<AVPlayerItem> item,
                                             LoadCompletion completion) = 0;
 

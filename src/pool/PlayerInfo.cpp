@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "pool/Counter.h"
+#include "companion/Counter.h"
 
 namespace zaffo {
 

@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <utility>
 
+#include "companion/Counter.h"
+#include "fast/PlayerFast.h"
 #include "native/AVPlayerLayerContainer.h"
 #include "native/PlayerNative.h"
 #include "native/PlayerNativeOutputView.h"
 #include "platform/avfoundation/AVAudioSession.h"
 #include "platform/foundation/NSNotificationCenter.h"
 #include "platform/foundation/NSThread.h"
-#include "pool/Counter.h"
 #include "pool/PlayerDecorator.h"
 #include "pool/PlayerInfo.h"
 
@@ -24,7 +25,10 @@ PlayerLoadResult noPlayerAvailable() {
 }  // namespace
 
 std::shared_ptr<PlayerManager> PlayerManager::create() {
-  return create([](PlayerKind) { return PlayerNative::create(); });
+  return create([](PlayerKind kind) -> std::shared_ptr<MutablePlayer> {
+    if (kind == PlayerKind::Fast) return PlayerFast::create();
+    return PlayerNative::create();
+  });
 }
 
 std::shared_ptr<PlayerManager> PlayerManager::create(PlayerFactory playerFactory) {

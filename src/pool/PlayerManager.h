@@ -31,7 +31,7 @@ class ZAFFO_EXPORT PlayerManager : public std::enable_shared_from_this<PlayerMan
  public:
   enum class PlayerKind {
     Native,  ///< drives an AVPlayer; plays every item
-    Fast,    ///< wanted for local items while useFastPlayer() is on
+    Fast,    ///< shows samples without an AVPlayer; for local items while useFastPlayer() is on
   };
   /// Makes the player of a new record. Never gives null.
   using PlayerFactory = std::function<std::shared_ptr<MutablePlayer>(PlayerKind kind)>;

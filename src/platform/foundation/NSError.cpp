@@ -24,6 +24,11 @@ std::string NSError::localizedDescription() const {
          ".)";
 }
 
+std::string NSError::description() const {
+  return "Error Domain=" + domain_ + " Code=" + std::to_string(code_) + " \"" +
+         localizedDescription() + "\"";
+}
+
 namespace {
 std::string descriptionOf(const std::shared_ptr<const NSError>& error) {
   return error ? error->localizedDescription()

@@ -36,6 +36,9 @@ class ZAFFO_EXPORT NSError {
   /// error code.)" when there is none.
   [[nodiscard]] std::string localizedDescription() const;
 
+  /// For a log: 'Error Domain=com.zaffoapp.co Code=500 "No player available for this video"'.
+  [[nodiscard]] std::string description() const;
+
  private:
   std::string domain_;
   long code_;

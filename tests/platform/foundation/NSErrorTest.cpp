@@ -27,6 +27,13 @@ TEST(NSError, DescribesItselfByDomainAndCodeWithoutAText) {
             "The operation couldn't be completed. (d error -3.)");
 }
 
+TEST(NSError, TellsALogItsDomainCodeAndText) {
+  const auto error = NSError::create("d", 7, {{NSLocalizedDescriptionKey, "The server is gone."}});
+  EXPECT_EQ(error->description(), "Error Domain=d Code=7 \"The server is gone.\"");
+  EXPECT_EQ(NSError::create("d", -3)->description(),
+            "Error Domain=d Code=-3 \"The operation couldn't be completed. (d error -3.)\"");
+}
+
 TEST(NSError, TextIsUnderThePlatformsKey) {
   EXPECT_STREQ(NSLocalizedDescriptionKey, "NSLocalizedDescription");
 }

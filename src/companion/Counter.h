@@ -7,7 +7,7 @@
 
 namespace zaffo {
 
-/// Counters of the pool never wrap: going past either end of the range is a fatal error.
+/// Counters never wrap: going past either end of the range is a fatal error.
 [[nodiscard]] inline std::int64_t incremented(std::int64_t counter) {
   if (counter == std::numeric_limits<std::int64_t>::max()) fatalError("Counter overflow");
   return counter + 1;

@@ -1,4 +1,4 @@
-#include "pool/Counter.h"
+#include "companion/Counter.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,19 @@
+#include "fast/AVAssetReaderExtension.h"
+
+#include <utility>
+
+#include "platform/FatalError.h"
+
+namespace zaffo {
+
+AVAssetReaderExtension::ReadError AVAssetReaderExtension::ReadError::failed(
+    std::shared_ptr<const NSError> error) {
+  if (!error) fatalError("The asset reader failed without an error");
+  return ReadError(Case::Failed, std::move(error));
+}
+
+std::shared_ptr<const NSError> AVAssetReaderExtension::ReadError::asNSError() const {
+  return NSError::create(domain, static_cast<long>(kind_));
+}
+
+}  // namespace zaffo

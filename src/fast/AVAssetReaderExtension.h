@@ -1,0 +1,46 @@
+#pragma once
+
+#include <exception>
+#include <memory>
+#include <utility>
+
+#include "platform/foundation/NSError.h"
+
+namespace zaffo {
+
+/// Holds what the fast path adds to the platform's asset reader.
+struct AVAssetReaderExtension {
+  /// Why there are no more samples. Thrown; never leaves the fast path. Thread: any.
+  class ReadError final : public std::exception {
+   public:
+    enum class Case {
+      Failed = 0,      ///< the asset reader has failed; error() says why
+      Canceled = 1,    ///< the reader was cancelled, or gives no samples though it has not ended
+      ReachedEnd = 2,  ///< every sample of the time range has been delivered
+    };
+
+    /// The domain under which it is handed on as an NSError; the code is the case's number.
+    static constexpr const char* domain = "ZaffoPlayback.AVAssetReaderExtension.ReadError";
+
+    [[nodiscard]] static ReadError failed(std::shared_ptr<const NSError> error);
+    [[nodiscard]] static ReadError canceled() { return ReadError(Case::Canceled, nullptr); }
+    [[nodiscard]] static ReadError reachedEnd() { return ReadError(Case::ReachedEnd, nullptr); }
+
+    [[nodiscard]] Case kind() const { return kind_; }
+    /// The reader's own error of a Failed; null for the others.
+    [[nodiscard]] const std::shared_ptr<const NSError>& error() const { return error_; }
+
+    /// Domain and number alone: the reader's own error does not show in it.
+    [[nodiscard]] std::shared_ptr<const NSError> asNSError() const;
+    [[nodiscard]] const char* what() const noexcept override { return domain; }
+
+   private:
+    ReadError(Case kind, std::shared_ptr<const NSError> error)
+        : kind_(kind), error_(std::move(error)) {}
+
+    Case kind_;
+    std::shared_ptr<const NSError> error_;
+  };
+};
+
+}  // namespace zaffo

@@ -1,0 +1,79 @@
+#include "fast/PlaybackSessionReader.h"
+
+#include <utility>
+
+#include "platform/FatalError.h"
+
+namespace zaffo {
+
+using ReadError = AVAssetReaderExtension::ReadError;
+
+namespace {
+
+void markAsFirst(CMSampleBuffer& sample) {
+  sample.setResetsDecoderBeforeDecoding(true);
+  auto* const attachments = sample.sampleAttachmentsArray(true);
+  if (!attachments) fatalError("A sample with a format has no sample attachments");
+  if (!attachments->empty()) attachments->front().displayImmediately = true;
+}
+
+}  // namespace
+
+PlaybackSessionReader::PlaybackSessionReader(const std::shared_ptr<AVAsset>& asset, CMTime time,
+                                             const PlaybackSessionFactory& factory) {
+  std::shared_ptr<const NSError> error;
+  assetReader_ = factory.assetReaderWithAsset(asset, &error);
+  if (!assetReader_) throw NSErrorException(std::move(error));
+  checkStatus();
+  assetReader_->setTimeRange(CMTimeRangeMake(time, kCMTimePositiveInfinity));
+  addVideoOutput(*asset, factory);
+  // Whether it could start shows in the status.
+  (void)assetReader_->startReading();
+  checkStatus();
+}
+
+void PlaybackSessionReader::addVideoOutput(const AVAsset& asset,
+                                           const PlaybackSessionFactory& factory) {
+  const auto tracks = asset.tracksWithMediaType(AVMediaTypeVideo);
+  if (tracks.empty()) return;
+  auto output = factory.assetReaderTrackOutputWithTrack(tracks.front());
+  output->setAlwaysCopiesSampleData(false);
+  if (!assetReader_->canAddOutput(output)) return;
+  assetReader_->addOutput(output);
+  videoOutput_ = std::move(output);
+}
+
+void PlaybackSessionReader::checkStatus() const {
+  switch (assetReader_->status()) {
+    case AVAssetReaderStatus::Unknown:
+    case AVAssetReaderStatus::Reading:
+      return;
+    case AVAssetReaderStatus::Completed:
+      throw ReadError::reachedEnd();
+    case AVAssetReaderStatus::Failed:
+      throw ReadError::failed(assetReader_->error());
+    case AVAssetReaderStatus::Cancelled:
+      throw ReadError::canceled();
+  }
+}
+
+std::shared_ptr<CMSampleBuffer> PlaybackSessionReader::nextVideoBuffer() {
+  while (true) {
+    if (!videoOutput_) throw ReadError::canceled();
+    checkStatus();
+    auto sample = videoOutput_->copyNextSampleBuffer();
+    if (!sample) {
+      checkStatus();
+      throw ReadError::canceled();
+    }
+    if (!sample->formatDescription()) continue;
+    if (std::exchange(waitingForFirstBuffer_, false)) markAsFirst(*sample);
+    return sample;
+  }
+}
+
+void PlaybackSessionReader::teardown() {
+  assetReader_->cancelReading();
+}
+
+}  // namespace zaffo

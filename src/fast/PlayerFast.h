@@ -1,0 +1,90 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "fast/PlaybackSession.h"
+#include "pool/Player.h"
+
+namespace zaffo {
+
+class PlayerFastOutputView;
+
+/// A player for local items that is cheap: it shows the picture of a PlaybackSession and nothing
+/// else. It plays no sound, has no time observers, and its seeks go to the very frame whatever the
+/// tolerances are. A freshly loaded one shows its first frame and stands still.
+///
+///     +---------+ loadPlayerItem +---------+ session started +--------+
+///     | no item | -------------> | loading | --------------> | loaded |
+///     +---------+                +---------+                 +--------+
+///        ^   ^    error, cancel       |                          |
+///        |   +------------------------+                          |
+///        +-------------------------------------------------------+
+///          teardownPlayerItem, fullTeardown, failure of the session
+///
+/// A teardown does not end a load under way: its command does, and the next load. After a failure
+/// of the session, which is told on standard output only, the item is gone and has to be loaded
+/// again.
+///
+/// Thread: main. Destroying it, on any, never waits.
+class ZAFFO_EXPORT PlayerFast final : public MutablePlayer,
+                                      public PlaybackSessionDelegate,
+                                      public std::enable_shared_from_this<PlayerFast> {
+ public:
+  [[nodiscard]] static std::shared_ptr<PlayerFast> create(PlaybackSessionFactory factory = {});
+  ~PlayerFast() override;
+
+  /// 0 without an item; setting it then does nothing.
+  [[nodiscard]] float rate() const override;
+  void setRate(float rate) override;
+  /// 1 at first. Kept, and without any effect.
+  [[nodiscard]] float volume() const override { return volume_; }
+  void setVolume(float volume) override { volume_ = volume; }
+  /// kCMTimeZero without an item.
+  [[nodiscard]] CMTime currentTime() const override;
+  void setCurrentTime(CMTime time) override;
+  [[nodiscard]] std::shared_ptr<AVPlayerItem> playerItem() const override;
+  /// A PlayerFastOutputView, the same one always.
+  [[nodiscard]] std::shared_ptr<UIView> outputView() const override;
+  /// `completion` is told false, on a queue of the session's, when the seek fails. It is never told
+  /// of a success, and never called without an item.
+  void seekToTime(CMTime time, CMTime toleranceBefore, CMTime toleranceAfter,
+                  SeekCompletion completion) override;
+  /// `handler` is never called; the command does nothing.
+  [[nodiscard]] ZFCancelCommandPtr addTimeObserver(std::vector<CMTime> boundaries,
+                                                   TimeHandler handler) override;
+  [[nodiscard]] ZFCancelCommandPtr addTimeObserver(CMTime periodicInterval,
+                                                   TimeHandler handler) override;
+
+  /// `completion` is told from the main queue, never inside the call: null once the first frame is
+  /// on its way to the screen, or why the session could not start (PlaybackSession::start).
+  ZFCancelCommandPtr loadPlayerItem(std::shared_ptr<AVPlayerItem> item,
+                                    LoadCompletion completion) override;
+  void teardownPlayerItem() override;
+  /// As teardownPlayerItem(); the view stays until the player is destroyed.
+  void fullTeardown() override;
+
+  /// Called by a session, on its queue. What is not the present session is ignored.
+  void playbackSession(const std::shared_ptr<PlaybackSession>& session,
+                       const std::shared_ptr<const NSError>& error) override;
+
+ private:
+  explicit PlayerFast(PlaybackSessionFactory factory);
+
+  [[nodiscard]] PlaybackSession* currentPlaybackSession() const;
+  void setCurrentPlaybackSession(std::shared_ptr<PlaybackSession> session);
+  void teardownSession();
+  void sessionDidStart(const std::shared_ptr<PlaybackSession>& session);
+
+  float volume_ = 1.0f;
+  const std::shared_ptr<PlayerFastOutputView> fastOutputView_;
+  // What the main thread holds, and which of it is still in use: a session that fails leaves that
+  // place at once, on its own queue.
+  std::shared_ptr<PlaybackSession> heldSession_;
+  std::atomic<PlaybackSession*> currentSession_{nullptr};
+  ZFCancelCommandPtr currentLoadCommand_;
+  const PlaybackSessionFactory factory_;
+};
+
+}  // namespace zaffo

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/avfoundation/AVSampleBufferDisplayLayer.h"
+#include "platform/uikit/UIView.h"
+
+namespace zaffo {
+
+class NSCoder;
+
+/// The view of a fast player: it shows one display layer, which it keeps at the size of its bounds.
+/// Content mode and colours are those of any view and do not change how the layer fits its picture.
+/// Thread: main.
+class ZAFFO_EXPORT PlayerFastOutputView final : public UIView {
+ public:
+  /// A view without a layer.
+  [[nodiscard]] static std::shared_ptr<PlayerFastOutputView> create(CGRect frame = CGRectZero);
+  /// As create(): an archive holds nothing that the view needs.
+  [[nodiscard]] static std::shared_ptr<PlayerFastOutputView> createWithCoder(const NSCoder* coder);
+
+  /// Null at first.
+  [[nodiscard]] const std::shared_ptr<AVSampleBufferDisplayLayer>& sampleBufferDisplayerLayer()
+      const {
+    return sampleBufferDisplayerLayer_;
+  }
+  /// Takes the present layer out of its superlayer and puts `layer` on top of all in the view, at
+  /// its bounds. Null leaves the view without one. The view owns the layer.
+  void setSampleBufferDisplayerLayer(std::shared_ptr<AVSampleBufferDisplayLayer> layer);
+
+  void layoutSubviews() override;
+
+ private:
+  explicit PlayerFastOutputView(CGRect frame);
+
+  std::shared_ptr<AVSampleBufferDisplayLayer> sampleBufferDisplayerLayer_;
+};
+
+}  // namespace zaffo

@@ -1,0 +1,151 @@
+#include "fast/PlaybackSession.h"
+#include "fast/SessionTest.h"
+
+namespace zaffo {
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+class PlaybackSessionSeekTest : public SessionTest {
+ protected:
+  PlaybackSessionSeekTest() { reports.clear(); }
+};
+
+TEST_F(PlaybackSessionSeekTest, StopsReadingAtOnceAndSetsUpANewReaderOnTheQueue) {
+  start();
+  session->setRate(1.5);
+  time.settle();
+  Transcript transcript;
+  session->seek(seconds(0.5), into(reports));
+  time.settle();
+  EXPECT_THAT(transcript.lines(), ElementsAreArray(numbered({" - Stop reading buffers (rate: 1.5)",
+                                                             "layer stop requesting",
+                                                             " - Cancel reading",
+                                                             "reader cancel",
+                                                             " - Setup reader at time 0.5",
+                                                             "reader made",
+                                                             "reader time range",
+                                                             "output for track 0",
+                                                             "output copies data: 0",
+                                                             "reader can add output",
+                                                             "reader add output",
+                                                             "reader start",
+                                                             "timebase rate 0 time 0",
+                                                             "timebase rate 0 time 0.5",
+                                                             "layer flush and remove image",
+                                                             " - Enqueing buffer at 0.5s",
+                                                             "layer enqueue",
+                                                             " - Start reading buffers (rate: 0.0)",
+                                                             "layer request",
+                                                             "timebase rate 1.5 time 0.5"})));
+}
+
+TEST_F(PlaybackSessionSeekTest, NeverReportsASuccess) {
+  start();
+  reports.clear();
+  session->seek(seconds(1), into(reports));
+  time.advance(kNanosecondsPerSecond);
+  EXPECT_THAT(reports, IsEmpty());
+  EXPECT_EQ(session->currentTime(), seconds(1));
+}
+
+TEST_F(PlaybackSessionSeekTest, ShowsTheTargetFrameAtOnceAlsoWhileStandingStill) {
+  start();
+  session->seek(seconds(1), nullptr);
+  time.settle();
+  ASSERT_EQ(layer().samples.size(), 2u);
+  EXPECT_TRUE(layer().samples[1]->attachments().displayImmediately);
+  EXPECT_TRUE(layer().samples[1]->resetsDecoderBeforeDecoding());
+  EXPECT_EQ(session->rate(), 0);
+}
+
+TEST_F(PlaybackSessionSeekTest, GoesOnAtTheRateFromBefore) {
+  start();
+  session->setRate(2);
+  session->seek(seconds(1), nullptr);
+  time.settle();
+  EXPECT_EQ(session->rate(), 2);
+  session->setRate(-0.5);
+  session->seek(seconds(1), nullptr);
+  time.settle();
+  EXPECT_EQ(session->rate(), -0.5);
+}
+
+TEST_F(PlaybackSessionSeekTest, AFailureIsReportedOnTheQueueAndTheRateIsNotRestored) {
+  start();
+  session->setRate(1);
+  time.settle();
+  readerError = NSError::create("platform", 3, {{NSLocalizedDescriptionKey, "gone"}});
+  bool onQueue = false;
+  Transcript transcript;
+  session->seek(seconds(1), [&](const std::shared_ptr<const NSError>& error) {
+    onQueue = layer().queue()->isCurrent();
+    into(reports)(error);
+  });
+  time.settle();
+  EXPECT_THAT(reports, ElementsAre("", "platform 3 gone"));
+  EXPECT_TRUE(onQueue);
+  // The timebase is not even touched: it was the new reader that failed.
+  EXPECT_THAT(
+      transcript.lines(),
+      ElementsAreArray(numbered({" - Stop reading buffers (rate: 1.0)", "layer stop requesting",
+                                 " - Cancel reading", "reader cancel",
+                                 " - Setup reader at time 1.0", "reader made"})));
+  EXPECT_FALSE(layer().isAsking());
+}
+
+TEST_F(PlaybackSessionSeekTest, AFailureWithNobodyToTellIsLeftAtThat) {
+  start();
+  readerError = NSError::create("platform", 3);
+  session->seek(seconds(1), nullptr);
+  time.settle();
+  EXPECT_FALSE(layer().isAsking());
+}
+
+TEST_F(PlaybackSessionSeekTest, AReaderThatEndsAtOnceFailsTheSeekWithItsCase) {
+  start();
+  scriptReader = [](ScriptedAssetReader& reader) {
+    reader.statusOnceStarted = AVAssetReaderStatus::Cancelled;
+  };
+  reports.clear();
+  session->seek(seconds(1), into(reports));
+  time.settle();
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_THAT(reports[0], testing::StartsWith("ZaffoPlayback.AVAssetReaderExtension.ReadError 1 "));
+}
+
+TEST_F(PlaybackSessionSeekTest, AnErrorOfTheFirstSampleIsLeftToReading) {
+  start(0);
+  EXPECT_THAT(reports, ElementsAre("")) << "the start succeeds all the same";
+  EXPECT_TRUE(layer().isAsking());
+  ask();
+  EXPECT_FALSE(layer().isAsking());
+  EXPECT_EQ(ends.heard.size(), 1u);
+}
+
+TEST_F(PlaybackSessionSeekTest, SeeksInARowEndAtTheLastOne) {
+  start();
+  session->setRate(1);
+  for (const double target : {1.0, 2.0, 3.0}) session->seek(seconds(target), into(reports));
+  time.settle();
+  EXPECT_EQ(session->currentTime(), seconds(3));
+  EXPECT_EQ(session->rate(), 1);
+  EXPECT_EQ(readers.size(), 4u);
+}
+
+TEST_F(PlaybackSessionSeekTest, TheLastTimeRestartsAtTheTarget) {
+  start(3);
+  session->seek(seconds(7), nullptr);
+  time.settle();
+  reader().samples.clear();
+  session->setRate(1);
+  ask();
+  // The run ends with the frame at the target, which is due at once.
+  time.settle();
+  EXPECT_EQ(ends.heard.size(), 1u);
+}
+
+}  // namespace
+}  // namespace zaffo
