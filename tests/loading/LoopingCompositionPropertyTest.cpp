@@ -12,7 +12,7 @@
 namespace zaffo {
 namespace {
 
-constexpr int kRounds = 400;
+constexpr int kRounds = 200;
 constexpr double kNanosecond = 1e-9;  // a sum of times is rounded to less where scales do not fit
 constexpr int kVideo = 1, kTrackA = 2, kTrackB = 3;
 
