@@ -34,6 +34,7 @@ ProcessFigures ProcessFigures::read() {
     const std::string name = line.substr(0, colon);
     const int64_t bytes = std::stoll(line.substr(colon + 1)) * 1024;
     if (name == "Rss") figures.residentBytes = bytes;
+    if (name == "Anonymous") figures.anonymousBytes = bytes;
     if (name == "Private_Clean" || name == "Private_Dirty") figures.privateBytes += bytes;
   }
   return figures;

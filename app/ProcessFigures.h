@@ -8,8 +8,9 @@ namespace zaffo::feed {
 struct ProcessFigures {
   int threads = 0;
   int fileDescriptors = 0;
-  int64_t residentBytes = 0;  ///< all pages in memory, those shared with other processes too
-  int64_t privateBytes = 0;   ///< the pages in memory that no other process has
+  int64_t residentBytes = 0;   ///< all pages in memory, those shared with other processes too
+  int64_t privateBytes = 0;    ///< the pages in memory that no other process has
+  int64_t anonymousBytes = 0;  ///< of it what holds no part of a file: heap, stacks, pictures
 
   /// Reads the figures; takes about a millisecond. Thread: any.
   [[nodiscard]] static ProcessFigures read();

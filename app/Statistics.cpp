@@ -59,7 +59,8 @@ ordered_json figuresObject(const ProcessFigures& figures, int players) {
           {"threads", figures.threads},
           {"file_descriptors", figures.fileDescriptors},
           {"resident_bytes", figures.residentBytes},
-          {"private_bytes", figures.privateBytes}};
+          {"private_bytes", figures.privateBytes},
+          {"anonymous_bytes", figures.anonymousBytes}};
 }
 
 }  // namespace
