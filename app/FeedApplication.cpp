@@ -43,7 +43,7 @@ int FeedApplication::run() {
   if (!openSound() || !openWindow()) return status_;
   makeFeed();
   startScript();
-  loop_.run([this](int64_t nanoseconds) { turnEnded(nanoseconds); });
+  loop_.run([this](const TurnTimes& turn) { turnEnded(turn); });
   finish();
   return status_;
 }
@@ -149,8 +149,8 @@ void FeedApplication::presented(int64_t hostNanoseconds) {
   controller_->didPresent(hostNanoseconds);
 }
 
-void FeedApplication::turnEnded(int64_t nanoseconds) {
-  statistics_->noteTurn(nanoseconds);
+void FeedApplication::turnEnded(const TurnTimes& turn) {
+  statistics_->noteTurn(turn);
   if (frameWaiter_) {
     const auto cell = controller_->currentCell();
     if (cell && cell->isShown()) std::exchange(frameWaiter_, nullptr)({});

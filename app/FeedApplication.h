@@ -46,7 +46,7 @@ class FeedApplication final : public ScriptHost {
   [[nodiscard]] std::string nameOfPage(int page) const;
   void fitFeedToWindow();
   void presented(int64_t hostNanoseconds);
-  void turnEnded(int64_t nanoseconds);
+  void turnEnded(const TurnTimes& turn);
 
   void scrollBy(int pages) override;
   void scrollTo(int page) override;

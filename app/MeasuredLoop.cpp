@@ -37,12 +37,13 @@ bool MeasuredLoop::waitForWork() {
   return ppoll(&work, 1, nullptr, &none) > 0;
 }
 
-void MeasuredLoop::run(const std::function<void(int64_t nanoseconds)>& turnEnded) {
+void MeasuredLoop::run(const std::function<void(const TurnTimes&)>& turnEnded) {
+  TurnClock clock;
   while (!quit_ && endingSignal == 0) {
     if (!waitForWork()) continue;
-    const int64_t start = TimeSource::now();
+    clock.begin();
     MainLoop::runTurn();
-    turnEnded(TimeSource::now() - start);
+    turnEnded(clock.end());
   }
 }
 

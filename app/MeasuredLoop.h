@@ -1,7 +1,8 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
+
+#include "TurnTimes.h"
 
 namespace zaffo::feed {
 
@@ -14,8 +15,8 @@ class MeasuredLoop {
   MeasuredLoop(const MeasuredLoop&) = delete;
   MeasuredLoop& operator=(const MeasuredLoop&) = delete;
 
-  /// Waits for work and runs it until quit(); `turnEnded` is told the nanoseconds of each turn.
-  void run(const std::function<void(int64_t nanoseconds)>& turnEnded);
+  /// Waits for work and runs it until quit(); `turnEnded` is told the times of each turn.
+  void run(const std::function<void(const TurnTimes&)>& turnEnded);
   void quit() { quit_ = true; }
 
  private:

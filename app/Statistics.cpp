@@ -14,11 +14,14 @@ std::shared_ptr<Swipe> Statistics::beginSwipe(std::string video, int page, int64
   return swipe;
 }
 
-void Statistics::noteTurn(int64_t nanoseconds) {
-  longestBlock_ = std::max(longestBlock_, nanoseconds);
+void Statistics::noteTurn(const TurnTimes& turn) {
+  longestBlock_ = std::max(longestBlock_, turn.wall);
+  mostWorked_ = std::max(mostWorked_, turn.worked);
+  mostAsleep_ = std::max(mostAsleep_, turn.asleep());
+  if (turn.queued) mostQueued_ = std::max(mostQueued_.value_or(0), *turn.queued);
   if (swipes_.empty()) return;
   auto& longest = swipes_.back()->longestBlock;
-  longest = std::max(longest, nanoseconds);
+  longest = std::max(longest, turn.wall);
 }
 
 void Statistics::setWarmedUpFigures(const ProcessFigures& figures, int players) {
@@ -70,6 +73,9 @@ std::string Statistics::json() const {
   for (const auto& swipe : swipes_) swipes.push_back(swipeObject(*swipe));
   ordered_json root{{"swipes", std::move(swipes)},
                     {"longest_main_thread_block_ms", milliseconds(longestBlock_)},
+                    {"most_main_thread_work_ms", milliseconds(mostWorked_)},
+                    {"most_main_thread_queued_ms", since(0, mostQueued_)},
+                    {"most_main_thread_asleep_ms", milliseconds(mostAsleep_)},
                     {"after_50_swipes", nullptr},
                     {"end", nullptr}};
   if (warmedUp_) root["after_50_swipes"] = figuresObject(warmedUp_->process, warmedUp_->players);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ProcessFigures.h"
+#include "TurnTimes.h"
 
 namespace zaffo::feed {
 
@@ -34,8 +35,8 @@ class Statistics {
   /// Begins the record of an arrival; the one before it is complete then.
   std::shared_ptr<Swipe> beginSwipe(std::string video, int page, int64_t now);
 
-  /// Notes how long a turn of the main loop took.
-  void noteTurn(int64_t nanoseconds);
+  /// Notes the times of a turn of the main loop.
+  void noteTurn(const TurnTimes& turn);
 
   void setWarmedUpFigures(const ProcessFigures& figures, int players);
   void setFinalFigures(const ProcessFigures& figures, int players);
@@ -55,6 +56,9 @@ class Statistics {
 
   std::vector<std::shared_ptr<Swipe>> swipes_;
   int64_t longestBlock_ = 0;
+  // The most of each in any one turn, nanoseconds.
+  int64_t mostWorked_ = 0, mostAsleep_ = 0;
+  std::optional<int64_t> mostQueued_;
   std::optional<Figures> warmedUp_;
   std::optional<Figures> final_;
 };

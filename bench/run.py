@@ -119,6 +119,10 @@ class Bench:
                  if s["request_to_first_frame_ms"] is not None]
         self.add(f"longest main-thread block in {swipes} swipes", None,
                  run["longest_main_thread_block_ms"], "ms", target="2 ms")
+        for key, text in (("work", "of it work"), ("queued", "ready to run while others ran"),
+                          ("asleep", "waiting for locks, files or memory")):
+            self.add(f"main thread, most of one turn: {text}", None,
+                     run[f"most_main_thread_{key}_ms"], "ms")
         self.add(f"swipe to first frame on screen, {swipes} swipes", None,
                  statistics.median(first), "ms")
 

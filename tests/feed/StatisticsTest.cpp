@@ -51,16 +51,27 @@ TEST(Statistics, WritesNullForWhatDidNotHappen) {
 
 TEST(Statistics, ATurnCountsForTheSwipeUnderWayAndForTheRun) {
   Statistics statistics;
-  statistics.noteTurn(9 * kMillisecond);
+  statistics.noteTurn({9 * kMillisecond, 0, std::nullopt});
   statistics.beginSwipe("a", 1, 0);
-  statistics.noteTurn(3 * kMillisecond);
-  statistics.noteTurn(2 * kMillisecond);
+  statistics.noteTurn({3 * kMillisecond, 0, std::nullopt});
+  statistics.noteTurn({2 * kMillisecond, 0, std::nullopt});
   statistics.beginSwipe("b", 2, 0);
-  statistics.noteTurn(1 * kMillisecond);
+  statistics.noteTurn({1 * kMillisecond, 0, std::nullopt});
   const auto json = written(statistics);
   EXPECT_EQ(json["longest_main_thread_block_ms"], 9.0);
   EXPECT_EQ(json["swipes"][0]["longest_main_thread_block_ms"], 3.0);
   EXPECT_EQ(json["swipes"][1]["longest_main_thread_block_ms"], 1.0);
+}
+
+TEST(Statistics, TellsWorkAndTheTwoKindsOfWaitingOfTurnsApart) {
+  Statistics statistics;
+  EXPECT_TRUE(written(statistics)["most_main_thread_queued_ms"].is_null()) << "not known";
+  statistics.noteTurn({9 * kMillisecond, 1 * kMillisecond, 8 * kMillisecond});
+  statistics.noteTurn({6 * kMillisecond, 2 * kMillisecond, 1 * kMillisecond});
+  const auto json = written(statistics);
+  EXPECT_EQ(json["most_main_thread_work_ms"], 2.0);
+  EXPECT_EQ(json["most_main_thread_queued_ms"], 8.0);
+  EXPECT_EQ(json["most_main_thread_asleep_ms"], 3.0);
 }
 
 TEST(Statistics, WritesTheFiguresOfTheProcess) {

@@ -42,18 +42,38 @@ MainQueue::MainQueue()
 
 void MainQueue::async(DispatchBlock block) {
   if (!block) return;
-  MutexLock lock(blocksMutex_);
-  blocks_.push_back(std::move(block));
-  signalWhileLocked();
+  bool mustSignal = false;
+  {
+    MutexLock lock(blocksMutex_);
+    blocks_.push_back(std::move(block));
+    mustSignal = mustSignalWhileLocked();
+  }
+  if (mustSignal) signal();
 }
 
 void MainQueue::wake() {
-  MutexLock lock(blocksMutex_);
-  signalWhileLocked();
+  bool mustSignal = false;
+  {
+    MutexLock lock(blocksMutex_);
+    mustSignal = mustSignalWhileLocked();
+  }
+  if (mustSignal) signal();
 }
 
-void MainQueue::signalWhileLocked() {
-  if (!std::exchange(readable_, true)) eventfd_write(fileDescriptor_, 1);
+bool MainQueue::mustSignalWhileLocked() {
+  return !std::exchange(signalled_, true);
+}
+
+/// Not while locked: the main thread would wake, take the processor and wait for the lock, which a
+/// thread of lower priority then holds without one.
+void MainQueue::signal() const {
+  eventfd_write(fileDescriptor_, 1);
+}
+
+void MainQueue::clearSignalWhileLocked() {
+  signalled_ = false;
+  eventfd_t ignored = 0;
+  eventfd_read(fileDescriptor_, &ignored);
 }
 
 int MainQueue::runTurn(const std::function<bool()>& stops) {
@@ -69,13 +89,11 @@ int MainQueue::runTurn(const std::function<bool()>& stops) {
   return count;
 }
 
-/// The number that the last block now queued will have in taken_; also lets go of a wake-up.
+/// The number that the last block now queued will have in taken_; also lets go of a wake-up, and of
+/// a signal that came after its block was taken.
 uint64_t MainQueue::endOfTurn() {
   MutexLock lock(blocksMutex_);
-  if (blocks_.empty() && std::exchange(readable_, false)) {
-    eventfd_t ignored = 0;
-    eventfd_read(fileDescriptor_, &ignored);
-  }
+  if (blocks_.empty()) clearSignalWhileLocked();
   return taken_ + blocks_.size();
 }
 
@@ -86,10 +104,7 @@ DispatchBlock MainQueue::takeBefore(uint64_t end) {
   DispatchBlock block = std::move(blocks_.front());
   blocks_.pop_front();
   ++taken_;
-  if (blocks_.empty() && std::exchange(readable_, false)) {
-    eventfd_t ignored = 0;
-    eventfd_read(fileDescriptor_, &ignored);
-  }
+  if (blocks_.empty()) clearSignalWhileLocked();
   return block;
 }
 

@@ -34,15 +34,17 @@ class MainQueue final : public QueueBase {
  private:
   MainQueue();
   ~MainQueue() override = default;
-  void signalWhileLocked() ZAFFO_REQUIRES(blocksMutex_);
+  [[nodiscard]] bool mustSignalWhileLocked() ZAFFO_REQUIRES(blocksMutex_);
+  void signal() const;
+  void clearSignalWhileLocked() ZAFFO_REQUIRES(blocksMutex_);
   [[nodiscard]] uint64_t endOfTurn();
   [[nodiscard]] DispatchBlock takeBefore(uint64_t end);
 
   const int fileDescriptor_;
   Mutex blocksMutex_;
   std::deque<DispatchBlock> blocks_ ZAFFO_GUARDED_BY(blocksMutex_);
-  uint64_t taken_ ZAFFO_GUARDED_BY(blocksMutex_) = 0;  // blocks that have left blocks_
-  bool readable_ ZAFFO_GUARDED_BY(blocksMutex_) = false;
+  uint64_t taken_ ZAFFO_GUARDED_BY(blocksMutex_) = 0;      // blocks that have left blocks_
+  bool signalled_ ZAFFO_GUARDED_BY(blocksMutex_) = false;  // or about to be
 };
 
 }  // namespace zaffo

@@ -36,13 +36,13 @@ WorkerPool& WorkerPool::shared() {
   return *pool;
 }
 
-WorkerPool::WorkerPool() : keepRunning_(context_.get_executor()) {
+WorkerPool::WorkerPool() {
   for (size_t i = 0; i < kLaneCount; ++i) lanes_[i] = std::make_unique<Lane>(*this, i);
   const unsigned count = std::max(1U, std::thread::hardware_concurrency());
   for (unsigned i = 0; i < count; ++i) {
     const bool started = workers_.start("zaffo-work-" + std::to_string(i), [this] {
       lowerThreadPriority();
-      context_.run();
+      work();
     });
     if (!started && i == 0) fatalError("No thread could be started for the dispatch queues.");
   }
@@ -69,7 +69,11 @@ void WorkerPool::execute(size_t lane, std::shared_ptr<Runnable> work) {
     waitingWork_[lane].push_back(std::move(work));
     waiting_.fetch_add(1, std::memory_order_relaxed);
   }
-  asio::post(context_, [this] { runHighest(); });
+  work_.release();
+}
+
+void WorkerPool::work() {
+  for (work_.acquire(); !stopped_; work_.acquire()) runHighest();
 }
 
 /// Runs one piece of work. There are as many of these calls as there are pieces, so each finds one.
@@ -93,7 +97,7 @@ std::shared_ptr<Runnable> WorkerPool::takeHighest() {
 void WorkerPool::stop() {
   stopped_ = true;
   WorkCount::shared().giveUp();
-  context_.stop();
+  for (int i = workers_.size(); i > 0; --i) work_.release();
   workers_.waitAtExit();
 }
 

@@ -6,16 +6,16 @@
 #include <memory>
 
 #include "platform/Mutex.h"
-#include "platform/dispatch/Asio.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/Executor.h"
+#include "platform/dispatch/Semaphore.h"
 #include "platform/dispatch/ThreadSet.h"
 
 namespace zaffo {
 
-/// The shared pool: as many workers as cores, waiting in one Asio context. Work waits in a lane a
-/// priority; the context is only told that there is some, and the worker that wakes takes the
-/// oldest of the highest lane. One for the process, never destroyed. Thread: any.
+/// The shared pool: as many workers as cores, waiting at one semaphore. Work waits in a lane a
+/// priority; the semaphore only counts it, and the worker that wakes takes the oldest of the
+/// highest lane. One for the process, never destroyed. Thread: any.
 class WorkerPool {
  public:
   [[nodiscard]] static WorkerPool& shared();
@@ -32,11 +32,11 @@ class WorkerPool {
   ~WorkerPool() = delete;
   void stop();
   void execute(size_t lane, std::shared_ptr<Runnable> work);
+  void work();
   void runHighest();
   [[nodiscard]] std::shared_ptr<Runnable> takeHighest();
 
-  asio::io_context context_;
-  asio::executor_work_guard<asio::io_context::executor_type> keepRunning_;
+  Semaphore work_;  // a piece each, and one for each worker that is to stop
   std::array<std::unique_ptr<Lane>, kLaneCount> lanes_;
   std::atomic<int> waiting_{0};
   std::atomic<bool> stopped_{false};

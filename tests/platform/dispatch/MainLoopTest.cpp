@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 
 #include <latch>
 #include <string>
@@ -146,6 +147,16 @@ TEST_F(MainLoopTest, AWakeUpWithoutABlockDoesNotKeepTheDescriptorReadable) {
   MainLoop::run();
   MainLoop::runTurn();
   EXPECT_FALSE(isReadable());
+}
+
+TEST_F(MainLoopTest, ASignalThatComesAfterItsBlockWasRunIsGoneAfterOneTurn) {
+  // A thread that queued a block signals it without the lock, perhaps when the block has run.
+  ASSERT_EQ(eventfd_write(MainLoop::fileDescriptor(), 1), 0);
+  EXPECT_TRUE(isReadable());
+  EXPECT_EQ(MainLoop::runTurn(), 0);
+  EXPECT_FALSE(isReadable()) << "a loop that polls it would spin";
+  main_->async([] {});
+  EXPECT_TRUE(isReadable());
 }
 
 TEST_F(MainLoopTest, ATimerOnTheMainQueueMakesTheDescriptorReadable) {
