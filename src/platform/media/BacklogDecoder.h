@@ -109,8 +109,8 @@ class BacklogDecoder {
   bool wantsFirst_ = false;         ///< the next frame that is given is to be shown at once
   CMTime atOnce_ = kCMTimeInvalid;  ///< the frame at this time is
   std::size_t late_ = 0;
-  bool gaveNothing_ = true;         ///< since begin()
-  std::size_t unanswered_ = 0;      ///< samples sent since begin() while nothing came out
+  bool gaveNothing_ = true;     ///< since begin()
+  std::size_t unanswered_ = 0;  ///< samples sent since begin() while nothing came out
 };
 
 }  // namespace zaffo::media

@@ -53,7 +53,7 @@ class SampleRange {
   std::deque<Entry> ahead_;                   // read and not given yet
   CMTime atStart_ = kCMTimeNegativeInfinity;  // the last presentation up to the start, so far
   bool passedStart_ = false;                  // no further sample is presented up to the start
-  int beyondStart_ = 0, beyondEnd_ = 0;  // samples there of which only that is known
+  int beyondStart_ = 0, beyondEnd_ = 0;       // samples there of which only that is known
   ReadOutcome outcome_ = ReadOutcome::Sample;
   NSErrorPtr error_;
 };

@@ -91,7 +91,7 @@ class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
   // All below is the queue's.
   BacklogDecoder decoder_{backlog_};
   DecodeBurst burst_;
-  bool failed_ = false;     ///< until the next generation
+  bool failed_ = false;                        ///< until the next generation
   CMTime lastTime_ = kCMTimeNegativeInfinity;  ///< of the last turn of this generation
   int64_t lastGiven_ = 0;   ///< host time of the last frame, or of the generation's begin
   bool awaitsEnd_ = false;  ///< more is known once the supply has ended
