@@ -1,6 +1,7 @@
 #include "platform/media/FileSampleCursor.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "platform/media/Decoding.h"
 
@@ -169,6 +170,23 @@ TEST(FileSampleCursor, SoundIsSoughtEarlyEnoughForItsDecoderToSettle) {
     }
     // Half an output frame of rounding where the rates differ, on the slope of the tone.
     EXPECT_LT(worst, 0.04) << name;
+  }
+}
+
+// Both are packets of 960 samples after a delay of 312, and one container counts milliseconds.
+TEST(FileSampleCursor, TimesOfSoundAreExactWhereTheContainerRoundsThem) {
+  for (const char* name : {"loop_tone_opus.mp4", "loop_tone_opus.mkv"}) {
+    const auto source = openClip(clip(name));
+    const auto cursor = openTrack(*source, AVMediaTypeAudio);
+    for (const CMTime from : {kCMTimeZero, CMTimeMake(3, 4)}) {
+      ASSERT_TRUE(cursor->seek(from));
+      const auto samples = readAll(*cursor);
+      ASSERT_GT(samples.size(), 10u);
+      for (const Sample& sample : samples) {
+        const double frame = CMTimeGetSeconds(sample.presentation) * 48000 + 312;
+        EXPECT_EQ(std::remainder(frame, 960), 0) << name << " " << frame;
+      }
+    }
   }
 }
 
