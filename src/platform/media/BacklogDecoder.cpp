@@ -155,7 +155,7 @@ DecodeStep BacklogDecoder::feed(const Demand& demand) {
   if (isSpent_) {
     // Even a sync sample may be followed by some that lean on what precedes it.
     restartDecoder();
-    if (!next->sample.startsAnew && backlog_.rewind(generation_)) return DecodeStep::Working;
+    if (!next->sample.startsAnew && backlog_.rewind(generation_)) return DecodeStep::Rewound;
   }
   const bool sameFormat = format_ == next->format || (format_ && hasFormatOf(*next));
   if (sent_ > 0 && (next->sample.startsAnew || !sameFormat)) return drain(Drain::NewRun);
@@ -260,7 +260,7 @@ bool BacklogDecoder::letGoIfCheap(CMTime shown) {
   decoder_.reset();
   restartDecoder();
   isSpent_ = true;
-  passed_ = shown;
+  goOnAfter(shown);
   return true;
 }
 

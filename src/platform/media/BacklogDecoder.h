@@ -17,6 +17,7 @@ enum class DecodeStep {
   Frame,    ///< a picture was given
   Idle,     ///< nothing to do for what was asked
   Starved,  ///< there is no sample; the backlog's push() will tell of one
+  Rewound,  ///< decodes again: forget what is not shown yet, and goOnAfter() what is
   Stale,    ///< the backlog was flushed: begin() again
   Failed,   ///< see error()
 };
@@ -47,6 +48,8 @@ class BacklogDecoder {
   void begin();
   [[nodiscard]] uint64_t generation() const { return generation_; }
   [[nodiscard]] DecodeStep step(const Demand& demand, Picture& picture);
+  /// The frame at `shown` is on show, none with an invalid time: gives those that follow it.
+  void goOnAfter(CMTime shown) { passed_ = shown; }
   /// Why the last step failed.
   [[nodiscard]] const NSErrorPtr& error() const { return error_; }
 

@@ -203,6 +203,10 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
       case DecodeStep::Frame:
         give(std::move(picture), demand.now);
         return true;
+      case DecodeStep::Rewound:
+        dropQueued();
+        decoder_.goOnAfter(frames_->shownTime());
+        break;
       case DecodeStep::Stale:
         return true;
       case DecodeStep::Failed:
