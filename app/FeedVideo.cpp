@@ -27,7 +27,7 @@ ZFCancelCommandPtr FeedVideo::preloadWithPriority(unsigned long priority,
 }
 
 bool FeedVideo::canReuseAVPlayerItem() const {
-  return loader_->canReuseAVPlayerItem();
+  return keepsItem_ && loader_->canReuseAVPlayerItem();
 }
 
 }  // namespace zaffo::feed

@@ -14,7 +14,7 @@ class FrameTally {
   void watch(const std::shared_ptr<UIView>& outputView);
   void forget();
 
-  [[nodiscard]] bool hasLayer() const { return layer_ != nullptr; }
+  [[nodiscard]] bool hasLayer() const { return nativeLayer_ || fastLayer_; }
 
   /// Pictures shown and dropped since watch() or the last call of these.
   [[nodiscard]] uint64_t takeShown();
@@ -24,7 +24,12 @@ class FrameTally {
   [[nodiscard]] int64_t firstPresented() const;
 
  private:
-  std::shared_ptr<AVPlayerLayer> layer_;
+  [[nodiscard]] uint64_t presentedFrames() const;
+  [[nodiscard]] uint64_t droppedFrames() const;
+
+  // One of them at most.
+  std::shared_ptr<AVPlayerLayer> nativeLayer_;
+  std::shared_ptr<AVSampleBufferDisplayLayer> fastLayer_;
   uint64_t shown_ = 0;
   uint64_t dropped_ = 0;
 };

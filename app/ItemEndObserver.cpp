@@ -1,13 +1,17 @@
 #include "ItemEndObserver.h"
 
+#include <any>
+
 namespace zaffo::feed {
 
 namespace {
 
-std::string reasonOf(const std::weak_ptr<AVPlayerItem>& weakItem) {
-  const auto item = weakItem.lock();
-  const auto error = item ? item->error() : nullptr;
-  return error ? error->localizedDescription() : "playback stopped before the end";
+std::string reasonOf(const NSNotification& notification) {
+  const auto told = notification.userInfo.find(AVPlayerItemFailedToPlayToEndTimeErrorKey);
+  const auto* error = told == notification.userInfo.end()
+                          ? nullptr
+                          : std::any_cast<std::shared_ptr<const NSError>>(&told->second);
+  return error && *error ? (*error)->localizedDescription() : "playback stopped before the end";
 }
 
 }  // namespace
@@ -19,8 +23,9 @@ ItemEndObserver::ItemEndObserver(const std::shared_ptr<AVPlayerItem>& item,
   center.addObserver(token_, AVPlayerItemDidPlayToEndTimeNotification, item,
                      [ended = std::move(ended)](const NSNotification&) { ended(); });
   center.addObserver(token_, AVPlayerItemFailedToPlayToEndTimeNotification, item,
-                     [failed = std::move(failed), weakItem = std::weak_ptr<AVPlayerItem>(item)](
-                         const NSNotification&) { failed(reasonOf(weakItem)); });
+                     [failed = std::move(failed)](const NSNotification& notification) {
+                       failed(reasonOf(notification));
+                     });
 }
 
 }  // namespace zaffo::feed

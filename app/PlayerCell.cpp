@@ -97,6 +97,9 @@ void PlayerCell::showPlayer() {
   page_->setPlayerView(view);
   tally_.watch(view);
   isAtStart_ = true;
+  fast_ = FastPlayback::create(player, [weakSelf = weak_from_this()](const std::string& reason) {
+    if (const auto self = weakSelf.lock()) self->failOnTheWay(reason);
+  });
   if (const auto item = player->playerItem()) {
     endObserver_ = std::make_unique<ItemEndObserver>(
         item,
@@ -116,6 +119,8 @@ void PlayerCell::hidePlayer() {
   noteFrameCounts();
   tally_.forget();
   endObserver_ = nullptr;
+  cancelRestart();
+  fast_ = nullptr;
   isOnScreen_ = false;
   if (const auto& player = loan_->player()) player->setRate(0);
   page_->setPlayerView(nullptr);
@@ -126,9 +131,13 @@ void PlayerCell::startPlaying() {
   if (!swipe_->completed) swipe_->completed = TimeSource::now();
   const auto& player = loan_->player();
   player->setVolume(volume_);
-  rewind();
+  if (fast_ && !isAtStart_) {
+    restartFast();
+  } else {
+    rewind();
+    player->setRate(rate_);
+  }
   isAtStart_ = false;
-  player->setRate(rate_);
 }
 
 void PlayerCell::rewind() {
@@ -138,6 +147,7 @@ void PlayerCell::rewind() {
 
 void PlayerCell::itemEnded() {
   if (!swipe_) return;
+  if (fast_) return fastItemEnded();
   if (tally_.hasLayer() && tally_.firstPresented() == 0) return failOnTheWay({});
   if (!style_.loops) return;
   loan_->player()->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero,
@@ -147,6 +157,30 @@ void PlayerCell::itemEnded() {
                                 if (const auto& player = self->loan_->player())
                                   player->setRate(self->rate_);
                               });
+}
+
+void PlayerCell::fastItemEnded() {
+  if (!fast_->hasEnded(rate_)) return;
+  if (tally_.firstPresented() == 0 && !fast_->hasPicture()) return failOnTheWay({});
+  if (!style_.loops) return;
+  cancelRestart();
+  restartTimer_ = dispatch_timer_after(fast_->leftOfLastFrame(rate_), dispatch_get_main_queue(),
+                                       [weakSelf = weak_from_this()] {
+                                         const auto self = weakSelf.lock();
+                                         if (self) self->restartFast();
+                                       });
+}
+
+void PlayerCell::cancelRestart() {
+  if (const auto timer = std::exchange(restartTimer_, nullptr)) timer->cancel();
+}
+
+/// Until its first frame is there again the page shows the still picture, which looks the same.
+void PlayerCell::restartFast() {
+  cancelRestart();
+  if (!fast_ || !swipe_) return;
+  page_->setThumbnailHidden(false);
+  fast_->restart(rate_);
 }
 
 void PlayerCell::failOnTheWay(std::string reason) {
@@ -193,6 +227,7 @@ void PlayerCell::becomeCurrent(std::shared_ptr<Swipe> swipe, float volume) {
 }
 
 void PlayerCell::resignCurrent() {
+  cancelRestart();
   if (const auto& player = loan_->player()) player->setRate(0);
   noteFrameCounts();
   swipe_ = nullptr;
@@ -204,7 +239,8 @@ void PlayerCell::scrollingEnded() {
 
 void PlayerCell::didPresent(int64_t hostNanoseconds) {
   if (loan_->state() != State::Ready || tally_.firstPresented() == 0) return;
-  page_->setThumbnailHidden(true);
+  page_->setThumbnailHidden(!fast_ || fast_->hasPicture());
+  if (fast_) fast_->didPresent();
   if (swipe_ && hostNanoseconds >= swipe_->requested) noteFirstFrame(hostNanoseconds);
 }
 
@@ -246,6 +282,8 @@ void PlayerCell::seek(CMTime time, std::function<void()> completion) {
   const auto& player = loan_->player();
   if (!player || !player->playerItem()) return completion();
   isAtStart_ = false;
+  cancelRestart();
+  if (fast_) return fast_->seek(time, std::move(completion));
   player->seekToTime(time, kCMTimeZero, kCMTimeZero,
                      [completion = std::move(completion)](bool) { completion(); });
 }

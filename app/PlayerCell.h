@@ -6,6 +6,7 @@
 
 #include <ZaffoPlayback/ZaffoPlayback.h>
 
+#include "FastPlayback.h"
 #include "FeedCell.h"
 #include "FeedPage.h"
 #include "FeedVideo.h"
@@ -57,6 +58,9 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   void startPlaying();
   void rewind();
   void itemEnded();
+  void fastItemEnded();
+  void cancelRestart();
+  void restartFast();
   void failOnTheWay(std::string reason);
   void showFailure();
   void thumbnailChanged();
@@ -71,6 +75,8 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   std::function<void()> settledHandler_;
 
   std::unique_ptr<ItemEndObserver> endObserver_;  // while the loan has a player
+  std::shared_ptr<FastPlayback> fast_;            // while that player is a fast one
+  DispatchTimerPtr restartTimer_;                 // while the last frame of a clip stands
   FrameTally tally_;
   bool isAtStart_ = true;    // of the video, or on the way there
   bool isOnScreen_ = false;  // since it became current

@@ -136,7 +136,9 @@ void PlayerLoan::giveBack() {
 }
 
 void PlayerLoan::fail(std::string reason) {
+  video_->setKeepsItem(false);  // or the pool would hand out the same item again
   giveBack();
+  video_->setKeepsItem(true);
   state_ = State::Failed;
   reason_ = std::move(reason);
 }

@@ -30,7 +30,7 @@ class ZAFFO_EXPORT AVSampleBufferDisplayLayer : public CALayer {
   /// ResizeAspect by default.
   [[nodiscard]] virtual AVLayerVideoGravity videoGravity() const = 0;
   virtual void setVideoGravity(AVLayerVideoGravity gravity) = 0;
-  /// How samples are turned to be upright; identity at first.
+  /// How samples are turned to be upright, in place of what the reader said of their track.
   virtual void setPreferredTransform(CGAffineTransform transform) = 0;
 
   /// Never waits. Ignored while the status is Failed.

@@ -78,7 +78,18 @@ void SampleBufferDisplayLayer::enqueueSampleBuffer(std::shared_ptr<CMSampleBuffe
   if (!media::sampleFromBuffer(*sample, queued.sample)) return;
   queued.format = sample->formatDescription();
   queued.displayImmediately = sample->attachments().displayImmediately;
+  {
+    MutexLock lock(formatMutex_);
+    format_ = queued.format;
+  }
   renderer_->enqueue(std::move(queued));
+}
+
+/// All samples of a track are turned alike, so that those in flight do not matter.
+CGAffineTransform SampleBufferDisplayLayer::transform() const {
+  if (transform_) return *transform_;
+  MutexLock lock(formatMutex_);
+  return format_ ? media::preferredTransformOf(*format_) : CGAffineTransformIdentity;
 }
 
 void SampleBufferDisplayLayer::flush() {
@@ -129,7 +140,7 @@ std::optional<LayerPicture> SampleBufferDisplayLayer::picture(int64_t hostNanose
   auto buffer = renderer_->frames()->bufferAtHostTime(hostNanoseconds);
   presentation_.noteGiven(buffer);
   if (!buffer) return std::nullopt;
-  return placePicture(std::move(buffer), transform_, bounds(), gravity_);
+  return placePicture(std::move(buffer), transform(), bounds(), gravity_);
 }
 
 void SampleBufferDisplayLayer::didPresent(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "platform/Mutex.h"
 #include "platform/avfoundation/AVSampleBufferDisplayLayer.h"
@@ -46,6 +47,7 @@ class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
 
  private:
   SampleBufferDisplayLayer();
+  [[nodiscard]] CGAffineTransform transform() const;
 
   std::shared_ptr<media::SampleRenderer> renderer_;
   /// The status that was told last; the renderer knows the present one.
@@ -53,7 +55,9 @@ class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
   mutable Mutex timebaseMutex_;
   std::shared_ptr<CMTimebase> timebase_ ZAFFO_GUARDED_BY(timebaseMutex_);
   AVLayerVideoGravity gravity_ = AVLayerVideoGravityResizeAspect;
-  CGAffineTransform transform_;
+  std::optional<CGAffineTransform> transform_;  ///< when it was set
+  mutable Mutex formatMutex_;
+  std::shared_ptr<const CMFormatDescription> format_ ZAFFO_GUARDED_BY(formatMutex_);
   DisplayRequest displayRequest_;
   Presentation presentation_;
 };

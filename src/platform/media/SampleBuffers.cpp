@@ -21,16 +21,20 @@ class PacketBlock final : public CMBlockBuffer {
 
 class CodecDescription final : public CMFormatDescription {
  public:
-  explicit CodecDescription(CodecParametersPtr parameters)
-      : parameters_(std::move(parameters)), codec_(avcodec_get_name(parameters_->codec_id)) {}
+  CodecDescription(CodecParametersPtr parameters, CGAffineTransform preferredTransform)
+      : parameters_(std::move(parameters)),
+        preferredTransform_(preferredTransform),
+        codec_(avcodec_get_name(parameters_->codec_id)) {}
 
   [[nodiscard]] const std::string& codec() const override { return codec_; }
   [[nodiscard]] int width() const override { return parameters_->width; }
   [[nodiscard]] int height() const override { return parameters_->height; }
   [[nodiscard]] const AVCodecParameters& parameters() const { return *parameters_; }
+  [[nodiscard]] CGAffineTransform preferredTransform() const { return preferredTransform_; }
 
  private:
   const CodecParametersPtr parameters_;
+  const CGAffineTransform preferredTransform_;
   const std::string codec_;
 };
 
@@ -45,15 +49,20 @@ bool isSameSampleAspect(AVRational a, AVRational b) {
 }  // namespace
 
 std::shared_ptr<const CMFormatDescription> makeFormatDescription(
-    const AVCodecParameters& parameters) {
+    const AVCodecParameters& parameters, CGAffineTransform preferredTransform) {
   CodecParametersPtr copied(avcodec_parameters_alloc());
   if (!copied || avcodec_parameters_copy(copied.get(), &parameters) < 0) return nullptr;
-  return std::make_shared<const CodecDescription>(std::move(copied));
+  return std::make_shared<const CodecDescription>(std::move(copied), preferredTransform);
 }
 
 const AVCodecParameters* codecParametersOf(const CMFormatDescription& format) {
   const auto* description = dynamic_cast<const CodecDescription*>(&format);
   return description ? &description->parameters() : nullptr;
+}
+
+CGAffineTransform preferredTransformOf(const CMFormatDescription& format) {
+  const auto* description = dynamic_cast<const CodecDescription*>(&format);
+  return description ? description->preferredTransform() : CGAffineTransformIdentity;
 }
 
 bool isSameFormat(const AVCodecParameters& a, const AVCodecParameters& b) {

@@ -4,15 +4,20 @@
 
 #include "platform/coremedia/CMSampleBuffer.h"
 #include "platform/media/Sample.h"
+#include "platform/uikit/Geometry.h"
 
 namespace zaffo::media {
 
 /// Compressed samples as they travel through the public interface, and back: by reference both
 /// ways, the bytes stay those that the demuxer read. Thread: any.
 
-/// A description that keeps a copy of `parameters`; null when out of memory.
+/// A description that keeps a copy of `parameters`, and how the track is turned to be upright; null
+/// when out of memory.
 [[nodiscard]] std::shared_ptr<const CMFormatDescription> makeFormatDescription(
-    const AVCodecParameters& parameters);
+    const AVCodecParameters& parameters, CGAffineTransform preferredTransform = {});
+
+/// How pictures are turned to be upright; identity when the description was not made here.
+[[nodiscard]] CGAffineTransform preferredTransformOf(const CMFormatDescription& format);
 
 /// The parameters in a description, owned by it; null when it was not made here.
 [[nodiscard]] const AVCodecParameters* codecParametersOf(const CMFormatDescription& format);

@@ -37,7 +37,7 @@ std::unique_ptr<SampleRange> SampleRange::open(SampleSource& source, const AVAss
                                                CMTimeRange range, NSErrorPtr* error) {
   range = meantBy(range);
   if (holdsNothing(range, track)) {
-    return std::unique_ptr<SampleRange>(new SampleRange(nullptr, range));
+    return std::unique_ptr<SampleRange>(new SampleRange(nullptr, range, track.preferredTransform));
   }
   std::unique_ptr<SampleCursor> cursor = source.openCursor(track.trackID, error);
   if (!cursor) return nullptr;
@@ -45,7 +45,8 @@ std::unique_ptr<SampleRange> SampleRange::open(SampleSource& source, const AVAss
     setError(error, cursor->error());
     return nullptr;
   }
-  return std::unique_ptr<SampleRange>(new SampleRange(std::move(cursor), range));
+  return std::unique_ptr<SampleRange>(
+      new SampleRange(std::move(cursor), range, track.preferredTransform));
 }
 
 void SampleRange::setReadyHandler(std::function<void()> handler) {
@@ -102,7 +103,7 @@ bool SampleRange::adoptFormat(bool startsAnew) {
   if (format_ && !startsAnew) return true;
   const AVCodecParameters& parameters = cursor_->codecParameters();
   if (format_ && isSameFormat(*codecParametersOf(*format_), parameters)) return true;
-  format_ = makeFormatDescription(parameters);
+  format_ = makeFormatDescription(parameters, preferredTransform_);
   if (!format_) error_ = makeFFmpegError(AVErrorUnknown, "Out of memory.", AVERROR(ENOMEM));
   return format_ != nullptr;
 }

@@ -6,6 +6,7 @@
 #include "platform/coremedia/CMSampleBuffer.h"
 #include "platform/coremedia/CMTimeRange.h"
 #include "platform/media/SampleSource.h"
+#include "platform/uikit/Geometry.h"
 
 namespace zaffo::media {
 
@@ -40,14 +41,19 @@ class SampleRange {
     std::shared_ptr<const CMFormatDescription> format;
   };
 
-  SampleRange(std::unique_ptr<SampleCursor> cursor, CMTimeRange range)
-      : cursor_(std::move(cursor)), start_(range.start), end_(CMTimeRangeGetEnd(range)) {}
+  SampleRange(std::unique_ptr<SampleCursor> cursor, CMTimeRange range,
+              CGAffineTransform preferredTransform)
+      : cursor_(std::move(cursor)),
+        preferredTransform_(preferredTransform),
+        start_(range.start),
+        end_(CMTimeRangeGetEnd(range)) {}
   [[nodiscard]] ReadOutcome readOne();
   [[nodiscard]] bool isSettled(const Sample& sample) const;
   [[nodiscard]] bool adoptFormat(bool startsAnew);
   void give(Sample& sample);
 
   const std::unique_ptr<SampleCursor> cursor_;  // null when the range holds nothing
+  const CGAffineTransform preferredTransform_;  // of the track
   const CMTime start_, end_;
   std::shared_ptr<const CMFormatDescription> format_, givenFormat_;
   std::deque<Entry> ahead_;                   // read and not given yet

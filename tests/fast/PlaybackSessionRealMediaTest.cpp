@@ -1,0 +1,153 @@
+#include "fast/RealMediaTest.h"
+
+namespace zaffo {
+namespace {
+
+using testing::IsEmpty;
+
+constexpr int kFrames = 60;  // of the clips: two seconds at 30 a second, B frames among them
+constexpr int64_t kFrame = kNanosecondsPerSecond / 30;
+
+CMTime timeOfFrame(int frame) {
+  return CMTimeMake(frame, 30);
+}
+
+using PlaybackSessionRealMediaTest = RealMediaTest;
+
+TEST_F(PlaybackSessionRealMediaTest, ShowsTheFirstFrameAfterStartAndStandsStill) {
+  ASSERT_EQ(start(test::clip("h264_30.mp4")), nullptr);
+  EXPECT_EQ(shown(), 0);
+  time.advance(kNanosecondsPerSecond / 2);
+  EXPECT_EQ(shown(), 0);
+  EXPECT_EQ(session->currentTime(), kCMTimeZero);
+}
+
+TEST_F(PlaybackSessionRealMediaTest, ShowsTheVeryFrameAfterASeekToEachStandingStill) {
+  ASSERT_EQ(start(test::clip("h264_30.mp4")), nullptr);
+  for (int frame = kFrames - 1; frame >= 0; --frame) {
+    seek(timeOfFrame(frame));
+    EXPECT_EQ(shown(), frame);
+  }
+  for (int frame = 0; frame < kFrames; ++frame) {
+    seek(CMTimeMake(2 * frame + 1, 60));  // in its middle
+    EXPECT_EQ(shown(), frame);
+  }
+}
+
+TEST_F(PlaybackSessionRealMediaTest, ShowsTheVeryFrameAfterASeekToEachWhilePlaying) {
+  ASSERT_EQ(start(test::clip("h264_30.mp4")), nullptr);
+  for (int i = 0; i < kFrames - 2; ++i) {
+    const int frame = i * 37 % (kFrames - 2);
+    session->setRate(1);
+    seek(timeOfFrame(frame));
+    EXPECT_EQ(session->rate(), 1);
+    EXPECT_EQ(shown(), frame);
+    time.advance(kFrame + kFrame / 2);
+    EXPECT_EQ(shown(), frame + 1);
+  }
+}
+
+TEST_F(PlaybackSessionRealMediaTest, EveryFrameComesAtItsTime) {
+  ASSERT_EQ(start(test::clip("h264_30.mp4")), nullptr);
+  session->setRate(1);
+  time.advance(kFrame / 2);
+  for (int frame = 0; frame < kFrames - 2; ++frame) {
+    EXPECT_EQ(shown(), frame);
+    time.advance(kFrame);
+  }
+}
+
+TEST_F(PlaybackSessionRealMediaTest, FollowsChangesOfTheRate) {
+  ASSERT_EQ(start(test::clip("h264_30.mp4")), nullptr);
+  session->setRate(0.5);
+  time.advance(10 * kFrame + kFrame / 2);
+  EXPECT_EQ(shown(), 5);
+  session->setRate(2);
+  time.advance(10 * kFrame);
+  EXPECT_EQ(shown(), 25);
+  session->setRate(0);
+  time.advance(10 * kFrame);
+  EXPECT_EQ(shown(), 25);
+  session->setRate(1);
+  time.advance(10 * kFrame);
+  EXPECT_EQ(shown(), 35);
+}
+
+TEST_F(PlaybackSessionRealMediaTest, SaysTheEndWithinAFrameOfTheLastOnesTime) {
+  for (const auto* const name : {"h264_30.mp4", "h264_25.mp4", "portrait.mp4"}) {
+    ASSERT_EQ(start(test::clip(name)), nullptr) << name;
+    session->setRate(1);
+    seek(kCMTimeZero);  // whatever the paused session read to its end is withdrawn
+    ends.clear();
+    const int64_t begun = elapsed();
+    time.advance(3 * kNanosecondsPerSecond);
+    ASSERT_EQ(ends.size(), 1u) << name;
+    EXPECT_EQ(ends[0].name, AVPlayerItemDidPlayToEndTimeNotification);
+    const auto track = item->asset()->tracksWithMediaType(AVMediaTypeVideo).front();
+    const auto frame = static_cast<int64_t>(1e9 / track->nominalFrameRate);
+    const auto last =
+        static_cast<int64_t>(1e9 * CMTimeGetSeconds(CMTimeRangeGetEnd(track->timeRange))) - frame;
+    EXPECT_LE(std::abs(ends[0].at - begun - last), frame) << name;
+    EXPECT_EQ(session->rate(), 0) << name;
+    session.reset();
+  }
+}
+
+TEST_F(PlaybackSessionRealMediaTest, StartsAgainAfterTheEndWhenToldTo) {
+  ASSERT_EQ(start(test::clip("h264_30.mp4")), nullptr);
+  for (int round = 0; round < 3; ++round) {
+    session->setRate(1);
+    seek(kCMTimeZero);
+    EXPECT_EQ(shown(), 0);
+    ends.clear();
+    time.advance(3 * kNanosecondsPerSecond);
+    EXPECT_EQ(ends.size(), 1u);
+  }
+}
+
+TEST_F(PlaybackSessionRealMediaTest, ASeekBeyondTheEndEndsAtOnce) {
+  ASSERT_EQ(start(test::clip("h264_30.mp4")), nullptr);
+  seek(CMTimeMake(60, 1));
+  EXPECT_EQ(ends.size(), 1u);
+  EXPECT_EQ(shown(), std::nullopt);
+}
+
+TEST_F(PlaybackSessionRealMediaTest, ShowsATurnedClipUpright) {
+  for (const int degrees : {90, 180, 270}) {
+    const auto name = "rotated_" + std::to_string(degrees) + ".mp4";
+    ASSERT_EQ(start(test::clip(name)), nullptr) << name;
+    const auto drawn = picture();
+    ASSERT_TRUE(drawn) << name;
+    EXPECT_EQ(drawn->quarterTurns, degrees / 90) << name;
+    const bool isLying = degrees == 180;
+    EXPECT_EQ(drawn->destination.size.width > drawn->destination.size.height, isLying) << name;
+    session.reset();
+  }
+}
+
+TEST_F(PlaybackSessionRealMediaTest, AClipWithoutAPictureShowsNothingAndStaysSilent) {
+  ASSERT_EQ(start(test::clip("audio_only.m4a")), nullptr);
+  EXPECT_EQ(shown(), std::nullopt);
+  session->setRate(1);
+  time.advance(3 * kNanosecondsPerSecond);
+  EXPECT_THAT(ends, IsEmpty());
+  EXPECT_EQ(session->rate(), 0);
+}
+
+TEST_F(PlaybackSessionRealMediaTest, AReleasedSessionLeavesNoTimerAndNoLayerBehind) {
+  ASSERT_EQ(start(test::clip("h264_30.mp4")), nullptr);
+  session->setRate(1);
+  time.advance(kNanosecondsPerSecond / 2);
+  std::weak_ptr<AVSampleBufferDisplayLayer> layer = session->displayLayer();
+  std::weak_ptr<AVPlayerItem> weakItem = item;
+  session.reset();
+  item.reset();
+  time.advance(3 * kNanosecondsPerSecond);
+  EXPECT_TRUE(layer.expired());
+  EXPECT_TRUE(weakItem.expired());
+  EXPECT_THAT(ends, IsEmpty());
+  EXPECT_FALSE(time.hasTimer());
+}
+
+}  // namespace
+}  // namespace zaffo
