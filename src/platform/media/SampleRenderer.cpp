@@ -101,7 +101,8 @@ bool SampleRenderer::isReadyForMore() {
 
 void SampleRenderer::requestWhenReady(DispatchQueuePtr queue, std::function<void()> block) {
   supply_.request(std::move(queue), std::move(block));
-  if (isReadyForMore()) supply_.call();
+  // From a turn: what the client does right after asking comes before the first call.
+  wake();
 }
 
 void SampleRenderer::stopRequesting() {
