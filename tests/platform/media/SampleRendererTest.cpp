@@ -242,7 +242,9 @@ TEST_F(SampleRendererTest, SamplesThatComeJustInTimeAreAllShown) {
   for (std::size_t i = 0; i < samples.size(); ++i) {
     renderer_->enqueue(std::move(samples[i]));
     time_.advance(kNanosecondsPerSecond / 30);
-    if (i >= 2) ASSERT_EQ(shown(), static_cast<int>(i) - 2) << i;
+    if (i >= 2) {
+      ASSERT_EQ(shown(), static_cast<int>(i) - 2) << i;
+    }
   }
 }
 
