@@ -355,9 +355,9 @@ TEST_F(PlayerCellTest, AVideoThatFailsOnTheWayShowsItsError) {
   loadCell();
   giveThumbnail();
   makeCurrent();
-  item->errorValue = errorSaying("damaged");
   NSNotificationCenter::defaultCenter().postNotification(
-      AVPlayerItemFailedToPlayToEndTimeNotification, item);
+      AVPlayerItemFailedToPlayToEndTimeNotification, item,
+      {{AVPlayerItemFailedToPlayToEndTimeErrorKey, errorSaying("damaged")}});
   EXPECT_EQ(page()->text(), "clip.mp4\n\ndamaged");
   EXPECT_EQ(swipe->error, "damaged");
   EXPECT_FALSE(showsPlayer());

@@ -1,5 +1,7 @@
 // What is heard while a loop plays over ten seams.
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <ostream>
 
@@ -51,8 +53,7 @@ class LoopSoundTest : public LoopFixture {
   }
 
  private:
-  const std::string path_ =
-      testing::TempDir() + "LoopSound" + std::to_string(TimeSource::now()) + ".wav";
+  const std::string path_ = testing::TempDir() + "LoopSound" + std::to_string(getpid()) + ".wav";
 };
 
 /// A clip by the end of its name, and where its sound lies on its own time line.

@@ -27,7 +27,10 @@ ALLOWED = {
 }
 
 # What media and avfoundation share lies between the folders, and stands on some of them.
-SHARED = {"platform/AVAssetTrack.h": {"platform/coremedia", "platform/uikit"}}
+SHARED = {
+    "platform/AVAssetTrack.h": {"platform/coremedia", "platform/uikit"},
+    "platform/AVCompositionTrackSegment.h": {"platform/coremedia"},
+}
 
 # Headers of a library, and the only places that may name them.
 LIBRARIES = [

@@ -119,6 +119,7 @@ TEST_F(RendererSupplyTest, NoCallBeginsAfterAStop) {
   const auto held = std::make_shared<HeldQueue>();
   int calls = 0;
   renderer_->requestWhenReady(held, [&calls] { ++calls; });
+  time_.settle();
   EXPECT_EQ(held->waiting(), 1u);
   renderer_->stopRequesting();
   held->runAll();
@@ -131,6 +132,7 @@ TEST_F(RendererSupplyTest, ANewRequestReplacesTheOneBefore) {
   int first = 0, second = 0;
   renderer_->requestWhenReady(held, [&first] { ++first; });
   renderer_->requestWhenReady(held, [&second] { ++second; });
+  time_.settle();
   held->runAll();
   EXPECT_EQ(first, 0);
   EXPECT_EQ(second, 1);
@@ -147,8 +149,11 @@ TEST_F(RendererSupplyTest, ABlockMayStopRequestAnewFlushAndRelease) {
       renderer_->close();
     });
   });
+  time_.settle();
   held->runAll();
   time_.settle();
+  EXPECT_EQ(second, 0) << "from its queue";
+  held->runAll();
   EXPECT_EQ(second, 1);
   held->runAll();
   EXPECT_EQ(second, 1);
