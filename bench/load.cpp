@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <sys/resource.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -58,6 +59,19 @@ Usage usage() {
   return result;
 }
 
+/// The use once nothing is let go of any more, however busy the machine is.
+Usage settledUsage() {
+  bench::runFor(1);
+  Usage present = usage();
+  for (int calm = 0, looks = 0; calm < 3 && looks < 40; ++looks) {
+    bench::runFor(0.5);
+    const Usage next = usage();
+    calm = std::abs(next.privateMiB - present.privateMiB) < 0.02 ? calm + 1 : 0;
+    present = next;
+  }
+  return present;
+}
+
 double cpuSeconds() {
   rusage used{};
   getrusage(RUSAGE_SELF, &used);
@@ -103,8 +117,7 @@ void memory(const Report& report, const Mode& mode, std::size_t count,
   const auto usageOf = [&](std::size_t players) {
     feed.load(players, clips);
     for (const auto& handle : feed.handles) handle->releaseToManager();
-    bench::runFor(0.5);
-    return usage();
+    return settledUsage();
   };
   const Usage one = usageOf(1);
   printMemory(report, one, usageOf(count), count);

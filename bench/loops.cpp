@@ -43,7 +43,7 @@ void build(const Report& report, const std::string& clip) {
   while (times.size() < 101) {
     const double start = bench::now();
     const auto composition = zaffo::AVMutableComposition::create();
-    const auto mix = zaffo::AVMutableAudioMix::create();
+    const auto mix = zaffo::AVMutableAudioMix::audioMix();
     zaffo::ZFZaffoLoopingComposition builder;
     if (!builder.createAudioCrossFadeLoopingComposition(*composition, *mix, *asset)) {
       fail("the clip cannot be looped");
