@@ -129,6 +129,42 @@ TEST_F(PlayerPlaybackTest, PlaysAgainAfterARewindAtTheEnd) {
   }
 }
 
+TEST_F(PlayerPlaybackTest, AStopOnItsWayDoesNotStopAPlaybackThatWasStartedAnewMeanwhile) {
+  open("video_only.mp4");
+  const auto ended = count(AVPlayerItemDidPlayToEndTimeNotification);
+  player_->setRate(1);
+  time_.advance(3 * kNanosecondsPerSecond);
+  ASSERT_EQ(*ended, 1);
+  // At its end it ends again at once; the main thread hears of it only after it has rewound.
+  player_->setRate(1);
+  dispatch_wait_until_idle();
+  player_->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero, nullptr);
+  player_->setRate(1);
+  time_.settle();
+  EXPECT_EQ(*ended, 1);
+  EXPECT_EQ(player_->rate(), 1);
+  time_.advance(kNanosecondsPerSecond);
+  EXPECT_NEAR(seconds(), 1, 0.01);
+  time_.advance(kNanosecondsPerSecond + 100 * kMillisecond);
+  EXPECT_EQ(*ended, 2);
+}
+
+TEST_F(PlayerPlaybackTest, AFailureOnItsWayDoesNotStopAnotherItemThatWasStartedMeanwhile) {
+  const auto good = loadedItem("video_only.mp4");
+  const auto failed = count(AVPlayerItemFailedToPlayToEndTimeNotification);
+  const auto bad = loadedItem("no_key_frame.mp4");
+  player_->replaceCurrentItemWithPlayerItem(bad);
+  player_->setRate(1);
+  dispatch_wait_until_idle();
+  EXPECT_EQ(bad->status(), AVPlayerItemStatus::Failed);
+  player_->replaceCurrentItemWithPlayerItem(good);
+  player_->setRate(1);
+  time_.advance(kNanosecondsPerSecond);
+  EXPECT_EQ(*failed, 0);
+  EXPECT_EQ(player_->rate(), 1);
+  EXPECT_NEAR(seconds(), 1, 0.01);
+}
+
 TEST_F(PlayerPlaybackTest, APausedPlayerStandsWhereItWas) {
   open("h264_30.mp4");
   start();
