@@ -2,6 +2,7 @@
 
 #include <malloc.h>
 
+#include "doubles/Sanitizers.h"
 #include "doubles/ThreadCount.h"
 #include "platform/media/RendererFixture.h"
 
@@ -9,12 +10,6 @@ namespace zaffo::media {
 namespace {
 
 using test::clip;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kCountsMemory = false;
-#else
-constexpr bool kCountsMemory = true;
-#endif
 
 class RendererRestTest : public RendererFixture {
  protected:
@@ -78,7 +73,7 @@ TEST_F(RendererRestTest, PlayingUnseenWakesOncePerThreeFrames) {
 }
 
 TEST_F(RendererRestTest, APausedOneHoldsOneFrameAndItsSamples) {
-  if (!kCountsMemory) GTEST_SKIP() << "a sanitizer holds what was let go of";
+  if (test::kHasShadowMemory) GTEST_SKIP() << "a sanitizer holds what was let go of";
   constexpr int kRenderers = 20;
   const auto make = [&] {
     auto renderer = SampleRenderer::create({[] {}, [] {}});
