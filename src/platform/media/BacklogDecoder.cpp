@@ -103,10 +103,11 @@ DecodeStep BacklogDecoder::take(VideoFrame frame, const Demand& demand, Picture&
     isSpent_ = true;
   }
   if (!isAfter(frame.presentation, passed_)) return DecodeStep::Working;
-  const bool atOnce = drained || wantsFirst_ || frame.presentation == atOnce_;
-  wantsFirst_ = false;
-  // The one before it is the last that is due, should what was expected there be damaged.
-  if (!atOnce && frame.presentation > demand.now && takeHeldBack(picture)) {
+  const bool isAskedFor = drained || frame.presentation == atOnce_;
+  const bool atOnce = std::exchange(wantsFirst_, false) || isAskedFor;
+  // The one before it is the last that is due: what was expected there is damaged, or came when it
+  // was not known yet to be the last, and it is the first that is to be shown.
+  if (!isAskedFor && frame.presentation > demand.now && takeHeldBack(picture)) {
     passed_ = frame.presentation;
     lookahead_ = Picture{std::move(frame), false};
     return DecodeStep::Frame;

@@ -1,5 +1,6 @@
 #include "platform/media/SampleRenderer.h"
 
+#include "doubles/HeldQueue.h"
 #include "platform/media/RendererFixture.h"
 
 namespace zaffo::media {
@@ -97,6 +98,27 @@ TEST_F(SampleRendererTest, SamplesBeforeThePositionThatAreNotToBeShownNeverAre) 
   time_.settle();
   EXPECT_EQ(shown(), 80);
   EXPECT_EQ(pictureChanges_, 2) << "the image removed, and this picture";
+}
+
+TEST_F(SampleRendererTest, ThePositionJustAfterAFramesTimeShowsThatFrameHoweverLateTheSamplesCome) {
+  for (int frame = 40; frame < 56; ++frame) {
+    auto samples = samplesOf(clip("h264_30.mp4"), frameTime(frame));
+    for (QueuedSample& queued : samples) {
+      queued.sample.shown = queued.sample.presentation >= frameTime(frame);
+    }
+    timebase_->setTime(CMTimeMake(3000 * frame + 1, 90000));
+    renderer_->flush(SampleRenderer::Image::Remove);
+    samples.front().sample.startsAnew = true;
+    samples.front().displayImmediately = true;
+    const auto busy = std::make_shared<HeldQueue>();
+    renderer_->requestWhenReady(busy, [] {});  // as long as it waits more samples may come
+    for (QueuedSample& queued : samples) {
+      renderer_->enqueue(std::move(queued));
+      dispatch_wait_until_idle();
+    }
+    EXPECT_EQ(shown(), frame);
+    busy->runAll();
+  }
 }
 
 TEST_F(SampleRendererTest, WhereNoFrameIsDueTheFirstOneThatMayBeShownIs) {
