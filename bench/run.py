@@ -11,6 +11,8 @@ MAIN_CLIPS = ["01-testsrc.mp4", "02-mandelbrot.mp4"]  # one easy, one hard to de
 LONG_CLIPS = ["01-testsrc.mp4", "02-mandelbrot.mp4", "03-life.mp4", "05-gradients.mp4",
               "06-waves.mp4", "09-bars.mp4", "11-carpet.mp4", "12-noise.mp4"]  # 5 s and more
 PLAY_SECONDS = 4.5
+LOOP_SECONDS = 60
+SEAMS = 25
 SWIPES = 200
 
 
@@ -25,15 +27,15 @@ class Bench:
     def clip(self, name):
         return os.path.join(self.clips, name)
 
-    def add(self, what, floor, library, unit, digits=2, target=""):
-        ratio = f"{library / floor:.2f}" if floor else ""
+    def add(self, what, beside, library, unit, digits=2, target=""):
+        ratio = f"{library / beside:.2f}" if beside else ""
         show = lambda value: "" if value is None else f"{value:.{digits}f} {unit}"
-        self.rows.append((what, show(floor), show(library), ratio, target))
+        self.rows.append((what, show(beside), show(library), ratio, target))
 
-    def latency(self, clip, other):
-        """Median milliseconds of each of the latency benchmarks on a clip."""
+    def latency(self, program, clip, other):
+        """Median milliseconds of each of a program's latency benchmarks on a clip."""
         with tempfile.NamedTemporaryFile(suffix=".json") as out:
-            command = [self.program("bench", "zaffo-bench-latency"), self.clip(clip),
+            command = [self.program("bench", program), self.clip(clip),
                        self.clip(other), f"--benchmark_out={out.name}",
                        "--benchmark_out_format=json",
                        # Floor and library take turns: what else the machine does hits both.
@@ -48,18 +50,20 @@ class Bench:
                 times.setdefault(run["run_name"].split("/iterations")[0], []).append(run["real_time"])
         return {name: statistics.median(values) for name, values in times.items()}
 
+    def run_once(self, program, *arguments):
+        out = subprocess.run([self.program("bench", program), *arguments], check=True,
+                             capture_output=True, text=True)
+        return json.loads(out.stdout)
+
     def load(self, mode, count, *rest):
         """Medians of repeated runs of the load benchmark, each in a fresh process."""
-        runs = []
-        for _ in range(1 if self.quick else 3):
-            out = subprocess.run([self.program("bench", "zaffo-bench-load"), mode, str(count), *rest],
-                                 check=True, capture_output=True, text=True)
-            runs.append(json.loads(out.stdout))
+        runs = [self.run_once("zaffo-bench-load", mode, str(count), *rest)
+                for _ in range(1 if self.quick else 3)]
         return {key: statistics.median(run[key] for run in runs) for key in runs[0]}
 
     def latencies(self):
         for clip, other in (MAIN_CLIPS, MAIN_CLIPS[::-1])[:1 if self.quick else 2]:
-            times = self.latency(clip, other)
+            times = self.latency("zaffo-bench-latency", clip, other)
             name = clip.split(".")[0]
             for key, text, target in (
                     ("cold", "cold: URL to first frame, sound ready too", "1.3 x floor"),
@@ -104,30 +108,102 @@ class Bench:
                 self.add(f"CPU, {count} playing with sound to {text}", floor, run["cores"],
                          "cores", 3, target)
 
-    def feed(self):
+    def swipes(self, *options):
+        """What zaffo-feed measured while it was swiped through the clips, and how many swipes."""
         with tempfile.TemporaryDirectory() as folder:
             stats, script = os.path.join(folder, "stats.json"), os.path.join(folder, "script")
             swipes = 40 if self.quick else SWIPES
             with open(script, "w", encoding="utf-8") as file:
                 file.write("wait-frame\n" + "next; wait-frame; wait 0.1\n" * swipes + "quit\n")
-            command = [self.program("app", "zaffo-feed"), "--headless", "--no-sound", "--script",
-                       script, "--stats", stats] + [self.clips] * (swipes // 12 + 2)
+            command = [self.program("app", "zaffo-feed"), "--headless", "--no-sound", *options,
+                       "--script", script, "--stats", stats] + [self.clips] * (swipes // 12 + 2)
             subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
             with open(stats, encoding="utf-8") as file:
-                run = json.load(file)
-        first = [s["request_to_first_frame_ms"] for s in run["swipes"]
-                 if s["request_to_first_frame_ms"] is not None]
-        self.add(f"longest main-thread block in {swipes} swipes", None,
-                 run["longest_main_thread_block_ms"], "ms", target="2 ms")
-        for key, text in (("work", "of it work"), ("queued", "ready to run while others ran"),
-                          ("asleep", "waiting for locks, files or memory")):
-            self.add(f"main thread, most of one turn: {text}", None,
-                     run[f"most_main_thread_{key}_ms"], "ms")
-        self.add(f"swipe to first frame on screen, {swipes} swipes", None,
-                 statistics.median(first), "ms")
+                return json.load(file), swipes
+
+    def feed(self):
+        for kind, options, target in (("", [], "2 ms"), (", fast players", ["--fast"], "1 ms")):
+            run, swipes = self.swipes(*options)
+            self.add(f"longest main-thread block in {swipes} swipes{kind}", None,
+                     run["longest_main_thread_block_ms"], "ms", target=target)
+            for key, text in (("work", "of it work"), ("queued", "ready to run while others ran"),
+                              ("asleep", "waiting for locks, files or memory")):
+                self.add(f"main thread, most of one turn: {text}{kind}", None,
+                         run[f"most_main_thread_{key}_ms"], "ms")
+            first = [s["request_to_first_frame_ms"] for s in run["swipes"]
+                     if s["request_to_first_frame_ms"] is not None]
+            self.add(f"swipe to first frame on screen, {swipes} swipes{kind}", None,
+                     statistics.median(first), "ms")
+
+    def fast(self):
+        """The fast player beside the native one and beside raw FFmpeg without sound."""
+        for clip, other in (MAIN_CLIPS, MAIN_CLIPS[::-1])[:1 if self.quick else 2]:
+            times = self.latency("zaffo-bench-fast", clip, other)
+            name = clip.split(".")[0]
+            for text, beside, key, target in (
+                    ("request to first frame beside a key frame", "key-frame/floor", "switch",
+                     "1.1 x floor"),
+                    ("request to first frame beside the native player", "switch/native", "switch",
+                     ""),
+                    ("exact seek beside the native player", "seek/native", "seek", "1.0 x native"),
+                    ("seek to zero after the end beside a key frame", "restart/floor", "restart",
+                     "1.2 x floor")):
+                self.add(f"fast: {text} ({name})", times[beside], times[f"{key}/fast"], "ms",
+                         target=target)
+            self.add(f"fast: time on the main thread in a request ({name})", None,
+                     times["start/fast"], "ms", 3, "0.5 ms")
+        clips = [self.clip(name) for name in LONG_CLIPS]
+        bytes_at_least = self.load("floor-bytes", 8, *clips)["each_mib"]
+        ours = self.load("fast-memory", 8, *clips)
+        self.add("fast: memory of each further player beside the bytes it holds", bytes_at_least,
+                 (ours["private_mib"] - ours["one_private_mib"]) / 7, "MiB", 2, "1.25 x bytes")
+        floor = self.load("floor-play-picture", 8, str(PLAY_SECONDS), *clips)["cores"]
+        ours = self.load("fast-play", 8, str(PLAY_SECONDS), *clips)["cores"]
+        self.add("fast: CPU, 8 playing to no output", floor, ours, "cores", 3, "1.05 x floor")
+
+    def loops(self):
+        clip = self.clip(MAIN_CLIPS[0])
+        self.add("loop: building an item from a loaded asset", None,
+                 self.run_once("zaffo-bench-loops", "build", clip)["build"], "ms", 3, "0.2 ms")
+        cold = self.run_once("zaffo-bench-loops", "cold", clip)
+        self.add("loop: cold first frame beside the plain item's", cold["single"], cold["endless"],
+                 "ms", 2, "1.05 x plain")
+        seconds = str(10 if self.quick else LOOP_SECONDS)
+        for kind, floor, target in (("", "floor-play", "1.15 x floor"),
+                                    ("fast-", "floor-play-picture", "1.05 x floor")):
+            floors, ours = [], []
+            for _ in range(1 if self.quick else 3):
+                floors.append(self.run_once("zaffo-bench-load", floor, "1", seconds, clip)["cores"])
+                ours.append(self.run_once("zaffo-bench-load", kind + "loop-play", "1", seconds,
+                                          clip)["cores"])
+            text = "without sound, fast player" if kind else "with sound"
+            self.add(f"loop: CPU, one playing {seconds} s {text}", statistics.median(floors),
+                     statistics.median(ours), "cores", 4, target)
+        clips = [self.clip(name) for name in LONG_CLIPS]
+        each = lambda run: (run["private_mib"] - run["one_private_mib"]) / 7
+        self.add("loop: memory of each further player beside the plain one's",
+                 each(self.load("memory", 8, *clips)), each(self.load("loop-memory", 8, *clips)),
+                 "MiB", 2, "0.3 MiB more")
+        self.seams(clip)
+
+    def seams(self, clip):
+        """In real time, with one core kept busy by something else."""
+        busy = subprocess.Popen([sys.executable, "-c", "while True: pass"])
+        try:
+            for kind in ("native", "fast"):
+                run = self.run_once("zaffo-bench-loops", "seams", kind, str(SEAMS), clip)
+                self.add(f"loop: lateness after {run['seams']} seams, {kind}: the median", None,
+                         run["late"], "ms")
+                self.add(f"loop: lateness after {run['seams']} seams, {kind}: the most", None,
+                         run["worst"], "ms", target=f"{run['frame'] / 2:.1f} ms")
+                self.add(f"loop: pictures missing over {run['seams']} seams, {kind}", None,
+                         run["missing"], "", 0, "0")
+        finally:
+            busy.kill()
+            busy.wait()
 
     def table(self):
-        rows = [("", "floor", "library", "ratio", "target")] + self.rows
+        rows = [("", "beside", "library", "ratio", "target")] + self.rows
         widths = [max(len(row[i]) for row in rows) for i in range(5)]
         for row in rows:
             cells = [row[0].ljust(widths[0])] + [c.rjust(w) for c, w in zip(row[1:], widths[1:])]
@@ -138,9 +214,10 @@ class Bench:
 
 def main():
     bench = Bench(sys.argv[1], sys.argv[2], "quick" in sys.argv[3:])
-    for measure in (bench.latencies, bench.memory, bench.cpu, bench.feed):
+    for measure in (bench.latencies, bench.memory, bench.cpu, bench.fast, bench.loops, bench.feed):
         measure()
-    print("Medians; floor: libavformat and libavcodec alone, one thread, on the same clips.\n")
+    print("Medians, beside libavformat and libavcodec alone (the floor: one thread, the same clips)"
+          " unless the row says otherwise.\n")
     bench.table()
 
 
