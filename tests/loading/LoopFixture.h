@@ -67,17 +67,20 @@ class LoopFixture : public testing::Test {
   [[nodiscard]] double seconds() const { return CMTimeGetSeconds(player->currentTime()); }
   [[nodiscard]] double clipSeconds() const { return std::fmod(seconds(), loopSeconds) + kTrim; }
 
-  /// The picture that the player's view has on screen now.
-  [[nodiscard]] CVPixelBufferPtr picture() const {
-    CVPixelBufferPtr found;
+  /// What the player's view has on screen now.
+  [[nodiscard]] std::optional<LayerPicture> layerPicture() const {
+    std::optional<LayerPicture> found;
     const std::function<void(CALayer&)> look = [&](CALayer& layer) {
-      if (const auto shown = layer.picture(TimeSource::now())) found = shown->buffer;
+      if (auto picture = layer.picture(TimeSource::now())) found = std::move(picture);
       for (const auto& below : layer.sublayers()) look(*below);
     };
     look(*player->outputView()->layer());
     return found;
   }
-  [[nodiscard]] std::optional<int> shown() const { return test::frameNumber(picture()); }
+  [[nodiscard]] std::optional<int> shown() const {
+    const auto now = layerPicture();
+    return now ? test::frameNumber(now->buffer) : std::nullopt;
+  }
 
   ManualTime time;
   std::shared_ptr<PlayerManager> manager = PlayerManager::create();

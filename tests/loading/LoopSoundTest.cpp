@@ -186,6 +186,38 @@ TEST_P(LoopClickTest, EveryClickStandsWhereTheCompositionPutsIt) {
 
 INSTANTIATE_TEST_SUITE_P(Sources, LoopClickTest, kSources, nameOf);
 
+// Sound and picture of unlike length
+
+class UnlikeLengthTest : public LoopSoundTest {
+ protected:
+  /// How far what is heard in 5 ms from a time on is from what should be, as a share of the tone.
+  static double error(const std::vector<float>& heard, const ExpectedSound& wanted, double from) {
+    double sum = 0;
+    for (auto i = frameAt(from); i < frameAt(from + 0.005); ++i)
+      sum += std::pow(heard[i] - wanted.at(static_cast<double>(i) / kRate), 2);
+    return std::sqrt(sum / (0.005 * kRate)) / LoopTone::kAmplitude;
+  }
+  static void expectSound(const std::vector<float>& heard, const ExpectedSound& wanted) {
+    ASSERT_GE(heard.size(), frameAt((kSeams + 0.4) * wanted.loopSeconds));
+    for (double at = 0.005; at < (kSeams + 0.3) * wanted.loopSeconds; at += 0.005)
+      ASSERT_LE(error(heard, wanted, at), 0.02) << "at " << at << " s";
+  }
+};
+
+TEST_F(UnlikeLengthTest, SoundThatEndsBeforeThePictureLeavesTheRestOfEachRoundSilent) {
+  const auto heard = record("loop_short_sound.mov", kSeams + 0.5);
+  EXPECT_NEAR(loopSeconds, 0.9, 1e-6);
+  const auto halfASecond = [](double seconds) { return seconds < 0.5 ? LoopTone::at(seconds) : 0; };
+  expectSound(heard, {halfASecond, loopSeconds, 0});
+}
+
+TEST_F(UnlikeLengthTest, SoundThatOutlastsThePictureIsCutWhereThePictureStartsAgain) {
+  const auto heard = record("loop_long_sound.mov", (kSeams + 0.6) * 0.95 / 1.4);
+  EXPECT_NEAR(loopSeconds, 1.4, 1e-6) << "the length of the whole clip less the trim";
+  // The picture itself is there for 0.95 s of a round.
+  expectSound(heard, {LoopTone::at, 0.95, 0});
+}
+
 // The first round
 
 class FadeInTest : public LoopSoundTest {
