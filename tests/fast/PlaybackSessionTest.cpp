@@ -311,6 +311,7 @@ TEST_F(PlaybackSessionTest, NothingHoldsASession) {
   start();
   session->setRate(1);
   session->seek(seconds(1), into(reports));
+  time.settle();
   ask();
   EXPECT_EQ(session.use_count(), 1);
 }
