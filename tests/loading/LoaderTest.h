@@ -57,6 +57,7 @@ class LoaderTestOf : public testing::Test {
     };
     factory.audioMix = [this] {
       ++mixesMade;
+      if (mixException) throw NSErrorException(mixException);
       return mix;
     };
     loader = std::make_shared<Loader>(factory);
@@ -105,7 +106,7 @@ class LoaderTestOf : public testing::Test {
   std::shared_ptr<ScriptedAsset> assetOfItem = std::make_shared<ScriptedAsset>();
   std::shared_ptr<ScriptedAVPlayerItem> item = std::make_shared<ScriptedAVPlayerItem>(assetOfItem);
   std::shared_ptr<ScriptedImageGenerator> generator = std::make_shared<ScriptedImageGenerator>();
-  std::shared_ptr<const NSError> itemException;
+  std::shared_ptr<const NSError> itemException, mixException;
   std::shared_ptr<ScriptedComposition> composition = std::make_shared<ScriptedComposition>();
   std::shared_ptr<AVMutableAudioMix> mix = AVMutableAudioMix::audioMix();
   std::function<void()> onComposition = [] {};

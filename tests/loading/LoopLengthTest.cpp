@@ -31,6 +31,7 @@ struct Length {
 TEST_F(LoopLengthTest, TheLoaderTellsTheLengthOfARoundAndOfAll) {
   for (const auto& [name, loop, total] : {Length{"portrait.mp4", 2.9, 51 * 2.9 + 0.05},
                                           {"loop_6.5_s.mp4", 6.4, 26 * 6.4},
+                                          {"loop_6.5_s.mov", 6.4, 166.45},
                                           {"loop_10_s.mp4", 9.9, 26 * 9.9},
                                           {"loop_1_s.mp4", 0.9, 51 * 0.9},
                                           {"loop_0.12_s.mp4", 0.02, 51 * 0.02},

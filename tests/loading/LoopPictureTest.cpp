@@ -20,6 +20,7 @@ struct Clip {
   bool varies = false;   // frame n is due (n mod 3) * 0.01 s later
   double matroska = -1;  // where the first frame begins in a container of whole milliseconds
   int first = 0;         // the number of its first frame
+  double round = 0;      // seconds to the next copy when the loader tells of more
 
   [[nodiscard]] double due(int frame) const {
     if (matroska >= 0) return std::round((frame / rate + matroska) * 1000) / 1000;
@@ -55,6 +56,7 @@ class LoopPictureTest : public LoopFixture,
 TEST_P(LoopPictureTest, ShowsEveryFrameForItsTimeOverTenSeams) {
   ASSERT_TRUE(load(clip().name));
   ASSERT_TRUE(lend(std::get<Kind>(GetParam())));
+  if (clip().round > 0) loopSeconds = clip().round;
   ASSERT_TRUE(start());
   const auto step = static_cast<int64_t>(1e9 / clip().rate / 4.1);  // never stays on a change
   const double first = seconds();
@@ -92,7 +94,8 @@ INSTANTIATE_TEST_SUITE_P(
                         Clip{"long_gop.mp4", 30, 90}, Clip{"loop_600.mp4", 30, 30},
                         Clip{"loop_1000.mp4", 25, 25}, Clip{"loop_1_s.mp4", 25, 25},
                         Clip{"portrait.mp4", 30, 90}, Clip{"loop_6.5_s.mp4", 10, 65},
-                        Clip{"loop_10_s.mp4", 10, 100}),
+                        Clip{"loop_10_s.mp4", 10, 100}, Clip{"loop_short_sound.mov", 30, 30},
+                        Clip{"loop_long_sound.mov", 30, 30, false, -1, 0, 0.95}),
         testing::Values(Kind::Native, Kind::Fast)),
     [](const auto& tested) {
       std::string name = std::get<Clip>(tested.param).name;

@@ -108,9 +108,11 @@ TEST_P(LoopToneTest, HasNoStepAndNoDipOverTenSeams) {
   ASSERT_GE(heard.size(), frameAt(kSeams * loopSeconds));
   const auto wanted = wantedFor(heard);
   const double largest = LoopTone::kAmplitude * 2 * std::numbers::pi * LoopTone::kFrequency / kRate;
+  // A ramp adds the slope of its own; a codec does what it does.
+  const double slack = std::string("pcm.mov") == GetParam().name ? 1.02 : 1.1;
   const auto end = frameAt((kSeams + 0.4) * loopSeconds);
   for (std::size_t i = kStartFade; i < end; ++i)
-    ASSERT_LE(std::abs(heard[i] - heard[i - 1]), 1.1 * largest)
+    ASSERT_LE(std::abs(heard[i] - heard[i - 1]), slack * largest)
         << "at " << static_cast<double>(i) / kRate << " s";
   expectLevels(heard, wanted, kStartFade, end);
 }

@@ -161,6 +161,14 @@ TEST_F(ZFLoopingVideoPlayerItemLoaderTest, AnExceptionWhileTheItemIsMadeFailsThe
   expectFailure();
 }
 
+TEST_F(ZFLoopingVideoPlayerItemLoaderTest, AnExceptionWhileTheMixIsMadeFailsTheLoad) {
+  mixException = NSError::create("platform", 3);
+  load();
+  finishLoading(asset);
+  expectFailure();
+  EXPECT_THAT(composition->calls, IsEmpty());
+}
+
 TEST_F(ZFLoopingVideoPlayerItemLoaderTest, AnExceptionWhileTheCompositionIsBuiltFailsTheLoad) {
   composition->refuses = [](int, int) -> bool {
     throw NSErrorException(NSError::create("platform", 2));

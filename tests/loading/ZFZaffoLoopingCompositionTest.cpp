@@ -109,6 +109,19 @@ TEST_F(ZFZaffoLoopingCompositionTest, LaysPictureAndSoundDownInTurnOnAlternating
   }
 }
 
+TEST_F(ZFZaffoLoopingCompositionTest, TakesTheFirstPictureAndTheFirstSound) {
+  addSound();
+  const auto picture = asset.tracksWithMediaType(AVMediaTypeVideo).front();
+  asset.trackList.push_back(ScriptedAsset::track(AVMediaTypeAudio));
+  asset.trackList.push_back(ScriptedAsset::track(AVMediaTypeVideo));
+  ASSERT_TRUE(build());
+  EXPECT_THAT(composition.added, SizeIs(3));
+  for (const auto& copy : insertions(kVideo)) EXPECT_EQ(copy.track, picture);
+  for (const int track : {kTrackA, kTrackB}) {
+    for (const auto& copy : insertions(track)) EXPECT_EQ(copy.track, sound);
+  }
+}
+
 TEST_F(ZFZaffoLoopingCompositionTest, ThreeSecondsGiveSeamsEvery2Point9AndSoundOf2Point95) {
   asset.durationValue = CMTimeMake(3000, 1000);
   addSound();
