@@ -45,6 +45,7 @@ void BacklogDecoder::restartDecoder() {
   isSpent_ = false;
   pending_.clear();
   lookahead_.reset();
+  leadIn_.leave();
 }
 
 void BacklogDecoder::close() {
@@ -138,6 +139,7 @@ void BacklogDecoder::noteHeldBack() {
 
 void BacklogDecoder::cameOut(CMTime presentation) {
   gaveNothing_ = false;
+  leadIn_.gave(presentation);
   std::erase_if(pending_, [presentation](CMTime each) { return each <= presentation; });
 }
 
@@ -203,6 +205,7 @@ DecodeStep BacklogDecoder::send(const QueuedSample& next) {
   decoder_->setSkipsUnreferencedFrames(!isWanted && !atOnce && !wantsFirst_);
   if (decoder_->send(sample) == DecodeOutcome::Error) error_ = decoder_->error();
   ++sent_;
+  leadIn_.sent(sample);
   if (drainsAtOnce) return drain(Drain::AtOnce);
   backlog_.markSent(generation_);
   if (atOnce && gaveNothing_) wantsFirst_ = true;

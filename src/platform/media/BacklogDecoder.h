@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/media/LeadIn.h"
 #include "platform/media/SampleBacklog.h"
 #include "platform/media/VideoDecoder.h"
 
@@ -53,6 +54,8 @@ class BacklogDecoder {
   /// Why the last step failed.
   [[nodiscard]] const NSErrorPtr& error() const { return error_; }
 
+  /// Whether a run of samples has begun to be decoded whose first frame was not given yet.
+  [[nodiscard]] bool isAmidLeadIn() const { return leadIn_.isUnderWay(); }
   /// Whether it was known at the last step which frame is the last that is due: no sample can come
   /// any more that is to be shown before the time asked for.
   [[nodiscard]] bool isSettled() const { return isSettled_; }
@@ -108,6 +111,7 @@ class BacklogDecoder {
   CMTime passed_ = kCMTimeInvalid;    ///< everything up to it was given
   std::optional<Picture> lookahead_;
 
+  LeadIn leadIn_;
   bool isSettled_ = false;
   bool wantsFirst_ = false;         ///< the next frame that is given is to be shown at once
   CMTime atOnce_ = kCMTimeInvalid;  ///< the frame at this time is

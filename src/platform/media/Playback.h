@@ -106,6 +106,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
 
   void turn();
   void decodeAhead(CMTime now);
+  [[nodiscard]] std::size_t framesForLeadIn() const;
   void scheduleTurn();
   void finish(CMTime end);
   [[nodiscard]] CMTime endOf(const VideoFrame& frame) const;

@@ -31,7 +31,9 @@ void Playback::turn() {
 
 /// Decodes one frame if it is time to: between two frames the queue looks at what else is due.
 void Playback::decodeAhead(CMTime now) {
-  burst_.update(frames_->queued());
+  // A lead-in that has begun is got through.
+  const bool isAmidLeadIn = burst_.isOn() && video_ && video_->leadIn().isUnderWay();
+  if (!isAmidLeadIn) burst_.update(frames_->queued(), framesForLeadIn());
   if (!video_ || videoEnded_) burst_.stop();
   waitsForSource_ = false;
   VideoFrame frame;
@@ -57,6 +59,10 @@ void Playback::decodeAhead(CMTime now) {
         return;
     }
   }
+}
+
+std::size_t Playback::framesForLeadIn() const {
+  return video_ ? video_->leadIn().framesAhead() : 0;
 }
 
 /// Until when a frame is shown if none follows.
@@ -99,7 +105,8 @@ std::optional<int64_t> Playback::nextTurnHostTime() const {
   const auto consider = [&next](std::optional<int64_t> time) {
     if (time && (!next || *time < *next)) next = time;
   };
-  if (const auto presentation = frames_->nextWake(DecodeBurst::kFewFrames)) {
+  const std::size_t few = DecodeBurst::kFewFrames + framesForLeadIn();
+  if (const auto presentation = frames_->nextWake(few)) {
     consider(dueHostTime(*timebase_, *presentation));
   }
   if (sound_) consider(sound_->nextFillHostTime());

@@ -40,6 +40,9 @@ bool SampleBacklog::push(QueuedSample sample) {
   MutexLock lock(samplesMutex_);
   const Sample& s = queued->sample;
   latest_ = latest(latest_, s.presentation);
+  const bool isFirst = samples_.empty() && forgotten_ == 0;
+  if (!isFirst) leadIn_.sent(s);
+  if (isShown(s)) leadIn_.gave(s.presentation);
   waitingBytes_ += bytesOf(*queued);
   const bool tells = queued->displayImmediately || s.startsAnew;
   samples_.push_back(std::move(queued));
@@ -55,6 +58,7 @@ SampleBacklog::Held SampleBacklog::flush() {
   forgotten_ = 0;
   waitingBytes_ = keptBytes_ = 0;
   restartPoints_.clear();
+  leadIn_ = {};
   latest_ = settled_ = kCMTimeInvalid;
   awaited_ = true;
   return held;
@@ -200,6 +204,11 @@ void SampleBacklog::trim(uint64_t generation, CMTime shown) {
     const uint64_t position = restartPoints_.front().position;
     forgetWhileLocked(static_cast<std::size_t>(position - forgotten_), forgotten);
   }
+}
+
+std::size_t SampleBacklog::framesForLeadIn() const {
+  MutexLock lock(samplesMutex_);
+  return leadIn_.framesAhead();
 }
 
 int64_t SampleBacklog::pixelsToDecodeAgain() const {

@@ -7,6 +7,7 @@
 
 #include "platform/Mutex.h"
 #include "platform/coremedia/CMSampleBuffer.h"
+#include "platform/media/LeadIn.h"
 #include "platform/media/Sample.h"
 
 namespace zaffo::media {
@@ -74,6 +75,9 @@ class SampleBacklog {
   [[nodiscard]] bool rewindTo(uint64_t generation, CMTime time);
   /// What is on show is at `shown`: what decoding does not need to go on from there is forgotten.
   void trim(uint64_t generation, CMTime shown);
+  /// How many frames more than otherwise are to be decoded ahead, for the runs of samples that
+  /// begin with some that are not shown. Nothing was to be seen before the first run.
+  [[nodiscard]] std::size_t framesForLeadIn() const;
   /// Pixels that decoding the kept ones takes; the largest number when it cannot start there.
   [[nodiscard]] int64_t pixelsToDecodeAgain() const;
 
@@ -100,6 +104,7 @@ class SampleBacklog {
   CMTime latest_ ZAFFO_GUARDED_BY(samplesMutex_) = kCMTimeInvalid;  ///< presentation
   /// No sample can come any more that is to be shown at this time or before.
   CMTime settled_ ZAFFO_GUARDED_BY(samplesMutex_) = kCMTimeInvalid;
+  LeadIn leadIn_ ZAFFO_GUARDED_BY(samplesMutex_);  ///< of what arrives
   bool awaited_ ZAFFO_GUARDED_BY(samplesMutex_) = true;
 };
 

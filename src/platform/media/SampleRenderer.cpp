@@ -191,7 +191,9 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
   const bool isPlaying = timebase.rate() > 0;
   BacklogDecoder::Demand demand;
   demand.now = timebase.timeAtHostTime(hostNow);
-  burst_.update(frames_->queued());
+  // A lead-in that has begun is got through.
+  const bool isAmidLeadIn = burst_.isOn() && decoder_.isAmidLeadIn();
+  if (!isAmidLeadIn) burst_.update(frames_->queued(), backlog_.framesForLeadIn());
   demand.ahead = burst_.isOn() && isPlaying;
   demand.supplyEnded = supply_.hasEnded(hostNow);
   demand.overdue = isPlaying && hostNow - lastGiven_ >= kOverdueNanoseconds;
@@ -272,7 +274,8 @@ void SampleRenderer::schedule(const CMTimebase& timebase, bool isBusy) {
   const auto consider = [&next](std::optional<int64_t> time) {
     if (time && (!next || *time < *next)) next = time;
   };
-  if (const auto presentation = frames_->nextWake(DecodeBurst::kFewFrames)) {
+  const std::size_t few = DecodeBurst::kFewFrames + backlog_.framesForLeadIn();
+  if (const auto presentation = frames_->nextWake(few)) {
     consider(dueHostTime(timebase, *presentation));
   }
   // Backwards, the frame on show is over when the time falls below its own.

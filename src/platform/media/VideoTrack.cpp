@@ -144,6 +144,7 @@ TrackStep VideoTrack::stepNext(VideoFrame& frame) {
         return TrackStep::Working;
       }
       dropThrough_ = restartAt_ = frame.presentation;
+      leadIn_.gave(frame.presentation);
       error_ = nullptr;
       return TrackStep::Frame;
     case DecodeOutcome::End:
@@ -189,6 +190,7 @@ void VideoTrack::send(const Sample& sample) {
   if (sample.startsAnew && !decoder_->adoptParameters(cursor_->codecParameters())) {
     error_ = decoder_->error();
   }
+  leadIn_.sent(sample);
   if (decoder_->send(sample) == DecodeOutcome::Error) error_ = decoder_->error();
   ++sentSincePrepared_;
 }
@@ -246,6 +248,7 @@ bool VideoTrack::prepareDecoderAt(CMTime time) {
   decoder_->setSkipsUnreferencedFrames(false);
   draining_ = drainedAtTarget_ = false;
   sentSincePrepared_ = 0;
+  leadIn_.leave();
   gaveFrame_ = false;
   readError_ = nullptr;
   skipUpTo_ = kCMTimeInvalid;

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 
+#include "platform/media/LeadIn.h"
 #include "platform/media/SampleSource.h"
 #include "platform/media/VideoDecoder.h"
 
@@ -47,6 +48,9 @@ class VideoTrack {
   void releaseDecoderIfRebuildable();
   /// Goes on after `frame`, which was given for the sync sample at or before it, decoder let go.
   void resumeAfter(const VideoFrame& frame);
+
+  /// What is decoded where a segment begins.
+  [[nodiscard]] const LeadIn& leadIn() const { return leadIn_; }
 
   [[nodiscard]] const NSErrorPtr& error() const { return error_; }
 
@@ -98,6 +102,7 @@ class VideoTrack {
   bool drainsAtTarget_ = false;   ///< when the sample of the frame sought is in
   bool drainedAtTarget_ = false;  ///< it is
   int sentSincePrepared_ = 0;
+  LeadIn leadIn_;
   bool gaveFrame_ = false;  ///< since the decoder was last prepared
 };
 
