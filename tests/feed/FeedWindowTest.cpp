@@ -5,7 +5,7 @@
 
 #include "FeedRun.h"
 #include "media/Clips.h"
-#include "platform/window/VirtualDisplay.h"
+#include "platform/window/VirtualWayland.h"
 
 namespace zaffo::feed {
 namespace {
@@ -52,6 +52,22 @@ TEST_F(FeedWindowTest, TheWheelAndTheMouseTurnThePages) {
       "mousemove --window %1 50 60 mousemove --window %1 50 10 mouseup 1");
   VirtualDisplay::act("key q");
   EXPECT_THAT(pagesShown(), testing::ElementsAre(1, 2, 3));
+}
+
+TEST(FeedWindowOnWayland, ShowsOnePageAfterTheOtherAndEnds) {
+  const auto display = VirtualWayland::start();
+  if (!display) GTEST_SKIP() << "weston or Xvfb is not installed";
+  FeedRun run;
+  run.run({"--no-sound", "--stats", "stats.json", "-e",
+           "wait-frame; wait 0.5; next; wait-frame; wait 0.5; quit", clip("h264_30.mp4"),
+           clip("video_only.mp4")});
+  ASSERT_EQ(run.status(), 0) << run.errors();
+  const auto json = run.json("stats.json");
+  ASSERT_EQ(json["swipes"].size(), 2u);
+  for (const auto& swipe : json["swipes"]) {
+    EXPECT_TRUE(swipe["error"].is_null()) << swipe;
+    EXPECT_GT(swipe["frames_shown"], 1) << swipe;
+  }
 }
 
 }  // namespace

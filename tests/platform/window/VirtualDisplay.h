@@ -20,12 +20,12 @@ namespace zaffo {
   return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-/// An X server without a screen, as large as the window that a test opens, on a display number that
-/// is free, for as long as this lives. It becomes the display of the process.
+/// An X server without a screen, by default as large as the window that a test opens, on a display
+/// number that is free, for as long as this lives. It becomes the display of the process.
 class VirtualDisplay {
  public:
   /// Null when there is no Xvfb, or it does not start.
-  [[nodiscard]] static std::unique_ptr<VirtualDisplay> start() {
+  [[nodiscard]] static std::unique_ptr<VirtualDisplay> start(int width = 200, int height = 300) {
     if (!hasProgram("Xvfb")) return nullptr;
     int report[2];
     if (pipe(report) != 0) return nullptr;
@@ -37,7 +37,8 @@ class VirtualDisplay {
       dup2(silence, STDOUT_FILENO);
       prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that is killed leaves no server behind
       const std::string descriptor = std::to_string(report[1]);
-      execlp("Xvfb", "Xvfb", "-displayfd", descriptor.c_str(), "-screen", "0", "200x300x24",
+      const std::string screen = std::to_string(width) + "x" + std::to_string(height) + "x24";
+      execlp("Xvfb", "Xvfb", "-displayfd", descriptor.c_str(), "-screen", "0", screen.c_str(),
              "-nolisten", "tcp", static_cast<char*>(nullptr));
       _exit(127);
     }
