@@ -3,64 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstring>
-#include <numbers>
-
 #include "FeedRun.h"
+#include "Recording.h"
 #include "media/Clips.h"
 
 namespace zaffo::feed {
 namespace {
-
-/// The left channel of a 32-bit float stereo WAV.
-struct Recording {
-  uint32_t rate = 0;
-  std::vector<float> left;
-
-  /// How much of a frequency there is in `seconds` from `start`: its amplitude.
-  [[nodiscard]] double amplitude(double frequency, double start, double seconds) const {
-    const auto from = static_cast<std::size_t>(start * rate);
-    const auto count = static_cast<std::size_t>(seconds * rate);
-    if (from + count > left.size()) return -1;
-    double cosine = 0, sine = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-      const double angle = 2 * std::numbers::pi * frequency * static_cast<double>(i) / rate;
-      cosine += left[from + i] * std::cos(angle);
-      sine += left[from + i] * std::sin(angle);
-    }
-    return 2 * std::hypot(cosine, sine) / static_cast<double>(count);
-  }
-  /// Seconds to the first sample that can be heard; negative when there is none.
-  [[nodiscard]] double soundStart() const {
-    for (std::size_t i = 0; i < left.size(); ++i)
-      if (std::abs(left[i]) > 0.02f) return static_cast<double>(i) / rate;
-    return -1;
-  }
-};
-
-template <typename Number>
-Number numberAt(const std::string& bytes, std::size_t offset) {
-  Number number{};
-  if (offset + sizeof number <= bytes.size())
-    std::memcpy(&number, bytes.data() + offset, sizeof number);
-  return number;
-}
-
-Recording readWAV(const std::string& bytes) {
-  Recording recording;
-  for (std::size_t at = 12; at + 8 <= bytes.size();) {
-    const std::string kind = bytes.substr(at, 4);
-    const auto size = numberAt<uint32_t>(bytes, at + 4);
-    if (kind == "fmt ") recording.rate = numberAt<uint32_t>(bytes, at + 12);
-    if (kind == "data") {
-      for (std::size_t i = at + 8; i + 8 <= std::min(at + 8 + size, bytes.size()); i += 8)
-        recording.left.push_back(numberAt<float>(bytes, i));
-    }
-    at += 8 + size + size % 2;
-  }
-  return recording;
-}
 
 class FeedSoundTest : public testing::Test {
  protected:
@@ -69,7 +17,7 @@ class FeedSoundTest : public testing::Test {
     for (const auto& name : clips) arguments.push_back(test::clip(name));
     run.run(headless(arguments));
     EXPECT_EQ(run.status(), 0) << run.errors();
-    return readWAV(run.text("a.wav"));
+    return Recording(run.text("a.wav"));
   }
 
   FeedRun run;
