@@ -65,8 +65,8 @@ void AVMutableAudioMixInputParameters::insert(AVVolumeRamp ramp) {
   const CMTime start = ramp.range.start;
   const CMTime end = endOf(ramp);
   const bool isPoint = CMTIMERANGE_IS_EMPTY(ramp.range);
-  const auto first = std::find_if(ramps_.begin(), ramps_.end(), [&](const AVVolumeRamp& old) {
-    return endOf(old) > start || old.range.start >= start;
+  const auto first = std::ranges::partition_point(ramps_, [start](const AVVolumeRamp& old) {
+    return old.range.start < start && endOf(old) <= start;
   });
   std::vector<AVVolumeRamp> replacement;
   auto last = first;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <limits>
 #include <numeric>
+#include <optional>
 
 #include "platform/coremedia/ExactSeconds.h"
 #include "platform/coremedia/UInt128.h"
@@ -60,7 +61,20 @@ CMTime multiplySpecial(CMTime time, int multiplierSign) {
   return infinity(negative != (multiplierSign < 0));
 }
 
+/// a + b, or a - b; none where that might be too great for a value.
+std::optional<CMTimeValue> sumOfValues(CMTimeValue a, CMTimeValue b, bool negateB) {
+  constexpr CMTimeValue kRoom = std::numeric_limits<CMTimeValue>::max() / 2;
+  if (a > kRoom || a < -kRoom || b > kRoom || b < -kRoom) return std::nullopt;
+  return negateB ? a - b : a + b;
+}
+
 CMTime sum(CMTime a, CMTime b, bool negateB, CMTimeEpoch epoch) {
+  if (a.timescale == b.timescale) {
+    if (const auto value = sumOfValues(a.value, b.value, negateB)) {
+      const uint32_t rounded = (a.flags | b.flags) & kCMTimeFlags_HasBeenRounded;
+      return {*value, a.timescale, kCMTimeFlags_Valid | rounded, epoch};
+    }
+  }
   const uint64_t common = std::lcm(static_cast<uint64_t>(a.timescale),  //
                                    static_cast<uint64_t>(b.timescale));
   ExactSeconds second = exactSeconds(b);
@@ -228,6 +242,9 @@ int32_t CMTimeCompare(CMTime a, CMTime b) {
   if (kindA != kindB) return kindA < kindB ? -1 : 1;
   if (kindA != Kind::Numeric) return 0;
   if (a.epoch != b.epoch) return a.epoch < b.epoch ? -1 : 1;
+  if (a.timescale == b.timescale || a.value == 0 || b.value == 0) {
+    return (a.value > b.value) - (a.value < b.value);
+  }
   const ExactSeconds difference = [&] {
     ExactSeconds minusB = exactSeconds(b);
     minusB.negative = !minusB.negative;
