@@ -110,11 +110,12 @@ double FastPlayback::secondsLeft() const {
 
 bool FastPlayback::hasEnded(float rate) {
   endSeek();
+  if (!(rate > 0)) return false;
   const double position = CMTimeGetSeconds(player_->currentTime());
   const bool isEarly =
       secondsLeft() > kEarlySeconds && std::abs(position - lastEnd_) > kSamePlaceSeconds;
   lastEnd_ = position;
-  if (isEarly && rate > 0) player_->setRate(rate);
+  if (isEarly) player_->setRate(rate);
   return !isEarly;
 }
 

@@ -30,8 +30,9 @@ class FastPlayback : public std::enable_shared_from_this<FastPlayback> {
   /// As restart(), and calls `done` when the frame at `time` is on screen, or will not be.
   void seek(CMTime time, std::function<void()> done);
 
-  /// To be called when the item is said to have ended: whether it has. When it was said early, as
-  /// it is when the item was read to its end while it stood still, it goes on at `rate`.
+  /// To be called when the item is said to have ended: whether it has. It has not when it was to
+  /// stand still. When it was said early, as it is when the item was read to its end while it stood
+  /// still, it goes on at `rate`.
   [[nodiscard]] bool hasEnded(float rate);
   /// How long the last frame has still to stand at `rate`, in nanoseconds.
   [[nodiscard]] int64_t leftOfLastFrame(float rate) const;

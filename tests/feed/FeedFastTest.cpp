@@ -114,6 +114,14 @@ TEST_F(FeedFastTest, AClipStartsAgainAtItsEnd) {
   EXPECT_EQ(count(run.output(), kSessionBegins), 3) << kStartAndEnd << ", the next round";
 }
 
+TEST_F(FeedFastTest, AClipThatIsSoughtToItsEndWhilePausedStaysThereUntilItIsPlayed) {
+  feed("wait-frame; pause; seek 1.99; wait 0.5; shot a.png; play; wait 0.8; shot b.png",
+       {clip("video_only.mp4")});
+  ASSERT_EQ(run.status(), 0) << run.errors();
+  EXPECT_EQ(frameIn("a.png"), 59);
+  EXPECT_THAT(frameIn("b.png"), AllOf(Ge(5), Le(45))) << "the next round";
+}
+
 TEST_F(FeedFastTest, WithoutLoopingAClipStandsOnItsLastFrame) {
   feed("wait-frame; seek 1.7; wait 1; shot a.png", {clip("video_only.mp4")},
        {"--fast", "--loop", "none"});
