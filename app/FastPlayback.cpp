@@ -14,6 +14,11 @@ constexpr double kEarlySeconds = 0.25;
 constexpr double kSamePlaceSeconds = 0.05;
 /// A seek has arrived when the time is so close to where it went.
 constexpr double kArrivedSeconds = 0.5;
+/// How long after the end a frame that was sought may still come, in nanoseconds.
+constexpr int64_t kLastFramePatience = 500'000'000;
+
+/// Before the end of an item by so little that its last frame shows there.
+constexpr CMTime kJustBefore = CMTimeMake(1, 90000);
 
 CMTime endOf(const AVPlayerItem& item) {
   const auto tracks = item.asset()->tracksWithMediaType(AVMediaTypeVideo);
@@ -73,13 +78,21 @@ void FastPlayback::seek(CMTime time, std::function<void()> done) {
   endSeek();
   lastEnd_ = -1;
   seekDone_ = std::move(done);
-  seekTarget_ = time;
+  seekTarget_ = withinItem(time);
   beforeSeek_ = drawn();
-  player_->seekToTime(time, kCMTimeZero, kCMTimeZero, [weakSelf = weak_from_this()](bool) {
+  player_->seekToTime(seekTarget_, kCMTimeZero, kCMTimeZero, [weakSelf = weak_from_this()](bool) {
     dispatch_async(dispatch_get_main_queue(), [weakSelf] {
       if (const auto self = weakSelf.lock()) self->endSeek();
     });
   });
+}
+
+/// `time`, or the last frame's when it is beyond that: from there on there would be nothing to
+/// show.
+CMTime FastPlayback::withinItem(CMTime time) const {
+  const auto item = player_->playerItem();
+  const CMTime end = item ? endOf(*item) : kCMTimeInvalid;
+  return CMTIME_IS_NUMERIC(end) ? CMTimeMinimum(time, end - kJustBefore) : time;
 }
 
 void FastPlayback::didPresent() {
@@ -89,7 +102,17 @@ void FastPlayback::didPresent() {
   if (now && now != beforeSeek_ && std::abs(distance) < kArrivedSeconds) endSeek();
 }
 
+/// Everything has been read: if the frame is not among it, it will not come.
+void FastPlayback::giveUpSeekLater() {
+  if (!seekDone_ || seekTimer_) return;
+  seekTimer_ = dispatch_timer_after(kLastFramePatience, dispatch_get_main_queue(),
+                                    [weakSelf = weak_from_this()] {
+                                      if (const auto self = weakSelf.lock()) self->endSeek();
+                                    });
+}
+
 void FastPlayback::endSeek() {
+  if (const auto timer = std::exchange(seekTimer_, nullptr)) timer->cancel();
   beforeSeek_ = nullptr;
   if (const auto done = std::exchange(seekDone_, nullptr)) done();
 }
@@ -109,7 +132,7 @@ double FastPlayback::secondsLeft() const {
 }
 
 bool FastPlayback::hasEnded(float rate) {
-  endSeek();
+  giveUpSeekLater();
   if (!(rate > 0)) return false;
   const double position = CMTimeGetSeconds(player_->currentTime());
   const bool isEarly =

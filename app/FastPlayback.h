@@ -27,7 +27,8 @@ class FastPlayback : public std::enable_shared_from_this<FastPlayback> {
 
   /// Goes to the start at `rate`.
   void restart(float rate);
-  /// As restart(), and calls `done` when the frame at `time` is on screen, or will not be.
+  /// Shows the frame at `time`, the last one beyond the end, and goes on at the present rate. Calls
+  /// `done` when it is on screen, or will not be.
   void seek(CMTime time, std::function<void()> done);
 
   /// To be called when the item is said to have ended: whether it has. It has not when it was to
@@ -44,7 +45,9 @@ class FastPlayback : public std::enable_shared_from_this<FastPlayback> {
  private:
   void observeFailure();
   void reportFailure();
+  void giveUpSeekLater();
   void endSeek();
+  [[nodiscard]] CMTime withinItem(CMTime time) const;
   [[nodiscard]] CVPixelBufferPtr drawn() const;
   [[nodiscard]] double secondsLeft() const;
 
@@ -57,6 +60,7 @@ class FastPlayback : public std::enable_shared_from_this<FastPlayback> {
   std::function<void()> seekDone_;
   CMTime seekTarget_ = kCMTimeInvalid;
   CVPixelBufferPtr beforeSeek_;
+  DispatchTimerPtr seekTimer_;
 };
 
 }  // namespace zaffo::feed

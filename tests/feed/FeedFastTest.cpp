@@ -122,6 +122,14 @@ TEST_F(FeedFastTest, AClipThatIsSoughtToItsEndWhilePausedStaysThereUntilItIsPlay
   EXPECT_THAT(frameIn("b.png"), AllOf(Ge(5), Le(45))) << "the next round";
 }
 
+TEST_F(FeedFastTest, ASeekToTheEndOrBeyondItShowsTheLastFrame) {
+  feed("wait-frame; pause; seek 2; shot a.png; seek 0.5; seek 100; wait 0.3; shot b.png",
+       {clip("video_only.mp4")});
+  ASSERT_EQ(run.status(), 0) << run.errors();
+  EXPECT_EQ(frameIn("a.png"), 59);
+  EXPECT_EQ(frameIn("b.png"), 59);
+}
+
 TEST_F(FeedFastTest, WithoutLoopingAClipStandsOnItsLastFrame) {
   feed("wait-frame; seek 1.7; wait 1; shot a.png", {clip("video_only.mp4")},
        {"--fast", "--loop", "none"});
