@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <map>
+#include <mutex>
 #include <string>
 #include <utility>
 
@@ -9,10 +10,14 @@
 
 namespace zaffo {
 
-/// A queue as busy as a test wants it: it keeps its blocks until runAll(). Thread: the test's.
+/// A queue as busy as a test wants it: it keeps its blocks until runAll(). Thread: any puts blocks
+/// in; the rest is the test's.
 class HeldQueue final : public DispatchQueue {
  public:
-  void async(DispatchBlock block) override { blocks_.push_back(std::move(block)); }
+  void async(DispatchBlock block) override {
+    const std::lock_guard lock(blocksMutex_);
+    blocks_.push_back(std::move(block));
+  }
   [[nodiscard]] const std::string& label() const override { return label_; }
   void setSpecific(const void* key, void* context) override { specifics_[key] = context; }
   [[nodiscard]] void* specific(const void* key) const override {
@@ -21,20 +26,28 @@ class HeldQueue final : public DispatchQueue {
   }
   [[nodiscard]] bool isCurrent() const override { return isRunning_; }
 
-  [[nodiscard]] size_t waiting() const { return blocks_.size(); }
+  [[nodiscard]] size_t waiting() const {
+    const std::lock_guard lock(blocksMutex_);
+    return blocks_.size();
+  }
 
   void runAll() {
     isRunning_ = true;
-    while (!blocks_.empty()) {
-      const DispatchBlock block = std::move(blocks_.front());
-      blocks_.pop_front();
-      block();
-    }
+    while (const DispatchBlock block = takeFirst()) block();
     isRunning_ = false;
   }
 
  private:
+  DispatchBlock takeFirst() {
+    const std::lock_guard lock(blocksMutex_);
+    if (blocks_.empty()) return nullptr;
+    DispatchBlock block = std::move(blocks_.front());
+    blocks_.pop_front();
+    return block;
+  }
+
   const std::string label_ = "held";
+  mutable std::mutex blocksMutex_;
   std::deque<DispatchBlock> blocks_;
   std::map<const void*, void*> specifics_;
   bool isRunning_ = false;

@@ -84,8 +84,8 @@ class RendererFixture : public testing::Test {
 
   ManualTime time_;
   std::shared_ptr<CMTimebase> timebase_ = CMTimebase::create(CMClockGetHostTimeClock());
-  int pictureChanges_ = 0;
-  int statusChanges_ = 0;
+  std::atomic<int> pictureChanges_{0};  ///< told of on any thread, like the status
+  std::atomic<int> statusChanges_{0};
   std::shared_ptr<SampleRenderer> renderer_ =
       SampleRenderer::create({[this] { ++pictureChanges_; }, [this] { ++statusChanges_; }});
   DispatchQueuePtr queue_ = dispatch_queue_create("test.session");
