@@ -49,7 +49,9 @@ int64_t nanosecondsFromSeconds(double seconds) {
   constexpr auto kForEver = std::numeric_limits<int64_t>::max();
   if (!(seconds > 0)) return 0;
   if (seconds >= static_cast<double>(kForEver) / kNanosecondsPerSecond) return kForEver;
-  return std::llround(seconds * kNanosecondsPerSecond);
+  // Up, so that nothing runs early; but for what is the rounding of this product alone.
+  constexpr double kNoise = 1e-3;
+  return static_cast<int64_t>(std::ceil(seconds * kNanosecondsPerSecond - kNoise));
 }
 
 }  // namespace

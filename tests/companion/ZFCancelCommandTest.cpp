@@ -151,6 +151,19 @@ TEST_F(TimedCommandTest, AfterRunsOnceOnItsQueue) {
   command->cancel();
 }
 
+TEST_F(TimedCommandTest, AfterIsNeverEarlyAndNoLaterThanTheNextNanosecond) {
+  const std::vector<std::pair<double, int64_t>> delays{
+      {29 * 1001 / 30000.0, 967'633'334}, {1.1, 1'100'000'000}, {2.3, 2'300'000'000}};
+  for (const auto& [seconds, nanoseconds] : delays) {
+    int runs = 0;
+    const auto command = dispatch_after_cancellable(seconds, main_, [&] { ++runs; });
+    time_.advance(nanoseconds - 1);
+    EXPECT_EQ(runs, 0) << seconds;
+    time_.advance(1);
+    EXPECT_EQ(runs, 1) << seconds;
+  }
+}
+
 TEST_F(TimedCommandTest, AfterGoesOnWhenItsCommandIsDropped) {
   bool ran = false;
   dispatch_after_cancellable(1, main_, [&] { ran = true; }).reset();

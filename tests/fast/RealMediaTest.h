@@ -10,6 +10,7 @@
 
 #include "doubles/ManualTime.h"
 #include "fast/PlaybackSession.h"
+#include "fast/QuietTrace.h"
 #include "media/Clips.h"
 #include "media/FrameNumber.h"
 #include "platform/foundation/NSNotificationCenter.h"
@@ -58,16 +59,7 @@ class RealMediaTest : public testing::Test {
   }
   [[nodiscard]] int64_t elapsed() const { return time.elapsed(); }
 
-  ManualTime time;
-  std::shared_ptr<AVPlayerItem> item;
-  std::shared_ptr<PlaybackSession> session;
-  struct End {
-    std::string name;
-    int64_t at = 0;  ///< of time.elapsed()
-  };
-  std::vector<End> ends;
-
- private:
+  /// Hears of the ends of `item` from now on.
   void listen() {
     for (const auto* const name : {AVPlayerItemDidPlayToEndTimeNotification,
                                    AVPlayerItemFailedToPlayToEndTimeNotification}) {
@@ -78,6 +70,18 @@ class RealMediaTest : public testing::Test {
     }
   }
 
+ public:
+  ManualTime time;
+  std::shared_ptr<AVPlayerItem> item;
+  std::shared_ptr<PlaybackSession> session;
+  struct End {
+    std::string name;
+    int64_t at = 0;  ///< of time.elapsed()
+  };
+  std::vector<End> ends;
+
+ private:
+  const QuietTrace quiet_;
   const std::shared_ptr<int> token_ = std::make_shared<int>(0);
 };
 
