@@ -32,13 +32,18 @@ double median(std::vector<double> values) {
   return values[values.size() / 2];
 }
 
-void build(const Report& report, const std::string& clip) {
+std::shared_ptr<zaffo::AVAsset> loadAsset(const std::string& clip) {
   const auto asset = zaffo::AVAsset::assetWithURL(zaffo::NSURL::fileURLWithPath(clip));
   bool loaded = false;
   asset->loadValuesAsynchronouslyForKeys({"tracks", "duration"}, [&] {
     zaffo::dispatch_async(zaffo::dispatch_get_main_queue(), [&] { loaded = true; });
   });
   bench::runUntil([&] { return loaded; }, "an asset");
+  return asset;
+}
+
+void build(const Report& report, const std::string& clip) {
+  const auto asset = loadAsset(clip);
   std::vector<double> times;
   while (times.size() < 101) {
     const double start = bench::now();
@@ -106,14 +111,33 @@ std::vector<Sight> watch(const Handle& handle, const std::map<uint64_t, int>& fr
   return sights;
 }
 
+/// Which frames of a clip of constant rate a loop shows, and for how long all of them.
+class LoopedFrames {
+ public:
+  /// `duration`: of clip and frame, in seconds.
+  LoopedFrames(double duration, double frame, int frames)
+      : length_(duration - 2 * kTrim),
+        first_(static_cast<int>(std::floor(kTrim / frame + kNearly))),
+        end_(std::min(static_cast<int>(std::ceil((duration - kTrim) / frame - kNearly)), frames)) {}
+  [[nodiscard]] double length() const { return length_; }
+  /// The first and the last one of a loop may be cut short; they count.
+  [[nodiscard]] int count() const { return end_ - first_; }
+
+ private:
+  static constexpr double kTrim = 0.05;
+  static constexpr double kNearly = 1e-6;
+  double length_;
+  int first_, end_;
+};
+
 void seams(const Report& report, Kind kind, int count, const std::string& clip) {
   std::map<uint64_t, int> frames;
   int number = 0;
   for (const uint64_t mark : floors::File(clip).decodeMarks()) frames.try_emplace(mark, number++);
   if (static_cast<int>(frames.size()) != number) fail("two pictures of the clip are alike");
-  floors::File file(clip);
-  const double frame = file.duration() / number;
-  const int kept = number - static_cast<int>(std::lround(0.1 / frame));
+  const double frame = floors::File(clip).duration() / number;
+  const double duration = zaffo::CMTimeGetSeconds(loadAsset(clip)->duration());
+  const LoopedFrames looped(duration, frame, number);
 
   const auto pool = bench::makePool(kind);
   const auto video = std::make_shared<Video>(clip, "clip", Loop::Endless);
@@ -123,26 +147,21 @@ void seams(const Report& report, Kind kind, int count, const std::string& clip) 
   handle->setRate(1);
   const std::vector<Sight> sights = watch(handle, frames, count);
 
-  // Every picture is due one frame after the one before it; the lateness of those after a seam
-  // against where the first of the loop was due.
-  const int first = sights.front().frame;
   int missing = 0;
   double worst = 0;
   std::vector<double> late;
-  int64_t index = 0;
   for (std::size_t i = 1; i < sights.size(); ++i) {
     const bool seam = sights[i].frame < sights[i - 1].frame;
-    const int step = sights[i].frame - sights[i - 1].frame + (seam ? kept : 0);
+    const int step = sights[i].frame - sights[i - 1].frame + (seam ? looped.count() : 0);
     missing += step - 1;
-    index += step;
     if (!seam) continue;
-    const double due = static_cast<double>(index) * frame;
+    const double due = static_cast<double>(late.size() + 1) * looped.length();
     late.push_back((sights[i].mediaTime - due) * 1000);
     worst = std::max(worst, late.back());
   }
   report.print("{\"seams\": %zu, \"late\": %.2f, \"worst\": %.2f, \"missing\": %d, ", late.size(),
                median(late), worst, missing);
-  report.print("\"first\": %d, \"frame\": %.3f}\n", first, frame * 1000);
+  report.print("\"first\": %d, \"frame\": %.3f}\n", sights.front().frame, frame * 1000);
 }
 
 }  // namespace
