@@ -81,6 +81,8 @@ std::optional<VideoFrame> FrameFinder::decodeTo(CMTime target) {
   Sample sample;
   decoder_->reset();
   if (!cursor_->seek(target)) return best;
+  // Segments of a composition may be of different codecs.
+  if (!decoder_->adoptParameters(cursor_->codecParameters())) return best;
   bool wanted = false;
   while (!wanted && next(sample) == ReadOutcome::Sample) {
     wanted = sample.shown && sample.presentation == target;

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <random>
+#include <string>
 #include <thread>
 
 #include "platform/avfoundation/AVComposition.h"
@@ -147,6 +149,36 @@ TEST_F(AVMutableCompositionTest, KeepsItsSourcesOpen) {
   asset_.reset();
   EXPECT_TRUE(insert(range(0, 500), at(500)));
   EXPECT_NE(composition_->sampleSource(), nullptr);
+}
+
+/// How many of the process's file descriptors lead to a file.
+int descriptorsOf(const std::string& path) {
+  namespace fs = std::filesystem;
+  int count = 0;
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;  // the one that the folder itself is read through
+    count += fs::read_symlink(entry, gone) == fs::canonical(path) && !gone;
+  }
+  return count;
+}
+
+TEST_F(AVMutableCompositionTest, FiftyOneCopiesAreFiftyOneSegmentsAndOneOpenedSource) {
+  const auto sound = composition_->addMutableTrackWithMediaType(AVMediaTypeAudio, 0);
+  const auto soundSource = asset_->tracksWithMediaType(AVMediaTypeAudio).front();
+  for (int i = 0; i < 51; ++i) {
+    ASSERT_TRUE(insert(range(50, 3900), kCMTimeInvalid));
+    ASSERT_TRUE(sound->insertTimeRange(range(50, 3900), soundSource, kCMTimeInvalid, nullptr));
+  }
+  EXPECT_EQ(track_->segments().size(), 51u);
+  for (const auto& segment : track_->segments()) EXPECT_EQ(segment.sourceTrack, source_);
+  const std::string path = test::clip("h264_30.mp4");
+  EXPECT_EQ(descriptorsOf(path), 1);
+  const auto item = AVPlayerItem::playerItemWithAsset(composition_);
+  player_->replaceCurrentItemWithPlayerItem(item);
+  player_->setRate(1);
+  time_.advance(8 * kNanosecondsPerSecond);
+  EXPECT_GT(seconds(), 7.8) << "two seams are behind it";
+  EXPECT_EQ(descriptorsOf(path), 1);
 }
 
 TEST_F(AVMutableCompositionTest, TheDurationIsThatOfTheLongestTrack) {

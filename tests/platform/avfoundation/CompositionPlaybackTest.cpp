@@ -84,6 +84,21 @@ class CompositionPlaybackTest : public PlayerFixture {
     EXPECT_GE(log.entries().size() + 2, pictures.size());
   }
 
+  /// A still picture of a time, in milliseconds, is the one that is on show then.
+  void expectPicture(AVAssetImageGenerator& generator, int64_t time) {
+    CMTime actual;
+    std::shared_ptr<const NSError> error;
+    const auto image = generator.copyCGImageAtTime(at(time), &actual, &error);
+    ASSERT_TRUE(image) << time << (error ? error->localizedDescription() : "");
+    const Shown* last = nullptr;
+    for (const Shown& picture : expected_) {
+      if (picture.from <= at(time)) last = &picture;
+    }
+    ASSERT_TRUE(last);
+    EXPECT_EQ(test::frameNumber(image), last->number) << time;
+    EXPECT_NEAR(CMTimeGetSeconds(actual), CMTimeGetSeconds(last->from), 1e-9) << time;
+  }
+
   std::shared_ptr<AVMutableComposition> composition_ = AVMutableComposition::create();
   std::shared_ptr<AVMutableCompositionTrack> video_ =
       composition_->addMutableTrackWithMediaType(AVMediaTypeVideo, 0);
@@ -234,23 +249,65 @@ TEST_F(CompositionPlaybackTest, ThePlayerShowsTheTransformOfTheTrack) {
   EXPECT_EQ(picture.preferredTransform.tx, 108);
 }
 
+TEST_F(CompositionPlaybackTest, PicturesOfSegmentsOfDifferentCodecsAndSizesCanBeMade) {
+  for (int round = 0; round < 2; ++round) {
+    append("h264_30.mp4", range(50, 300));
+    append("vp9_opus.webm", range(100, 300));
+    append("portrait.mp4", range(70, 300));
+    append("hevc.mp4", range(1070, 300));
+  }
+  const auto generator = AVAssetImageGenerator::assetImageGeneratorWithAsset(composition_);
+  for (const int64_t time : {2399, 0, 1250, 310, 899, 650, 1199, 1799}) {
+    expectPicture(*generator, time);
+  }
+}
+
+TEST_F(CompositionPlaybackTest, InAGapThePictureIsTheLastOneBeforeIt) {
+  append("h264_30.mp4", range(0, 300));
+  const auto source = assets_["h264_30.mp4"]->tracksWithMediaType(AVMediaTypeVideo).front();
+  ASSERT_TRUE(video_->insertTimeRange(range(1000, 300), source, at(500), nullptr));
+  const auto generator = AVAssetImageGenerator::assetImageGeneratorWithAsset(composition_);
+  for (const int64_t time : {300, 400, 499}) expectPicture(*generator, time);
+  const auto behind = generator->copyCGImageAtTime(at(500), nullptr, nullptr);
+  EXPECT_EQ(test::frameNumber(behind), 30);
+}
+
+TEST_F(CompositionPlaybackTest, InAGapAtTheBeginningThePictureIsTheFirstOneBehindIt) {
+  append("h264_30.mp4", range(0, 300));
+  const auto source = assets_["h264_30.mp4"]->tracksWithMediaType(AVMediaTypeVideo).front();
+  const auto late = AVMutableComposition::create();
+  ASSERT_TRUE(late->addMutableTrackWithMediaType(AVMediaTypeVideo, 0)
+                  ->insertTimeRange(range(1000, 300), source, at(500), nullptr));
+  const auto generator = AVAssetImageGenerator::assetImageGeneratorWithAsset(late);
+  for (const int64_t time : {0, 250, 500}) {
+    CMTime actual;
+    const auto image = generator->copyCGImageAtTime(at(time), &actual, nullptr);
+    EXPECT_EQ(test::frameNumber(image), 30) << time;
+    EXPECT_EQ(actual, at(500)) << time;
+  }
+}
+
+TEST_F(CompositionPlaybackTest, TimesThatACompositionHasNotHaveNoPicture) {
+  append("h264_30.mp4", range(0, 300));
+  const auto generator = AVAssetImageGenerator::assetImageGeneratorWithAsset(composition_);
+  for (const CMTime time : {kCMTimeInvalid, at(301), kCMTimePositiveInfinity}) {
+    std::shared_ptr<const NSError> error;
+    EXPECT_FALSE(generator->copyCGImageAtTime(time, nullptr, &error));
+    EXPECT_TRUE(error);
+  }
+  const auto empty =
+      AVAssetImageGenerator::assetImageGeneratorWithAsset(AVMutableComposition::create());
+  std::shared_ptr<const NSError> error;
+  EXPECT_FALSE(empty->copyCGImageAtTime(kCMTimeZero, nullptr, &error));
+  EXPECT_TRUE(error);
+}
+
 TEST_F(CompositionPlaybackTest, PicturesOfACompositionCanBeMade) {
   video_->setPreferredTransform({0, 1, -1, 0, 108, 0});
   appendCopies("h264_30.mp4", range(50, 900), 3);
   for (const auto& asset : {std::shared_ptr<AVAsset>(composition_), composition_->copy()}) {
     const auto generator = AVAssetImageGenerator::assetImageGeneratorWithAsset(asset);
-    for (const int64_t time : {0, 400, 899, 900, 1300, 2699}) {
-      CMTime actual;
-      std::shared_ptr<const NSError> error;
-      const auto image = generator->copyCGImageAtTime(at(time), &actual, &error);
-      ASSERT_TRUE(image) << (error ? error->localizedDescription() : "");
-      const Shown* last = nullptr;
-      for (const Shown& picture : expected_) {
-        if (picture.from <= at(time)) last = &picture;
-      }
-      EXPECT_EQ(test::frameNumber(image), last->number) << time;
-      EXPECT_EQ(CMTimeGetSeconds(actual), CMTimeGetSeconds(last->from));
-    }
+    for (const int64_t time : {0, 400, 899, 900, 1300, 2699}) expectPicture(*generator, time);
     generator->setAppliesPreferredTrackTransform(true);
     const auto upright = generator->copyCGImageAtTime(at(1000), nullptr, nullptr);
     ASSERT_TRUE(upright);
