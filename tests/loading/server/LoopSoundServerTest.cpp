@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "doubles/MainLoopUntil.h"
 #include "doubles/SoundServer.h"
@@ -89,66 +90,51 @@ double errorOf(const std::vector<float>& heard, const ExpectedSound& wanted, std
          LoopTone::kAmplitude;
 }
 
-/// What was heard of a loop, beside what should have been.
-class Heard {
- public:
-  Heard(std::vector<float> samples, double loopSeconds)
-      : samples_(std::move(samples)), wanted_{LoopTone::at, loopSeconds, 0} {
-    // Media time moves on while the device opens, so that the first sound is one of the first
-    // round.
-    constexpr std::size_t kStride = 48;
-    const auto round = static_cast<std::size_t>(loopSeconds * kRate);
-    double least = 1e9;
-    for (int candidate = 0; candidate < static_cast<int>(round); ++candidate) {
-      const double error = errorOf(samples_, wanted_, round / 2, round, candidate, kStride);
-      if (error < least) lag_ = candidate, least = error;
-    }
+/// The frame of the loop that was heard first: of the first round, for media time moves on while
+/// the device opens.
+int firstFrameHeard(const std::vector<float>& heard, const ExpectedSound& wanted) {
+  constexpr std::size_t kStride = 48;
+  const auto round = static_cast<std::size_t>(wanted.loopSeconds * kRate);
+  int lag = 0;
+  double least = 1e9;
+  for (int candidate = 0; candidate < static_cast<int>(round); ++candidate) {
+    const double error = errorOf(heard, wanted, round, round, candidate, kStride);
+    if (error < least) lag = candidate, least = error;
   }
+  return lag;
+}
 
-  /// The start of the first 10 ms that are not as they should be. One frame too many or too few
-  /// would be 0.04 of the tone from there on.
-  [[nodiscard]] std::optional<std::size_t> firstFault() const {
-    constexpr std::size_t kStartFade = 240;
-    for (std::size_t at = kStartFade; at + kWindow <= samples_.size(); at += kWindow) {
-      if (errorOf(samples_, wanted_, at, kWindow, lag_) > 0.002) return at;
-    }
-    return std::nullopt;
+/// Seconds to the first 10 ms that are not as they should be, after those in which the device finds
+/// its place. One frame too many or too few would be 0.04 of the tone from there on.
+std::optional<double> firstFault(const std::vector<float>& heard, const ExpectedSound& wanted) {
+  constexpr std::size_t kWindow = 480, kStart = 4800;
+  const int lag = firstFrameHeard(heard, wanted);
+  for (std::size_t at = kStart; at + kWindow <= heard.size(); at += kWindow) {
+    if (errorOf(heard, wanted, at, kWindow, lag) > 0.002) return static_cast<double>(at) / kRate;
   }
-  /// Whether the server was left without sound there: it plays silence then.
-  [[nodiscard]] bool isSilentFrom(std::size_t at) const {
-    const auto end = std::min(at + 2 * kWindow, samples_.size());
-    int silent = 0;
-    for (std::size_t i = at; i < end && silent < 48; ++i)
-      silent = samples_[i] == 0 ? silent + 1 : 0;
-    return silent == 48;
-  }
-
- private:
-  static constexpr std::size_t kWindow = 480;
-  std::vector<float> samples_;
-  ExpectedSound wanted_;
-  int lag_ = 0;
-};
+  return std::nullopt;
+}
 
 TEST_F(LoopSoundServerTest, NothingIsDroppedOrRepeatedOverTenSeams) {
-  // A machine that is busy with other things may starve the server now and then.
+  // Where a machine has no time for it the server falls behind, and the sound skips to be in step
+  // again. A fault of the loop would be there each time.
   constexpr int kTries = 8;
+  std::string faults;
   for (int i = 0; i < kTries; ++i) {
     const auto listener = server->listen();
     ASSERT_TRUE(hearSilence(*listener));
     ASSERT_TRUE(play("loop_tone_0.3_s.mov"));
     ASSERT_NEAR(loopSeconds, 0.2, 1e-6);
-    const auto frames = static_cast<std::size_t>(10.5 * loopSeconds * kRate);
-    auto samples = hear(*listener, frames);
-    ASSERT_EQ(samples.size(), frames);
-    const Heard heard(std::move(samples), loopSeconds);
-    const auto fault = heard.firstFault();
+    const auto frames = static_cast<std::size_t>(11 * loopSeconds * kRate);
+    const auto heard = hear(*listener, frames);
+    ASSERT_EQ(heard.size(), frames);
+    const auto fault = firstFault(heard, {LoopTone::at, loopSeconds, 0});
     if (!fault) return;
-    ASSERT_TRUE(heard.isSilentFrom(*fault)) << "at " << static_cast<double>(*fault) / kRate << " s";
+    faults += " " + std::to_string(*fault);
     player.reset();
     manager->removeAllPlayers();
   }
-  FAIL() << "the server was starved each time";
+  FAIL() << "first faults, in seconds:" << faults;
 }
 
 }  // namespace
