@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -28,15 +29,16 @@ class ScriptedDisplayLayer final : public AVSampleBufferDisplayLayer {
 
   /// Calls for samples, as a layer does that has room again; only while a request is pending.
   void ask() {
-    if (!block_) return;
-    queue_->async([block = block_] {
-      if (*block) (*block)();
+    const auto request = pending();
+    if (!request) return;
+    request->queue->async([request] {
+      if (!request->stopped) request->block();
     });
   }
-  [[nodiscard]] bool isAsking() const { return block_ != nullptr; }
-  [[nodiscard]] const DispatchQueuePtr& queue() const { return queue_; }
-  /// What was last asked to be called for samples, even when the request has ended.
-  [[nodiscard]] std::function<void()> lastBlock() const { return lastBlock_; }
+  [[nodiscard]] bool isAsking() const { return pending() != nullptr; }
+  /// What was last asked to be called for samples, and where, even when the request has ended.
+  [[nodiscard]] DispatchQueuePtr queue() const { return last()->queue; }
+  [[nodiscard]] std::function<void()> lastBlock() const { return last()->block; }
 
   /// Changes the status, and tells so, on the calling thread.
   void changeStatus(Status status, std::shared_ptr<const NSError> error = nullptr) {
@@ -67,16 +69,22 @@ class ScriptedDisplayLayer final : public AVSampleBufferDisplayLayer {
   void requestMediaDataWhenReadyOnQueue(DispatchQueuePtr queue,
                                         std::function<void()> block) override {
     std::printf("layer request\n");
-    queue_ = std::move(queue);
-    lastBlock_ = block;
-    block_ = std::make_shared<std::function<void()>>(std::move(block));
+    auto request = std::make_shared<Request>();
+    request->queue = std::move(queue);
+    request->block = std::move(block);
+    {
+      const std::lock_guard lock(requestMutex_);
+      last_ = pending_ = std::move(request);
+    }
     if (onRequest) onRequest();
     if (asksAtOnce) ask();
   }
+  /// On any thread, as a session's seek and failure do.
   void stopRequestingMediaData() override {
     std::printf("layer stop requesting\n");
-    if (block_) *block_ = nullptr;
-    block_ = nullptr;
+    const std::lock_guard lock(requestMutex_);
+    if (pending_) pending_->stopped = true;
+    pending_ = nullptr;
   }
 
   [[nodiscard]] Status status() const override { return status_.get(); }
@@ -96,10 +104,23 @@ class ScriptedDisplayLayer final : public AVSampleBufferDisplayLayer {
   [[nodiscard]] int64_t firstPresentedHostTime() const override { return 0; }
 
  private:
+  struct Request {
+    DispatchQueuePtr queue;
+    std::function<void()> block;
+    std::atomic<bool> stopped{false};
+  };
+  [[nodiscard]] std::shared_ptr<Request> pending() const {
+    const std::lock_guard lock(requestMutex_);
+    return pending_;
+  }
+  [[nodiscard]] std::shared_ptr<Request> last() const {
+    const std::lock_guard lock(requestMutex_);
+    return last_;
+  }
+
   std::shared_ptr<CMTimebase> timebase_;
-  DispatchQueuePtr queue_;
-  std::shared_ptr<std::function<void()>> block_;
-  std::function<void()> lastBlock_;
+  mutable std::mutex requestMutex_;
+  std::shared_ptr<Request> pending_, last_;
   ObservableProperty<Status> status_{Status::Unknown};
 };
 
