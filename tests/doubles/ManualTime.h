@@ -61,11 +61,14 @@ class ManualTime final : public TimeSource {
   /// Runs what there is to run at the present time, on the workers and on the main queue, until
   /// nothing is left. Never returns when blocks keep queueing others without a delay.
   void settle() {
+    // A turn that finds nothing, after workers that have nothing left, leaves nothing behind.
     do {
       dispatch_wait_until_idle();
-      while (nextDeadline() <= now_) ring();
-    } while (MainLoop::runTurn() > 0 || nextDeadline() <= now_);
-    dispatch_wait_until_idle();
+      while (nextDeadline() <= now_) {
+        ring();
+        dispatch_wait_until_idle();
+      }
+    } while (MainLoop::runTurn() > 0);
   }
 
   [[nodiscard]] int64_t nanoseconds() const override { return now_; }
