@@ -23,10 +23,11 @@ class Swipes {
     script_ += "goto " + std::to_string(page_) + (waitForFrame ? "; wait-frame\n" : "\n");
     ++count_;
   }
-  /// To the first page, and until all that was begun is done: free threads live for ten seconds.
+  /// To the first page, and until all that was begun is done: free threads live for ten seconds. A
+  /// sanitizer may keep their last work waiting for longer.
   void rest() {
     if (page_ != 1) step(1 - page_);
-    script_ += "wait 11\n";
+    script_ += test::kHasShadowMemory ? "wait 30\n" : "wait 11\n";
   }
   [[nodiscard]] std::size_t count() const { return count_; }
   [[nodiscard]] const std::string& script() const { return script_; }
