@@ -87,6 +87,22 @@ TEST_F(PlayerManagerRealMediaTest, AQuickSwitchLeavesOnlyTheLastVideoLoaded) {
   EXPECT_EQ(manager->playerState(std::make_shared<TestVideo>("a")), PlayerState::NotLoaded);
 }
 
+/// A load ends well whatever its preroll said; by then the item tells.
+TEST_F(PlayerManagerRealMediaTest, AnItemWithoutAPictureToDecodeIsHandedOutWithItsErrorInIt) {
+  for (const char* way : {"cold", "warm"}) {
+    SCOPED_TRACE(way);
+    const auto loaded = load("a", "no_key_frame.mp4");
+    ASSERT_TRUE(loaded && loaded->player());
+    const auto item = loaded->player()->playerItem();
+    ASSERT_NE(item, nullptr);
+    EXPECT_EQ(item->status(), AVPlayerItemStatus::Failed);
+    ASSERT_NE(item->error(), nullptr);
+    EXPECT_FALSE(item->error()->localizedDescription().empty());
+    loaded->player()->setRate(1);
+    EXPECT_EQ(loaded->player()->rate(), 0);
+  }
+}
+
 TEST_F(PlayerManagerRealMediaTest, AMediaServicesResetLeavesHandlesWithoutAPlayer) {
   const auto loaded = load("a", "portrait.mp4");
   ASSERT_TRUE(loaded && loaded->player());
