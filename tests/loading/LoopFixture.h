@@ -34,7 +34,10 @@ class LoopFixture : public testing::Test {
 
   /// Whether the loader gave an item.
   bool load(const std::string& name, AVPlayerItemLoaderOptions options = {}) {
-    ZFLoopingVideoPlayerItemLoader::createWithURL(NSURL::fileURLWithPath(test::clip(name)))
+    return loadFile(test::clip(name), options);
+  }
+  bool loadFile(const std::string& path, AVPlayerItemLoaderOptions options = {}) {
+    ZFLoopingVideoPlayerItemLoader::createWithURL(NSURL::fileURLWithPath(path))
         ->loadAVPlayerItemWithOptions(
             options, [this](std::shared_ptr<AVPlayerItem> loaded, double loop, double total) {
               item = std::move(loaded);

@@ -1,59 +1,24 @@
 // What is heard while a loop plays over ten seams.
 
-#include <unistd.h>
-
-#include <filesystem>
 #include <ostream>
 
-#include "loading/LoopFixture.h"
 #include "loading/LoopSound.h"
-#include "media/WavFile.h"
-#include "platform/avfoundation/AVAudioSession.h"
+#include "loading/LoopSoundFixture.h"
 
 namespace zaffo {
 namespace {
 
-constexpr double kRate = 48000;
 constexpr int kSeams = 10;
 constexpr std::size_t kStartFade = 240;  // frames in which the output itself fades in
 
-std::size_t frameAt(double seconds) {
-  return static_cast<std::size_t>(std::llround(seconds * kRate));
-}
-
-class LoopSoundTest : public LoopFixture {
+class LoopSoundTest : public LoopSoundFixture {
  protected:
-  LoopSoundTest() { AVAudioSession::sharedInstance().setOutput(AVAudioSession::Output::None); }
-  ~LoopSoundTest() override { std::filesystem::remove(path_); }
-
-  /// Plays the loop of a clip for some of its rounds and records it, from media time 0 on.
-  std::vector<float> record(const std::string& name, double rounds,
-                            AVPlayerItemLoaderOptions options = {}) {
-    auto& session = AVAudioSession::sharedInstance();
-    if (!load(name, options) || !lend(PlayerManager::PlayerKind::Native)) return {};
-    // From the start of a frame of the output on.
-    time.advance(kNanosecondsPerMillisecond - TimeSource::now() % kNanosecondsPerMillisecond);
-    const int64_t recordingStart = TimeSource::now();
-    if (session.startRecording(path_) || !start()) return {};
-    const int64_t mediaStart = TimeSource::now() - std::llround(seconds() * 1e9);
-    while (seconds() < rounds * loopSeconds) time.advance(100 * kNanosecondsPerMillisecond);
-    session.stopRecording();
-    auto left = test::readWav(path_).left;
-    const auto lead = frameAt(static_cast<double>(mediaStart - recordingStart) / 1e9);
-    if (lead > left.size()) return {};
-    left.erase(left.begin(), left.begin() + static_cast<std::ptrdiff_t>(lead));
-    return left;
-  }
-
   std::vector<float> expected(const ExpectedSound& sound, std::size_t frames) const {
     std::vector<float> samples(frames);
     for (std::size_t i = 0; i < frames; ++i)
       samples[i] = static_cast<float>(sound.at(static_cast<double>(i) / kRate));
     return samples;
   }
-
- private:
-  const std::string path_ = testing::TempDir() + "LoopSound" + std::to_string(getpid()) + ".wav";
 };
 
 /// A clip by the end of its name, and where its sound lies on its own time line.
