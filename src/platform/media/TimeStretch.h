@@ -7,12 +7,12 @@
 namespace zaffo::media {
 
 /// Plays interleaved stereo float faster or slower at the same pitch. What is heard at output frame
-/// n lies within some milliseconds of input frame n * rate, from the first frame on, however long
-/// it runs. Thread: one at a time.
+/// n lies within 5 milliseconds of input frame n * rate, from the first frame on, however long it
+/// runs. Thread: one at a time.
 class TimeStretch {
  public:
-  /// `rate` from 0.5 to 2 (values outside are limited); output frames = input frames / rate. Null
-  /// only when memory has run out.
+  /// `rate` from 0.5 to 2 (values outside are limited); output frames = input frames / rate. Never
+  /// null.
   [[nodiscard]] static std::unique_ptr<TimeStretch> create(int sampleRate, double rate);
   virtual ~TimeStretch() = default;
   /// Appends what `input` gives to `output`; keeps up to a tenth of a second for the next call. Any

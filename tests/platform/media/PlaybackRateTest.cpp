@@ -100,7 +100,7 @@ class PlaybackRateTest : public testing::Test {
 };
 
 TEST_F(PlaybackRateTest, SoundStaysInStepWithThePictureThroughChangesOfRate) {
-  constexpr double kTolerance = 0.015;
+  constexpr double kTolerance = 0.006;
   constexpr std::size_t kEach = 1500;
   // A change is joined within 60 ms, and sounds near it may be cut.
   constexpr std::size_t kJoining = 150, kEdge = 100;
