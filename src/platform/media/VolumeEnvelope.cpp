@@ -44,7 +44,7 @@ void VolumeEnvelope::apply(int64_t firstFrame, std::span<float> interleaved) con
   } else {
     --next;
   }
-  for (; frame < last; ++next) {
+  while (frame < last) {
     const bool isLast = next + 1 == pieces_.end();
     const int64_t end = isLast ? last : (next + 1)->first;
     double gain = next->start + next->slope * (static_cast<double>(frame) - next->startFrame);
@@ -54,6 +54,7 @@ void VolumeEnvelope::apply(int64_t firstFrame, std::span<float> interleaved) con
       ramp[i + 1] *= static_cast<float>(gain);
     }
     scale(framesUntil(end), next->end);
+    ++next;
   }
 }
 
