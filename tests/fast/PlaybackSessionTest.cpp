@@ -1,5 +1,6 @@
 #include "fast/PlaybackSession.h"
 
+#include "doubles/BusyPool.h"
 #include "fast/SessionTest.h"
 
 namespace zaffo {
@@ -319,9 +320,12 @@ TEST_F(PlaybackSessionTest, NothingHoldsASession) {
 TEST_F(PlaybackSessionTest, AReleasedSessionIsNeverCalledBack) {
   start();
   const auto block = layer().lastBlock();
-  session->setRate(1);
-  session->seek(seconds(1), into(reports));
-  session.reset();
+  {
+    const BusyPool busy;  // what is queued has not begun when the session goes
+    session->setRate(1);
+    session->seek(seconds(1), into(reports));
+    session.reset();
+  }
   reports.clear();
   readerError = NSError::create("platform", 3);
   time.settle();
