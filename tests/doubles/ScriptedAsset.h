@@ -34,6 +34,9 @@ class ScriptedAsset final : public AVAsset {
     for (const auto& handler : std::exchange(handlers_, {})) handler();
   }
 
+  /// Lets go of the handlers, which may hold this asset.
+  void forgetRequests() { std::exchange(handlers_, {}).clear(); }
+
   void loadValuesAsynchronouslyForKeys(std::vector<std::string> keys,
                                        std::function<void()> handler) override {
     requestedKeys.push_back(std::move(keys));

@@ -63,6 +63,10 @@ class LoaderTestOf : public testing::Test {
     loader = std::make_shared<Loader>(factory);
     loader->setURL(url);
   }
+  ~LoaderTestOf() override {
+    asset->forgetRequests();
+    assetOfItem->forgetRequests();
+  }
 
   void load(AVPlayerItemLoaderOptions options = {}) {
     const auto command = loader->loadAVPlayerItemWithOptions(
