@@ -92,8 +92,8 @@ class ScriptedAssetReader final : public AVAssetReader {
 class ScriptedAssetReader::Output final : public AVAssetReaderOutput {
  public:
   explicit Output(std::weak_ptr<ScriptedAssetReader> reader) : reader_(std::move(reader)) {}
-  void setAlwaysCopiesSampleData(bool copies) override {
-    std::printf("output copies data: %d\n", copies ? 1 : 0);
+  void setAlwaysCopiesSampleData(bool alwaysCopies) override {
+    std::printf("output copies data: %d\n", alwaysCopies ? 1 : 0);
   }
   [[nodiscard]] std::shared_ptr<CMSampleBuffer> copyNextSampleBuffer() override {
     const auto reader = reader_.lock();

@@ -198,9 +198,9 @@ class PlaybackSessionFailureTest : public PlaybackSessionEndTest {
   class Delegate final : public PlaybackSessionDelegate {
    public:
     void playbackSession(const std::shared_ptr<PlaybackSession>& session,
-                         const std::shared_ptr<const NSError>& error) override {
+                         const std::shared_ptr<const NSError>& why) override {
       std::printf("delegate told, rate %g\n", session->rate());
-      errors.push_back(error);
+      whys.push_back(error);
       if (queue) onQueue = queue->isCurrent();
     }
     std::vector<std::shared_ptr<const NSError>> errors;

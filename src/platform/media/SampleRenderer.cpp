@@ -56,6 +56,8 @@ void SampleRenderer::setTimebase(std::shared_ptr<CMTimebase> timebase) {
 }
 
 void SampleRenderer::enqueue(QueuedSample sample) {
+  // First of all: to a turn that finds the sample it must not look like the last one of long ago.
+  supply_.noteSample(TimeSource::now());
   bool begins = false;
   bool isAwaited = false;
   {
@@ -64,7 +66,6 @@ void SampleRenderer::enqueue(QueuedSample sample) {
     begins = std::exchange(status_, Status::Rendering) == Status::Unknown;
     isAwaited = backlog_.push(std::move(sample));
   }
-  supply_.noteSample(TimeSource::now());
   if (!backlog_.hasRoom(now())) supply_.owe();
   if (isAwaited) wake();
   if (begins) events_.statusChanged();

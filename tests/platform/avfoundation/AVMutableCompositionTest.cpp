@@ -249,7 +249,7 @@ TEST_F(AVMutableCompositionTest, ACopyStaysAsItWas) {
   const auto before = copy->sampleSource();
   ASSERT_TRUE(insert(range(1000, 500), at(500)));
   track_->setPreferredTransform({-1, 0, 0, -1, 0, 0});
-  composition_->addMutableTrackWithMediaType(AVMediaTypeAudio, 0);
+  (void)composition_->addMutableTrackWithMediaType(AVMediaTypeAudio, 0);
   EXPECT_EQ(copy->duration(), at(500));
   EXPECT_EQ(copy->tracks().size(), 1u);
   EXPECT_EQ(copy->tracks().front()->preferredTransform.a, 1);
