@@ -200,7 +200,7 @@ class PlaybackSessionFailureTest : public PlaybackSessionEndTest {
     void playbackSession(const std::shared_ptr<PlaybackSession>& session,
                          const std::shared_ptr<const NSError>& why) override {
       std::printf("delegate told, rate %g\n", session->rate());
-      whys.push_back(error);
+      errors.push_back(why);
       if (queue) onQueue = queue->isCurrent();
     }
     std::vector<std::shared_ptr<const NSError>> errors;

@@ -196,11 +196,12 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
   const bool isAmidLeadIn = burst_.isOn() && decoder_.isAmidLeadIn();
   if (!isAmidLeadIn) burst_.update(frames_->queued(), backlog_.framesForLeadIn());
   demand.ahead = burst_.isOn() && isPlaying;
-  demand.supplyEnded = supply_.hasEnded(hostNow);
   demand.overdue = isPlaying && hostNow - lastGiven_ >= kOverdueNanoseconds;
   awaitsEnd_ = false;
   BacklogDecoder::Picture picture;
   for (int step = 0; step < kStepsPerTurn; ++step) {
+    // Anew for each step: samples may come between two of them.
+    demand.supplyEnded = supply_.hasEnded(hostNow);
     switch (decoder_.step(demand, picture)) {
       case DecodeStep::Working:
         break;
