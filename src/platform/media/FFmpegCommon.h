@@ -8,6 +8,8 @@ extern "C" {
 
 #include <memory>
 
+#include "platform/media/FreedMemory.h"
+
 struct SwrContext;
 struct SwsContext;
 
@@ -24,7 +26,10 @@ struct FrameDeleter {
   void operator()(AVFrame* f) const { av_frame_free(&f); }
 };
 struct CodecContextDeleter {
-  void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
+  void operator()(AVCodecContext* c) const {
+    avcodec_free_context(&c);
+    returnFreedMemorySoon();
+  }
 };
 struct CodecParametersDeleter {
   void operator()(AVCodecParameters* p) const { avcodec_parameters_free(&p); }

@@ -15,7 +15,7 @@ class RendererRestTest : public RendererFixture {
  protected:
   /// Nothing waits, and nothing happens however long one waits.
   void expectRest() {
-    time_.advance(kNanosecondsPerSecond / 5);
+    time_.advance(kNanosecondsPerSecond);
     EXPECT_FALSE(time_.hasTimer());
     const int changes = pictureChanges_;
     const int calls = calls_;
