@@ -171,14 +171,10 @@ class Bench:
         seconds = str(10 if self.quick else LOOP_SECONDS)
         for kind, floor, target in (("", "floor-play", "1.15 x floor"),
                                     ("fast-", "floor-play-picture", "1.05 x floor")):
-            floors, ours = [], []
-            for _ in range(1 if self.quick else 3):
-                floors.append(self.run_once("zaffo-bench-load", floor, "1", seconds, clip)["cores"])
-                ours.append(self.run_once("zaffo-bench-load", kind + "loop-play", "1", seconds,
-                                          clip)["cores"])
+            flat = self.run_once("zaffo-bench-load", floor, "1", seconds, clip)["cores"]
+            ours = self.run_once("zaffo-bench-load", kind + "loop-play", "1", seconds, clip)["cores"]
             text = "without sound, fast player" if kind else "with sound"
-            self.add(f"loop: CPU, one playing {seconds} s {text}", statistics.median(floors),
-                     statistics.median(ours), "cores", 4, target)
+            self.add(f"loop: CPU, one playing {seconds} s {text}", flat, ours, "cores", 4, target)
         clips = [self.clip(name) for name in LONG_CLIPS]
         each = lambda run: (run["private_mib"] - run["one_private_mib"]) / 7
         self.add("loop: memory of each further player beside the plain one's",
