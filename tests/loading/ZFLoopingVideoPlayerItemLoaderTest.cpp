@@ -2,6 +2,7 @@
 
 #include <regex>
 #include <sstream>
+#include <thread>
 
 #include "loading/LoaderTest.h"
 
@@ -103,21 +104,26 @@ TEST_F(ZFLoopingVideoPlayerItemLoaderTest, TheSoundBeginsAtFullVolumeOtherwise) 
   }
 }
 
-TEST_F(ZFLoopingVideoPlayerItemLoaderTest, NothingIsBuiltInsideTheCall) {
-  bool isInside = true;
-  bool builtInside = false;
+TEST_F(ZFLoopingVideoPlayerItemLoaderTest, NothingIsBuiltOnTheCallersThread) {
+  std::thread::id builder;
+  onComposition = [&] { builder = std::this_thread::get_id(); };
+  loader->loadAVPlayerItemWithOptions({}, [](const auto&, double, double) {});
+  time.settle();
+  EXPECT_NE(builder, std::thread::id());
+  EXPECT_NE(builder, std::this_thread::get_id());
+  finishLoading(asset);
+}
+
+TEST_F(ZFLoopingVideoPlayerItemLoaderTest, NothingIsCompletedInsideTheCall) {
   bool completedInside = true;
   bool completed = false;
-  onComposition = [&] { builtInside = isInside; };
   dispatch_async(ZFMediaQueue::queue(), [&] {
     asset->statuses["tracks"] = AVKeyValueStatus::Failed;
     loader->loadAVPlayerItemWithOptions({}, [&](const auto&, double, double) { completed = true; });
-    isInside = false;
     completedInside = completed;
   });
   time.settle();
   finishLoading(asset);
-  EXPECT_FALSE(builtInside);
   EXPECT_FALSE(completedInside);
   EXPECT_TRUE(completed);
 }
