@@ -3,8 +3,7 @@
 #include <functional>
 #include <memory>
 
-#include "doubles/DescriptorCount.h"
-#include "doubles/ThreadCount.h"
+#include "doubles/ProcessCounts.h"
 #include "fast/RealMediaTest.h"
 
 namespace zaffo {

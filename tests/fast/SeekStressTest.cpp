@@ -11,10 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "doubles/DescriptorCount.h"
 #include "doubles/ManualTime.h"
+#include "doubles/ProcessCounts.h"
 #include "doubles/TestSeed.h"
-#include "doubles/ThreadCount.h"
 #include "fast/DamagedClip.h"
 #include "fast/PlaybackSession.h"
 #include "fast/PlayerFast.h"

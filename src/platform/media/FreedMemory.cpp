@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "platform/TimeSource.h"
 #include "platform/dispatch/DispatchTimer.h"
 
 namespace zaffo::media {
@@ -22,15 +23,14 @@ constexpr int64_t kDelayNanoseconds = 500'000'000;
 }  // namespace
 
 void returnFreedMemorySoon() {
-  static std::atomic<bool> isAwaited{false};
-  if (isAwaited.exchange(true)) return;
-  const auto giveBack = [] {
-    isAwaited = false;
-    malloc_trim(0);
-  };
+  static std::atomic<int64_t> due{0};
+  const int64_t now = TimeSource::now();
+  int64_t next = due;
+  if (now < next || !due.compare_exchange_strong(next, now + kDelayNanoseconds)) return;
   // It holds itself until it has run.
-  static_cast<void>(dispatch_timer_after(
-      kDelayNanoseconds, dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_BACKGROUND), giveBack));
+  static_cast<void>(dispatch_timer_at(now + kDelayNanoseconds,
+                                      dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_BACKGROUND),
+                                      [] { malloc_trim(0); }));
 }
 
 #else

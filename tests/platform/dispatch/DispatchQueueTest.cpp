@@ -16,7 +16,7 @@
 
 #include "doubles/BusyPool.h"
 #include "doubles/MainLoopUntil.h"
-#include "doubles/ThreadCount.h"
+#include "doubles/ProcessCounts.h"
 #include "platform/dispatch/MainLoop.h"
 #include "platform/foundation/NSThread.h"
 

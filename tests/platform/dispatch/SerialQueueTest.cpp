@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "doubles/BusyPool.h"
-#include "doubles/ThreadCount.h"
+#include "doubles/ProcessCounts.h"
 #include "platform/dispatch/DispatchQueue.h"
 
 namespace zaffo {

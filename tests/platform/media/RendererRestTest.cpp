@@ -2,8 +2,8 @@
 
 #include <malloc.h>
 
+#include "doubles/ProcessCounts.h"
 #include "doubles/Sanitizers.h"
-#include "doubles/ThreadCount.h"
 #include "platform/media/RendererFixture.h"
 
 namespace zaffo::media {
