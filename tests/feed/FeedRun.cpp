@@ -6,10 +6,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 
+#include "media/Clips.h"
 #include "media/FrameNumber.h"
 
 extern char** environ;
@@ -72,6 +75,13 @@ bool FeedRun::readOutput() {
   return count > 0;
 }
 
+void FeedRun::feed(const std::string& script, const std::vector<std::string>& inputs,
+                   Arguments options) {
+  options.insert(options.end(), {"-e", script});
+  options.insert(options.end(), inputs.begin(), inputs.end());
+  run(headless(options));
+}
+
 bool FeedRun::waitForOutput(const std::string& text) {
   while (output_.find(text) == std::string::npos) {
     if (!readOutput()) return false;
@@ -95,6 +105,27 @@ std::string FeedRun::text(const std::string& name) const {
 
 nlohmann::json FeedRun::json(const std::string& name) const {
   return nlohmann::json::parse(text(name));
+}
+
+int FeedRun::frameIn(const std::string& picture) const {
+  return readPNG(file(picture)).frameNumber();
+}
+
+std::vector<std::string> strangeClips() {
+  std::vector<std::string> clips;
+  for (const auto& entry : std::filesystem::directory_iterator(test::clip(""))) {
+    const std::string name = entry.path().filename().string();
+    const bool strange = name.starts_with("cut_") || name.starts_with("damaged") ||
+                         name.starts_with("absurd") || name.starts_with("zero") ||
+                         name.starts_with("no_") || name == "tiny.mp4" || name == "odd_size.webm";
+    if (strange) clips.push_back(entry.path().string());
+  }
+  return clips;
+}
+
+std::string testNameOf(std::string file) {
+  std::ranges::replace(file, '.', '_');
+  return file;
 }
 
 FeedRun::Arguments headless(const FeedRun::Arguments& more) {

@@ -20,6 +20,10 @@ class FeedRun {
   /// Runs the program with these arguments to its end.
   void run(const Arguments& arguments);
 
+  /// A headless run of `script` over clips and files.
+  void feed(const std::string& script, const std::vector<std::string>& inputs,
+            Arguments options = {});
+
   /// Starts it; wait() sees it end.
   void start(const Arguments& arguments);
   /// Waits until `text` stands in what it has written to standard output; false when it ended
@@ -35,6 +39,8 @@ class FeedRun {
   [[nodiscard]] std::string file(const std::string& name) const { return folder_.file(name); }
   [[nodiscard]] std::string text(const std::string& name) const;
   [[nodiscard]] nlohmann::json json(const std::string& name) const;
+  /// The number of the frame that a picture shows.
+  [[nodiscard]] int frameIn(const std::string& picture) const;
 
  private:
   /// Appends what comes next on its standard output; false at the end.
@@ -49,6 +55,12 @@ class FeedRun {
 
 /// The arguments of a headless run without sound on small pages, then `more`.
 [[nodiscard]] FeedRun::Arguments headless(const FeedRun::Arguments& more);
+
+/// The test clips that are damaged or otherwise unlike what a feed is made for.
+[[nodiscard]] std::vector<std::string> strangeClips();
+
+/// The name of a test that is run over a file.
+[[nodiscard]] std::string testNameOf(std::string file);
 
 /// The size and the pixels of a PNG, as FrameNumber.h reads them.
 struct Picture {

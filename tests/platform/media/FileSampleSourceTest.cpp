@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <filesystem>
 
+#include "doubles/ProcessCounts.h"
 #include "platform/media/Decoding.h"
 
 namespace zaffo::media {
@@ -26,10 +26,6 @@ void expectRefused(const std::string& path, AVError code, const std::string& tex
   EXPECT_EQ(error->code(), code) << path;
   EXPECT_NE(error->localizedDescription().find(text), std::string::npos)
       << path << ": " << error->localizedDescription();
-}
-
-long openDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 TEST(FileSampleSource, DescribesTheTracksOfAFile) {
@@ -104,19 +100,19 @@ TEST(FileSampleSource, DurationsThatCannotBeTrueAreMeasured) {
 }
 
 TEST(FileSampleSource, OneDescriptorServesAllCursorsAndEndsWithTheLast) {
-  const long before = openDescriptors();
+  const auto before = descriptorCount();
   auto source = openClip(clip("h264_30.mp4"));
-  EXPECT_EQ(openDescriptors(), before + 1);
+  EXPECT_EQ(descriptorCount(), before + 1);
   {
     std::vector<std::unique_ptr<SampleCursor>> cursors;
     for (int i = 0; i < 3; ++i) cursors.push_back(openTrack(*source, AVMediaTypeVideo));
     cursors.push_back(openTrack(*source, AVMediaTypeAudio));
-    EXPECT_EQ(openDescriptors(), before + 1);
+    EXPECT_EQ(descriptorCount(), before + 1);
     source.reset();
     Sample sample;
     EXPECT_EQ(cursors.front()->next(sample), ReadOutcome::Sample);
   }
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(descriptorCount(), before);
 }
 
 TEST(FileSampleSource, CursorsDoNotDisturbEachOther) {
