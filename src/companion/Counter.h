@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "platform/FatalError.h"
 
@@ -17,5 +18,15 @@ namespace zaffo {
   if (counter == std::numeric_limits<std::int64_t>::min()) fatalError("Counter overflow");
   return counter - 1;
 }
+
+/// Numbers in order. One that has none after it is a fatal error. Thread: one at a time.
+class Sequence {
+ public:
+  explicit Sequence(std::int64_t first = 0) : next_(first) {}
+  [[nodiscard]] std::int64_t next() { return std::exchange(next_, incremented(next_)); }
+
+ private:
+  std::int64_t next_;
+};
 
 }  // namespace zaffo

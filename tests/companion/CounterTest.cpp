@@ -15,6 +15,19 @@ TEST(Counter, CountsByOne) {
   EXPECT_EQ(decremented(kSmallest + 1), kSmallest);
 }
 
+TEST(Sequence, NumbersInOrderFromItsFirst) {
+  Sequence fromZero, fromSeven(7);
+  EXPECT_EQ(fromZero.next(), 0);
+  EXPECT_EQ(fromZero.next(), 1);
+  EXPECT_EQ(fromSeven.next(), 7);
+}
+
+TEST(SequenceDeathTest, NeverWraps) {
+  Sequence almostThere(kLargest - 1);
+  EXPECT_EQ(almostThere.next(), kLargest - 1);
+  EXPECT_DEATH((void)almostThere.next(), "overflow");
+}
+
 TEST(CounterDeathTest, NeverWraps) {
   EXPECT_DEATH((void)incremented(kLargest), "overflow");
   EXPECT_DEATH((void)decremented(kSmallest), "overflow");

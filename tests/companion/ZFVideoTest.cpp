@@ -7,75 +7,80 @@
 namespace zaffo {
 namespace {
 
-/// A video that fulfils what is required and nothing that is optional.
-class PlainVideo : public ZFVideo {
- public:
+/// What an application has to implement, each in a base of its own so that one can be left out.
+template <typename Base>
+struct WithId : Base {
   std::string videoId() const override { return "42"; }
-  CMTime itemDuration() const override { return CMTime{}; }
+};
+template <typename Base>
+struct WithDuration : Base {
+  CMTime itemDuration() const override { return kCMTimeZero; }
+};
+template <typename Base>
+struct WithPause : Base {
   bool canPause() const override { return true; }
+};
+template <typename Base>
+struct WithPlay : Base {
   bool canPlay() const override { return true; }
+};
+template <typename Base>
+struct WithContent : Base {
   bool explicitContent() const override { return false; }
+};
+template <typename Base>
+struct WithLoader : Base {
   bool canReuseAVPlayerItem() const override { return true; }
-
-  ZFCancelCommandPtr loadAVPlayerItemWithOptions(AVPlayerItemLoaderOptions options,
-                                                 ItemCompletion completeBlock) override {
-    lastOptions = options;
-    if (completeBlock) completeBlock(nullptr, 0, 0);
-    return ZFNoopCancelCommand::sharedInstance();
+  ZFCancelCommandPtr loadAVPlayerItemWithOptions(AVPlayerItemLoaderOptions,
+                                                 AVPlayerItemLoader::ItemCompletion) override {
+    return nullptr;
   }
   ZFCancelCommandPtr loadThumbnailWithPriority(unsigned long, CGSize,
-                                               ThumbnailCompletion completion) override {
-    if (completion) completion(nullptr, nullptr);
-    return ZFNoopCancelCommand::sharedInstance();
+                                               AVPlayerItemLoader::ThumbnailCompletion) override {
+    return nullptr;
   }
-  ZFCancelCommandPtr preloadWithPriority(unsigned long, PreloadCompletion) override {
-    return ZFNoopCancelCommand::sharedInstance();
+  ZFCancelCommandPtr preloadWithPriority(unsigned long,
+                                         AVPlayerItemLoader::PreloadCompletion) override {
+    return nullptr;
   }
-
-  AVPlayerItemLoaderOptions lastOptions;
 };
 
-/// One that listens to what is optional too.
-class ReportingVideo final : public PlainVideo {
- public:
-  void handlePlaybackStoppedWithElapsedTime(double seconds) override { elapsed = seconds; }
-  void reportNewPlayEvent() override { ++plays; }
-
-  double elapsed = 0;
-  int plays = 0;
-};
+using Complete = WithId<WithDuration<WithPause<WithPlay<WithContent<WithLoader<ZFVideo>>>>>>;
 
 TEST(ZFVideo, IsItsOwnItemLoader) {
-  const auto video = std::make_shared<PlainVideo>();
-  const std::shared_ptr<AVPlayerItemLoader> loader = video;
-  bool completed = false;
-  const auto command = loader->loadAVPlayerItemWithOptions(
-      AVPlayerItemLoaderOptions::fadeIn,
-      [&](const std::shared_ptr<AVPlayerItem>& item, double loop, double total) {
-        completed = !item && loop == 0 && total == 0;
-      });
-  EXPECT_TRUE(completed);
-  EXPECT_EQ(video->lastOptions, AVPlayerItemLoaderOptions::fadeIn);
-  EXPECT_EQ(command, ZFNoopCancelCommand::sharedInstance());
-  EXPECT_TRUE(loader->canReuseAVPlayerItem());
+  EXPECT_TRUE(
+      (std::is_convertible_v<std::shared_ptr<ZFVideo>, std::shared_ptr<AVPlayerItemLoader>>));
 }
 
-TEST(ZFVideo, NeedsNoAnswerToTheOptionalReports) {
-  PlainVideo plain;
-  ReportingVideo reporting;
+TEST(ZFVideo, RequiresEverythingButTheReports) {
+  EXPECT_FALSE(std::is_abstract_v<Complete>);
+  EXPECT_TRUE(
+      (std::is_abstract_v<WithDuration<WithPause<WithPlay<WithContent<WithLoader<ZFVideo>>>>>>));
+  EXPECT_TRUE((std::is_abstract_v<WithId<WithPause<WithPlay<WithContent<WithLoader<ZFVideo>>>>>>));
+  EXPECT_TRUE(
+      (std::is_abstract_v<WithId<WithDuration<WithPlay<WithContent<WithLoader<ZFVideo>>>>>>));
+  EXPECT_TRUE(
+      (std::is_abstract_v<WithId<WithDuration<WithPause<WithContent<WithLoader<ZFVideo>>>>>>));
+  EXPECT_TRUE((std::is_abstract_v<WithId<WithDuration<WithPause<WithPlay<WithLoader<ZFVideo>>>>>>));
+  EXPECT_TRUE(
+      (std::is_abstract_v<WithId<WithDuration<WithPause<WithPlay<WithContent<ZFVideo>>>>>>));
+}
+
+TEST(ZFVideo, ReportsReachAVideoThatListensAndNobodyElse) {
+  struct Reporting final : Complete {
+    void handlePlaybackStoppedWithElapsedTime(double seconds) override { elapsed = seconds; }
+    void reportNewPlayEvent() override { ++plays; }
+    double elapsed = 0;
+    int plays = 0;
+  };
+  Complete plain;
+  Reporting reporting;
   for (ZFVideo* video : {static_cast<ZFVideo*>(&plain), static_cast<ZFVideo*>(&reporting)}) {
     video->reportNewPlayEvent();
     video->handlePlaybackStoppedWithElapsedTime(2.5);
   }
   EXPECT_EQ(reporting.plays, 1);
   EXPECT_EQ(reporting.elapsed, 2.5);
-}
-
-TEST(ZFVideo, TakesEmptyCompletions) {
-  PlainVideo video;
-  EXPECT_TRUE(video.loadAVPlayerItemWithOptions({}, nullptr));
-  EXPECT_TRUE(video.loadThumbnailWithPriority(0, CGSize{}, nullptr));
-  EXPECT_TRUE(video.preloadWithPriority(0, nullptr));
 }
 
 TEST(AVPlayerItemLoaderOptions, AreEmptyUnlessGiven) {
