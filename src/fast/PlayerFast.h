@@ -56,6 +56,7 @@ class ZAFFO_EXPORT PlayerFast final : public MutablePlayer,
                                                    TimeHandler handler) override;
   [[nodiscard]] ZFCancelCommandPtr addTimeObserver(CMTime periodicInterval,
                                                    TimeHandler handler) override;
+  using Player::addTimeObserver;
 
   /// `completion` is told from the main queue, never inside the call: null once the first frame is
   /// on its way to the screen, or why the session could not start (PlaybackSession::start).

@@ -67,6 +67,7 @@ class ZAFFO_EXPORT PlayerNative final : public MutablePlayer,
                                                    TimeHandler handler) override;
   [[nodiscard]] ZFCancelCommandPtr addTimeObserver(CMTime periodicInterval,
                                                    TimeHandler handler) override;
+  using Player::addTimeObserver;
 
   /// `completion` is told null inside this call when the item is ready and already playing, or from
   /// the main queue later; the item's or the AVPlayer's own error when that fails, or "Failed to

@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -68,7 +70,7 @@ class PlayerLoadResult {
  public:
   struct Success {
     /// Stands for one use of a pooled player, which the receiver now owns. Dropping the last
-    /// reference, or releaseToManager(), gives it back.
+    /// reference, or releaseToManager(), gives it back; set the rate to 0 before.
     std::shared_ptr<PlayerDecorator> player;
     /// As the video states it; kCMTimeZero when the player holds no video.
     CMTime itemDuration;
@@ -147,6 +149,14 @@ class ZAFFO_EXPORT Player {
   /// null. Dropping the command does not cancel.
   [[nodiscard]] virtual ZFCancelCommandPtr addTimeObserver(CMTime periodicInterval,
                                                            TimeHandler handler) = 0;
+
+  /// Boundaries written as a list, `addTimeObserver({CMTimeMake(1, 1)}, …)`: a single one would be
+  /// taken for an interval otherwise. A class that overrides the two above lets this one through
+  /// with `using Player::addTimeObserver`.
+  [[nodiscard]] ZFCancelCommandPtr addTimeObserver(std::initializer_list<CMTime> boundaries,
+                                                   TimeHandler handler) {
+    return addTimeObserver(std::vector<CMTime>(boundaries), std::move(handler));
+  }
 };
 
 /// A player as its pool sees it. Only the pool calls these. Thread: main.

@@ -64,18 +64,30 @@ TEST_F(PlayerNativeLoadTest, APlayerThatIsNoLongerReadyIsReportedWithoutPreroll)
   EXPECT_THAT(platform->prerolls, IsEmpty());
 }
 
-TEST_F(PlayerNativeLoadTest, WorksWithoutACompletion) {
-  player->loadPlayerItem(ScriptedAVPlayerItem::create(true), nullptr);
-  platform->prerolls.front()(true);
+TEST_F(PlayerNativeLoadTest, EveryEndOfALoadIsReachedWithoutACompletion) {
+  const auto load = [this](const std::shared_ptr<AVPlayerItem>& item) {
+    EXPECT_NO_THROW(player->loadPlayerItem(item, nullptr));
+  };
+  const auto ready = ScriptedAVPlayerItem::create(true);
+  load(ready);
+  ASSERT_EQ(platform->prerolls.size(), 1u);
+  EXPECT_NO_THROW(platform->prerolls.front()(true)) << "after a preroll";
   platform->rateValue = 1;
-  player->loadPlayerItem(ScriptedAVPlayerItem::create(true), nullptr);
+  load(ready);
+  EXPECT_EQ(platform->prerolls.size(), 1u) << "without one, as it plays";
   const auto failed = ScriptedAVPlayerItem::create(true);
   failed->statusValue = AVPlayerItemStatus::Failed;
-  player->loadPlayerItem(failed, nullptr);
+  const int reads = platform->statusReads;
+  load(failed);
+  EXPECT_EQ(failed->statusReads, 1);
+  EXPECT_EQ(platform->statusReads, reads) << "the item has failed, the player is not looked at";
   platform->statusValue = AVPlayerStatus::Failed;
-  player->loadPlayerItem(ScriptedAVPlayerItem::create(true), nullptr);
+  load(ready);
+  EXPECT_GT(platform->statusReads, reads) << "the player has failed";
   player->fullTeardown();
-  player->loadPlayerItem(ScriptedAVPlayerItem::create(true), nullptr);
+  const auto replacements = platform->replacements.size();
+  load(ready);
+  EXPECT_EQ(platform->replacements.size(), replacements) << "the player is disposed of";
 }
 
 TEST_F(PlayerNativeLoadTest, LooksAtAnItemTenTimesASecondUntilItIsReady) {

@@ -82,6 +82,13 @@ TEST_F(PlayerNativeTest, ObservesBoundariesOnTheMainQueueAndTellsThePresentTime)
   EXPECT_THAT(platform->observations, IsEmpty());
 }
 
+TEST_F(PlayerNativeTest, ASingleTimeInBracesIsABoundary) {
+  const auto command = player->addTimeObserver({CMTimeMake(2, 1)}, [](CMTime) {});
+  ASSERT_EQ(platform->observations.size(), 1u);
+  EXPECT_THAT(platform->observations.front()->times, ElementsAre(CMTimeMake(2, 1)));
+  EXPECT_FALSE(platform->observations.front()->timeBlock);
+}
+
 TEST_F(PlayerNativeTest, ABoundaryBlockThatOutlivesThePlatformPlayerTellsNothing) {
   bool told = false;
   const auto command =

@@ -55,6 +55,22 @@ TEST(PlayerLoadResult, HasNoHandleForAFailure) {
   EXPECT_EQ(result.failure()->error, error);
 }
 
+TEST(PlayerContract, ASingleTimeInBracesIsABoundaryAndNoInterval) {
+  const auto scripted =
+      std::make_shared<ScriptedMutablePlayer>("0", std::make_shared<std::vector<std::string>>());
+  const auto handle = std::make_shared<PlayerDecorator>(nullptr, scripted);
+  const auto observe = [](auto& player) {
+    (void)player.addTimeObserver({CMTimeMake(1, 1)}, [](CMTime) {});
+  };
+  observe(*scripted);
+  observe(static_cast<Player&>(*scripted));
+  observe(static_cast<MutablePlayer&>(*scripted));
+  observe(*handle);
+  EXPECT_TRUE(scripted->intervals.empty());
+  EXPECT_EQ(scripted->boundaries,
+            std::vector<std::vector<CMTime>>(4, std::vector<CMTime>{CMTimeMake(1, 1)}));
+}
+
 TEST(PlayerError, HasDomainCodeAndMessage) {
   const auto error = makePlayerError("what went wrong");
   EXPECT_EQ(error->domain(), "com.zaffoapp.co");
