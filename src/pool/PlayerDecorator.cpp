@@ -1,5 +1,6 @@
 #include "pool/PlayerDecorator.h"
 
+#include <functional>
 #include <utility>
 
 #include "platform/foundation/NSThread.h"
@@ -16,20 +17,29 @@ PlayerDecorator::~PlayerDecorator() {
 }
 
 void PlayerDecorator::releaseToManager() {
+  giveBack(&PlayerManager::releasePlayer);
+}
+
+void PlayerDecorator::discardToManager() {
+  giveBack(&PlayerManager::discardPlayer);
+}
+
+void PlayerDecorator::giveBack(GiveBack operation) {
   auto manager = manager_.lock();
   if (!manager) return;
   auto player = innerPlayer_.lock();
   if (!player) return;
+  // Before the pool is told: what it calls may release or drop this very handle.
+  manager_.reset();
   if (NSThread::isMainThread()) {
-    manager->releasePlayer(player);
+    std::invoke(operation, *manager, player);
   } else {
     // Both go into the block, so that the last reference to neither is dropped on this thread.
     dispatch_async(dispatch_get_main_queue(),
-                   [manager = std::move(manager), player = std::move(player)] {
-                     manager->releasePlayer(player);
+                   [operation, manager = std::move(manager), player = std::move(player)] {
+                     std::invoke(operation, *manager, player);
                    });
   }
-  manager_.reset();
 }
 
 float PlayerDecorator::rate() const {

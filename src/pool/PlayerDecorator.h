@@ -11,7 +11,8 @@ class PlayerManager;
 
 /// The handle to a pooled player: it forwards every operation to the player, which only the pool
 /// keeps alive, and stands for one use of it. releaseToManager(), or dropping the last reference to
-/// the handle, gives the use back.
+/// the handle, gives the use back. Set the rate to 0 before: a player that nobody uses is rewound,
+/// but not stopped, and who asks for its video next gets it as it is.
 ///
 ///     +-------+  releaseToManager   +----------+
 ///     | bound | ------------------> | released |
@@ -45,6 +46,10 @@ class ZAFFO_EXPORT PlayerDecorator final : public Player {
   /// any other. Once only; does nothing for an orphaned handle.
   void releaseToManager();
 
+  /// The same, and the item does not stay in the player once nobody uses it, whatever its video
+  /// says; for one that turned out to be broken. The next request for the video loads again.
+  void discardToManager();
+
   [[nodiscard]] float rate() const override;
   void setRate(float rate) override;
   [[nodiscard]] float volume() const override;
@@ -59,11 +64,15 @@ class ZAFFO_EXPORT PlayerDecorator final : public Player {
                                                    TimeHandler handler) override;
   [[nodiscard]] ZFCancelCommandPtr addTimeObserver(CMTime periodicInterval,
                                                    TimeHandler handler) override;
+  using Player::addTimeObserver;
 
   /// Whether both wrap the same player, or neither wraps one.
   [[nodiscard]] bool operator==(const PlayerDecorator& other) const;
 
  private:
+  using GiveBack = void (PlayerManager::*)(const std::shared_ptr<Player>& player);
+  void giveBack(GiveBack operation);
+
   std::weak_ptr<Player> innerPlayer_;
   std::weak_ptr<PlayerManager> manager_;
   mutable std::shared_ptr<UIView> emptyOutputView_;  // Made when first asked for.

@@ -32,13 +32,19 @@ PlayerInfo::PlayerInfo(std::int64_t id, PlayerSupportedItemType supportedItemTyp
                        std::shared_ptr<MutablePlayer> player)
     : id_(id), supportedItemType_(supportedItemType), player_(std::move(player)) {}
 
+bool PlayerInfo::holds(const ZFVideo& video) const {
+  const auto held = video_;  // Kept: a video's answers may come back to the pool.
+  return held && held->videoId() == video.videoId();
+}
+
 bool PlayerInfo::holds(const ZFVideo& video, AVPlayerItemLoaderOptions options) const {
-  return video_ && video_->videoId() == video.videoId() && options_ == options;
+  return options_ == options && holds(video);
 }
 
 void PlayerInfo::reuse(std::shared_ptr<ZFVideo> video, AVPlayerItemLoaderOptions options) {
   video_ = std::move(video);
   options_ = options;
+  keepsItem_ = true;
   state_ = PlayerState::NotLoaded;
   cancelLoad();
   notifyCompletionHandlers(makePlayerError(kReusedMessage));
@@ -80,7 +86,7 @@ void PlayerInfo::park() {
     cancelLoad();
     state_ = PlayerState::NotLoaded;
   }
-  if (video_ && state_ == PlayerState::Loaded && !video_->canReuseAVPlayerItem()) {
+  if (video_ && state_ == PlayerState::Loaded && !mayKeepItem()) {
     player_->teardownPlayerItem();
     state_ = PlayerState::NotLoaded;
   }
@@ -90,13 +96,19 @@ void PlayerInfo::park() {
   }
 }
 
+bool PlayerInfo::mayKeepItem() const {
+  const auto video = video_;
+  return keepsItem_ && video->canReuseAVPlayerItem();
+}
+
 void PlayerInfo::cancelLoad() {
   if (const auto command = loadCommand_) command->cancel();
   loadCommand_ = nullptr;
 }
 
 std::string PlayerInfo::debugDescription() const {
-  return "Player " + std::to_string(id_) + " - videoId: " + (video_ ? video_->videoId() : "nil") +
+  const auto video = video_;
+  return "Player " + std::to_string(id_) + " - videoId: " + (video ? video->videoId() : "nil") +
          ", state: " + nameOf(state_) + ", activeUses: " + std::to_string(activeUses_);
 }
 

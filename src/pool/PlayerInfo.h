@@ -47,8 +47,14 @@ class PlayerInfo {
   }
   [[nodiscard]] const std::shared_ptr<MutablePlayer>& player() const { return player_; }
 
+  /// Whether the record stands for `video`, built with whatever options.
+  [[nodiscard]] bool holds(const ZFVideo& video) const;
   /// Whether the record stands for `video` built with `options`.
   [[nodiscard]] bool holds(const ZFVideo& video, AVPlayerItemLoaderOptions options) const;
+
+  /// Whether the item may stay in the player when nobody uses it, should its video allow that; true
+  /// at first and again for another item.
+  void setKeepsItem(bool keepsItem) { keepsItem_ = keepsItem; }
 
   /// Points the record at another video: ends the load under way and fails everyone who waits for
   /// it. Leaves the player's item and the uses as they are.
@@ -57,13 +63,14 @@ class PlayerInfo {
   void add(LoadCompletionHandlerPtr handler);
   /// Removes the first entry that is `handler` itself; false when there is none.
   bool remove(const LoadCompletionHandlerPtr& handler);
-  /// Tells everyone who waits, in order, and forgets them; null is success.
+  /// Tells everyone who waits, in order, and forgets them first; null is success. It cannot take
+  /// back whom it has forgotten: a handler that must not be told any more ignores the call.
   void notifyCompletionHandlers(const std::shared_ptr<const NSError>& error);
 
   /// Adds one use.
   void acquireOwnership();
   /// Drops one use. With the last one the player is parked: a load that nobody waits for is ended,
-  /// and an item that its video forbids to keep is torn down. One use too many is a printed line.
+  /// and an item that is not to be kept is torn down. One use too many is a printed line.
   void releaseOwnership();
 
   /// "Player 3 - videoId: 1234, state: Loaded, activeUses: 1".
@@ -72,6 +79,7 @@ class PlayerInfo {
  private:
   void cancelLoad();
   void park();
+  [[nodiscard]] bool mayKeepItem() const;
 
   const std::int64_t id_;
   PlayerState state_ = PlayerState::NotLoaded;
@@ -82,6 +90,7 @@ class PlayerInfo {
   AVPlayerItemLoaderOptions options_;
   std::vector<LoadCompletionHandlerPtr> loadCompletionHandlers_;
   const std::shared_ptr<MutablePlayer> player_;
+  bool keepsItem_ = true;
 };
 
 }  // namespace zaffo

@@ -3,33 +3,39 @@
 #include <algorithm>
 #include <utility>
 
-#include "companion/Counter.h"
-#include "fast/PlayerFast.h"
-#include "native/AVPlayerLayerContainer.h"
-#include "native/PlayerNative.h"
-#include "native/PlayerNativeOutputView.h"
+#include "platform/FatalError.h"
 #include "platform/avfoundation/AVAudioSession.h"
 #include "platform/foundation/NSNotificationCenter.h"
 #include "platform/foundation/NSThread.h"
 #include "pool/PlayerDecorator.h"
 #include "pool/PlayerInfo.h"
+#include "pool/PlayerRequest.h"
 
 namespace zaffo {
 
 namespace {
 
+PlayerLoadResult failureSaying(const char* message) {
+  return PlayerLoadResult::Failure{makePlayerError(message)};
+}
+
 PlayerLoadResult noPlayerAvailable() {
-  return PlayerLoadResult::Failure{makePlayerError("No player available for this video")};
+  return failureSaying("No player available for this video");
+}
+
+PlayerSupportedItemType typeOf(const AVPlayerItem& item) {
+  return item.asset()->isReadable() ? PlayerSupportedItemType::Local
+                                    : PlayerSupportedItemType::Streaming;
+}
+
+/// Answers a request inside its call, so that there is nothing to cancel.
+ZFCancelCommandPtr answerAtOnce(const PlayerManager::LoadCompletion& completion,
+                                const PlayerLoadResult& result) {
+  if (completion) completion(result);
+  return ZFNoopCancelCommand::sharedInstance();
 }
 
 }  // namespace
-
-std::shared_ptr<PlayerManager> PlayerManager::create() {
-  return create([](PlayerKind kind) -> std::shared_ptr<MutablePlayer> {
-    if (kind == PlayerKind::Fast) return PlayerFast::create();
-    return PlayerNative::create();
-  });
-}
 
 std::shared_ptr<PlayerManager> PlayerManager::create(PlayerFactory playerFactory) {
   const std::shared_ptr<PlayerManager> manager(new PlayerManager(std::move(playerFactory)));
@@ -95,27 +101,42 @@ std::int64_t PlayerManager::activeMaxPlayers() const {
                            : maxAllowedConcurrentPlayers_;
 }
 
+// Finding.
+
+std::shared_ptr<PlayerInfo> PlayerManager::findRecord(
+    const std::function<bool(const PlayerInfo& record)>& matches) const {
+  // Looks through a copy: a video that is asked for its id may come back to the pool.
+  const auto records = players_;
+  const auto found = std::find_if(records.begin(), records.end(),
+                                  [&](const auto& record) { return matches(*record); });
+  return found == records.end() ? nullptr : *found;
+}
+
+std::shared_ptr<PlayerInfo> PlayerManager::recordOf(const std::shared_ptr<Player>& player) const {
+  return findRecord([&](const PlayerInfo& record) { return record.player() == player; });
+}
+
+std::shared_ptr<PlayerInfo> PlayerManager::takeRecord(PlayerInfoPtr record) {
+  return std::erase(players_, record) > 0 ? std::move(record) : nullptr;
+}
+
 PlayerState PlayerManager::playerState(const std::shared_ptr<ZFVideo>& video) const {
   assertMainThread();
-  const auto videoId = video->videoId();
-  for (const auto& record : players_) {
-    if (record->video() && record->video()->videoId() == videoId) return record->state();
-  }
-  return PlayerState::NotLoaded;
+  const auto alive = weak_from_this().lock();
+  const auto record = findRecord([&](const PlayerInfo& info) { return info.holds(*video); });
+  return record ? record->state() : PlayerState::NotLoaded;
 }
 
 PlayerLoadResult PlayerManager::player(const std::shared_ptr<ZFVideo>& video,
                                        AVPlayerItemLoaderOptions options) {
   assertMainThread();
-  const auto found = std::find_if(players_.begin(), players_.end(), [&](const auto& record) {
-    return record->state() != PlayerState::NotLoaded && record->holds(*video, options);
-  });
-  if (found == players_.end()) {
-    return noPlayerAvailable();
-  }
-  const auto record = takeRecord(found - players_.begin());
+  const auto alive = shared_from_this();
+  const auto record = takeRecord(findRecord([&](const PlayerInfo& info) {
+    return info.state() != PlayerState::NotLoaded && info.holds(*video, options);
+  }));
+  if (!record) return noPlayerAvailable();
   markPlayerInfoAsInUse(record);
-  return successResult(*record);
+  return successResult(alive, *record);
 }
 
 std::shared_ptr<PlayerInfo> PlayerManager::dequeueAvailablePlayer(
@@ -124,47 +145,50 @@ std::shared_ptr<PlayerInfo> PlayerManager::dequeueAvailablePlayer(
     return record->activeUses() == 0 &&
            (!supportedItemType || record->supportedItemType() == *supportedItemType);
   });
-  return found == players_.rend() ? nullptr : takeRecord(players_.rend() - found - 1);
+  return found == players_.rend() ? nullptr : takeRecord(*found);
 }
 
 std::shared_ptr<PlayerInfo> PlayerManager::dequeuePlayer(const std::shared_ptr<ZFVideo>& video,
                                                          PlayerSupportedItemType type,
                                                          AVPlayerItemLoaderOptions options) {
+  const auto holdsVideo = [&](const PlayerInfo& info) { return info.holds(*video, options); };
   bool isNew = false;
-  auto record = takeRecordHolding(*video, options);
+  auto record = takeRecord(findRecord(holdsVideo));
   if (!record) record = dequeueAvailablePlayer(type);
-  if (!record && std::ssize(players_) < activeMaxPlayers()) {
+  if (!record && playerCount() < activeMaxPlayers()) {
     record = makeRecord(type);
     isNew = true;
   }
-  if (!record && !players_.empty()) record = takeRecord(std::ssize(players_) - 1);
+  if (!record && !players_.empty()) record = takeRecord(players_.back());
   if (!record) return nullptr;
-  if (!record->holds(*video, options)) record->reuse(video, options);
+  if (!holdsVideo(*record)) record->reuse(video, options);
   markPlayerInfoAsInUse(record);
   if (isNew) cleanUpIfNeeded();
   return record;
 }
 
-std::shared_ptr<PlayerInfo> PlayerManager::takeRecord(std::ptrdiff_t index) {
-  const auto position = players_.begin() + index;
-  auto record = std::move(*position);
-  players_.erase(position);
-  return record;
-}
-
-std::shared_ptr<PlayerInfo> PlayerManager::takeRecordHolding(const ZFVideo& video,
-                                                             AVPlayerItemLoaderOptions options) {
-  const auto found = std::find_if(players_.begin(), players_.end(), [&](const auto& record) {
-    return record->holds(video, options);
-  });
-  return found == players_.end() ? nullptr : takeRecord(found - players_.begin());
-}
-
 std::shared_ptr<PlayerInfo> PlayerManager::makeRecord(PlayerSupportedItemType type) {
-  const auto id = std::exchange(playerIdSequence_, incremented(playerIdSequence_));
+  const auto id = playerIdSequence_.next();
   const bool isFast = useFastPlayer_ && type == PlayerSupportedItemType::Local;
-  return std::make_shared<PlayerInfo>(
-      id, type, playerFactory_(isFast ? PlayerKind::Fast : PlayerKind::Native));
+  auto player =
+      playerFactory_ ? playerFactory_(isFast ? PlayerKind::Fast : PlayerKind::Native) : nullptr;
+  if (!player) fatalError("The pool's factory has made no player");
+  return std::make_shared<PlayerInfo>(id, type, std::move(player));
+}
+
+bool PlayerManager::makeRoom(const AVPlayerItem& item) {
+  assertMainThread();
+  const auto alive = weak_from_this().lock();
+  const auto type = typeOf(item);
+  const auto isUsable = [type](const PlayerInfo& info) {
+    return info.activeUses() == 0 && info.supportedItemType() == type;
+  };
+  while (playerCount() >= activeMaxPlayers() && !findRecord(isUsable)) {
+    const auto idle = dequeueAvailablePlayer(std::nullopt);
+    if (!idle) return false;
+    idle->player()->fullTeardown();
+  }
+  return true;
 }
 
 void PlayerManager::markPlayerInfoAsInUse(const PlayerInfoPtr& record) {
@@ -172,61 +196,33 @@ void PlayerManager::markPlayerInfoAsInUse(const PlayerInfoPtr& record) {
   players_.insert(players_.begin(), record);
 }
 
-PlayerLoadResult PlayerManager::successResult(const PlayerInfo& record) {
-  return PlayerLoadResult::Success{
-      std::make_shared<PlayerDecorator>(shared_from_this(), record.player()),
-      record.video() ? record.video()->itemDuration() : kCMTimeZero};
-}
+// Loading.
 
 ZFCancelCommandPtr PlayerManager::loadPlayer(const std::shared_ptr<ZFVideo>& video,
                                              std::shared_ptr<AVPlayerItem> playerItem,
                                              AVPlayerItemLoaderOptions options,
                                              LoadCompletion completion) {
   assertMainThread();
-  const auto type = playerItem->asset()->isReadable() ? PlayerSupportedItemType::Local
-                                                      : PlayerSupportedItemType::Streaming;
-  const auto record = dequeuePlayer(video, type, options);
-  if (!record) {
-    completion(noPlayerAvailable());
-    return ZFNoopCancelCommand::sharedInstance();
+  const auto alive = shared_from_this();
+  if (!playerItem) {
+    return answerAtOnce(completion, failureSaying("No item was given for this video"));
   }
+  const auto record = dequeuePlayer(video, typeOf(*playerItem), options);
+  if (!record) return answerAtOnce(completion, noPlayerAvailable());
   if (record->state() == PlayerState::Loaded) {
-    completion(successResult(*record));
-    return ZFNoopCancelCommand::sharedInstance();
+    return answerAtOnce(completion, successResult(alive, *record));
   }
-
-  const auto weakManager = weak_from_this();
-  const std::weak_ptr<PlayerInfo> weakRecord = record;
-  const auto releaseBlock = std::make_shared<ZFCancellableBlock>([weakManager, weakRecord] {
-    const auto manager = weakManager.lock();
-    const auto strongRecord = weakRecord.lock();
-    if (manager && strongRecord) manager->releasePlayer(strongRecord->player());
-  });
-  const auto handler =
-      std::make_shared<PlayerInfo::LoadCompletionHandler>(PlayerInfo::LoadCompletionHandler{
-          [weakManager, weakRecord, releaseBlock,
-           completion = std::move(completion)](const std::shared_ptr<const NSError>& error) {
-            const auto manager = weakManager.lock();
-            const auto strongRecord = weakRecord.lock();
-            if (!manager || !strongRecord) return;
-            if (error) {
-              releaseBlock->run();
-              completion(PlayerLoadResult::Failure{error});
-            } else {
-              releaseBlock->cancel();
-              completion(manager->successResult(*strongRecord));
-            }
-          }});
-  record->add(handler);
+  const auto request = PlayerRequest::create(alive, record, std::move(completion));
+  record->add(request->handler());
   if (record->state() == PlayerState::NotLoaded) startLoad(record, std::move(playerItem));
-  return std::make_shared<ZFCallbackCancelCommand>([weakRecord, handler, releaseBlock] {
-    if (const auto strongRecord = weakRecord.lock()) strongRecord->remove(handler);
-    releaseBlock->run();
+  return std::make_shared<ZFCallbackCancelCommand>([weakRequest = std::weak_ptr(request)] {
+    if (const auto waiting = weakRequest.lock()) waiting->cancel();
   });
 }
 
 void PlayerManager::startLoad(const PlayerInfoPtr& record, std::shared_ptr<AVPlayerItem> item) {
   record->setState(PlayerState::Loading);
+  record->setKeepsItem(true);
   auto command = record->player()->loadPlayerItem(
       std::move(item), [weakRecord = std::weak_ptr<PlayerInfo>(record)](
                            const std::shared_ptr<const NSError>& error) {
@@ -241,33 +237,23 @@ void PlayerManager::startLoad(const PlayerInfoPtr& record, std::shared_ptr<AVPla
   record->setLoadCommand(std::move(command));
 }
 
-std::shared_ptr<AVPlayerLayerContainer> PlayerManager::playerLayerContainerForVideo(
-    const std::shared_ptr<ZFVideo>& video, AVPlayerItemLoaderOptions options) {
-  const auto handle = player(video, options).player();
-  if (!handle) return nullptr;
-  const auto view = std::dynamic_pointer_cast<PlayerNativeOutputView>(handle->outputView());
-  if (!view) return nullptr;
-  view->removeFromSuperview();
-  return std::make_shared<AVPlayerLayerContainer>(handle, view->playerLayer());
-}
+// Giving back.
 
 void PlayerManager::releasePlayer(const std::shared_ptr<Player>& player) {
-  const auto index = indexForPlayer(*player);
-  if (index < 0) return;
-  const auto record = players_[static_cast<std::size_t>(index)];
+  const auto alive = weak_from_this().lock();
+  const auto record = recordOf(player);
+  if (!record) return;
   record->releaseOwnership();
   cleanUpIfNeeded();
   if (record->state() == PlayerState::Loaded && record->activeUses() == 0 &&
-      indexForPlayer(*player) >= 0) {
+      recordOf(record->player())) {
     record->player()->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero, [](bool) {});
   }
 }
 
-std::ptrdiff_t PlayerManager::indexForPlayer(const Player& player) const {
-  const auto found = std::find_if(players_.begin(), players_.end(), [&](const auto& record) {
-    return record->player().get() == &player;
-  });
-  return found == players_.end() ? -1 : found - players_.begin();
+void PlayerManager::discardPlayer(const std::shared_ptr<Player>& player) {
+  if (const auto record = recordOf(player)) record->setKeepsItem(false);
+  releasePlayer(player);
 }
 
 void PlayerManager::removeAllPlayers() {
@@ -283,18 +269,22 @@ void PlayerManager::cleanUpIfNeeded() {
 }
 
 void PlayerManager::cleanUpWithMaxPlayers(std::int64_t maxPlayers) {
-  while (!players_.empty() && std::ssize(players_) > maxPlayers) teardownNextPlayer();
+  const auto alive =
+      weak_from_this().lock();  // None in the destructor, where nobody can come back.
+  while (!players_.empty() && playerCount() > maxPlayers) teardownNextPlayer();
 }
 
 void PlayerManager::teardownNextPlayer() {
   auto record = PlayerManager::dequeueAvailablePlayer(std::nullopt);
-  if (!record) record = takeRecord(std::ssize(players_) - 1);
+  if (!record) record = takeRecord(players_.back());
   record->player()->fullTeardown();
 }
 
 std::string PlayerManager::debugDescription() const {
+  const auto alive = weak_from_this().lock();
+  const auto records = players_;  // A video that is asked for its id may come back to the pool.
   std::string text;
-  for (const auto& record : players_) {
+  for (const auto& record : records) {
     if (!text.empty()) text += '\n';
     text += record->debugDescription();
   }

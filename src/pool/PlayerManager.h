@@ -2,11 +2,13 @@
 
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "companion/Counter.h"
 #include "companion/ZFVideo.h"
 #include "pool/Player.h"
 
@@ -20,10 +22,21 @@ class PlayerInfo;
 ///
 /// Everyone who asks for the same video with the same options shares a player. A player that nobody
 /// uses keeps its item, rewound to its start, when the video allows it; the next request for that
-/// video is then answered inside the call. When the pool is full, a request for another video takes
-/// the least recently used idle player of its kind, and when there is none, the least recently used
-/// player at all, in use or not: whoever still waits for that one's load fails with an error, and
-/// the handles of its users then show the new video.
+/// video is then answered inside the call. Rewound is all that it is: whoever gives a player back
+/// sets its rate to 0 before, or it goes on playing unseen. When the pool is full, a request for
+/// another video takes the least recently used idle player of its kind, and when there is none, the
+/// least recently used player at all, in use or not: whoever still waits for that one's load fails
+/// with an error, and the handles of its users then show the new video.
+///
+/// That last resort has a price. The use of a request that loses its player while it waits is never
+/// given back: the player counts as in use for as long as the pool keeps it, so it is never idle,
+/// never rewound, and no longer the first to go. A pool whose bound is at no time smaller than the
+/// number of handles and waiting requests never comes to it, as long as all items are of one
+/// kind, local or not; with items of both, makeRoom() before each request sees to it.
+/// removeAllPlayers() clears such uses, and so does every trim that drops the player.
+///
+/// What the pool calls (completions, videos, players, the factory) may use the pool and may drop
+/// the last reference to it: it lives until its operation is over.
 ///
 /// Thread: main. The pool neither locks nor changes threads: completions run on the thread on which
 /// the player reports its load, which is the main one for the players of this library.
@@ -33,7 +46,7 @@ class ZAFFO_EXPORT PlayerManager : public std::enable_shared_from_this<PlayerMan
     Native,  ///< drives an AVPlayer; plays every item
     Fast,    ///< shows samples without an AVPlayer; for local items while useFastPlayer() is on
   };
-  /// Makes the player of a new record. Never gives null.
+  /// Makes the player of a new record. To give null is a fatal error.
   using PlayerFactory = std::function<std::shared_ptr<MutablePlayer>(PlayerKind kind)>;
   using LoadCompletion = std::function<void(const PlayerLoadResult& result)>;
 
@@ -66,8 +79,23 @@ class ZAFFO_EXPORT PlayerManager : public std::enable_shared_from_this<PlayerMan
   virtual void setUseFastPlayer(bool use);
 
   /// Gives one use of a pooled player back: the player itself, not a handle to it. Handles call
-  /// this by themselves. Ignored when the pool does not know the player (any more).
+  /// this by themselves. With the last use the player is rewound, or torn down when its video does
+  /// not keep its item; the rate is left as it is. Ignored when the pool does not know the player
+  /// (any more).
   virtual void releasePlayer(const std::shared_ptr<Player>& player);
+
+  /// releasePlayer(), and the item does not stay in the player once nobody uses it, whatever its
+  /// video says: for an item that turned out to be broken.
+  void discardPlayer(const std::shared_ptr<Player>& player);
+
+  /// How many players there are, idle ones included.
+  [[nodiscard]] std::int64_t playerCount() const { return std::ssize(players_); }
+
+  /// Sees to it that a request with `item` for a video that no player holds need not take a player
+  /// from those who use it: when the pool is full and its idle players are all of the other kind,
+  /// the least recently used of them is torn down. False when there is nothing to be had: every
+  /// player is in use, or the bounds allow none.
+  [[nodiscard]] bool makeRoom(const AVPlayerItem& item);
 
   /// Tears every player down, those in use included; their handles then answer with neutral values.
   virtual void removeAllPlayers();
@@ -84,12 +112,15 @@ class ZAFFO_EXPORT PlayerManager : public std::enable_shared_from_this<PlayerMan
   /// keeps `video` for as long as a player holds it; `playerItem` is not used when a player already
   /// holds or loads the video.
   ///
-  /// `completion` (not empty) is called once: inside the call when the video is loaded already, and
-  /// otherwise when its load ends. It fails with the item's or player's own error, or when the
-  /// player is taken for another video; at once with "No player available for this video" when the
-  /// bounds allow no player at all. It is never called when the returned command (never null)
-  /// is cancelled first, which gives the request's use back, or when the pool drops the player or
-  /// goes away before the load ends.
+  /// `completion` (may be empty: nobody takes the use over, so it is given back) is called once:
+  /// inside the call when the video is loaded already, and otherwise when its load ends. It fails
+  /// with the item's or player's own error, or when the player is taken for another video; at once
+  /// with "No player available for this video" when the bounds allow no player at all, and with "No
+  /// item was given for this video" when `playerItem` is null. It is never called when the returned
+  /// command (never null) is cancelled first, at whatever moment, be it from the completion of
+  /// another request for the same video; that gives the request's use back. Nor is it when the pool
+  /// drops the player or goes away before the load ends. It is let go of, with all that it holds,
+  /// by then.
   virtual ZFCancelCommandPtr loadPlayer(const std::shared_ptr<ZFVideo>& video,
                                         std::shared_ptr<AVPlayerItem> playerItem,
                                         AVPlayerItemLoaderOptions options,
@@ -124,18 +155,19 @@ class ZAFFO_EXPORT PlayerManager : public std::enable_shared_from_this<PlayerMan
   using PlayerInfoPtr = std::shared_ptr<PlayerInfo>;
 
   [[nodiscard]] std::int64_t activeMaxPlayers() const;
-  /// -1 when there is none.
-  [[nodiscard]] std::ptrdiff_t indexForPlayer(const Player& player) const;
-  [[nodiscard]] PlayerInfoPtr takeRecord(std::ptrdiff_t index);
-  [[nodiscard]] PlayerInfoPtr takeRecordHolding(const ZFVideo& video,
-                                                AVPlayerItemLoaderOptions options);
+  /// The first record, from the most recent on, that `matches`; null when there is none.
+  [[nodiscard]] PlayerInfoPtr findRecord(
+      const std::function<bool(const PlayerInfo& record)>& matches) const;
+  /// The record of a pooled player; null when there is none.
+  [[nodiscard]] PlayerInfoPtr recordOf(const std::shared_ptr<Player>& player) const;
+  /// Out of the list. Null when `record` is, or is not in the list.
+  PlayerInfoPtr takeRecord(PlayerInfoPtr record);
   [[nodiscard]] PlayerInfoPtr makeRecord(PlayerSupportedItemType type);
   /// Null when the bounds allow no player at all.
   [[nodiscard]] PlayerInfoPtr dequeuePlayer(const std::shared_ptr<ZFVideo>& video,
                                             PlayerSupportedItemType type,
                                             AVPlayerItemLoaderOptions options);
   void markPlayerInfoAsInUse(const PlayerInfoPtr& record);
-  [[nodiscard]] PlayerLoadResult successResult(const PlayerInfo& record);
   void startLoad(const PlayerInfoPtr& record, std::shared_ptr<AVPlayerItem> item);
   void cleanUpIfNeeded();
   void teardownNextPlayer();
@@ -146,7 +178,7 @@ class ZAFFO_EXPORT PlayerManager : public std::enable_shared_from_this<PlayerMan
   std::int64_t maxPlayersAtIdleState_ = 8;
   bool useFastPlayer_ = false;
   std::vector<PlayerInfoPtr> players_;  // Most recently handed out first.
-  std::int64_t playerIdSequence_ = 0;
+  Sequence playerIdSequence_;
   const PlayerFactory playerFactory_;
 };
 

@@ -22,6 +22,8 @@ class ZAFFO_EXPORT ZFMediaQueue {
   static void assertOnQueue();
 
  private:
+  friend class ZFMediaQueueMarkTest;
+
   ZFMediaQueue();
   static ZFMediaQueue& sharedInstance();
 

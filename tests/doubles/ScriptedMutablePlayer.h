@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -23,6 +24,8 @@ class ScriptedMutablePlayer final : public MutablePlayer {
   /// Loads end inside loadPlayerItem with `errorAtOnce`.
   bool loadsAtOnce = false;
   std::shared_ptr<const NSError> errorAtOnce;
+  /// Run inside the operation, after it has been logged.
+  std::function<void()> onTeardown, onFullTeardown, onSeek;
 
   float rateValue = 0;
   float volumeValue = 1;
@@ -65,6 +68,7 @@ class ScriptedMutablePlayer final : public MutablePlayer {
   void seekToTime(CMTime time, CMTime toleranceBefore, CMTime toleranceAfter,
                   SeekCompletion completion) override {
     write("seek");
+    if (onSeek) onSeek();
     seeks.push_back({time, toleranceBefore, toleranceAfter, std::move(completion)});
   }
   [[nodiscard]] ZFCancelCommandPtr addTimeObserver(std::vector<CMTime> times,
@@ -76,6 +80,7 @@ class ScriptedMutablePlayer final : public MutablePlayer {
     intervals.push_back(interval);
     return addHandler(std::move(handler));
   }
+  using Player::addTimeObserver;
 
   ZFCancelCommandPtr loadPlayerItem(std::shared_ptr<AVPlayerItem> newItem,
                                     LoadCompletion completion) override {
@@ -95,10 +100,12 @@ class ScriptedMutablePlayer final : public MutablePlayer {
   }
   void teardownPlayerItem() override {
     write("teardown");
+    if (onTeardown) onTeardown();
     drop();
   }
   void fullTeardown() override {
     write("full teardown");
+    if (onFullTeardown) onFullTeardown();
     drop();
   }
 

@@ -18,7 +18,9 @@ class ReleaseRecorder final : public PlayerManager {
   void releasePlayer(const std::shared_ptr<Player>& player) override {
     EXPECT_TRUE(NSThread::isMainThread());
     released.push_back(player);
+    if (onRelease) onRelease();
   }
+  std::function<void()> onRelease;
   std::vector<std::shared_ptr<Player>> released;
 };
 
@@ -108,6 +110,30 @@ TEST_F(PlayerDecoratorTest, ReleasingAndDroppingGivesBackOnce) {
   auto handle = makeHandle();
   handle->releaseToManager();
   handle.reset();
+  EXPECT_THAT(manager->released, ElementsAre(inner));
+}
+
+TEST_F(PlayerDecoratorTest, AHandleThatIsDroppedInsideItsReleaseGivesBackOnce) {
+  auto handle = makeHandle();
+  manager->onRelease = [&] { handle.reset(); };
+  auto* const released = handle.get();
+  released->releaseToManager();
+  EXPECT_THAT(manager->released, ElementsAre(inner));
+}
+
+TEST_F(PlayerDecoratorTest, DiscardingGivesBackOnce) {
+  auto handle = makeHandle();
+  handle->discardToManager();
+  handle->releaseToManager();
+  handle.reset();
+  EXPECT_THAT(manager->released, ElementsAre(inner));
+}
+
+TEST_F(PlayerDecoratorTest, DiscardingOnAnotherThreadGivesBackLaterOnTheMainThread) {
+  auto handle = makeHandle();
+  onAnotherThread([&handle] { handle->discardToManager(); });
+  EXPECT_TRUE(manager->released.empty());
+  MainLoop::runTurn();
   EXPECT_THAT(manager->released, ElementsAre(inner));
 }
 

@@ -196,6 +196,23 @@ TEST_F(PlayerInfoTest, LastReleaseTearsDownTheItemOfAVideoThatForbidsKeepingIt) 
   EXPECT_EQ(record.options(), AVPlayerItemLoaderOptions());
 }
 
+TEST_F(PlayerInfoTest, LastReleaseTearsDownAnItemThatIsNotToBeKeptWhateverItsVideoSays) {
+  hold(true, PlayerState::Loaded);
+  record.setKeepsItem(false);
+  record.releaseOwnership();
+  EXPECT_THAT(*log, ElementsAre("player teardown"));
+  EXPECT_EQ(record.video(), nullptr);
+}
+
+TEST_F(PlayerInfoTest, AnotherVideosItemIsKeptAgain) {
+  hold(true, PlayerState::Loaded);
+  record.setKeepsItem(false);
+  hold(true, PlayerState::Loaded);
+  record.setActiveUses(1);
+  record.releaseOwnership();
+  EXPECT_EQ(record.state(), PlayerState::Loaded);
+}
+
 TEST_F(PlayerInfoTest, LastReleaseEndsALoadThatNobodyWaitsFor) {
   hold(true, PlayerState::Loading);
   record.setLoadCommand(command());
@@ -256,6 +273,13 @@ TEST_F(PlayerInfoTest, DescribesItself) {
   record.setState(PlayerState::Loading);
   record.acquireOwnership();
   EXPECT_EQ(record.debugDescription(), "Player 3 - videoId: 1234, state: Loading, activeUses: 2");
+}
+
+TEST_F(PlayerInfoTest, HoldsAVideoWithTheSameId) {
+  EXPECT_FALSE(record.holds(TestVideo("1234")));
+  hold(true, PlayerState::Loading);
+  EXPECT_TRUE(record.holds(TestVideo("1234")));
+  EXPECT_FALSE(record.holds(TestVideo("12345")));
 }
 
 TEST_F(PlayerInfoTest, HoldsAVideoWithTheSameIdAndOptions) {

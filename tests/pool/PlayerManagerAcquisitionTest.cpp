@@ -52,6 +52,17 @@ TEST_F(PlayerManagerAcquisitionTest, StateOfAVideoIsThatOfItsMostRecentRecord) {
   EXPECT_EQ(manager->playerState(video("a")), PlayerState::Loaded);
 }
 
+TEST_F(PlayerManagerAcquisitionTest, StateOfAVideoIsNotLoadedWhenItsMostRecentRecordIs) {
+  const auto plain = loaded("a");
+  const auto fading = request(video("a"), kFadeIn);
+  const auto keepsTheVideo = manager->player(video("a"), kFadeIn);
+  player(1)->finishLoad(NSError::create("player", 7));
+  ASSERT_EQ(list(), "a 1, a 1");
+  EXPECT_EQ(manager->playerState(video("a")), PlayerState::NotLoaded);
+  const auto plainAgain = manager->player(video("a"), {});
+  EXPECT_EQ(manager->playerState(video("a")), PlayerState::Loaded);
+}
+
 TEST_F(PlayerManagerAcquisitionTest, PlayerOfAnUnknownVideoFails) {
   const auto result = manager->player(video("a"), {});
   ASSERT_TRUE(result.error());
@@ -182,6 +193,46 @@ TEST_F(PlayerManagerAcquisitionTest, UsesOfRequestsThatLostTheirPlayerStayCounte
   EXPECT_EQ(list(), "b 2");
 }
 
+TEST_F(PlayerManagerAcquisitionTest, RemovingEveryPlayerClearsTheUsesOfRequestsThatLostTheirs) {
+  manager->setMaxPlayersAtIdleState(1);
+  const auto a = request("a");
+  const auto b = request("b");
+  ASSERT_EQ(list(), "b 2");
+  manager->removeAllPlayers();
+  const auto again = request("a");
+  EXPECT_EQ(list(), "a 1");
+}
+
+TEST_F(PlayerManagerAcquisitionTest, MakingRoomDropsAnIdlePlayerOfTheOtherKindWhenThePoolIsFull) {
+  manager->setMaxPlayersAtIdleState(3);
+  const auto streaming = video("s");
+  const auto waiting = request(streaming, {}, false);
+  makeIdle({"a", "b"});
+  ASSERT_EQ(list(), "b 0, a 0, s 1");
+  const auto item = ScriptedAVPlayerItem::create(false);
+  EXPECT_TRUE(manager->makeRoom(*item));
+  EXPECT_EQ(list(), "b 0, s 1") << "the least recently used one";
+  EXPECT_THAT(*log, ElementsAre("1 full teardown"));
+  const auto other = request(video("t"), {}, false);
+  EXPECT_EQ(waiting->completions, 0);
+  EXPECT_EQ(list(), "t 1, b 0, s 1");
+}
+
+TEST_F(PlayerManagerAcquisitionTest, MakingRoomDropsNothingWhereThereIsSome) {
+  manager->setMaxPlayersAtIdleState(2);
+  makeIdle({"a"});
+  EXPECT_TRUE(manager->makeRoom(*ScriptedAVPlayerItem::create(false))) << "below the bound";
+  const auto used = request("b");
+  EXPECT_TRUE(manager->makeRoom(*ScriptedAVPlayerItem::create(true))) << "an idle one of its kind";
+  EXPECT_EQ(list(), "b 1");
+  const auto other = request("c");
+  EXPECT_FALSE(manager->makeRoom(*ScriptedAVPlayerItem::create(true))) << "all are in use";
+  EXPECT_FALSE(manager->makeRoom(*ScriptedAVPlayerItem::create(false)));
+  EXPECT_EQ(list(), "c 1, b 1");
+  manager->setMaxPlayersAtIdleState(0);
+  EXPECT_FALSE(manager->makeRoom(*ScriptedAVPlayerItem::create(true))) << "none is allowed";
+}
+
 TEST_F(PlayerManagerAcquisitionTest, ABoundOfZeroAnswersThatNoPlayerIsAvailable) {
   for (const std::int64_t bound : {0L, -3L}) {
     manager->setMaxPlayersAtIdleState(bound);
@@ -202,6 +253,23 @@ TEST_F(PlayerManagerAcquisitionTest, OnlyLocalItemsWithTheFastPlayerOnGetAFastPl
   const auto c = request(video("c"), {}, false);
   const auto d = request(video("d"), {}, true);
   EXPECT_THAT(kinds, ElementsAre(Kind::Native, Kind::Fast));
+}
+
+TEST_F(PlayerManagerAcquisitionTest, AFactoryThatMakesNoPlayerIsFatal) {
+  const auto none = [](Kind) -> std::shared_ptr<MutablePlayer> { return nullptr; };
+  for (const auto& factory : {PlayerManager::PlayerFactory(none), PlayerManager::PlayerFactory()}) {
+    manager = OpenPlayerManager::create(factory);
+    EXPECT_DEATH(request("a"), "The pool's factory has made no player");
+  }
+}
+
+TEST_F(PlayerManagerAcquisitionTest, TellsHowManyPlayersThereAre) {
+  EXPECT_EQ(manager->playerCount(), 0);
+  makeIdle({"a", "b"});
+  const auto c = request(video("c"), {}, false);
+  EXPECT_EQ(manager->playerCount(), 3);
+  manager->setMaxPlayersAtIdleState(1);
+  EXPECT_EQ(manager->playerCount(), 1);
 }
 
 TEST_F(PlayerManagerAcquisitionTest, DequeueTakesTheLeastRecentIdleRecordOfTheTypeOutOfTheList) {

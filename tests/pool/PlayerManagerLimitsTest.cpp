@@ -108,6 +108,14 @@ TEST_F(PlayerManagerLimitsTest, ChangingThePlayerKindDropsEveryPlayer) {
   EXPECT_EQ(list(), "c 1");
 }
 
+TEST_F(PlayerManagerLimitsTest, TheKindHasChangedWhenThePlayersAreDropped) {
+  makeIdle({"a"});
+  std::optional<bool> usedFast;
+  player(0)->onFullTeardown = [&] { usedFast = manager->useFastPlayer(); };
+  manager->setUseFastPlayer(true);
+  EXPECT_EQ(usedFast, true);
+}
+
 TEST_F(PlayerManagerLimitsTest, CleanUpTakesIdlePlayersFirstWhateverTheirTypeOrState) {
   const auto a = loaded("a");
   const auto b = loaded("b");
@@ -221,6 +229,44 @@ TEST_F(PlayerManagerLimitsTest, AReleaseTrimsAndDoesNotRewindAPlayerThatItDroppe
   again->release();
   EXPECT_THAT(*log, ElementsAre("1 full teardown"));
   EXPECT_EQ(list(), "b 2");
+}
+
+TEST_F(PlayerManagerLimitsTest, AReleaseTrimsThePlayerThatItMadeIdleBeforeOneInUse) {
+  manager->setMaxPlayersAtIdleState(1);
+  makeIdle({"a"});
+  // A pool over its bound: another player is made while the only one is on its way to b.
+  RequestPtr again;
+  const auto b = video("b");
+  b->onIdAsked = [&] {
+    if (!again && manager->playerCount() == 0) again = loaded("again");
+  };
+  const auto loadedB = loaded(b);
+  ASSERT_EQ(list(), "b 1, again 1");
+  log->clear();
+  loadedB->release();
+  EXPECT_THAT(*log, ElementsAre("0 full teardown"));
+  EXPECT_EQ(list(), "again 1");
+}
+
+TEST_F(PlayerManagerLimitsTest, ADiscardedPlayerKeepsNoItem) {
+  const auto a = loaded("a");
+  const auto alsoA = loaded("a");
+  log->clear();
+  a->handle()->discardToManager();
+  EXPECT_THAT(*log, IsEmpty()) << "someone else uses it";
+  EXPECT_EQ(list(), "a 1");
+  alsoA->release();
+  EXPECT_THAT(*log, ElementsAre("0 teardown"));
+  EXPECT_EQ(list(), "nil 0");
+}
+
+TEST_F(PlayerManagerLimitsTest, DiscardingAnUnknownPlayerChangesNothing) {
+  makeIdle({"a"});
+  manager->discardPlayer(std::make_shared<ScriptedMutablePlayer>("foreign", log));
+  EXPECT_THAT(*log, IsEmpty());
+  const auto a = request("a");
+  a->release();
+  EXPECT_EQ(list(), "a 0");
 }
 
 TEST_F(PlayerManagerLimitsTest, DescribesItsRecordsALineEach) {

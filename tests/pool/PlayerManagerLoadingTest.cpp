@@ -55,6 +55,41 @@ TEST_F(PlayerManagerLoadingTest, GivesTheItemOfTheFirstRequestToThePlayer) {
   EXPECT_EQ(ignored.use_count(), 1);
 }
 
+TEST_F(PlayerManagerLoadingTest, ARequestWithoutAnItemFailsInsideTheCallAndSaysSo) {
+  makeIdle({"a"});
+  for (const auto* id : {"a", "b"}) {
+    const auto request = std::make_shared<Request>();
+    request->command = manager->loadPlayer(video(id), nullptr, {}, [&](const auto& result) {
+      ++request->completions;
+      request->result = result;
+    });
+    EXPECT_EQ(request->completions, 1);
+    EXPECT_EQ(request->errorText(), "com.zaffoapp.co 500 No item was given for this video");
+    EXPECT_EQ(request->command, ZFNoopCancelCommand::sharedInstance());
+  }
+  EXPECT_EQ(list(), "a 0");
+}
+
+TEST_F(PlayerManagerLoadingTest, AnEmptyCompletionLeavesTheVideoLoadedAndNoUse) {
+  manager->loadPlayer(video("a"), ScriptedAVPlayerItem::create(true), {}, nullptr);
+  EXPECT_EQ(list(), "a 1");
+  player(0)->finishLoad();
+  EXPECT_EQ(list(), "a 0");
+  manager->loadPlayer(video("a"), ScriptedAVPlayerItem::create(true), {}, nullptr);
+  EXPECT_EQ(list(), "a 0");
+  EXPECT_EQ(manager->playerState(video("a")), PlayerState::Loaded);
+}
+
+TEST_F(PlayerManagerLoadingTest, AnEmptyCompletionIsAllowedWhereTheRequestFails) {
+  manager->loadPlayer(video("a"), ScriptedAVPlayerItem::create(true), {}, nullptr);
+  player(0)->finishLoad(NSError::create("player", 7));
+  EXPECT_EQ(list(), "nil 0");
+  manager->loadPlayer(video("a"), nullptr, {}, nullptr);
+  manager->setMaxPlayersAtIdleState(0);
+  manager->loadPlayer(video("a"), ScriptedAVPlayerItem::create(true), {}, nullptr);
+  EXPECT_EQ(list(), "");
+}
+
 TEST_F(PlayerManagerLoadingTest, ASuccessCarriesTheDurationOfTheVideo) {
   const auto a = video("a");
   a->duration = CMTimeMake(1001, 30);
@@ -152,6 +187,20 @@ TEST_F(PlayerManagerLoadingTest, TheCommandOfALoadThatEndedAtOnceStaysUntilAReus
   log->clear();
   record->reuse(video("b"), {});
   EXPECT_THAT(*log, ElementsAre("0 cancel"));
+}
+
+TEST_F(PlayerManagerLoadingTest, AnItemThatIsLoadedInPlaceOfADiscardedOneIsKept) {
+  const auto failed = request("a");
+  manager->player(video("a"), {}).player()->discardToManager();
+  auto keepsTheVideo = manager->player(video("a"), {}).player();
+  player(0)->finishLoad(NSError::create("player", 7));
+  ASSERT_EQ(list(), "a 1");
+  auto again = request("a");
+  player(0)->finishLoad();
+  again.reset();
+  keepsTheVideo.reset();
+  EXPECT_EQ(list(), "a 0");
+  EXPECT_EQ(manager->playerState(video("a")), PlayerState::Loaded);
 }
 
 TEST_F(PlayerManagerLoadingTest, TheCommandOfALoadThatEndsLaterIsDropped) {

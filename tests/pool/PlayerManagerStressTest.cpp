@@ -76,7 +76,30 @@ class PlayerManagerStressTest : public PoolTest, public testing::WithParamInterf
     ASSERT_EQ(lines().at(0).id, expected);
     EXPECT_EQ(started->completions, wasLoaded ? 1 : 0);
     pending_.push_back({started, expected});
+    if (below(3) == 0) {
+      started->onComplete = [this, told = started.get(), expected] {
+        cancelInside(*told, expected);
+      };
+    }
     expectOrderKept(before, expected);
+  }
+
+  /// Cancels some request that waits, in the completion of another one that the record `id` served.
+  void cancelInside(const Request& told, int id) {
+    std::vector<Pending*> waiting;
+    for (auto& entry : pending_) {
+      if (entry.request->completions == 0 && !entry.cancelled) waiting.push_back(&entry);
+    }
+    if (waiting.empty()) return;
+    auto& chosen = *waiting[static_cast<std::size_t>(below(static_cast<int>(waiting.size())))];
+    chosen.request->command->cancel();
+    chosen.cancelled = true;
+    ++cancelledInside_;
+    if (chosen.id == id && lostItsPlayer(told)) ++stranded_[id];
+  }
+
+  static bool lostItsPlayer(const Request& request) {
+    return request.errorText().find("has been reused") != std::string::npos;
   }
 
   /// Players other than `handedOut` keep their order; none but new ones appear.
@@ -158,10 +181,9 @@ class PlayerManagerStressTest : public PoolTest, public testing::WithParamInterf
 
   void checkInvariants() {
     std::erase_if(pending_, [this](const Pending& entry) {
-      const bool lostItsPlayer =
-          entry.request->errorText().find("has been reused") != std::string::npos;
-      if (lostItsPlayer) ++stranded_[entry.id];
-      return lostItsPlayer;
+      const bool isLost = lostItsPlayer(*entry.request);
+      if (isLost) ++stranded_[entry.id];
+      return isLost;
     });
     for (const auto& entry : pending_) {
       EXPECT_LE(entry.request->completions, entry.cancelled ? 0 : 1);
@@ -184,6 +206,7 @@ class PlayerManagerStressTest : public PoolTest, public testing::WithParamInterf
   std::vector<Pending> pending_;
   std::map<int, int> stranded_;
   std::map<int, bool> isLocal_;
+  int cancelledInside_ = 0;
   std::mt19937 random_{GetParam()};
 };
 
@@ -197,6 +220,7 @@ TEST_P(PlayerManagerStressTest, ThePoolKeepsItsPromises) {
   }
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "every release is balanced";
   EXPECT_GT(made.size(), 20u);
+  EXPECT_GT(cancelledInside_, 10);
   manager.reset();
   for (const auto& weak : made) EXPECT_TRUE(weak.expired());
 }

@@ -42,6 +42,7 @@ class PoolTest : public testing::Test {
     int completions = 0;
     std::optional<PlayerLoadResult> result;
     ZFCancelCommandPtr command;
+    std::function<void()> onComplete;  ///< run at the end of the completion
 
     [[nodiscard]] std::shared_ptr<PlayerDecorator> handle() const {
       return result ? result->player() : nullptr;
@@ -73,6 +74,7 @@ class PoolTest : public testing::Test {
                               if (const auto strong = request.lock()) {
                                 ++strong->completions;
                                 strong->result = result;
+                                if (strong->onComplete) strong->onComplete();
                               }
                             });
     return request;

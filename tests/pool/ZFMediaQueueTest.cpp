@@ -8,6 +8,14 @@
 #include <vector>
 
 namespace zaffo {
+
+/// Looks at the mark that only the queue's owner knows.
+class ZFMediaQueueMarkTest : public testing::Test {
+ protected:
+  static void* mark() { return &ZFMediaQueue::sharedInstance().kQueueKey_; }
+  static std::int64_t markedWith() { return ZFMediaQueue::sharedInstance().kQueueKey_; }
+};
+
 namespace {
 
 // First of all tests in this program, so that the threads race for the first use.
@@ -52,6 +60,16 @@ TEST(ZFMediaQueue, AcceptsItsAssertionAnywhere) {
     onQueue.set_value(ZFMediaQueue::queue()->isCurrent());
   });
   EXPECT_TRUE(onQueue.get_future().get());
+}
+
+TEST_F(ZFMediaQueueMarkTest, BlocksOfTheQueueFindItsMarkAndOthersDoNot) {
+  EXPECT_EQ(markedWith(), 1);
+  EXPECT_EQ(ZFMediaQueue::queue()->specific(mark()), mark());
+  EXPECT_EQ(dispatch_get_specific(mark()), nullptr);
+  std::promise<void*> found;
+  dispatch_async(ZFMediaQueue::queue(),
+                 [&found] { found.set_value(dispatch_get_specific(mark())); });
+  EXPECT_EQ(found.get_future().get(), mark());
 }
 
 TEST(ZFMediaQueue, CannotBeCreated) {

@@ -21,7 +21,7 @@ ALLOWED = {
     "loading": PUBLIC_PLATFORM | {"companion", "pool/ZFMediaQueue.h"},
     "native": PUBLIC_PLATFORM | {"companion", "pool/Player.h"},
     "fast": PUBLIC_PLATFORM | {"companion", "pool/Player.h"},
-    "pool": PUBLIC_PLATFORM | {"companion", "native", "fast"},
+    "pool": PUBLIC_PLATFORM | {"companion"},
     "": PUBLIC_PLATFORM | {"companion", "loading", "native", "fast", "pool",
                            "platform/window/Window.h"},
 }
@@ -98,6 +98,18 @@ def cycles(graph):
         yield from visit(file)
 
 
+def folders_of(graph):
+    """The folders of src/ and those that each includes. The files directly in src/ stand above all
+    of them, and those directly in src/platform between them."""
+    folders = {}
+    for file, names in graph.items():
+        folder = os.path.dirname(file)
+        others = {os.path.dirname(name) for name in names} - {folder, "platform"}
+        if folder not in ("", "platform"):
+            folders.setdefault(folder, set()).update(others)
+    return {folder: sorted(others) for folder, others in folders.items()}
+
+
 def check_library(root):
     graph = {}
     for path in sources(root, "src"):
@@ -114,7 +126,7 @@ def check_library(root):
                     offence = offence_of_folder(file, name)
             if offence:
                 yield where + offence
-    for circle in cycles(graph):
+    for circle in [*cycles(graph), *cycles(folders_of(graph))]:
         yield "a circle: " + " -> ".join(circle)
 
 

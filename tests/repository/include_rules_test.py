@@ -22,7 +22,7 @@ class IncludeRules(unittest.TestCase):
             "src/platform/Export.h": "",
             "src/pool/Player.h": '#include "platform/Export.h"\n',
             "src/native/PlayerNative.h": '#include "pool/Player.h"\n',
-            "src/pool/PlayerManager.cpp": '#include "native/PlayerNative.h"\n',
+            "src/DefaultPlayers.cpp": '#include "native/PlayerNative.h"\n',
             "src/platform/media/Demuxer.cpp": "#include <libavformat/avformat.h>\n",
         }))
 
@@ -61,6 +61,20 @@ class IncludeRules(unittest.TestCase):
             "src/platform/media/Demuxer.h": "",
             "app/Feed.cpp": '#include "platform/media/Demuxer.h"\n',
         })))
+
+    def test_the_pool_knows_players_by_their_contract_alone(self):
+        self.assertEqual(1, len(self.offences({
+            "src/native/PlayerNative.h": "",
+            "src/pool/PlayerManager.cpp": '#include "native/PlayerNative.h"\n',
+        })))
+
+    def test_circles_of_folders_are_found(self):
+        found = self.offences({
+            "src/pool/Player.h": "",
+            "src/pool/PlayerManager.cpp": '#include "native/PlayerNative.h"\n',
+            "src/native/PlayerNative.h": '#include "pool/Player.h"\n',
+        })
+        self.assertIn("a circle: native -> pool -> native", found)
 
     def test_circles_of_files_are_found(self):
         found = self.offences({

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "pool/PlayerInfo.h"
+
+namespace zaffo {
+
+class PlayerManager;
+
+/// A handle to the record's player, which takes over a use that has been counted, and the duration
+/// of the record's video. Thread: the pool's.
+[[nodiscard]] PlayerLoadResult successResult(const std::shared_ptr<PlayerManager>& manager,
+                                             const PlayerInfo& record);
+
+/// A request for a player that waits for the load of its record, which counts one use for it. The
+/// first that happens to it decides: the end of the load calls the completion, with the use or
+/// after giving it back; a cancel gives the use back and calls nobody. The completion is let go of
+/// in either case, and nothing that comes later has any effect.
+///
+///     +---------+  loadEnded, cancel   +------+
+///     | waiting | -------------------> | over |
+///     +---------+                      +------+
+///
+/// Owned by the record's list of waiters; holds the pool and the record weakly. When either has
+/// gone the completion is never called. Thread: the pool's.
+class PlayerRequest : public std::enable_shared_from_this<PlayerRequest> {
+  struct Private {};
+
+ public:
+  using Completion = std::function<void(const PlayerLoadResult& result)>;
+
+  /// `completion` may be empty.
+  [[nodiscard]] static std::shared_ptr<PlayerRequest> create(std::weak_ptr<PlayerManager> manager,
+                                                             std::weak_ptr<PlayerInfo> record,
+                                                             Completion completion);
+  PlayerRequest(Private, std::weak_ptr<PlayerManager> manager, std::weak_ptr<PlayerInfo> record,
+                Completion completion);
+
+  /// What the record is to tell of the end of the load; it keeps the request. The same one always.
+  [[nodiscard]] PlayerInfo::LoadCompletionHandlerPtr handler();
+
+  /// Also takes the request off the record's list.
+  void cancel();
+
+ private:
+  void loadEnded(const std::shared_ptr<const NSError>& error);
+
+  const std::weak_ptr<PlayerManager> manager_;
+  const std::weak_ptr<PlayerInfo> record_;
+  PlayerInfo::LoadCompletionHandler handler_;
+  Completion completion_;
+  bool isOver_ = false;
+};
+
+}  // namespace zaffo
