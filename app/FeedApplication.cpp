@@ -1,6 +1,5 @@
 #include "FeedApplication.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -140,9 +139,7 @@ std::string FeedApplication::nameOfPage(int page) const {
 }
 
 int FeedApplication::playerCount() const {
-  const std::string records = manager_->debugDescription();
-  if (records.empty()) return 0;
-  return static_cast<int>(std::count(records.begin(), records.end(), '\n')) + 1;
+  return static_cast<int>(manager_->playerCount());
 }
 
 void FeedApplication::presented(int64_t hostNanoseconds) {

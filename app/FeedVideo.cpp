@@ -27,7 +27,7 @@ ZFCancelCommandPtr FeedVideo::preloadWithPriority(unsigned long priority,
 }
 
 bool FeedVideo::canReuseAVPlayerItem() const {
-  return keepsItem_ && loader_->canReuseAVPlayerItem();
+  return loader_->canReuseAVPlayerItem();
 }
 
 }  // namespace zaffo::feed

@@ -35,15 +35,12 @@ class FeedVideo final : public ZFVideo {
   ZFCancelCommandPtr preloadWithPriority(unsigned long priority,
                                          PreloadCompletion completeBlock) override;
   [[nodiscard]] bool canReuseAVPlayerItem() const override;
-  /// Whether an idle player may keep the item, as far as it is known to be good; true at first.
-  void setKeepsItem(bool keepsItem) { keepsItem_ = keepsItem; }
 
  private:
   std::shared_ptr<const NSURL> url_;
   std::string id_;
   std::shared_ptr<AVPlayerItemLoader> loader_;
   CMTime itemDuration_ = kCMTimeIndefinite;
-  bool keepsItem_ = true;
 };
 
 }  // namespace zaffo::feed

@@ -122,7 +122,6 @@ void PlayerCell::hidePlayer() {
   cancelRestart();
   fast_ = nullptr;
   isOnScreen_ = false;
-  if (const auto& player = loan_->player()) player->setRate(0);
   page_->setPlayerView(nullptr);
   page_->setThumbnailHidden(false);
 }

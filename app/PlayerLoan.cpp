@@ -75,18 +75,19 @@ void PlayerLoan::takeFromPool() {
 }
 
 void PlayerLoan::itemMissing(uint64_t attempt) {
-  if (attempt != attempt_ || state_ != State::LoadingItem) return;
-  fail(kNoLoop);
+  if (attempt == attempt_ && state_ == State::LoadingItem) loadFailed(kNoLoop);
+}
+
+void PlayerLoan::loadFailed(std::string reason) {
+  fail(std::move(reason));
   if (loadedHandler_) loadedHandler_();
 }
 
 void PlayerLoan::itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem>& item) {
   if (attempt != attempt_ || state_ != State::LoadingItem) return;
-  if (!item) {
-    fail({});
-    if (loadedHandler_) loadedHandler_();
-    return;
-  }
+  if (!item) return loadFailed({});
+  // Or a full pool might take the player of a page that still waits for it.
+  if (!manager_->makeRoom(*item)) return loadFailed("No player available for this video");
   video_->setItemDuration(item->duration());
   state_ = State::LoadingPlayer;
   auto command =
@@ -128,19 +129,26 @@ void PlayerLoan::check() {
 }
 
 void PlayerLoan::giveBack() {
+  end(&PlayerDecorator::releaseToManager);
+}
+
+void PlayerLoan::fail(std::string reason) {
+  end(&PlayerDecorator::discardToManager);  // or the pool would hand out the same item again
+  state_ = State::Failed;
+  reason_ = std::move(reason);
+}
+
+void PlayerLoan::end(void (PlayerDecorator::*operation)()) {
   ++attempt_;
   state_ = State::Empty;
   reason_.clear();
   if (const auto command = std::exchange(loadCommand_, nullptr)) command->cancel();
-  if (const auto player = std::exchange(player_, nullptr)) player->releaseToManager();
-}
-
-void PlayerLoan::fail(std::string reason) {
-  video_->setKeepsItem(false);  // or the pool would hand out the same item again
-  giveBack();
-  video_->setKeepsItem(true);
-  state_ = State::Failed;
-  reason_ = std::move(reason);
+  const auto player = std::exchange(player_, nullptr);
+  if (!player) return;
+  // The pool rewinds a player that nobody uses and does not stop it. One that the pool has taken
+  // for another video is not this page's to stop.
+  if (poolState() == PlayerState::Loaded) player->setRate(0);
+  ((*player).*operation)();
 }
 
 }  // namespace zaffo::feed

@@ -53,9 +53,9 @@ class PlayerLoan : public std::enable_shared_from_this<PlayerLoan> {
   void renew();
   /// Goes to Empty when the pool has dropped the player or the load, and from Failed.
   void check();
-  /// Goes to Empty; a load under way is cancelled.
+  /// Goes to Empty; a load under way is cancelled, and the player is stopped.
   void giveBack();
-  /// Gives the player back and goes to Failed.
+  /// Gives the player back, without its item, and goes to Failed.
   void fail(std::string reason);
 
  private:
@@ -63,8 +63,10 @@ class PlayerLoan : public std::enable_shared_from_this<PlayerLoan> {
   void takeFromPool();
   void loadItem();
   void itemMissing(uint64_t attempt);
+  void loadFailed(std::string reason);
   void itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem>& item);
   void playerLoaded(uint64_t attempt, const PlayerLoadResult& result);
+  void end(void (PlayerDecorator::*operation)());
 
   std::shared_ptr<PlayerManager> manager_;
   std::shared_ptr<FeedVideo> video_;

@@ -53,9 +53,9 @@ class PlayerCellTest : public testing::Test {
     cell = makeCell(true);
   }
 
-  std::shared_ptr<PlayerCell> makeCell(bool loops) {
+  std::shared_ptr<PlayerCell> makeCell(bool loops, const std::string& id = "id") {
     const auto url = NSURL::URLWithString("file:///clip.mp4");
-    auto made = PlayerCell::create(manager, std::make_shared<FeedVideo>(url, "id", loader),
+    auto made = PlayerCell::create(manager, std::make_shared<FeedVideo>(url, id, loader),
                                    {loops, {400, 700}});
     made->setSettledHandler([this] { ++settled; });
     return made;
@@ -246,6 +246,87 @@ TEST_F(PlayerCellTest, UnloadingGivesThePlayerBack) {
   EXPECT_FALSE(showsPlayer());
   EXPECT_FALSE(cell->isSettled());
   EXPECT_THAT(manager->debugDescription(), HasSubstr("activeUses: 0"));
+}
+
+TEST_F(PlayerCellTest, APlayingPageStopsItsPlayerBeforeItGivesItBack) {
+  loadCell();
+  makeCurrent();
+  ASSERT_EQ(player->rateValue, 1);
+  float rateWhenIdle = -1;
+  player->onSeek = [&] { rateWhenIdle = player->rateValue; };
+  cell->unload();
+  EXPECT_EQ(rateWhenIdle, 0);
+}
+
+TEST_F(PlayerCellTest, APlayingPageThatGoesStopsItsPlayer) {
+  loadCell();
+  makeCurrent();
+  cell = nullptr;
+  EXPECT_THAT(manager->debugDescription(), HasSubstr("activeUses: 0"));
+  EXPECT_EQ(player->rateValue, 0);
+}
+
+TEST_F(PlayerCellTest, APlayerThatFailsOnTheWayIsStoppedAndKeepsNoItem) {
+  testing::internal::CaptureStderr();
+  loadCell();
+  giveThumbnail();
+  makeCurrent();
+  NSNotificationCenter::defaultCenter().postNotification(
+      AVPlayerItemFailedToPlayToEndTimeNotification, item,
+      {{AVPlayerItemFailedToPlayToEndTimeErrorKey, errorSaying("damaged")}});
+  EXPECT_EQ(player->rateValue, 0);
+  EXPECT_THAT(*log, testing::Contains("player teardown"));
+  EXPECT_EQ(manager->debugDescription(),
+            "Player 0 - videoId: nil, state: NotLoaded, activeUses: 0");
+  testing::internal::GetCapturedStderr();
+}
+
+TEST_F(PlayerCellTest, APlayerThatThePoolTookForAnotherVideoIsNotThisPagesToStop) {
+  manager->setMaxPlayersAtIdleState(1);
+  loadCell();
+  makeCurrent();
+  const auto other =
+      std::make_shared<FeedVideo>(NSURL::URLWithString("file:///other.mp4"), "other", loader);
+  manager->loadPlayer(other, std::make_shared<ScriptedAVPlayerItem>(), {}, {});
+  player->rateValue = 2;  // as its new user wants it
+  cell->unload();
+  EXPECT_EQ(player->rateValue, 2);
+}
+
+TEST_F(PlayerCellTest, APageThatWaitsKeepsItsPlayerWhenOneWithAnotherKindOfItemComes) {
+  manager->setMaxPlayersAtIdleState(2);
+  item = ScriptedAVPlayerItem::create(false);
+  cell->load();
+  giveItem();
+  const auto waiting = player;
+  const auto waitingCell = cell;
+  // A page with a local item, in front of it in the pool and idle: the pool is full.
+  cell = makeCell(true, "local");
+  item = ScriptedAVPlayerItem::create(true);
+  loadCell();
+  cell->unload();
+  cell = makeCell(true, "streaming");
+  item = ScriptedAVPlayerItem::create(false);
+  cell->load();
+  giveItem();
+  EXPECT_TRUE(waiting->isLoading());
+  EXPECT_THAT(manager->debugDescription(),
+              testing::AllOf(HasSubstr("videoId: id, state: Loading, activeUses: 1"),
+                             HasSubstr("videoId: streaming, state: Loading, activeUses: 1")));
+}
+
+TEST_F(PlayerCellTest, APageThatWouldHaveToTakeAPlayerFromAnotherIsAPageWithText) {
+  manager->setMaxPlayersAtIdleState(1);
+  cell->load();
+  giveItem();
+  const auto waitingCell = cell;
+  cell = makeCell(true, "other");
+  cell->load();
+  giveThumbnail();
+  giveItem();
+  EXPECT_THAT(page()->text(), HasSubstr("No player available for this video"));
+  finishLoad();
+  EXPECT_EQ(manager->debugDescription(), "Player 0 - videoId: id, state: Loaded, activeUses: 1");
 }
 
 TEST_F(PlayerCellTest, UnloadingEndsALoadUnderWay) {
