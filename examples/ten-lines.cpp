@@ -67,6 +67,9 @@ int main(int argc, char** argv) {
   MainLoop::run();
 
   std::printf("%d pictures shown\n", pictures);
-  if (player) player->releaseToManager();
+  if (player) {
+    player->setRate(0);
+    player->releaseToManager();
+  }
   return pictures > 0 ? 0 : 1;
 }

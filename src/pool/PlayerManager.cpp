@@ -269,8 +269,8 @@ void PlayerManager::cleanUpIfNeeded() {
 }
 
 void PlayerManager::cleanUpWithMaxPlayers(std::int64_t maxPlayers) {
-  const auto alive =
-      weak_from_this().lock();  // None in the destructor, where nobody can come back.
+  // Null in the destructor, where nobody can come back any more.
+  const auto alive = weak_from_this().lock();
   while (!players_.empty() && playerCount() > maxPlayers) teardownNextPlayer();
 }
 
