@@ -46,8 +46,9 @@ class ZAFFO_EXPORT AVAssetReaderTrackOutput : public AVAssetReaderOutput {
 /// after edits. Marked as not to be displayed is what the range does not show: what comes at its
 /// end or later, what edits hide, and what another sample has replaced by its start. The last
 /// sample at or before the start is what shows there; it is not marked. A range that starts at or
-/// after the end of a track completes without samples of it. Nothing is decoded. Lets go of the
-/// file when it ends, fails, is cancelled or is released. Abstract so that a test can script it.
+/// after the end of a track completes without samples of it; one that starts where a file that was
+/// cut short has none any more fails. Nothing is decoded. Lets go of the file when it ends, fails,
+/// is cancelled or is released. Abstract so that a test can script it.
 /// Thread: one at a time; cancelReading(), status() and error() any.
 ///
 ///               startReading            no more samples

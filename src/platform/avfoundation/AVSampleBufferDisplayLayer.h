@@ -50,12 +50,14 @@ class ZAFFO_EXPORT AVSampleBufferDisplayLayer : public CALayer {
   /// No call of the block begins after this returns, except on a queue that has begun it already.
   virtual void stopRequestingMediaData() = 0;
 
-  /// Rendering from the first sample on; Failed when the samples cannot be decoded.
+  /// Rendering from the first sample on; Failed when the samples cannot be decoded. Unknown until a
+  /// turn of the main queue has passed since the layer's first sample: who makes a layer has that
+  /// long to say who hears of its failure.
   [[nodiscard]] virtual AVQueuedSampleBufferRenderingStatus status() const = 0;
   /// Why the status is Failed; null otherwise.
   [[nodiscard]] virtual std::shared_ptr<const NSError> error() const = 0;
-  /// Calls `changed` after each change of status(), on the thread of the change, until the
-  /// observation ends.
+  /// Calls `changed` once after each change of status(), one after the other, until the observation
+  /// ends. On any thread: that of the change, or the main one for the first.
   [[nodiscard]] virtual KeyValueObservation observeStatus(std::function<void()> changed) = 0;
 
   /// Whether there is a picture to show.

@@ -27,9 +27,7 @@ std::shared_ptr<AVSampleBufferDisplayLayer> AVSampleBufferDisplayLayer::create()
   return SampleBufferDisplayLayer::create();
 }
 
-SampleBufferDisplayLayer::SampleBufferDisplayLayer()
-    : toldStatus_(std::make_shared<ObservableProperty<AVQueuedSampleBufferRenderingStatus>>(
-          AVQueuedSampleBufferRenderingStatus::Unknown)) {
+SampleBufferDisplayLayer::SampleBufferDisplayLayer() {
   setMasksToBounds(true);
 }
 
@@ -38,10 +36,11 @@ std::shared_ptr<SampleBufferDisplayLayer> SampleBufferDisplayLayer::create() {
   media::SampleRenderer::Events events;
   events.pictureChanged = layer->displayRequest_.forLayer(layer->weak_from_this());
   events.statusChanged = [weakLayer = std::weak_ptr(layer)] {
-    const auto changed = weakLayer.lock();
-    if (changed) changed->toldStatus_->set(statusOf(*changed->renderer_));
+    if (const auto changed = weakLayer.lock()) changed->status_->noteChange();
   };
   layer->renderer_ = media::SampleRenderer::create(std::move(events));
+  layer->status_ =
+      LayerStatus::create([renderer = layer->renderer_] { return statusOf(*renderer); });
   return layer;
 }
 
@@ -82,6 +81,7 @@ void SampleBufferDisplayLayer::enqueueSampleBuffer(std::shared_ptr<CMSampleBuffe
     MutexLock lock(formatMutex_);
     format_ = queued.format;
   }
+  status_->noteSample();
   renderer_->enqueue(std::move(queued));
 }
 
@@ -113,18 +113,12 @@ void SampleBufferDisplayLayer::stopRequestingMediaData() {
   renderer_->stopRequesting();
 }
 
-AVQueuedSampleBufferRenderingStatus SampleBufferDisplayLayer::status() const {
-  return statusOf(*renderer_);
-}
-
 std::shared_ptr<const NSError> SampleBufferDisplayLayer::error() const {
-  return renderer_->error();
+  return status() == AVQueuedSampleBufferRenderingStatus::Failed ? renderer_->error() : nullptr;
 }
 
 KeyValueObservation SampleBufferDisplayLayer::observeStatus(std::function<void()> changed) {
-  return toldStatus_->observe(
-      [changed = std::move(changed)](AVQueuedSampleBufferRenderingStatus,
-                                     AVQueuedSampleBufferRenderingStatus) { changed(); });
+  return status_->observe(std::move(changed));
 }
 
 bool SampleBufferDisplayLayer::isReadyForDisplay() const {

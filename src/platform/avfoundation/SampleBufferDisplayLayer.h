@@ -6,6 +6,7 @@
 #include "platform/Mutex.h"
 #include "platform/avfoundation/AVSampleBufferDisplayLayer.h"
 #include "platform/avfoundation/DisplayRequest.h"
+#include "platform/avfoundation/LayerStatus.h"
 #include "platform/avfoundation/Presentation.h"
 #include "platform/media/SampleRenderer.h"
 
@@ -31,7 +32,9 @@ class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
                                         std::function<void()> block) override;
   void stopRequestingMediaData() override;
 
-  [[nodiscard]] AVQueuedSampleBufferRenderingStatus status() const override;
+  [[nodiscard]] AVQueuedSampleBufferRenderingStatus status() const override {
+    return status_->told();
+  }
   [[nodiscard]] std::shared_ptr<const NSError> error() const override;
   [[nodiscard]] KeyValueObservation observeStatus(std::function<void()> changed) override;
 
@@ -50,8 +53,8 @@ class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
   [[nodiscard]] CGAffineTransform transform() const;
 
   std::shared_ptr<media::SampleRenderer> renderer_;
-  /// The status that was told last; the renderer knows the present one.
-  const std::shared_ptr<ObservableProperty<AVQueuedSampleBufferRenderingStatus>> toldStatus_;
+  /// What is told of the renderer's status.
+  std::shared_ptr<LayerStatus> status_;
   mutable Mutex timebaseMutex_;
   std::shared_ptr<CMTimebase> timebase_ ZAFFO_GUARDED_BY(timebaseMutex_);
   AVLayerVideoGravity gravity_ = AVLayerVideoGravityResizeAspect;

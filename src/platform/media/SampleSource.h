@@ -21,10 +21,10 @@ class SampleCursor {
   [[nodiscard]] virtual ReadOutcome next(Sample& sample) = 0;
 
   /// Goes to the last sync sample that decoding of what is shown at `time` can start from; the
-  /// first one when `time` lies before it. False on a read error.
+  /// first one when `time` lies before it. False when it cannot; a lost sample is next()'s Error.
   [[nodiscard]] virtual bool seek(CMTime time) = 0;
 
-  /// Why the last call failed; null otherwise.
+  /// Why the last call failed, or the next next() will; null otherwise.
   [[nodiscard]] virtual NSErrorPtr error() const = 0;
 
   /// What a decoder of the samples needs to know, valid for the samples read from now on; owned by

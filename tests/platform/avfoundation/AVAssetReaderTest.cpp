@@ -165,6 +165,14 @@ TEST_F(AVAssetReaderTest, AFileThatWasCutShortFailsAfterItsWholeSamples) {
   EXPECT_EQ(run.reader->status(), AVAssetReaderStatus::Failed) << "that is final";
 }
 
+TEST_F(AVAssetReaderTest, ARangeThatStartsBeyondACutFailsWithoutASample) {
+  const Run run = startRun(loadedClip("cut_5.mp4"), CMTimeMake(7, 2));
+  EXPECT_TRUE(readAll(run).empty());
+  EXPECT_EQ(run.reader->status(), AVAssetReaderStatus::Failed);
+  ASSERT_NE(run.reader->error(), nullptr);
+  EXPECT_EQ(run.reader->error()->code(), AVErrorFileFailedToParse);
+}
+
 TEST_F(AVAssetReaderTest, ProtectedSamplesFailTheReader) {
   const Run run = startRun(loadedClip("protected.mp4"));
   EXPECT_TRUE(readAll(run).empty());

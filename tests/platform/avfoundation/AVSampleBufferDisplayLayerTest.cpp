@@ -131,6 +131,21 @@ TEST_F(AVSampleBufferDisplayLayerTest, TellsTheObserversOfEachChangeOfItsStatus)
   EXPECT_EQ(seen.size(), 3u);
 }
 
+TEST_F(AVSampleBufferDisplayLayerTest, AFailureIsToldOnceToWhoeverObservesInTheNextBlockOfMain) {
+  std::vector<Status> seen;
+  KeyValueObservation observation;
+  start(clip("no_key_frame.mp4"));
+  dispatch_async(dispatch_get_main_queue(), [&] {
+    observation = layer_->observeStatus([&] { seen.push_back(layer_->status()); });
+  });
+  dispatch_wait_until_idle();  // by now the layer knows
+  EXPECT_EQ(layer_->status(), Status::Unknown);
+  EXPECT_FALSE(layer_->error());
+  time_.advance(kNanosecondsPerSecond);
+  EXPECT_EQ(seen, (std::vector{Status::Rendering, Status::Failed}));
+  EXPECT_TRUE(layer_->error());
+}
+
 TEST_F(AVSampleBufferDisplayLayerTest, PassesOverMarkersAndSamplesOfNobodyKnowsWhat) {
   class OtherBytes final : public CMBlockBuffer {
    public:
