@@ -54,6 +54,17 @@ TEST_F(PlaybackSessionRealMediaTest, ShowsTheVeryFrameAfterASeekToEachWhilePlayi
   }
 }
 
+TEST_F(PlaybackSessionRealMediaTest, ASeekFarBehindTheSyncSampleShowsTheVeryFrame) {
+  ASSERT_EQ(start(test::clip("one_key_frame.mp4")), nullptr);
+  for (const int frame : {599, 301, 1, 450}) {
+    seek(CMTimeMake(2 * frame + 1, 60));
+    EXPECT_EQ(shown(), frame);
+  }
+  session->setRate(1);
+  time.advance(10 * kFrame);
+  EXPECT_EQ(shown(), 460);
+}
+
 TEST_F(PlaybackSessionRealMediaTest, EveryFrameComesAtItsTime) {
   ASSERT_EQ(start(test::clip("h264_30.mp4")), nullptr);
   session->setRate(1);

@@ -48,11 +48,16 @@ class ZAFFO_EXPORT AVSampleBufferDisplayLayer : public CALayer {
   virtual void requestMediaDataWhenReadyOnQueue(DispatchQueuePtr queue,
                                                 std::function<void()> block) = 0;
   /// No call of the block begins after this returns, except on a queue that has begun it already.
+  /// Within a call it says that there are no more samples for now. Elsewhere it says that these
+  /// samples are being left for others: what cannot be decoded of them is no failure from then on,
+  /// until there is a new request.
   virtual void stopRequestingMediaData() = 0;
 
-  /// Rendering from the first sample on; Failed when the samples cannot be decoded. Unknown until a
-  /// turn of the main queue has passed since the layer's first sample: who makes a layer has that
-  /// long to say who hears of its failure.
+  /// Rendering from the first sample on; Failed when the samples since the last flush cannot be
+  /// decoded: at once where there is no decoder, otherwise when a client that is called has brought
+  /// all there is, or after 300 samples that should have been shown, and none gave a picture.
+  /// Unknown until a turn of the main queue has passed since the layer's first sample: who makes a
+  /// layer has that long to say who hears of its failure.
   [[nodiscard]] virtual AVQueuedSampleBufferRenderingStatus status() const = 0;
   /// Why the status is Failed; null otherwise.
   [[nodiscard]] virtual std::shared_ptr<const NSError> error() const = 0;

@@ -41,6 +41,14 @@ TEST_F(PlayerSeekTest, AFrameIsShownFromItsOwnTimeToJustBeforeTheNext) {
   }
 }
 
+TEST_F(PlayerSeekTest, FindsTheVeryFrameFarBehindTheSyncSample) {
+  open("one_key_frame.mp4");
+  for (const int frame : {599, 301, 1, 450}) {
+    EXPECT_EQ(seekExactly(CMTimeMake(2 * frame + 1, 60)), true);
+    EXPECT_EQ(shown(), frame);
+  }
+}
+
 TEST_F(PlayerSeekTest, FindsTheVeryFrameAtAVariableRate) {
   open("vfr.mp4");
   for (int i = 0; i < 60; ++i) {
