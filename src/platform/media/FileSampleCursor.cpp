@@ -114,7 +114,7 @@ void FileSampleCursor::fill(Sample& sample) {
     return timestamp == AV_NOPTS_VALUE ? kCMTimeInvalid : grid.timeOf(timestamp - start);
   };
   sample.presentation = onTimeline(pts);
-  sample.decode = onTimeline(packet_->dts);
+  sample.decode = demuxer_->tellsDecodeTimes(*stream_) ? onTimeline(packet_->dts) : kCMTimeInvalid;
   sample.duration = timeFromTimestamp(std::max<int64_t>(0, packet_->duration), base);
   sample.sync = packet_->flags & AV_PKT_FLAG_KEY;
   sample.shown = !(packet_->flags & AV_PKT_FLAG_DISCARD);
