@@ -85,6 +85,18 @@ std::shared_ptr<const NSError> PlayerItem::reasonNotToPlay() const {
   return nullptr;
 }
 
+bool PlayerItem::claim(const AVPlayer& player) {
+  MutexLock lock(statusMutex_);
+  if (player_ && player_ != &player) return false;
+  player_ = &player;
+  return true;
+}
+
+void PlayerItem::giveUp(const AVPlayer& player) {
+  MutexLock lock(statusMutex_);
+  if (player_ == &player) player_ = nullptr;
+}
+
 void PlayerItem::fail(std::shared_ptr<const NSError> error) {
   MutexLock lock(statusMutex_);
   status_ = AVPlayerItemStatus::Failed;

@@ -19,6 +19,12 @@ CMTime clamped(CMTime time, CMTime duration) {
   return CMTimeMaximum(time, kCMTimeZero);
 }
 
+/// How far from its time a seek may end.
+CMTime reachOf(CMTime tolerance) {
+  if (CMTIME_IS_NUMERIC(tolerance)) return CMTimeAbsoluteValue(tolerance);
+  return CMTIME_IS_POSITIVE_INFINITY(tolerance) ? tolerance : kCMTimeZero;
+}
+
 }  // namespace
 
 std::shared_ptr<Playback> Playback::create(std::shared_ptr<SampleSource> source,
@@ -86,18 +92,16 @@ void Playback::seek(CMTime time, CMTime before, CMTime after, Completion complet
     if (completion) queue_->async([completion = std::move(completion)] { completion(false); });
     return;
   }
-  // A frame a little early is as good as one a little late, and quicker: the sync sample before.
-  static_cast<void>(after);
   const CMTime target = clamped(time, duration_);
-  const CMTime earliest = CMTIME_IS_NUMERIC(before) ? target - CMTimeAbsoluteValue(before)
-                          : CMTIME_IS_POSITIVE_INFINITY(before) ? kCMTimeNegativeInfinity
-                                                                : target;
+  const CMTime earliest = target - reachOf(before);
+  const CMTime latest = target + reachOf(after);
   const uint64_t generation = ++newestSeek_;
-  queue_->async([self = shared_from_this(), command = ++commands_,
-                 seek = Seek{generation, target, earliest, std::move(completion)}]() mutable {
-    self->handledCommand_ = command;
-    self->beginSeek(std::move(seek));
-  });
+  queue_->async(
+      [self = shared_from_this(), command = ++commands_,
+       seek = Seek{generation, target, earliest, latest, std::move(completion)}]() mutable {
+        self->handledCommand_ = command;
+        self->beginSeek(std::move(seek));
+      });
 }
 
 void Playback::preroll(Completion completion) {

@@ -30,7 +30,7 @@ void Playback::beginSeek(Seek seek) {
   video_->setReadyHandler([weakSelf = weak_from_this()] {
     if (const auto self = weakSelf.lock()) self->post(&Playback::continueSeek);
   });
-  video_->beginSeek(seek_->time, seek_->earliest);
+  video_->beginSeek(seek_->time, seek_->earliest, seek_->latest);
   continueSeek();
 }
 
@@ -64,8 +64,9 @@ void Playback::continueSeek() {
 }
 
 void Playback::finishSeek(VideoFrame frame) {
-  const bool exact = !frame.buffer || seek_->earliest == seek_->time;
-  const CMTime position = exact ? seek_->time : CMTimeMaximum(frame.presentation, kCMTimeZero);
+  const bool isWithin =
+      frame.buffer && frame.presentation >= seek_->earliest && frame.presentation <= seek_->latest;
+  const CMTime position = isWithin ? CMTimeMaximum(frame.presentation, kCMTimeZero) : seek_->time;
   if (frame.buffer) {
     videoEnd_ = endOf(frame);
     if (position == kCMTimeZero && !firstFrame_) firstFrame_ = frame;

@@ -121,6 +121,36 @@ TEST_F(PlayerFailureTest, TheSmallestAndTheLargestPictureAreShown) {
   }
 }
 
+TEST_F(PlayerFailureTest, AnItemThatAnotherPlayerHasIsRefusedAndNothingChanges) {
+  const auto item = open("video_only.mp4");
+  auto other = AVPlayer::create();
+  const auto own = loadedItem("h264_30.mp4");
+  other->replaceCurrentItemWithPlayerItem(own);
+  time_.settle();
+  EXPECT_THROW(other->replaceCurrentItemWithPlayerItem(item), NSErrorException);
+  EXPECT_EQ(other->currentItem(), own);
+  EXPECT_EQ(player_->currentItem(), item);
+  EXPECT_EQ(shown(), 0);
+  player_->setRate(1);
+  other->setRate(1);
+  time_.advance(kNanosecondsPerSecond);
+  EXPECT_NEAR(seconds(), 1, 0.01);
+  EXPECT_GT(other->currentTime(), CMTimeMake(9, 10));
+}
+
+TEST_F(PlayerFailureTest, AnItemMayGoFromOnePlayerToAnother) {
+  const auto item = open("video_only.mp4");
+  player_->replaceCurrentItemWithPlayerItem(item);
+  auto other = AVPlayer::create();
+  player_->replaceCurrentItemWithPlayerItem(nullptr);
+  other->replaceCurrentItemWithPlayerItem(item);
+  EXPECT_EQ(other->currentItem(), item);
+  other.reset();
+  EXPECT_NO_THROW(player_->replaceCurrentItemWithPlayerItem(item)) << "its player is gone";
+  time_.settle();
+  EXPECT_EQ(shown(), 0);
+}
+
 TEST_F(PlayerFailureTest, AGoodItemAfterABadOnePlays) {
   playThrough("no_key_frame.mp4");
   const Outcome outcome = playThrough("video_only.mp4");
