@@ -58,8 +58,9 @@ class ZAFFO_EXPORT AVAssetReaderTrackOutput : public AVAssetReaderOutput {
 ///        └──────> Cancelled <─────┘ cancelReading
 class ZAFFO_EXPORT AVAssetReader {
  public:
-  /// Null with `error` set when the asset is not readable, or its tracks are not loaded and cannot
-  /// be. Reads no header of an asset whose tracks are loaded.
+  /// Null with `error` set when the asset is not readable, its tracks are not loaded and cannot be,
+  /// or its header tells that it cannot be played: it is encrypted, or there is no decoder for it.
+  /// Reads no header of an asset whose tracks are loaded.
   [[nodiscard]] static std::shared_ptr<AVAssetReader> create(std::shared_ptr<AVAsset> asset,
                                                              std::shared_ptr<const NSError>* error);
   virtual ~AVAssetReader() = default;

@@ -85,7 +85,7 @@ ReadOutcome FileSampleCursor::read() {
   } while (result >= 0 && packet_->stream_index != streamIndex_);
   if (result == AVERROR_EOF && !endsEarly()) return ReadOutcome::End;
   if (result >= 0 && av_packet_get_side_data(packet_.get(), AV_PKT_DATA_ENCRYPTION_INFO, nullptr)) {
-    error_ = makeError(AVErrorContentIsProtected, "The video is protected by encryption.");
+    error_ = contentIsProtected();
     return ReadOutcome::Error;
   }
   if (result >= 0 && !(packet_->flags & AV_PKT_FLAG_CORRUPT)) {
