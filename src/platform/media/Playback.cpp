@@ -6,6 +6,7 @@
 
 #include "platform/AVAssetTrack.h"
 #include "platform/TimeSource.h"
+#include "platform/dispatch/Confinement.h"
 
 namespace zaffo::media {
 
@@ -144,6 +145,7 @@ CMTime Playback::currentTime() const {
 // Rate.
 
 void Playback::applyRate(double rate) {
+  assertCurrent(*queue_);
   const double before = std::exchange(rate_, rate);
   if (rate == before) return;
   if (rate == 0) {
@@ -200,6 +202,7 @@ void Playback::joinSound() {
 }
 
 void Playback::soundIsReady() {
+  assertCurrent(*queue_);
   if (!running_) return settle();
   joinSound();
   turn();

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/TimeSource.h"
+#include "platform/dispatch/Confinement.h"
 #include "platform/media/DueTime.h"
 #include "platform/media/Playback.h"
 
@@ -19,6 +20,7 @@ constexpr CMTime kLateness = CMTimeMake(1, 10);
 }  // namespace
 
 void Playback::turn() {
+  assertCurrent(*queue_);
   if (!running_) return;
   const CMTime now = timebase_->timeAtHostTime(TimeSource::now());
   if (frames_->advance(now) && events_.pictureChanged) events_.pictureChanged();
