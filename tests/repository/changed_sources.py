@@ -78,7 +78,8 @@ def main():
     names, since = files(), base()
     chosen = set(names)
     if since:
-        changed = git("diff", "--name-only", since) + git("ls-files", "--others", "--exclude-standard")
+        changed = [*git("diff", "--name-only", since),
+                   *git("ls-files", "--others", "--exclude-standard")]
         if not set(changed) & set(SETTINGS):
             chosen = touched(changed, includers(names))
     for name in sorted(name for name in chosen if name.endswith(".cpp")):

@@ -17,6 +17,8 @@ from mutation.changes import changes_of  # noqa: E402
 from mutation.command import main  # noqa: E402
 from mutation.known import read_known, row  # noqa: E402
 
+HEADER = "| File | Line | Change | Why |\n|---|---|---|---|\n"
+
 
 def changes_in(code):
     return changes_of("src/sample/Sample.cpp", textwrap.dedent(code))
@@ -64,8 +66,7 @@ class Changes(unittest.TestCase):
             '''))
 
     def test_operators_become_their_neighbours(self):
-        self.assertEqual(["bool f(int a, int b) { return a <= b; }", "bool f(int a, int b) { return a >= b; }"],
-                         results("bool f(int a, int b) { return a < b; }"))
+        self.assertEqual(["bool x = a <= b;", "bool x = a >= b;"], results("bool x = a < b;"))
         self.assertEqual(["`&&` becomes `||`"], told("bool x = a && b;"))
         self.assertEqual(["`-` becomes `+`", "`*` becomes `/`"], told("int x = a - b * c;"))
         self.assertEqual(["`!` is left out"], told("bool x = !a;"))
@@ -87,12 +88,13 @@ class Changes(unittest.TestCase):
 
     def test_conditions_are_negated(self):
         self.assertIn("void f() { if (!(a)) return; }", results("void f() { if (a) return; }"))
-        self.assertIn("void f() { if (!(a && b)) return; }", results("void f() { if (a && b) return; }"))
+        self.assertIn("void f() { if (!(a && b)) return; }",
+                      results("void f() { if (a && b) return; }"))
         self.assertIn("void f() { if (auto a = b(); !a) return; }",
                       results("void f() { if (auto a = b()) return; }"))
         self.assertEqual(["`a ?` is negated"], told("int x = a ? b : c;"))
-        self.assertEqual(["int x = call(1, !(a(2).b) ? c : d);"],
-                         [text for text in results("int x = call(1, a(2).b ? c : d);") if "!" in text])
+        self.assertIn("int x = call(1, !(a(2).b) ? c : d);",
+                      results("int x = call(1, a(2).b ? c : d);"))
 
     def test_a_condition_of_one_operator_is_negated_once(self):
         self.assertEqual(["`==` becomes `!=`", "`return;` is left out"],
@@ -124,24 +126,24 @@ class Changes(unittest.TestCase):
             """
         self.assertEqual(
             ["first();", "a_ = b;", "this->call<T>(b)->other();",
-             "queue_->async([this, b] { if (b) inner(); else otherwise() …", "inner();", "otherwise();",
-             "c.go();", "++count_;", "one();", "made(c);"],
+             "queue_->async([this, b] { if (b) inner(); else otherwise() …", "inner();",
+             "otherwise();", "c.go();", "++count_;", "one();", "made(c);"],
             [what[1:-len("` is left out")] for what in told(code) if what.endswith("is left out")])
 
     def test_an_exit_is_left_out_only_where_something_follows(self):
-        self.assertEqual(
-            ["int f() { if (a == b) ; return c; }"],
-            [text for text in results("int f() { if (a == b) return d; return c; }") if "if (a == b) ;" in text])
+        self.assertIn("int f() { if (a == b) ; return c; }",
+                      results("int f() { if (a == b) return d; return c; }"))
         self.assertEqual([], told("int f() { return c; }"))
         self.assertIn("`return d;` is left out", told("int f() { if (a) { return d; } return c; }"))
 
     def test_a_change_is_known_by_its_line_and_what_it_does(self):
         change = changes_in("bool x = a || b;")[0]
-        table = "| File | Line | Change | Why |\n|---|---|---|---|\n" + row(change).replace("| |", "| same |")
-        self.assertEqual(r"| `src/sample/Sample.cpp` | `bool x = a \|\| b;` | `\|\|` becomes `&&` | |", row(change))
+        self.assertEqual(r"| `src/sample/Sample.cpp` | `bool x = a \|\| b;` | `\|\|` becomes `&&` | |",
+                         row(change))
+        table = HEADER + row(change).replace("| |", "| same |")
         self.assertTrue(read_known(table)[0].covers(change))
         self.assertFalse(read_known(table)[0].covers(changes_in("bool y = a || b;")[0]))
-        anywhere = "| File | Line | Change | Why |\n|---|---|---|---|\n| `src/*` | | `\\|\\|` becomes `&&` | x |"
+        anywhere = HEADER + "| `src/*` | | `\\|\\|` becomes `&&` | x |"
         self.assertTrue(read_known(anywhere)[0].covers(change))
 
 
@@ -178,10 +180,11 @@ PROJECT = {
           return clamped(5) == 5 && clamped(10) == 9 && doubled(3) == 6 ? 0 : 1;
         }
         """,
-    "tests/README.md": "| File | Line | Change | Why |\n|---|---|---|---|\n",
+    "tests/README.md": HEADER,
     ".gitignore": "/build/\n",
 }
-SAME = "| `src/sample/Sample.cpp` | `if (value > 9) return 9;` | `>` becomes `>=` | Nine is nine. |\n"
+SAME = ("| `src/sample/Sample.cpp` | `if (value > 9) return 9;` | `>` becomes `>=` "
+        "| Nine is nine. |\n")
 # Says who it is when something was changed, and never ends.
 ENDLESS = """
 #include <unistd.h>

@@ -2,8 +2,8 @@
 """Runs ctest: run_ctest.py BUILD [--second-try] [ctest's arguments]
 
 A sanitizer's report in whatever process of a test fails the run, also where the test passes: a
-program that a test started may end as if nothing were. Reports go to BUILD/sanitizer-reports and are
-printed in the end.
+program that a test started may end as if nothing were. Reports go to BUILD/sanitizer-reports, and
+are printed in the end.
 
 --second-try: tests labelled `real-time`, which wait for the real clock, may be left without a
 processor for too long where a sanitizer makes all ten times slower. What failed runs once more if
@@ -84,8 +84,9 @@ def judge(log, labelled):
 
 
 def tests_with_label(build):
-    shown = subprocess.run(["ctest", "--test-dir", build, "--show-only=json-v1", "-L", f"^{LABEL}$"],
-                           check=True, capture_output=True, text=True).stdout
+    shown = subprocess.run(
+        ["ctest", "--test-dir", build, "--show-only=json-v1", "-L", f"^{LABEL}$"],
+        check=True, capture_output=True, text=True).stdout
     return {test["name"] for test in json.loads(shown)["tests"]}
 
 

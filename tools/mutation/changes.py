@@ -261,7 +261,8 @@ class _Finder:
         source = self.source
         while source.is_name(before) or source.is_(before, "::", "<", ">", ">>", ",", "*", "&"):
             before -= 1
-        return source.is_(before, "->") and source.is_(before - 1, ")", "const", "mutable", "noexcept")
+        return (source.is_(before, "->")
+                and source.is_(before - 1, ")", "const", "mutable", "noexcept"))
 
     def _statements(self, opener):
         closer = self.source.partner.get(opener)

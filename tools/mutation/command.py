@@ -110,7 +110,8 @@ def _changes(root, folder, options):
         raise Failed(f"there is nothing to change in {folder}")
     if options.sample and options.sample < len(changes):
         seed = options.seed if options.seed is not None else random.SystemRandom().randrange(10000)
-        print(f"{options.sample} of {len(changes)} changes (--sample {options.sample} --seed {seed})")
+        print(f"{options.sample} of {len(changes)} changes "
+              f"(--sample {options.sample} --seed {seed})")
         # Sorted again: what changes the same file one after the other builds little else.
         picked = random.Random(seed).sample(range(len(changes)), options.sample)
         changes = [changes[index] for index in sorted(picked)]
@@ -162,7 +163,7 @@ class _Session:
         return self._report()
 
     def _shares(self):
-        """Runs of the changes, one a worker: the fewer files a worker changes, the less it builds."""
+        """A run of the changes for each worker: the fewer files it changes, the less it builds."""
         count = max(1, min(self._options.jobs, len(self._changes)))
         bounds = [len(self._changes) * index // count for index in range(count + 1)]
         return [self._changes[first:last] for first, last in zip(bounds, bounds[1:])]
@@ -185,8 +186,9 @@ class _Session:
             if outcome != "passed":
                 raise Failed(f"{self._target} fails without any change:\n{output}")
             limit = self._limit or 10 + 4 * seconds
-            print(f"{self._target} takes {seconds:.1f} s; {len(share)} changes, each for {limit:.0f} s "
-                  f"at most, in {os.path.relpath(workshop.folder, self._root)}", flush=True)
+            print(f"{self._target} takes {seconds:.1f} s; {len(share)} changes, each for "
+                  f"{limit:.0f} s at most, in {os.path.relpath(workshop.folder, self._root)}",
+                  flush=True)
             for change in share:
                 self._try(workshop, change, limit)
         finally:
@@ -205,11 +207,12 @@ class _Session:
 
     def _tell(self, change, outcome, output, seconds):
         if outcome == "passed" and not self._why(change):
-            print(f"survived: {change.file}:{change.line}: {change.what}\n    {change.code}", flush=True)
+            print(f"survived: {change.file}:{change.line}: {change.what}\n    {change.code}",
+                  flush=True)
         elif self._options.verbose:
             failed = [line for line in output.splitlines() if "[  FAILED  ]" in line][:1]
-            word = {"passed": "survived, known", "failed": "caught", "late": "caught by the time limit",
-                    "unbuilt": "does not compile"}[outcome]
+            word = {"passed": "survived, known", "failed": "caught",
+                    "late": "caught by the time limit", "unbuilt": "does not compile"}[outcome]
             print(f"{word}: {change.file}:{change.line}: {change.what} ({seconds:.1f} s)",
                   *failed, flush=True)
 
@@ -224,7 +227,8 @@ class _Session:
         for entry in self._known:
             if any(entry.covers(change) for change in caught) and not any(
                     entry.covers(change) for change in survivors):
-                print(f"caught now, though {KNOWN} names it: {entry.file}: {entry.code}: {entry.what}")
+                print(f"caught now, though {KNOWN} names it: {entry.file}: {entry.code}: "
+                      f"{entry.what}")
         print(f"\n{tried} of {len(self._changes)} changes tried: {len(caught)} caught "
               f"({len(self._outcomes['late'])} by the time limit), "
               f"{len(self._outcomes['unbuilt'])} did not compile, {len(survivors)} survived "

@@ -32,8 +32,8 @@ def read_known(text):
 
 def row(change):
     """The row for a change, to be completed with a reason."""
-    cells = [f"`{change.file}`", f"`` {change.code} ``" if "`" in change.code else f"`{change.code}`",
-             change.what, ""]
+    code = f"`` {change.code} ``" if "`" in change.code else f"`{change.code}`"
+    cells = [f"`{change.file}`", code, change.what, ""]
     return "| " + " | ".join(cell.replace("|", "\\|") for cell in cells).rstrip() + " |"
 
 

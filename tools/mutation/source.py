@@ -1,4 +1,4 @@
-"""C++ text as tokens: enough of the language to know code from comments and operators from types."""
+"""C++ text as tokens: enough of the language to tell code from comments, operators from types."""
 import re
 from dataclasses import dataclass
 

@@ -174,8 +174,8 @@ class Workshop:
             self._changed = None
 
     def test(self, target, filters, limit):
-        """Runs the test program once for each of the filters, as long as nothing fails. Says whether
-        all passed ("passed", "failed", "late"), what failed last, and in how many seconds."""
+        """Runs the test program once for each of the filters, as long as nothing fails. Tells how that
+        ended ("passed", "failed" or "late"), what the failed one printed, and the seconds taken."""
         begin = time.monotonic()
         program = os.path.join(self.build, "tests", target)
         for tests in filters:
