@@ -12,9 +12,14 @@ namespace zaffo::feed {
 
 namespace {
 
-std::shared_ptr<AVPlayerItemLoader> makeLoader(const URLs::value_type& url, Options::Loop loop) {
-  if (loop == Options::Loop::Looping) return ZFLoopingVideoPlayerItemLoader::createWithURL(url);
-  return ZFSingleLoopVideoPlayerItemLoader::createWithURL(url);
+/// A clip that is too short to loop is played as it is.
+std::shared_ptr<FeedVideo> makeVideo(const URLs::value_type& url, std::string id,
+                                     Options::Loop loop) {
+  auto plain = ZFSingleLoopVideoPlayerItemLoader::createWithURL(url);
+  if (loop != Options::Loop::Looping)
+    return std::make_shared<FeedVideo>(url, std::move(id), std::move(plain));
+  auto looping = ZFLoopingVideoPlayerItemLoader::createWithURL(url);
+  return std::make_shared<FeedVideo>(url, std::move(id), std::move(looping), std::move(plain));
 }
 
 /// One video to a page; a clip that is there more than once has an id for each page.
@@ -24,7 +29,7 @@ std::vector<std::shared_ptr<FeedVideo>> makeVideos(const URLs& urls, Options::Lo
   for (const auto& url : urls) {
     std::string id = url->absoluteString();
     if (const int number = ++count[id]; number > 1) id += "#" + std::to_string(number);
-    videos.push_back(std::make_shared<FeedVideo>(url, std::move(id), makeLoader(url, loop)));
+    videos.push_back(makeVideo(url, std::move(id), loop));
   }
   return videos;
 }

@@ -12,15 +12,21 @@ namespace zaffo::feed {
 class FeedVideo final : public ZFVideo {
  public:
   /// `id` tells pages apart: the same clip on two pages has two ids, and so two players.
-  /// Items and thumbnails come from `loader`.
+  /// Items and thumbnails come from `loader`; items of a video that it can make none of from
+  /// `plainLoader`, if there is one.
   FeedVideo(std::shared_ptr<const NSURL> url, std::string id,
-            std::shared_ptr<AVPlayerItemLoader> loader);
+            std::shared_ptr<AVPlayerItemLoader> loader,
+            std::shared_ptr<AVPlayerItemLoader> plainLoader = nullptr);
 
   /// What a person calls it: the name of the file.
   [[nodiscard]] std::string name() const;
 
   /// Known once the item was loaded; indefinite before.
   void setItemDuration(CMTime duration) { itemDuration_ = duration; }
+
+  /// Has items come from the plain loader from now on; false when they do already, or there is
+  /// none.
+  [[nodiscard]] bool playPlainly();
 
   [[nodiscard]] std::string videoId() const override { return id_; }
   [[nodiscard]] CMTime itemDuration() const override { return itemDuration_; }
@@ -40,6 +46,8 @@ class FeedVideo final : public ZFVideo {
   std::shared_ptr<const NSURL> url_;
   std::string id_;
   std::shared_ptr<AVPlayerItemLoader> loader_;
+  std::shared_ptr<AVPlayerItemLoader> plainLoader_;
+  bool playsPlainly_ = false;
   CMTime itemDuration_ = kCMTimeIndefinite;
 };
 

@@ -97,9 +97,14 @@ void PlayerCell::showPlayer() {
   page_->setPlayerView(view);
   tally_.watch(view);
   isAtStart_ = true;
-  fast_ = FastPlayback::create(player, [weakSelf = weak_from_this()](const std::string& reason) {
+  FastPlayback::Events events;
+  events.failed = [weakSelf = weak_from_this()](const std::string& reason) {
     if (const auto self = weakSelf.lock()) self->failOnTheWay(reason);
-  });
+  };
+  events.ended = [weakSelf = weak_from_this()] {
+    if (const auto self = weakSelf.lock()) self->fastEnded();
+  };
+  fast_ = FastPlayback::create(player, std::move(events));
   if (const auto item = player->playerItem()) {
     endObserver_ = std::make_unique<ItemEndObserver>(
         item,
@@ -119,7 +124,6 @@ void PlayerCell::hidePlayer() {
   noteFrameCounts();
   tally_.forget();
   endObserver_ = nullptr;
-  cancelRestart();
   fast_ = nullptr;
   isOnScreen_ = false;
   page_->setPlayerView(nullptr);
@@ -130,23 +134,25 @@ void PlayerCell::startPlaying() {
   if (!swipe_->completed) swipe_->completed = TimeSource::now();
   const auto& player = loan_->player();
   player->setVolume(volume_);
-  if (fast_ && !isAtStart_) {
-    restartFast();
-  } else {
-    rewind();
-    player->setRate(rate_);
-  }
+  rewind();
+  setPlayerRate(rate_);
   isAtStart_ = false;
 }
 
 void PlayerCell::rewind() {
   if (std::exchange(isAtStart_, true)) return;
+  if (fast_) return rewindFast();
   loan_->player()->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero, {});
 }
 
+void PlayerCell::setPlayerRate(float rate) {
+  if (fast_) return fast_->setRate(rate);
+  if (const auto& player = loan_->player()) player->setRate(rate);
+}
+
 void PlayerCell::itemEnded() {
+  if (fast_) return fast_->itemEnded();
   if (!swipe_) return;
-  if (fast_) return fastItemEnded();
   if (tally_.hasLayer() && tally_.firstPresented() == 0) return failOnTheWay({});
   if (!style_.loops) return;
   loan_->player()->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero,
@@ -158,28 +164,16 @@ void PlayerCell::itemEnded() {
                               });
 }
 
-void PlayerCell::fastItemEnded() {
-  if (!fast_->hasEnded(rate_)) return;
+void PlayerCell::fastEnded() {
+  if (!swipe_) return;
   if (tally_.firstPresented() == 0 && !fast_->hasPicture()) return failOnTheWay({});
-  if (!style_.loops) return;
-  cancelRestart();
-  restartTimer_ = dispatch_timer_after(fast_->leftOfLastFrame(rate_), dispatch_get_main_queue(),
-                                       [weakSelf = weak_from_this()] {
-                                         const auto self = weakSelf.lock();
-                                         if (self) self->restartFast();
-                                       });
-}
-
-void PlayerCell::cancelRestart() {
-  if (const auto timer = std::exchange(restartTimer_, nullptr)) timer->cancel();
+  if (style_.loops) rewindFast();
 }
 
 /// Until its first frame is there again the page shows the still picture, which looks the same.
-void PlayerCell::restartFast() {
-  cancelRestart();
-  if (!fast_ || !swipe_) return;
+void PlayerCell::rewindFast() {
   page_->setThumbnailHidden(false);
-  fast_->restart(rate_);
+  fast_->seek(kCMTimeZero, {});
 }
 
 void PlayerCell::failOnTheWay(std::string reason) {
@@ -226,8 +220,7 @@ void PlayerCell::becomeCurrent(std::shared_ptr<Swipe> swipe, float volume) {
 }
 
 void PlayerCell::resignCurrent() {
-  cancelRestart();
-  if (const auto& player = loan_->player()) player->setRate(0);
+  setPlayerRate(0);
   noteFrameCounts();
   swipe_ = nullptr;
 }
@@ -265,7 +258,7 @@ bool PlayerCell::isShown() const {
 
 void PlayerCell::setRate(float rate) {
   rate_ = rate;
-  if (const auto& player = loan_->player(); player && swipe_) player->setRate(rate);
+  if (swipe_) setPlayerRate(rate);
 }
 
 void PlayerCell::togglePlaying() {
@@ -281,7 +274,6 @@ void PlayerCell::seek(CMTime time, std::function<void()> completion) {
   const auto& player = loan_->player();
   if (!player || !player->playerItem()) return completion();
   isAtStart_ = false;
-  cancelRestart();
   if (fast_) return fast_->seek(time, std::move(completion));
   player->seekToTime(time, kCMTimeZero, kCMTimeZero,
                      [completion = std::move(completion)](bool) { completion(); });

@@ -58,9 +58,9 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   void startPlaying();
   void rewind();
   void itemEnded();
-  void fastItemEnded();
-  void cancelRestart();
-  void restartFast();
+  void fastEnded();
+  void rewindFast();
+  void setPlayerRate(float rate);
   void failOnTheWay(std::string reason);
   void showFailure();
   void thumbnailChanged();
@@ -76,7 +76,6 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
 
   std::unique_ptr<ItemEndObserver> endObserver_;  // while the loan has a player
   std::shared_ptr<FastPlayback> fast_;            // while that player is a fast one
-  DispatchTimerPtr restartTimer_;                 // while the last frame of a clip stands
   FrameTally tally_;
   bool isAtStart_ = true;    // of the video, or on the way there
   bool isOnScreen_ = false;  // since it became current

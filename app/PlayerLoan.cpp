@@ -10,9 +10,7 @@ namespace {
 /// Options by which a page may hold its player, for the pool tells players apart by them.
 constexpr std::array kAllOptions{AVPlayerItemLoaderOptions(), AVPlayerItemLoaderOptions::fadeIn};
 
-constexpr const char* kNoLoop =
-    "No loop can be made of it, as it is too short or its length is not known; "
-    "--loop single plays it as it is.";
+constexpr const char* kNoItem = "Nothing that can be played can be made of it.";
 
 /// Runs `block` on the main thread, inside the call when that is where the caller is.
 void onMainThread(std::function<void()> block) {
@@ -75,7 +73,9 @@ void PlayerLoan::takeFromPool() {
 }
 
 void PlayerLoan::itemMissing(uint64_t attempt) {
-  if (attempt == attempt_ && state_ == State::LoadingItem) loadFailed(kNoLoop);
+  if (attempt != attempt_ || state_ != State::LoadingItem) return;
+  if (video_->playPlainly()) return loadItem();  // too short to loop, for example
+  loadFailed(kNoItem);
 }
 
 void PlayerLoan::loadFailed(std::string reason) {

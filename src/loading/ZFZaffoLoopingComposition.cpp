@@ -17,6 +17,8 @@ constexpr unsigned kFewestSeams = 25;
 constexpr unsigned kMostSeams = 50;
 constexpr double kLongestFadeIn = 2.0;
 constexpr std::size_t kAudioTracks = 2;
+/// More than sums of times at unlike timescales can be off, and nothing that is heard.
+constexpr CMTime kRounding = CMTimeMake(1, 1'000'000);
 
 /// How many copies follow the first one. The bounds also take what is no number: an empty clip
 /// fits infinitely often, one of unknown length not at all.
@@ -67,9 +69,10 @@ class LoopBuild {
     for (unsigned i = 0; i < count; ++i) {
       const CMTime seam = videoTrack_->timeRange().duration;
       if (!picture_.insert(*videoTrack_, seam)) return false;
-      if (hasSound() && !sound_.insert(*audioTracks_[startingAt(i)], seam)) return false;
+      if (hasSound() && !laySound(*audioTracks_[startingAt(i)], seam)) return false;
       seams_.push_back(seam);
     }
+    if (hasSound()) endSound();
     return hasFirstSound;
   }
 
@@ -92,6 +95,26 @@ class LoopBuild {
   /// Which sound track carries the copy that ends at a seam, and which the one that starts there.
   static std::size_t endingAt(std::size_t seam) { return seam % kAudioTracks; }
   static std::size_t startingAt(std::size_t seam) { return (seam + 1) % kAudioTracks; }
+
+  /// Sound that lasts for more than two rounds is faded out when the next copy comes on its track,
+  /// and would move that on.
+  [[nodiscard]] bool laySound(AVMutableCompositionTrack& track, CMTime seam) const {
+    cutOff(track, seam);
+    return sound_.insert(track, seam);
+  }
+
+  /// However long the sound is, the last copy ends as long after its picture as the others do.
+  void endSound() {
+    const CMTime end =
+        CMTimeAdd(videoTrack_->timeRange().duration, ZFZaffoLoopingComposition::standardTrim());
+    for (const auto& track : audioTracks_) cutOff(*track, end);
+  }
+
+  static void cutOff(AVMutableCompositionTrack& track, CMTime time) {
+    const CMTime end = CMTimeRangeGetEnd(track.timeRange());
+    if (CMTIME_IS_NUMERIC(end) && end > CMTimeAdd(time, kRounding))
+      track.removeTimeRange(CMTimeRangeFromTimeToTime(time, end));
+  }
 
   void setStart(Parameters& first, bool fadesIn) const {
     if (!fadesIn) return first.setVolume(1, kCMTimeZero);

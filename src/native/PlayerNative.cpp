@@ -115,11 +115,25 @@ ZFCancelCommandPtr PlayerNative::loadPlayerItem(std::shared_ptr<AVPlayerItem> it
   if (currentItem && currentItem->asset()->isReadable() != item->asset()->isReadable()) {
     player_->replaceCurrentItemWithPlayerItem(nullptr);
   }
-  player_->replaceCurrentItemWithPlayerItem(item);
+  if (auto refusal = putIntoPlayer(item)) {
+    report(completion, std::move(refusal));
+    return ZFNoopCancelCommand::sharedInstance();
+  }
   waitForItemReadiness(item, std::move(completion));
   return std::make_shared<ZFCallbackCancelCommand>([weakSelf] {
     if (const auto self = weakSelf.lock()) self->cancelCurrentLoad();
   });
+}
+
+/// Why the platform does not take the item; null when it does.
+std::shared_ptr<const NSError> PlayerNative::putIntoPlayer(
+    const std::shared_ptr<AVPlayerItem>& item) {
+  try {
+    player_->replaceCurrentItemWithPlayerItem(item);
+  } catch (const NSErrorException& refusal) {
+    return refusal.error();
+  }
+  return nullptr;
 }
 
 void PlayerNative::waitForItemReadiness(const std::shared_ptr<AVPlayerItem>& item,

@@ -72,7 +72,8 @@ class ZAFFO_EXPORT PlayerNative final : public MutablePlayer,
   /// `completion` is told null inside this call when the item is ready and already playing, or from
   /// the main queue later; the item's or the AVPlayer's own error when that fails, or "Failed to
   /// load item" and "Player loading failed" when it has none. A failed or cancelled load leaves the
-  /// item in the AVPlayer.
+  /// item in the AVPlayer. An item that another AVPlayer has is refused inside this call, with the
+  /// platform's error; the AVPlayer keeps what it had, or is empty.
   ZFCancelCommandPtr loadPlayerItem(std::shared_ptr<AVPlayerItem> item,
                                     LoadCompletion completion) override;
   void teardownPlayerItem() override;
@@ -83,6 +84,8 @@ class ZAFFO_EXPORT PlayerNative final : public MutablePlayer,
 
   void stopObserving();
   void cancelCurrentLoad();
+  [[nodiscard]] std::shared_ptr<const NSError> putIntoPlayer(
+      const std::shared_ptr<AVPlayerItem>& item);
   void waitForItemReadiness(const std::shared_ptr<AVPlayerItem>& item, LoadCompletion completion);
   void itemStatusChanged(AVPlayerItemStatus status, const AVPlayerItem& item,
                          const LoadCompletion& completion);

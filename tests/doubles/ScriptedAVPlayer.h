@@ -29,6 +29,7 @@ class ScriptedAVPlayer final : public AVPlayer {
   CMTime timeValue = kCMTimeZero;
   AVPlayerStatus statusValue = AVPlayerStatus::ReadyToPlay;
   std::shared_ptr<const NSError> errorValue;
+  std::shared_ptr<const NSError> refusal;  ///< raised for each item while it is set
   std::function<void()> onStatusRead;
   std::function<void()> onCancelPrerolls;
 
@@ -57,6 +58,7 @@ class ScriptedAVPlayer final : public AVPlayer {
   [[nodiscard]] std::shared_ptr<const NSError> error() const override { return errorValue; }
 
   void replaceCurrentItemWithPlayerItem(std::shared_ptr<AVPlayerItem> newItem) override {
+    if (newItem && refusal) throw NSErrorException(refusal);
     replacements.push_back(newItem);
     item = std::move(newItem);
   }

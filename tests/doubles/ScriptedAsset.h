@@ -11,10 +11,12 @@
 
 namespace zaffo {
 
-/// An asset that has what a test puts into it. A load of keys waits for finishLoading().
+/// An asset that has what a test puts into it. A load of keys waits for finishLoading(), unless it
+/// finishes at once: its handler then runs inside the call.
 class ScriptedAsset final : public AVAsset {
  public:
   bool readable = true;
+  bool finishesAtOnce = false;
   CMTime durationValue = CMTimeMake(5, 1);
   std::vector<std::shared_ptr<const AVAssetTrack>> trackList = {track(AVMediaTypeVideo)};
   std::shared_ptr<AVAsset> copyResult;  ///< what copy() gives
@@ -41,6 +43,7 @@ class ScriptedAsset final : public AVAsset {
                                        std::function<void()> handler) override {
     requestedKeys.push_back(std::move(keys));
     handlers_.push_back(std::move(handler));
+    if (finishesAtOnce) finishLoading();
   }
   [[nodiscard]] AVKeyValueStatus statusOfValueForKey(
       const std::string& key, std::shared_ptr<const NSError>* /*error*/) const override {

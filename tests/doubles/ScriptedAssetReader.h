@@ -51,6 +51,7 @@ class ScriptedAssetReader final : public AVAssetReader {
   std::vector<std::shared_ptr<CMSampleBuffer>> samples;  ///< first to last
   std::function<void(CMTime start)> onStartTime;         ///< told the start of the time range
   std::function<void()> onCopy;                          ///< may throw
+  std::function<void()> onCancel;
   int copies = 0;
 
   [[nodiscard]] AVAssetReaderStatus status() const override { return statusValue; }
@@ -75,6 +76,7 @@ class ScriptedAssetReader final : public AVAssetReader {
   void cancelReading() override {
     std::printf("reader cancel\n");
     statusValue = AVAssetReaderStatus::Cancelled;
+    if (onCancel) onCancel();
   }
 
   [[nodiscard]] std::shared_ptr<CMSampleBuffer> copyNext() {

@@ -12,16 +12,16 @@ namespace zaffo {
 
 /// What was asked of a scripted composition and its tracks, in order.
 struct CompositionCall {
-  enum class Kind { AddTrack, SetTransform, Insert };
+  enum class Kind { AddTrack, SetTransform, Insert, Remove };
 
   Kind kind;
   int trackID;  ///< 1 for the track added first
   AVMediaType mediaType;
-  int preferredTrackID = 0;       ///< AddTrack
-  CGAffineTransform transform{};  ///< SetTransform
-  CMTimeRange range{};            ///< Insert, and the following two
-  std::shared_ptr<const AVAssetTrack> track{};
-  CMTime startTime{};
+  int preferredTrackID = 0;                     ///< AddTrack
+  CGAffineTransform transform{};                ///< SetTransform
+  CMTimeRange range{};                          ///< Insert and Remove
+  std::shared_ptr<const AVAssetTrack> track{};  ///< Insert
+  CMTime startTime{};                           ///< Insert
 };
 
 /// A track that puts everything at its end and refuses what a test says.
@@ -34,6 +34,8 @@ class ScriptedCompositionTrack final : public AVMutableCompositionTrack {
 
   /// Whether the insertion with this number, from 0, is refused.
   std::function<bool(int number)> refuses = [](int) { return false; };
+  /// Of a range, no more than this is there.
+  CMTime longest = kCMTimePositiveInfinity;
 
   [[nodiscard]] int trackID() const override { return trackID_; }
   [[nodiscard]] AVMediaType mediaType() const override { return mediaType_; }
@@ -57,8 +59,13 @@ class ScriptedCompositionTrack final : public AVMutableCompositionTrack {
       if (error) *error = NSError::create("platform", 1);
       return false;
     }
-    range_ = CMTimeRangeFromTimeToTime(kCMTimeZero, CMTimeAdd(startTime, timeRange.duration));
+    const CMTime length = CMTimeMinimum(timeRange.duration, longest);
+    range_ = CMTimeRangeFromTimeToTime(kCMTimeZero, CMTimeAdd(startTime, length));
     return true;
+  }
+  void removeTimeRange(CMTimeRange timeRange) override {
+    calls_.push_back({CompositionCall::Kind::Remove, trackID_, mediaType_, 0, {}, timeRange});
+    range_ = CMTimeRangeFromTimeToTime(kCMTimeZero, timeRange.start);
   }
   [[nodiscard]] CMTimeRange timeRange() const override { return range_; }
   [[nodiscard]] const std::vector<AVCompositionTrackSegment>& segments() const override {
@@ -81,6 +88,7 @@ class ScriptedComposition final : public AVMutableComposition {
   CMTime durationValue = kCMTimeZero;
   std::vector<CompositionCall> calls;
   std::vector<std::shared_ptr<ScriptedCompositionTrack>> added;
+  CMTime longestPicture = kCMTimePositiveInfinity;  ///< what there is of a range of a picture
   /// Whether an insertion is refused, by the track's number and the insertion's on it.
   std::function<bool(int trackID, int number)> refuses = [](int, int) { return false; };
 
@@ -89,6 +97,7 @@ class ScriptedComposition final : public AVMutableComposition {
     const int trackID = static_cast<int>(added.size()) + 1;
     calls.push_back({CompositionCall::Kind::AddTrack, trackID, mediaType, preferredTrackID});
     added.push_back(std::make_shared<ScriptedCompositionTrack>(trackID, mediaType, calls));
+    if (mediaType == AVMediaTypeVideo) added.back()->longest = longestPicture;
     added.back()->refuses = [this, trackID](int number) { return refuses(trackID, number); };
     return added.back();
   }

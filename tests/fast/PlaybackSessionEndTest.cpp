@@ -48,11 +48,19 @@ TEST_F(PlaybackSessionEndTest, TheDelayCountsFromThePositionAtTheStartOfTheTurn)
   start(3);
   session->setRate(1);
   time.advance(200 * kMillisecond);
+  layer().onEnqueue = [this] { lastTimebase.lock()->setTime(seconds(0.4)); };
   ask();
   time.advance(299 * kMillisecond);
-  EXPECT_THAT(ends.heard, IsEmpty());
+  EXPECT_THAT(ends.heard, IsEmpty()) << "0.3 s are counted, not the 0.1 s that are left by now";
   time.advance(kMillisecond);
   EXPECT_EQ(ends.heard.size(), 1u);
+}
+
+TEST_F(PlaybackSessionEndTest, TheReadAheadCountsFromThePositionAtTheStartOfTheTurn) {
+  start();
+  layer().onEnqueue = [this] { lastTimebase.lock()->setTime(seconds(1)); };
+  ask();
+  EXPECT_EQ(layer().samples.back()->presentationTimeStamp(), seconds(2));
 }
 
 TEST_F(PlaybackSessionEndTest, WhatIsPastDueIsSaidAtOnce) {

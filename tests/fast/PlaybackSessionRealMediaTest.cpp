@@ -1,3 +1,4 @@
+#include "fast/DamagedClip.h"
 #include "fast/RealMediaTest.h"
 
 namespace zaffo {
@@ -51,6 +52,17 @@ TEST_F(PlaybackSessionRealMediaTest, ShowsTheVeryFrameAfterASeekToEachWhilePlayi
     EXPECT_EQ(shown(), frame + 1);
     session.reset();
   }
+}
+
+TEST_F(PlaybackSessionRealMediaTest, ASeekFarBehindTheSyncSampleShowsTheVeryFrame) {
+  ASSERT_EQ(start(test::clip("one_key_frame.mp4")), nullptr);
+  for (const int frame : {599, 301, 1, 450}) {
+    seek(CMTimeMake(2 * frame + 1, 60));
+    EXPECT_EQ(shown(), frame);
+  }
+  session->setRate(1);
+  time.advance(10 * kFrame);
+  EXPECT_EQ(shown(), 460);
 }
 
 TEST_F(PlaybackSessionRealMediaTest, EveryFrameComesAtItsTime) {
@@ -161,6 +173,29 @@ TEST_F(PlaybackSessionRealMediaTest, ASeekBeyondTheEndEndsAtOnce) {
   seek(CMTimeMake(60, 1));
   EXPECT_EQ(ends.size(), 1u);
   EXPECT_EQ(shown(), std::nullopt);
+}
+
+TEST_F(PlaybackSessionRealMediaTest, ASeekBeyondACutFailsToEnd) {
+  for (const bool plays : {false, true}) {
+    ASSERT_EQ(start(test::clip("cut_5.mp4")), nullptr);
+    session->setRate(plays ? 1 : 0);
+    ends.clear();
+    seek(CMTimeMake(7, 2));
+    ASSERT_EQ(ends.size(), 1u);
+    EXPECT_EQ(ends[0].name, AVPlayerItemFailedToPlayToEndTimeNotification);
+    EXPECT_EQ(session->rate(), 0);
+    seek(kCMTimeZero);
+    EXPECT_EQ(shown(), 0) << "what is there can be played all the same";
+    session.reset();
+  }
+}
+
+TEST_F(PlaybackSessionRealMediaTest, AFileThatEndsBehindItsHeaderFailsToEnd) {
+  const DamagedClip clip("h264_30.mp4");
+  clip.write(clip.bytes().substr(0, clip.bytes().find("mdat") + 4));
+  ASSERT_EQ(start(clip.path()), nullptr);
+  ASSERT_EQ(ends.size(), 1u);
+  EXPECT_EQ(ends[0].name, AVPlayerItemFailedToPlayToEndTimeNotification);
 }
 
 TEST_F(PlaybackSessionRealMediaTest, ShowsATurnedClipUpright) {

@@ -1,5 +1,6 @@
 #include "fast/PlayerFast.h"
 
+#include "doubles/BusyPool.h"
 #include "fast/FastTest.h"
 #include "fast/PlayerFastOutputView.h"
 
@@ -19,7 +20,16 @@ class PlayerFastTest : public FastTest {
   /// What a load was told: "" for success, else domain, code and description.
   using Reports = std::vector<std::string>;
 
-  PlayerFastTest() { giveSamples(100); }
+  PlayerFastTest() {
+    giveSamples(100);
+    scriptReader = [this, giving = scriptReader](ScriptedAssetReader& reader) {
+      giving(reader);
+      reader.onCancel = [this, layer = std::weak_ptr(layers.back())] {
+        const auto shown = layer.lock();
+        cancelledBy.push_back(shown && shown->queue()->isCurrent() ? "stop" : "release");
+      };
+    };
+  }
 
   static MutablePlayer::LoadCompletion into(Reports& reports) {
     return [&reports](const std::shared_ptr<const NSError>& error) {
@@ -43,6 +53,9 @@ class PlayerFastTest : public FastTest {
     return std::dynamic_pointer_cast<PlayerFastOutputView>(player->outputView());
   }
 
+  /// By what the readers were cancelled: a session that is stopped does that on its own queue, one
+  /// that is merely let go of where that happens.
+  std::vector<std::string> cancelledBy;
   std::shared_ptr<PlayerFast> player = PlayerFast::create(factory());
   Reports reports;
 };
@@ -132,7 +145,7 @@ TEST_F(PlayerFastTest, ACancelledLoadIsNotReportedAndItsSessionIsStopped) {
   time.settle();
   EXPECT_THAT(reports, IsEmpty());
   EXPECT_EQ(player->playerItem(), nullptr);
-  EXPECT_EQ(readers.front()->statusValue, AVAssetReaderStatus::Cancelled);
+  EXPECT_THAT(cancelledBy, ElementsAre("stop"));
   EXPECT_EQ(item.use_count(), 1) << "the session has gone";
 }
 
@@ -161,7 +174,7 @@ TEST_F(PlayerFastTest, ASecondLoadCancelsOneThatIsPending) {
   EXPECT_THAT(first, IsEmpty());
   EXPECT_THAT(reports, ElementsAre(""));
   EXPECT_EQ(player->playerItem(), second);
-  EXPECT_EQ(readers.front()->statusValue, AVAssetReaderStatus::Cancelled);
+  EXPECT_THAT(cancelledBy, ElementsAre("stop"));
   EXPECT_EQ(view()->sampleBufferDisplayerLayer(), layers.back());
 }
 
@@ -172,7 +185,7 @@ TEST_F(PlayerFastTest, ANewLoadReplacesTheOldSessionAtOnce) {
   EXPECT_EQ(player->playerItem(), nullptr);
   EXPECT_EQ(view()->sampleBufferDisplayerLayer(), nullptr);
   time.settle();
-  EXPECT_EQ(readers.front()->statusValue, AVAssetReaderStatus::Cancelled);
+  EXPECT_THAT(cancelledBy, ElementsAre("stop"));
   EXPECT_EQ(player->playerItem(), second);
 }
 
@@ -190,7 +203,7 @@ TEST_F(PlayerFastTest, ALoadHoldsThePlayerOnlyWeaklyAndIsAbandonedWithIt) {
   player.reset();
   time.settle();
   EXPECT_THAT(reports, IsEmpty());
-  EXPECT_EQ(readers.front()->statusValue, AVAssetReaderStatus::Cancelled);
+  EXPECT_THAT(cancelledBy, ElementsAre("stop"));
   EXPECT_EQ(item.use_count(), 1);
 }
 
@@ -268,6 +281,7 @@ TEST_F(PlayerFastTest, TimeObserversNeverFire) {
 
 TEST_F(PlayerFastTest, TeardownStopsTheSessionAndTakesTheLayerOut) {
   for (const auto teardown : {&MutablePlayer::teardownPlayerItem, &MutablePlayer::fullTeardown}) {
+    cancelledBy.clear();
     load();
     const auto sameView = player->outputView();
     ((*player).*teardown)();
@@ -275,7 +289,7 @@ TEST_F(PlayerFastTest, TeardownStopsTheSessionAndTakesTheLayerOut) {
     EXPECT_EQ(view()->sampleBufferDisplayerLayer(), nullptr);
     EXPECT_EQ(layers.back()->superlayer(), nullptr);
     time.settle();
-    EXPECT_EQ(readers.back()->statusValue, AVAssetReaderStatus::Cancelled);
+    EXPECT_THAT(cancelledBy, ElementsAre("stop"));
     EXPECT_EQ(item.use_count(), 1);
     EXPECT_EQ(player->outputView(), sameView) << "the view stays";
   }
@@ -303,7 +317,7 @@ TEST_F(PlayerFastTest, AReleasedPlayerStopsItsSessionAndEmptiesItsView) {
   player.reset();
   EXPECT_EQ(view->sampleBufferDisplayerLayer(), nullptr);
   time.settle();
-  EXPECT_EQ(readers.front()->statusValue, AVAssetReaderStatus::Cancelled);
+  EXPECT_THAT(cancelledBy, ElementsAre("stop"));
   EXPECT_EQ(item.use_count(), 1);
   EXPECT_EQ(layers.front().use_count(), 1);
 }
@@ -332,6 +346,19 @@ TEST_F(PlayerFastTest, AFailureOfTheLayerDropsTheItemAndSaysSo) {
   EXPECT_EQ(item.use_count(), 1);
   load();
   EXPECT_EQ(player->playerItem(), item);
+}
+
+TEST_F(PlayerFastTest, ASeekThatComesBehindAFailureIsStoppedWithTheSession) {
+  load();
+  {
+    const BusyPool busy;  // the seek is queued before the failure is told
+    layers.front()->changeStatus(Status::Failed, NSError::create("decoder", 9));
+    player->setCurrentTime(seconds(1));
+  }
+  time.settle();
+  ASSERT_EQ(readers.size(), 2u);
+  EXPECT_THAT(cancelledBy, ElementsAre("stop", "stop"));
+  EXPECT_EQ(item.use_count(), 1);
 }
 
 TEST_F(PlayerFastTest, AFailureOfASessionThatIsNoLongerCurrentIsIgnored) {

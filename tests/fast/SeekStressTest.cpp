@@ -1,4 +1,5 @@
-// Random use of several fast players and sessions at once, over real clips.
+// Random use of several fast players and sessions at once, over real clips. What is loaded stays
+// loaded until the test itself gets rid of it, unless the clip is a bad one.
 
 #include <gmock/gmock.h>
 
@@ -45,6 +46,9 @@ struct Stress {
   const std::shared_ptr<AVAsset>& asset() {
     return assets[static_cast<std::size_t>(below(static_cast<int>(assets.size())))];
   }
+  [[nodiscard]] bool isWhole(const std::shared_ptr<AVAsset>& asset) const {
+    return std::find(assets.begin(), assets.end(), asset) - assets.begin() < wholeAssets;
+  }
   void called() {
     ++calls;
     if (isOver) ++callsAfterTheEnd;
@@ -71,15 +75,18 @@ class StressedPlayer {
       player_ = PlayerFast::create(stress_.factory);
       stress_.made.push_back(player_);
     }
+    expectTheItemIsThere();
     switch (stress_.below(16)) {
       case 0:
         return load(stress_.asset());
       case 1:
+        item_ = nullptr;
         return player_->teardownPlayerItem();
       case 2:
         if (command_) command_->cancel();
         return;
       case 3:
+        item_ = nullptr;
         return stress_.below(2) == 0 ? player_->fullTeardown() : release();
       case 4:
       case 5:
@@ -89,21 +96,29 @@ class StressedPlayer {
         (void)player_->currentTime();
         return (void)picture();
       default:
-        if (!player_->playerItem()) return load(stress_.asset());
-        return seek(stress_.position());
+        if (!item_) return load(stress_.asset());
+        seek(stress_.position());
+        if (stress_.below(3) == 0) seek(stress_.position());
     }
+  }
+
+  /// A clip that is whole never gets lost; of a bad one nothing is asked.
+  void expectTheItemIsThere() {
+    if (!item_ || player_->playerItem() == item_) return;
+    EXPECT_FALSE(isWhole_) << "the item of a player was lost";
+    item_ = nullptr;
   }
 
   void load(const std::shared_ptr<AVAsset>& asset) {
     const auto item = AVPlayerItem::playerItemWithAsset(asset);
     stress_.made.push_back(item);
-    isWhole_ =
-        std::find(stress_.assets.begin(), stress_.assets.end(), asset) - stress_.assets.begin() <
-        stress_.wholeAssets;
-    command_ =
-        player_->loadPlayerItem(item, [&stress = stress_](const std::shared_ptr<const NSError>&) {
+    isWhole_ = stress_.isWhole(asset);
+    item_ = nullptr;
+    command_ = player_->loadPlayerItem(
+        item, [this, item, load = ++loads_](const std::shared_ptr<const NSError>& error) {
           EXPECT_TRUE(NSThread::isMainThread());
-          stress.called();
+          if (!error && load == loads_) item_ = item;
+          stress_.called();
         });
   }
   void seek(CMTime time) {
@@ -115,14 +130,18 @@ class StressedPlayer {
   /// Loads a clip that is whole, unless one is loaded, and stands on `frame`.
   void standOn(int frame, ManualTime& time) {
     if (!player_) player_ = PlayerFast::create(stress_.factory);
-    if (!player_->playerItem() || !isWhole_) {
+    expectTheItemIsThere();
+    if (!item_ || !isWhole_) {
       load(stress_.assets[0]);
       time.settle();
+      ASSERT_TRUE(item_);
     }
     player_->setRate(0);
     seek(CMTimeMake(2 * frame + 1, 60));
   }
   void release() {
+    ++loads_;
+    item_ = nullptr;
     player_ = nullptr;
     command_ = nullptr;
   }
@@ -137,7 +156,22 @@ class StressedPlayer {
   Stress& stress_;
   std::shared_ptr<PlayerFast> player_;
   ZFCancelCommandPtr command_;
-  bool isWhole_ = false;
+  int loads_ = 0;
+  std::shared_ptr<AVPlayerItem> item_;  // that is loaded
+  bool isWhole_ = false;                // the one loaded last
+};
+
+/// Hears of the failure of a session, which one of a whole clip never has.
+class FailureListener final : public PlaybackSessionDelegate {
+ public:
+  explicit FailureListener(bool isWhole) : isWhole_(isWhole) {}
+  void playbackSession(const std::shared_ptr<PlaybackSession>&,
+                       const std::shared_ptr<const NSError>& error) override {
+    EXPECT_FALSE(isWhole_) << "a session failed: " << error->description();
+  }
+
+ private:
+  const bool isWhole_;
 };
 
 /// A session, used from a thread of its own, as its header allows.
@@ -161,7 +195,8 @@ class StressedSession {
         (void)session->displayLayer()->picture(TimeSource::now());
         return queue_->async([session] { (void)session->currentTime(); });
       default:
-        return seek(stress_.position());
+        seek(stress_.position());
+        if (stress_.below(3) == 0) seek(stress_.position());
     }
   }
 
@@ -169,7 +204,9 @@ class StressedSession {
     const auto item = AVPlayerItem::playerItemWithAsset(asset);
     auto session = PlaybackSession::create(item, stress_.factory);
     stress_.made.insert(stress_.made.end(), {item, session});
-    isWhole_ = asset == stress_.assets[0];
+    isWhole_ = stress_.isWhole(asset);
+    listener_ = std::make_shared<FailureListener>(isWhole_);
+    session->setDelegate(listener_);
     bool hasStarted = false;
     session->start([&](const std::shared_ptr<const NSError>& error) { hasStarted = !error; });
     if (hasStarted) session_ = std::move(session);
@@ -204,6 +241,7 @@ class StressedSession {
   Stress& stress_;
   std::shared_ptr<PlaybackSession> session_;
   const DispatchQueuePtr queue_ = dispatch_queue_create("test.session");
+  std::shared_ptr<FailureListener> listener_;
   bool isWhole_ = false;
 };
 

@@ -221,8 +221,21 @@ INSTANTIATE_TEST_SUITE_P(Files, FastBadInputTest,
                          testing::Values("missing.mp4", "empty.mp4", "text.mp4", "audio_only.m4a",
                                          "unknown_codec.mp4", "refused_codec.mp4",
                                          "cut_moov_last_5.mp4", "protected.mp4",
-                                         "no_key_frame.mp4"),
+                                         "protected_with_sound.mp4", "protected.webm",
+                                         "unknown_codec_with_sound.mp4", "no_key_frame.mp4",
+                                         "no_key_frame_with_sound.mp4"),
                          [](const auto& file) { return testNameOf(file.param); });
+
+TEST_F(FeedFastTest, TheTextOfAClipThatCannotBeDecodedSaysWhy) {
+  for (const char* loop : {"single", "looping"}) {
+    feed("wait-frame; next; wait-frame",
+         {clip("protected_with_sound.mp4"), clip("unknown_codec_with_sound.mp4")},
+         {"--fast", "--loop", loop});
+    EXPECT_THAT(run.errors(), HasSubstr("protected_with_sound.mp4: The video is protected by "
+                                        "encryption."));
+    EXPECT_THAT(run.errors(), HasSubstr("with_sound.mp4: There is no decoder for \"zzzz\"."));
+  }
+}
 
 TEST_F(FeedFastTest, NoBadOrStrangeClipEndsTheRun) {
   const auto inputs = strangeClips();

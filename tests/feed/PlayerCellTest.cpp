@@ -55,8 +55,8 @@ class PlayerCellTest : public testing::Test {
 
   std::shared_ptr<PlayerCell> makeCell(bool loops, const std::string& id = "id") {
     const auto url = NSURL::URLWithString("file:///clip.mp4");
-    auto made = PlayerCell::create(manager, std::make_shared<FeedVideo>(url, id, loader),
-                                   {loops, {400, 700}});
+    const auto video = std::make_shared<FeedVideo>(url, id, loader, plainLoader);
+    auto made = PlayerCell::create(manager, video, {loops, {400, 700}});
     made->setSettledHandler([this] { ++settled; });
     return made;
   }
@@ -97,6 +97,7 @@ class PlayerCellTest : public testing::Test {
   EventLog log = std::make_shared<std::vector<std::string>>();
   std::shared_ptr<ScriptedMutablePlayer> player;
   std::shared_ptr<ScriptedLoader> loader = std::make_shared<ScriptedLoader>();
+  std::shared_ptr<ScriptedLoader> plainLoader;  ///< none at first
   std::shared_ptr<ScriptedAVPlayerItem> item = std::make_shared<ScriptedAVPlayerItem>();
   std::shared_ptr<PlayerManager> manager;
   std::shared_ptr<PlayerCell> cell;
@@ -191,9 +192,43 @@ TEST_F(PlayerCellTest, ALoaderThatLetsGoWithoutAnAnswerGivesAPageWithText) {
   EXPECT_FALSE(cell->isSettled()) << "not inside the loader";
   time.settle();
   EXPECT_TRUE(cell->isSettled());
-  EXPECT_THAT(page()->text(), HasSubstr("No loop can be made of it"));
-  EXPECT_THAT(swipe->error, HasSubstr("--loop single"));
+  EXPECT_THAT(page()->text(), HasSubstr("Nothing that can be played can be made of it"));
   testing::internal::GetCapturedStderr();
+}
+
+TEST_F(PlayerCellTest, WhatTheLoaderMakesNoItemOfIsLoadedPlainlyFromThenOn) {
+  plainLoader = std::make_shared<ScriptedLoader>();
+  cell = makeCell(true);
+  makeCurrent();
+  EXPECT_TRUE(plainLoader->items.empty());
+  loader->items.clear();
+  time.settle();
+  EXPECT_FALSE(cell->isSettled());
+  ASSERT_EQ(plainLoader->items.size(), 1u);
+  EXPECT_THAT(plainLoader->itemOptions, testing::ElementsAre(AVPlayerItemLoaderOptions::fadeIn));
+  plainLoader->items.back()(item, 0.1, 0.1);
+  time.settle();
+  finishLoad();
+  EXPECT_TRUE(showsPlayer());
+  EXPECT_EQ(page()->text(), "");
+  cell->unload();
+  manager->removeAllPlayers();
+  cell->load();
+  EXPECT_EQ(plainLoader->items.size(), 2u);
+  EXPECT_TRUE(loader->items.empty());
+}
+
+TEST_F(PlayerCellTest, WhatNoLoaderMakesAnItemOfGivesAPageWithText) {
+  plainLoader = std::make_shared<ScriptedLoader>();
+  cell = makeCell(true);
+  cell->load();
+  giveThumbnail();
+  loader->items.clear();
+  time.settle();
+  plainLoader->items.clear();
+  time.settle();
+  EXPECT_TRUE(cell->isSettled());
+  EXPECT_THAT(page()->text(), HasSubstr("Nothing that can be played can be made of it"));
 }
 
 TEST_F(PlayerCellTest, AnAnswerIsNoSilenceWhenItsBlockIsLetGoOf) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "loading/LoopFixture.h"
+#include "platform/avfoundation/AVAssetReader.h"
 #include "platform/foundation/NSNotificationCenter.h"
 
 namespace zaffo {
@@ -13,12 +14,20 @@ using Kind = PlayerManager::PlayerKind;
 class LoopLengthTest : public LoopFixture {
  protected:
   /// Counts the ends of the item.
-  std::shared_ptr<int> countEnds() {
+  std::shared_ptr<int> countEnds(const char* how = AVPlayerItemDidPlayToEndTimeNotification) {
     auto counter = std::make_shared<int>(0);
     NSNotificationCenter::defaultCenter().addObserver(
-        counter, AVPlayerItemDidPlayToEndTimeNotification, item,
-        [raw = counter.get()](const NSNotification&) { ++*raw; });
+        counter, how, item, [raw = counter.get()](const NSNotification&) { ++*raw; });
     return counter;
+  }
+  /// How much of the item is covered by its tracks of a kind: the time from zero to their end.
+  double end(AVMediaType type) const {
+    double latest = 0;
+    for (const auto& track : item->asset()->tracksWithMediaType(type)) {
+      if (CMTIMERANGE_IS_VALID(track->timeRange))
+        latest = std::max(latest, CMTimeGetSeconds(CMTimeRangeGetEnd(track->timeRange)));
+    }
+    return latest;
   }
 };
 
@@ -35,13 +44,30 @@ TEST_F(LoopLengthTest, TheLoaderTellsTheLengthOfARoundAndOfAll) {
                                           {"loop_10_s.mp4", 9.9, 26 * 9.9},
                                           {"loop_1_s.mp4", 0.9, 51 * 0.9},
                                           {"loop_0.12_s.mp4", 0.02, 51 * 0.02},
-                                          {"loop_tone_pcm.mov", 0.9, 51 * 0.9 + 0.05}}) {
+                                          {"loop_tone_pcm.mov", 0.9, 51 * 0.9 + 0.05},
+                                          {"loop_0.12_s.mov", 0.02, 51 * 0.02 + 0.05},
+                                          {"loop_scrap_of_sound.mov", 0.9, 51 * 0.9},
+                                          {"loop_long_sound.mov", 1.4, 51 * 0.95 + 0.05},
+                                          {"loop_much_sound.mov", 3.1, 51 * 0.95 + 0.05}}) {
     ASSERT_TRUE(load(name)) << name;
     EXPECT_NEAR(loopSeconds, loop, 1e-6) << name;
     EXPECT_NEAR(totalSeconds, total, 1e-6) << name;
     EXPECT_NEAR(CMTimeGetSeconds(item->duration()), total, 1e-6) << name;
     EXPECT_TRUE(item->asset()->isPlayable()) << name;
     EXPECT_TRUE(item->asset()->isReadable()) << name;
+  }
+}
+
+TEST_F(LoopLengthTest, SoundOfAnyLengthLeavesThePicturesCopiesEndToEnd) {
+  for (const auto& [name, copies] : {std::pair{"loop_much_sound.mov", 51 * 0.95},
+                                     {"loop_long_sound.mov", 51 * 0.95},
+                                     {"loop_short_sound.mov", 51 * 0.9},
+                                     {"loop_scrap_of_sound.mov", 51 * 0.9},
+                                     {"loop_empty_sound.mov", 51 * 0.9},
+                                     {"loop_0.12_s.mov", 51 * 0.02}}) {
+    ASSERT_TRUE(load(name)) << name;
+    EXPECT_NEAR(end(AVMediaTypeVideo), copies, 1e-6) << name;
+    EXPECT_LE(end(AVMediaTypeAudio), copies + 0.05 + 1e-6) << name;
   }
 }
 
@@ -102,6 +128,49 @@ INSTANTIATE_TEST_SUITE_P(JustLongerThanTheTrim, ShortLoopTest,
                          testing::Combine(testing::Values("loop_0.12_s.mp4", "loop_0.12_s.mov"),
                                           testing::Values(Kind::Native, Kind::Fast)));
 
+class TornLoopTest : public LoopLengthTest, public testing::WithParamInterface<Kind> {
+ protected:
+  /// Where the pictures end that can be read of the clip.
+  double readableSeconds(const char* name) {
+    const auto asset = AVAsset::assetWithURL(NSURL::fileURLWithPath(test::clip(name)));
+    asset->loadValuesAsynchronouslyForKeys({"tracks"}, [] {});
+    time.settle();
+    const auto reader = AVAssetReader::create(asset, nullptr);
+    const auto output =
+        AVAssetReaderTrackOutput::create(asset->tracksWithMediaType(AVMediaTypeVideo).front());
+    reader->addOutput(output);
+    EXPECT_TRUE(reader->startReading());
+    double end = 0;
+    while (const auto sample = output->copyNextSampleBuffer())
+      end = std::max(end, CMTimeGetSeconds(sample->outputPresentationTimeStamp()) + 1 / 30.0);
+    return end;
+  }
+};
+
+TEST_P(TornLoopTest, FailsWhereItIsTorn) {
+  const double torn = readableSeconds("cut_5.mp4") - kTrim;
+  ASSERT_GT(torn, 1);
+  ASSERT_TRUE(load("cut_5.mp4"));
+  ASSERT_LT(torn, loopSeconds - 1);
+  ASSERT_TRUE(lend(GetParam()));
+  const auto failures = countEnds(AVPlayerItemFailedToPlayToEndTimeNotification);
+  const auto ends = countEnds();
+  ASSERT_TRUE(start());
+  const double lead = static_cast<double>(TimeSource::now()) / 1e9 - seconds();
+  while (*failures == 0 && seconds() < 2 * loopSeconds && player->rate() > 0)
+    time.advance(10 * kNanosecondsPerMillisecond);
+  time.settle();
+  EXPECT_EQ(*failures, 1);
+  EXPECT_EQ(*ends, 0);
+  // A fast player counts the time to the tear from when it came upon it, which was at rest.
+  const double before = GetParam() == Kind::Fast ? 0.35 : 0.05;
+  const double failedAfter = static_cast<double>(TimeSource::now()) / 1e9 - lead;
+  EXPECT_GE(failedAfter, torn - before);
+  EXPECT_LE(failedAfter, torn + 0.05);
+}
+
+INSTANTIATE_TEST_SUITE_P(Players, TornLoopTest, testing::Values(Kind::Native, Kind::Fast));
+
 class TurnedLoopTest : public LoopLengthTest, public testing::WithParamInterface<Kind> {};
 
 TEST_P(TurnedLoopTest, IsShownUpright) {
@@ -122,21 +191,32 @@ TEST_P(TurnedLoopTest, IsShownUpright) {
 INSTANTIATE_TEST_SUITE_P(Players, TurnedLoopTest, testing::Values(Kind::Native, Kind::Fast));
 
 TEST_F(LoopLengthTest, TheThumbnailOfATurnedClipIsUpright) {
-  const auto sizeOf = [this](const char* name) {
-    CGSize size;
+  constexpr int kWidth = 144, kHeight = 256;  // as the picture is coded
+  for (const auto& [name, turns] : {std::pair{"portrait.mp4", 0},
+                                    {"rotated_90.mp4", 1},
+                                    {"rotated_180.mp4", 2},
+                                    {"rotated_270.mp4", 3}}) {
+    CGImagePtr image;
     ZFLoopingVideoPlayerItemLoader::createWithURL(NSURL::fileURLWithPath(test::clip(name)))
-        ->loadThumbnailWithPriority(0, {144, 144},
-                                    [&size](const std::shared_ptr<const UIImage>& image,
-                                            const std::shared_ptr<const NSError>&) {
-                                      if (image)
-                                        size = {static_cast<double>(image->cgImage()->width()),
-                                                static_cast<double>(image->cgImage()->height())};
+        ->loadThumbnailWithPriority(0, {256, 256},
+                                    [&image](const auto& thumbnail, const auto& /*error*/) {
+                                      if (thumbnail) image = thumbnail->cgImage();
                                     });
     time.settle();
-    return size;
-  };
-  EXPECT_EQ(sizeOf("portrait.mp4"), (CGSize{81, 144}));
-  EXPECT_EQ(sizeOf("rotated_90.mp4"), (CGSize{144, 81}));
+    ASSERT_TRUE(image) << name;
+    const bool lies = turns % 2 == 1;
+    ASSERT_EQ(image->width(), lies ? kHeight : kWidth) << name;
+    ASSERT_EQ(image->height(), lies ? kWidth : kHeight) << name;
+    // A point of the coded picture, turned clockwise with it.
+    const auto brightness = [&, turned = turns](int x, int y) -> double {
+      const std::pair<int, int> places[] = {
+          {x, y}, {kHeight - 1 - y, x}, {kWidth - 1 - x, kHeight - 1 - y}, {y, kWidth - 1 - x}};
+      const auto [column, row] = places[turned];
+      return image->pixels()[static_cast<std::size_t>(row) * image->stride() +
+                             static_cast<std::size_t>(column) * 4 + 1];
+    };
+    EXPECT_EQ(test::readFrameNumber(kWidth, kHeight, brightness), 0) << name;
+  }
 }
 
 }  // namespace

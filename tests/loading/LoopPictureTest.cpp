@@ -95,7 +95,10 @@ INSTANTIATE_TEST_SUITE_P(
                         Clip{"loop_1000.mp4", 25, 25}, Clip{"loop_1_s.mp4", 25, 25},
                         Clip{"portrait.mp4", 30, 90}, Clip{"loop_6.5_s.mp4", 10, 65},
                         Clip{"loop_10_s.mp4", 10, 100}, Clip{"loop_short_sound.mov", 30, 30},
-                        Clip{"loop_long_sound.mov", 30, 30, false, -1, 0, 0.95}),
+                        Clip{"loop_long_sound.mov", 30, 30, false, -1, 0, 0.95},
+                        Clip{"loop_much_sound.mov", 30, 30, false, -1, 0, 0.95},
+                        Clip{"loop_scrap_of_sound.mov", 30, 30},
+                        Clip{"loop_empty_sound.mov", 30, 30}),
         testing::Values(Kind::Native, Kind::Fast)),
     [](const auto& tested) {
       std::string name = std::get<Clip>(tested.param).name;

@@ -185,6 +185,20 @@ TEST_F(UnlikeLengthTest, SoundThatOutlastsThePictureIsCutWhereThePictureStartsAg
   expectSound(heard, {LoopTone::at, 0.95, 0});
 }
 
+TEST_F(UnlikeLengthTest, SoundOfMoreThanTwoRoundsIsCutThereToo) {
+  const auto heard = record("loop_much_sound.mov", (kSeams + 0.6) * 0.95 / 3.1);
+  EXPECT_NEAR(loopSeconds, 3.1, 1e-6);
+  expectSound(heard, {LoopTone::at, 0.95, 0});
+}
+
+TEST_F(UnlikeLengthTest, SoundThatEndsBeforeARoundBeginsIsNotHeard) {
+  for (const char* name : {"loop_scrap_of_sound.mov", "loop_empty_sound.mov"}) {
+    const auto heard = record(name, 3.5);
+    EXPECT_NEAR(loopSeconds, 0.9, 1e-6) << name;
+    for (const float sample : heard) ASSERT_EQ(sample, 0) << name;
+  }
+}
+
 // The first round
 
 class FadeInTest : public LoopSoundTest {

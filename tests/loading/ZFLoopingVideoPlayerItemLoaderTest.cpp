@@ -115,17 +115,16 @@ TEST_F(ZFLoopingVideoPlayerItemLoaderTest, NothingIsBuiltOnTheCallersThread) {
 }
 
 TEST_F(ZFLoopingVideoPlayerItemLoaderTest, NothingIsCompletedInsideTheCall) {
-  bool completedInside = true;
-  bool completed = false;
-  dispatch_async(ZFMediaQueue::queue(), [&] {
-    asset->statuses["tracks"] = AVKeyValueStatus::Failed;
-    loader->loadAVPlayerItemWithOptions({}, [&](const auto&, double, double) { completed = true; });
-    completedInside = completed;
-  });
-  time.settle();
-  finishLoading(asset);
-  EXPECT_FALSE(completedInside);
-  EXPECT_TRUE(completed);
+  asset->finishesAtOnce = assetOfItem->finishesAtOnce = true;
+  for (const auto status : {AVKeyValueStatus::Loaded, AVKeyValueStatus::Failed}) {
+    asset->statuses["tracks"] = status;
+    std::thread::id completer;
+    loader->loadAVPlayerItemWithOptions(
+        {}, [&completer](const auto&, double, double) { completer = std::this_thread::get_id(); });
+    time.settle();
+    EXPECT_NE(completer, std::thread::id());
+    EXPECT_NE(completer, std::this_thread::get_id());
+  }
 }
 
 TEST_F(ZFLoopingVideoPlayerItemLoaderTest, AKeyStillLoadingFailedOrCancelledFailsTheLoad) {

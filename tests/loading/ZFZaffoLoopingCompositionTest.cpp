@@ -142,6 +142,49 @@ TEST_F(ZFZaffoLoopingCompositionTest, ThreeSecondsGiveSeamsEvery2Point9AndSoundO
   }
 }
 
+TEST_F(ZFZaffoLoopingCompositionTest, SoundOfMoreThanTwoRoundsMakesWayForTheNextCopyOnItsTrack) {
+  asset.durationValue = CMTimeMake(120, 1000);  // 0.02 s of picture and 0.07 s of sound a round
+  addSound();
+  ASSERT_TRUE(build());
+  CMTime end = kCMTimeZero;
+  int copies = 0;
+  for (const auto& call : composition.calls) {
+    if (call.trackID != kTrackA) continue;
+    if (call.kind == Kind::Remove) {
+      EXPECT_EQ(call.range, CMTimeRangeFromTimeToTime(CMTimeMake(4 * copies, 100), end));
+      end = call.range.start;
+    } else if (call.kind == Kind::Insert) {
+      EXPECT_EQ(call.startTime, CMTimeMake(4 * copies, 100));
+      EXPECT_EQ(call.startTime, end) << "it moves nothing on";
+      end = call.startTime + CMTimeMake(7, 100);
+      ++copies;
+    }
+  }
+  EXPECT_EQ(copies, 26);
+}
+
+TEST_F(ZFZaffoLoopingCompositionTest, TheSoundOfTheLastCopyEndsATrimAfterItsPicture) {
+  asset.durationValue = CMTimeMake(3, 1);
+  addSound();
+  composition.longestPicture = CMTimeMake(1, 1);  // the sound alone lasts for three seconds
+  ASSERT_TRUE(build());
+  EXPECT_EQ(composition.added[0]->timeRange().duration, CMTimeMake(51, 1));
+  EXPECT_EQ(composition.added[1]->timeRange().duration, CMTimeMake(5105, 100));
+  EXPECT_EQ(composition.added[2]->timeRange().duration, CMTimeMake(5105, 100));
+}
+
+TEST_F(ZFZaffoLoopingCompositionTest, NothingIsTakenOutOfSoundThatEndsATrimAfterThePicture) {
+  addSound();
+  for (const CMTime duration : {CMTimeMake(150, 1000), CMTimeMake(100'001, 30'000),
+                                CMTimeMake(7919, 44'100), CMTimeMake(65, 10)}) {
+    asset.durationValue = duration;
+    ScriptedComposition filled;
+    ASSERT_TRUE(builder.createAudioCrossFadeLoopingComposition(filled, *mix, asset));
+    for (const auto& call : filled.calls)
+      EXPECT_NE(call.kind, Kind::Remove) << CMTimeDescription(duration);
+  }
+}
+
 TEST_F(ZFZaffoLoopingCompositionTest, CountsTheCopiesByLengthWithinBounds) {
   const std::vector<std::pair<CMTime, std::size_t>> copiesOfDurations = {
       {CMTimeMake(65, 10), 26},       {CMTimeMake(1, 1), 51},

@@ -64,30 +64,46 @@ TEST_F(PlayerNativeLoadTest, APlayerThatIsNoLongerReadyIsReportedWithoutPreroll)
   EXPECT_THAT(platform->prerolls, IsEmpty());
 }
 
-TEST_F(PlayerNativeLoadTest, EveryEndOfALoadIsReachedWithoutACompletion) {
-  const auto load = [this](const std::shared_ptr<AVPlayerItem>& item) {
-    EXPECT_NO_THROW(player->loadPlayerItem(item, nullptr));
-  };
-  const auto ready = ScriptedAVPlayerItem::create(true);
-  load(ready);
+TEST_F(PlayerNativeLoadTest, ALoadWithoutACompletionPrerollsAllTheSame) {
+  const auto item = ScriptedAVPlayerItem::create(true);
+  const auto command = player->loadPlayerItem(item, nullptr);
+  EXPECT_EQ(player->playerItem(), item);
   ASSERT_EQ(platform->prerolls.size(), 1u);
-  EXPECT_NO_THROW(platform->prerolls.front()(true)) << "after a preroll";
+  EXPECT_NO_THROW(platform->prerolls.front()(true));
+  command->cancel();
+  EXPECT_EQ(platform->cancelledPrerolls, 0) << "the load is over";
+}
+
+TEST_F(PlayerNativeLoadTest, ALoadWithoutACompletionIntoAPlayingPlayerEndsInsideTheCall) {
   platform->rateValue = 1;
-  load(ready);
-  EXPECT_EQ(platform->prerolls.size(), 1u) << "without one, as it plays";
+  const auto item = ScriptedAVPlayerItem::create(true);
+  EXPECT_NO_THROW(player->loadPlayerItem(item, nullptr));
+  EXPECT_EQ(player->playerItem(), item);
+  const int reads = item->statusReads;
+  time.advance(10 * kInterval);
+  EXPECT_EQ(item->statusReads, reads);
+}
+
+TEST_F(PlayerNativeLoadTest, AFailedLoadWithoutACompletionEndsAndThePlayerGoesOn) {
   const auto failed = ScriptedAVPlayerItem::create(true);
   failed->statusValue = AVPlayerItemStatus::Failed;
-  const int reads = platform->statusReads;
-  load(failed);
-  EXPECT_EQ(failed->statusReads, 1);
-  EXPECT_EQ(platform->statusReads, reads) << "the item has failed, the player is not looked at";
+  EXPECT_NO_THROW(player->loadPlayerItem(failed, nullptr));
   platform->statusValue = AVPlayerStatus::Failed;
-  load(ready);
-  EXPECT_GT(platform->statusReads, reads) << "the player has failed";
+  EXPECT_NO_THROW(player->loadPlayerItem(ScriptedAVPlayerItem::create(true), nullptr));
+  const int reads = failed->statusReads + platform->statusReads;
+  time.advance(10 * kInterval);
+  EXPECT_EQ(failed->statusReads + platform->statusReads, reads) << "nothing is waited for";
+  platform->statusValue = AVPlayerStatus::ReadyToPlay;
+  preroll(reports);
+  platform->prerolls.front()(true);
+  EXPECT_THAT(*reports, ElementsAre(""));
+}
+
+TEST_F(PlayerNativeLoadTest, ADisposedPlayerTakesALoadWithoutACompletionAndDoesNothing) {
   player->fullTeardown();
   const auto replacements = platform->replacements.size();
-  load(ready);
-  EXPECT_EQ(platform->replacements.size(), replacements) << "the player is disposed of";
+  EXPECT_NO_THROW(player->loadPlayerItem(ScriptedAVPlayerItem::create(true), nullptr));
+  EXPECT_EQ(platform->replacements.size(), replacements);
 }
 
 TEST_F(PlayerNativeLoadTest, LooksAtAnItemTenTimesASecondUntilItIsReady) {
@@ -331,6 +347,54 @@ TEST_F(PlayerNativeLoadTest, TeardownWhilePrerollingCancelsThePreroll) {
   EXPECT_EQ(platform->cancelledPrerolls, 1);
   platform->prerolls.front()(false);
   EXPECT_THAT(*reports, IsEmpty());
+}
+
+TEST_F(PlayerNativeLoadTest, FullTeardownWhilePrerollingCancelsThePrerollAndReportsNothing) {
+  preroll(reports);
+  player->fullTeardown();
+  EXPECT_EQ(platform->cancelledPrerolls, 1);
+  platform->prerolls.front()(false);
+  EXPECT_THAT(*reports, IsEmpty());
+}
+
+TEST_F(PlayerNativeLoadTest, FullTeardownWhilePollingEndsThePollingAndReportsNothing) {
+  const auto item = waitingItem();
+  player->loadPlayerItem(item, into(reports));
+  player->fullTeardown();
+  const int reads = item->statusReads;
+  item->statusValue = AVPlayerItemStatus::ReadyToPlay;
+  time.advance(10 * kInterval);
+  EXPECT_EQ(item->statusReads, reads);
+  EXPECT_THAT(*reports, IsEmpty());
+}
+
+TEST_F(PlayerNativeLoadTest, FullTeardownWhileWaitingForThePlayerReportsNothing) {
+  platform->statusValue = AVPlayerStatus::Unknown;
+  preroll(reports);
+  player->fullTeardown();
+  const int reads = platform->statusReads;
+  platform->statusValue = AVPlayerStatus::Failed;
+  time.advance(10 * kInterval);
+  EXPECT_EQ(platform->statusReads, reads);
+  EXPECT_THAT(*reports, IsEmpty());
+}
+
+TEST_F(PlayerNativeLoadTest, AnItemThatThePlatformRefusesFailsTheLoadWithItsError) {
+  platform->refusal = NSError::create("platform", 7);
+  std::shared_ptr<const NSError> told;
+  const auto refused = waitingItem();
+  ZFCancelCommandPtr command;
+  EXPECT_NO_THROW(command = player->loadPlayerItem(
+                      refused, [&](const std::shared_ptr<const NSError>& error) { told = error; }));
+  EXPECT_EQ(told, platform->refusal);
+  ASSERT_TRUE(command);
+  command->cancel();
+  time.advance(10 * kInterval);
+  EXPECT_EQ(refused->statusReads, 0);
+  platform->refusal = nullptr;
+  preroll(reports);
+  platform->prerolls.front()(true);
+  EXPECT_THAT(*reports, ElementsAre(""));
 }
 
 TEST_F(PlayerNativeLoadTest, SwitchingBetweenReadableAndOtherItemsEmptiesThePlayerFirst) {

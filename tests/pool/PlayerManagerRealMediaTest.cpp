@@ -87,6 +87,22 @@ TEST_F(PlayerManagerRealMediaTest, AQuickSwitchLeavesOnlyTheLastVideoLoaded) {
   EXPECT_EQ(manager->playerState(std::make_shared<TestVideo>("a")), PlayerState::NotLoaded);
 }
 
+TEST_F(PlayerManagerRealMediaTest, TheLoadOfWhatTheHeaderTellsNotToBePlayableCarriesTheError) {
+  for (const bool fast : {false, true}) {
+    manager->setUseFastPlayer(fast);
+    for (const auto& [name, code] : {std::pair{"protected.mp4", AVErrorContentIsProtected},
+                                     {"protected_with_sound.mp4", AVErrorContentIsProtected},
+                                     {"unknown_codec.mp4", AVErrorDecoderNotFound},
+                                     {"unknown_codec_with_sound.mp4", AVErrorDecoderNotFound}}) {
+      const auto loaded = load(name, name);
+      ASSERT_TRUE(loaded && loaded->error()) << name << (fast ? ", fast" : "");
+      EXPECT_EQ(loaded->error()->code(), code) << name;
+      EXPECT_FALSE(loaded->error()->localizedDescription().empty()) << name;
+    }
+    manager->removeAllPlayers();
+  }
+}
+
 /// A load ends well whatever its preroll said; by then the item tells.
 TEST_F(PlayerManagerRealMediaTest, AnItemWithoutAPictureToDecodeIsHandedOutWithItsErrorInIt) {
   for (const char* way : {"cold", "warm"}) {

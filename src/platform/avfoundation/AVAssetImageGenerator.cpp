@@ -60,9 +60,13 @@ std::shared_ptr<const AVAssetTrack> AssetImageGenerator::videoTrack(ErrorPtr* er
   *error = loadKeysAndWait(*asset_, {"tracks", "duration"});
   if (*error) return nullptr;
   const auto tracks = asset_->tracksWithMediaType(AVMediaTypeVideo);
-  if (!tracks.empty() && asset_->sampleSource()) return tracks.front();
-  *error = media::makeError(AVErrorNoImageAtTime, "The asset has no picture.");
-  return nullptr;
+  const auto source = asset_->sampleSource();
+  if (tracks.empty() || !source) {
+    *error = media::makeError(AVErrorNoImageAtTime, "The asset has no picture.");
+    return nullptr;
+  }
+  *error = source->whyNotDecoded(tracks.front()->trackID);
+  return *error ? nullptr : tracks.front();
 }
 
 std::optional<media::VideoFrame> AssetImageGenerator::frameAt(CMTime time, ErrorPtr* error) const {

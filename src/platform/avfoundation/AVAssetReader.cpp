@@ -3,6 +3,7 @@
 #include "platform/avfoundation/AssetKeys.h"
 #include "platform/avfoundation/AssetReader.h"
 #include "platform/media/FFmpegError.h"
+#include "platform/media/SampleSource.h"
 
 namespace zaffo {
 
@@ -19,6 +20,7 @@ std::shared_ptr<AVAssetReader> AVAssetReader::create(std::shared_ptr<AVAsset> as
   if (!failure && (!asset->isReadable() || !source)) {
     failure = media::makeError(AVErrorUnknown, "The samples of the asset cannot be read.");
   }
+  if (!failure) failure = source->whyNotPlayed();
   media::setError(error, failure);
   if (failure) return nullptr;
   return std::make_shared<AssetReader>(std::move(asset), std::move(source));

@@ -46,8 +46,9 @@ class ZAFFO_EXPORT AVAssetReaderTrackOutput : public AVAssetReaderOutput {
 /// after edits. Marked as not to be displayed is what the range does not show: what comes at its
 /// end or later, what edits hide, and what another sample has replaced by its start. The last
 /// sample at or before the start is what shows there; it is not marked. A range that starts at or
-/// after the end of a track completes without samples of it. Nothing is decoded. Lets go of the
-/// file when it ends, fails, is cancelled or is released. Abstract so that a test can script it.
+/// after the end of a track completes without samples of it; one that starts where a file that was
+/// cut short has none any more fails. Nothing is decoded. Lets go of the file when it ends, fails,
+/// is cancelled or is released. Abstract so that a test can script it.
 /// Thread: one at a time; cancelReading(), status() and error() any.
 ///
 ///               startReading            no more samples
@@ -57,8 +58,9 @@ class ZAFFO_EXPORT AVAssetReaderTrackOutput : public AVAssetReaderOutput {
 ///        └──────> Cancelled <─────┘ cancelReading
 class ZAFFO_EXPORT AVAssetReader {
  public:
-  /// Null with `error` set when the asset is not readable, or its tracks are not loaded and cannot
-  /// be. Reads no header of an asset whose tracks are loaded.
+  /// Null with `error` set when the asset is not readable, its tracks are not loaded and cannot be,
+  /// or its header tells that it cannot be played: it is encrypted, or there is no decoder for it.
+  /// Reads no header of an asset whose tracks are loaded.
   [[nodiscard]] static std::shared_ptr<AVAssetReader> create(std::shared_ptr<AVAsset> asset,
                                                              std::shared_ptr<const NSError>* error);
   virtual ~AVAssetReader() = default;

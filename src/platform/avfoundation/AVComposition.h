@@ -25,14 +25,18 @@ class ZAFFO_EXPORT AVMutableCompositionTrack {
   /// that is kCMTimeInvalid; copies no media. What lies at or after `startTime` moves on by the
   /// length of what is inserted; a segment there is split; a gap before it becomes an empty
   /// segment. The range is cut off where the source track ends; where that begins only within the
-  /// range, an empty segment keeps its place. The source is kept open by the composition. False
-  /// with `error` set (when not null), and nothing changed, when any other time is not numeric or
-  /// is negative, nothing of the range lies in the track, the kinds of media differ, or the track's
-  /// asset is gone.
+  /// range, an empty segment keeps its place. Sound of which nothing lies in the range is silence,
+  /// and nothing is inserted. The source is kept open by the composition. False with `error` set
+  /// (when not null), and nothing changed, when any other time is not numeric or is negative, no
+  /// picture lies in the range, the kinds of media differ, or the track's asset is gone.
   [[nodiscard]] virtual bool insertTimeRange(CMTimeRange timeRange,
                                              std::shared_ptr<const AVAssetTrack> track,
                                              CMTime startTime,
                                              std::shared_ptr<const NSError>* error) = 0;
+
+  /// Takes out what lies in `timeRange`; what follows moves up to its start. Nothing when the range
+  /// is not numeric or lies outside the track. A double without segments has nothing to do.
+  virtual void removeTimeRange(CMTimeRange timeRange) { static_cast<void>(timeRange); }
 
   /// From zero to the end of the last segment; invalid while there is none.
   [[nodiscard]] virtual CMTimeRange timeRange() const = 0;

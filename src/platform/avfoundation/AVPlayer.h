@@ -39,12 +39,16 @@ class ZAFFO_EXPORT AVPlayer {
   [[nodiscard]] virtual std::shared_ptr<const NSError> error() const = 0;
 
   /// Puts `item` (or nothing) in place of the present one; seeks and prerolls under way end with
-  /// false. The first picture is decoded at once, before anyone asks for a preroll.
+  /// false. The first picture is decoded at once, before anyone asks for a preroll. An item belongs
+  /// to one player at a time: throws NSErrorException, and changes nothing, while another has it.
   virtual void replaceCurrentItemWithPlayerItem(std::shared_ptr<AVPlayerItem> item) = 0;
 
   /// Seeks with the tolerances that are quickest.
   virtual void seekToTime(CMTime time) = 0;
-  /// Shows a frame within [time - before, time + after]; with zero tolerances the very frame.
+  /// Shows a frame within [time - before, time + after]: that of the sync sample before `time`, or
+  /// else of the one after it, where they are within; otherwise, and with zero tolerances, the very
+  /// frame. A tolerance counts by its absolute value, and one that is neither numeric nor
+  /// kCMTimePositiveInfinity for none.
   /// `completion` is called once on the main queue: true when the frame is ready to be shown,
   /// false when a newer seek or another item came first.
   virtual void seekToTime(CMTime time, CMTime toleranceBefore, CMTime toleranceAfter,
@@ -55,7 +59,8 @@ class ZAFFO_EXPORT AVPlayer {
   virtual void prerollAtRate(float rate, PrerollCompletion completion) = 0;
   virtual void cancelPendingPrerolls() = 0;
 
-  /// Calls `block` on `queue` whenever playback passes one of `times`, until the token is removed.
+  /// Calls `block` on `queue` whenever playback passes one of `times` or starts at it, until the
+  /// token is removed.
   [[nodiscard]] virtual std::shared_ptr<void> addBoundaryTimeObserverForTimes(
       std::vector<CMTime> times, DispatchQueuePtr queue, std::function<void()> block) = 0;
   /// Calls `block` on `queue` with the time: every `interval` of media time while playing, and at

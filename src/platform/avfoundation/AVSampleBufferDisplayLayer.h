@@ -48,14 +48,21 @@ class ZAFFO_EXPORT AVSampleBufferDisplayLayer : public CALayer {
   virtual void requestMediaDataWhenReadyOnQueue(DispatchQueuePtr queue,
                                                 std::function<void()> block) = 0;
   /// No call of the block begins after this returns, except on a queue that has begun it already.
+  /// Within a call it says that there are no more samples for now. Elsewhere it says that these
+  /// samples are being left for others: what cannot be decoded of them is no failure from then on,
+  /// until there is a new request.
   virtual void stopRequestingMediaData() = 0;
 
-  /// Rendering from the first sample on; Failed when the samples cannot be decoded.
+  /// Rendering from the first sample on; Failed when the samples since the last flush cannot be
+  /// decoded: at once where there is no decoder, otherwise when a client that is called has brought
+  /// all there is, or after 300 samples that should have been shown, and none gave a picture.
+  /// Unknown until a turn of the main queue has passed since the layer's first sample: who makes a
+  /// layer has that long to say who hears of its failure.
   [[nodiscard]] virtual AVQueuedSampleBufferRenderingStatus status() const = 0;
   /// Why the status is Failed; null otherwise.
   [[nodiscard]] virtual std::shared_ptr<const NSError> error() const = 0;
-  /// Calls `changed` after each change of status(), on the thread of the change, until the
-  /// observation ends.
+  /// Calls `changed` once after each change of status(), one after the other, until the observation
+  /// ends. On any thread: that of the change, or the main one for the first.
   [[nodiscard]] virtual KeyValueObservation observeStatus(std::function<void()> changed) = 0;
 
   /// Whether there is a picture to show.

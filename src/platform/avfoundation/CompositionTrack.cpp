@@ -27,6 +27,10 @@ bool isTime(CMTime time) {
   return CMTIME_IS_NUMERIC(time) && time >= kCMTimeZero;
 }
 
+bool isAnyIn(CMTimeRange range, const AVAssetTrack& track) {
+  return CMTimeRangeGetIntersection(range, track.timeRange).duration > kCMTimeZero;
+}
+
 /// Why the range cannot be inserted at a time; null when it can.
 ErrorPtr refusal(CMTimeRange range, const AVAssetTrack* track, CMTime startTime, AVMediaType type) {
   if (!track || track->mediaType != type) {
@@ -39,7 +43,7 @@ ErrorPtr refusal(CMTimeRange range, const AVAssetTrack* track, CMTime startTime,
         "The range starts at no time of a track: " + CMTimeDescription(range.start) + ".");
   }
   const bool lasts = CMTIME_IS_NUMERIC(range.duration) && range.duration > kCMTimeZero;
-  if (!lasts || CMTimeRangeGetIntersection(range, track->timeRange).duration <= kCMTimeZero) {
+  if (!lasts || (type == AVMediaTypeVideo && !isAnyIn(range, *track))) {
     return media::makeError(AVErrorInvalidCompositionTrackSegmentSourceDuration,
                             "Nothing of the range lies in the track.");
   }
@@ -107,6 +111,7 @@ bool CompositionTrack::insertTimeRange(CMTimeRange timeRange,
     media::setError(error, std::move(reason));
     return false;
   }
+  if (!isAnyIn(timeRange, *track)) return true;
   keepOpen(std::move(source));
   Segments& segments = ownSegments();
   const CMTime place = CMTIME_IS_VALID(startTime) ? startTime : end();
@@ -119,6 +124,20 @@ bool CompositionTrack::insertTimeRange(CMTimeRange timeRange,
   chainFrom(segments, index);
   ++version_;
   return true;
+}
+
+void CompositionTrack::removeTimeRange(CMTimeRange timeRange) {
+  const CMTime from = timeRange.start;
+  const CMTime until = CMTimeRangeGetEnd(timeRange);
+  if (!isTime(from) || !isTime(until) || from >= until || from >= end()) return;
+  Segments& segments = ownSegments();
+  const auto cut = splitAt(segments, from);
+  const auto first = cut - segments.begin();
+  chainFrom(segments, static_cast<std::size_t>(first));
+  const auto rest = splitAt(segments, until);
+  segments.erase(segments.begin() + first, rest);
+  chainFrom(segments, static_cast<std::size_t>(first));
+  ++version_;
 }
 
 CMTime CompositionTrack::end() const {

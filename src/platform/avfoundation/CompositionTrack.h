@@ -22,6 +22,7 @@ class CompositionTrack final : public AVMutableCompositionTrack {
   [[nodiscard]] bool insertTimeRange(CMTimeRange timeRange,
                                      std::shared_ptr<const AVAssetTrack> track, CMTime startTime,
                                      std::shared_ptr<const NSError>* error) override;
+  void removeTimeRange(CMTimeRange timeRange) override;
   [[nodiscard]] CMTimeRange timeRange() const override;
   [[nodiscard]] const std::vector<AVCompositionTrackSegment>& segments() const override {
     return *segments_;

@@ -43,6 +43,12 @@ std::vector<media::TrackVolume> volumesOf(const AVAudioMix* mix) {
   return volumes;
 }
 
+std::shared_ptr<const NSError> itemIsTaken() {
+  return NSError::create(
+      AVFoundationErrorDomain, AVErrorUnknown,
+      {{NSLocalizedDescriptionKey, "A player item cannot be in two players at a time."}});
+}
+
 CGAffineTransform transformOf(const AVAsset& asset) {
   const auto tracks = asset.tracksWithMediaType(AVMediaTypeVideo);
   return tracks.empty() ? CGAffineTransformIdentity : tracks.front()->preferredTransform;
@@ -75,6 +81,7 @@ void EnginePlayer::setItem(std::shared_ptr<PlayerItem> item) {
     item_.swap(item);
   }
   if (!item) return;
+  item->giveUp(*this);
   dispatch_async(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT),
                  [old = std::move(item)] {});
 }
@@ -122,9 +129,10 @@ void EnginePlayer::setVolume(float volume) {
 void EnginePlayer::replaceCurrentItemWithPlayerItem(std::shared_ptr<AVPlayerItem> item) {
   assertMainThread();
   if (item == currentItem()) return;
+  const auto next = std::dynamic_pointer_cast<PlayerItem>(std::move(item));
+  if (next && !next->claim(*this)) throw NSErrorException(itemIsTaken());
   closePlayback();
   failPrerolls();
-  const auto next = std::dynamic_pointer_cast<PlayerItem>(std::move(item));
   setItem(next);
   if (!next) return;
   next->prepare([weakSelf = weak_from_this(), weakItem = std::weak_ptr(next)] {

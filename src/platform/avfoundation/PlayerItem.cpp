@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/media/SampleSource.h"
 
 namespace zaffo {
 
@@ -77,12 +78,22 @@ std::shared_ptr<const NSError> PlayerItem::reasonNotToPlay() const {
     if (asset_->statusOfValueForKey(key, &error) == AVKeyValueStatus::Loaded) continue;
     return error ? error : playbackError(AVErrorUnknown, "The video could not be loaded.");
   }
-  const bool known = asset_->statusOfValueForKey("playable") == AVKeyValueStatus::Loaded;
-  if ((known && !asset_->isPlayable()) || !asset_->sampleSource()) {
-    return playbackError(AVErrorDecoderNotFound,
-                         "The video is in a format that cannot be decoded here.");
-  }
-  return nullptr;
+  const auto source = asset_->sampleSource();
+  return source ? source->whyNotPlayed()
+                : playbackError(AVErrorDecoderNotFound,
+                                "The video is in a format that cannot be decoded here.");
+}
+
+bool PlayerItem::claim(const AVPlayer& player) {
+  MutexLock lock(statusMutex_);
+  if (player_ && player_ != &player) return false;
+  player_ = &player;
+  return true;
+}
+
+void PlayerItem::giveUp(const AVPlayer& player) {
+  MutexLock lock(statusMutex_);
+  if (player_ == &player) player_ = nullptr;
 }
 
 void PlayerItem::fail(std::shared_ptr<const NSError> error) {

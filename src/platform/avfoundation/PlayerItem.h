@@ -8,6 +8,8 @@
 
 namespace zaffo {
 
+class AVPlayer;
+
 /// The platform's own AVPlayerItem. Its player asks it to prepare and tells it of failures.
 class PlayerItem final : public AVPlayerItem, public std::enable_shared_from_this<PlayerItem> {
  public:
@@ -23,6 +25,10 @@ class PlayerItem final : public AVPlayerItem, public std::enable_shared_from_thi
   /// Settles the status: at once when the asset's keys have ended, otherwise after loading them, in
   /// which case `settled` is called on the main queue. Thread: main.
   void prepare(std::function<void()> settled);
+  /// An item belongs to one player at a time. False while another one than `player` has it.
+  /// Thread: any.
+  [[nodiscard]] bool claim(const AVPlayer& player);
+  void giveUp(const AVPlayer& player);
   /// The item cannot be played, or not to its end. Thread: any.
   void fail(std::shared_ptr<const NSError> error);
 
@@ -35,6 +41,7 @@ class PlayerItem final : public AVPlayerItem, public std::enable_shared_from_thi
   AVPlayerItemStatus status_ ZAFFO_GUARDED_BY(statusMutex_) = AVPlayerItemStatus::Unknown;
   std::shared_ptr<const NSError> error_ ZAFFO_GUARDED_BY(statusMutex_);
   std::shared_ptr<const AVAudioMix> audioMix_ ZAFFO_GUARDED_BY(statusMutex_);
+  const AVPlayer* player_ ZAFFO_GUARDED_BY(statusMutex_) = nullptr;  ///< gives it up before it goes
 };
 
 }  // namespace zaffo

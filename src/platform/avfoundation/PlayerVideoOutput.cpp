@@ -58,6 +58,7 @@ uint64_t PlayerVideoOutput::droppedFrames() const {
 std::shared_ptr<void> PlayerVideoOutput::observePictures(std::function<void()> changed) {
   auto observer = std::make_shared<const Observer>(std::move(changed));
   MutexLock lock(attachmentMutex_);
+  std::erase_if(observers_, [](const auto& each) { return each.expired(); });
   observers_.push_back(observer);
   return std::const_pointer_cast<Observer>(observer);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -7,7 +8,8 @@
 
 namespace zaffo {
 
-/// What became of the pictures that a layer gave to be drawn. Thread: main.
+/// What became of the pictures that a layer gave to be drawn. Thread: main; count() and
+/// firstHostTime() any.
 class Presentation {
  public:
   /// `buffer`, null when there is none, was given to be drawn.
@@ -31,8 +33,8 @@ class Presentation {
  private:
   std::weak_ptr<const CVPixelBuffer> given_;
   std::weak_ptr<const CVPixelBuffer> presented_;
-  uint64_t count_ = 0;
-  int64_t firstHostTime_ = 0;
+  std::atomic<uint64_t> count_{0};
+  std::atomic<int64_t> firstHostTime_{0};
 };
 
 }  // namespace zaffo

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/avfoundation/PicturePlacement.h"
+#include "platform/foundation/NSThread.h"
 #include "platform/media/SampleBuffers.h"
 
 namespace zaffo {
@@ -27,9 +28,7 @@ std::shared_ptr<AVSampleBufferDisplayLayer> AVSampleBufferDisplayLayer::create()
   return SampleBufferDisplayLayer::create();
 }
 
-SampleBufferDisplayLayer::SampleBufferDisplayLayer()
-    : toldStatus_(std::make_shared<ObservableProperty<AVQueuedSampleBufferRenderingStatus>>(
-          AVQueuedSampleBufferRenderingStatus::Unknown)) {
+SampleBufferDisplayLayer::SampleBufferDisplayLayer() {
   setMasksToBounds(true);
 }
 
@@ -38,10 +37,11 @@ std::shared_ptr<SampleBufferDisplayLayer> SampleBufferDisplayLayer::create() {
   media::SampleRenderer::Events events;
   events.pictureChanged = layer->displayRequest_.forLayer(layer->weak_from_this());
   events.statusChanged = [weakLayer = std::weak_ptr(layer)] {
-    const auto changed = weakLayer.lock();
-    if (changed) changed->toldStatus_->set(statusOf(*changed->renderer_));
+    if (const auto changed = weakLayer.lock()) changed->status_->noteChange();
   };
   layer->renderer_ = media::SampleRenderer::create(std::move(events));
+  layer->status_ =
+      LayerStatus::create([renderer = layer->renderer_] { return statusOf(*renderer); });
   return layer;
 }
 
@@ -60,16 +60,33 @@ void SampleBufferDisplayLayer::setControlTimebase(std::shared_ptr<CMTimebase> ti
   timebase_.swap(timebase);
 }
 
+AVLayerVideoGravity SampleBufferDisplayLayer::videoGravity() const {
+  MutexLock lock(placementMutex_);
+  return gravity_;
+}
+
 void SampleBufferDisplayLayer::setVideoGravity(AVLayerVideoGravity gravity) {
-  if (gravity == gravity_) return;
-  gravity_ = gravity;
-  setNeedsDisplay();
+  {
+    MutexLock lock(placementMutex_);
+    if (std::exchange(gravity_, gravity) == gravity) return;
+  }
+  askForDraw();
 }
 
 void SampleBufferDisplayLayer::setPreferredTransform(CGAffineTransform transform) {
-  if (transform == transform_) return;
-  transform_ = transform;
-  setNeedsDisplay();
+  {
+    MutexLock lock(placementMutex_);
+    if (std::exchange(transform_, transform) == transform) return;
+  }
+  askForDraw();
+}
+
+/// The tree is the main thread's.
+void SampleBufferDisplayLayer::askForDraw() {
+  if (NSThread::isMainThread()) return setNeedsDisplay();
+  dispatch_async(dispatch_get_main_queue(), [weakLayer = weak_from_this()] {
+    if (const auto layer = weakLayer.lock()) layer->setNeedsDisplay();
+  });
 }
 
 void SampleBufferDisplayLayer::enqueueSampleBuffer(std::shared_ptr<CMSampleBuffer> sample) {
@@ -79,17 +96,18 @@ void SampleBufferDisplayLayer::enqueueSampleBuffer(std::shared_ptr<CMSampleBuffe
   queued.format = sample->formatDescription();
   queued.displayImmediately = sample->attachments().displayImmediately;
   {
-    MutexLock lock(formatMutex_);
+    MutexLock lock(placementMutex_);
     format_ = queued.format;
   }
+  status_->noteSample();
   renderer_->enqueue(std::move(queued));
 }
 
 /// All samples of a track are turned alike, so that those in flight do not matter.
-CGAffineTransform SampleBufferDisplayLayer::transform() const {
-  if (transform_) return *transform_;
-  MutexLock lock(formatMutex_);
-  return format_ ? media::preferredTransformOf(*format_) : CGAffineTransformIdentity;
+SampleBufferDisplayLayer::Placement SampleBufferDisplayLayer::placement() const {
+  MutexLock lock(placementMutex_);
+  if (transform_) return {gravity_, *transform_};
+  return {gravity_, format_ ? media::preferredTransformOf(*format_) : CGAffineTransformIdentity};
 }
 
 void SampleBufferDisplayLayer::flush() {
@@ -113,18 +131,12 @@ void SampleBufferDisplayLayer::stopRequestingMediaData() {
   renderer_->stopRequesting();
 }
 
-AVQueuedSampleBufferRenderingStatus SampleBufferDisplayLayer::status() const {
-  return statusOf(*renderer_);
-}
-
 std::shared_ptr<const NSError> SampleBufferDisplayLayer::error() const {
-  return renderer_->error();
+  return status() == AVQueuedSampleBufferRenderingStatus::Failed ? renderer_->error() : nullptr;
 }
 
 KeyValueObservation SampleBufferDisplayLayer::observeStatus(std::function<void()> changed) {
-  return toldStatus_->observe(
-      [changed = std::move(changed)](AVQueuedSampleBufferRenderingStatus,
-                                     AVQueuedSampleBufferRenderingStatus) { changed(); });
+  return status_->observe(std::move(changed));
 }
 
 bool SampleBufferDisplayLayer::isReadyForDisplay() const {
@@ -140,7 +152,8 @@ std::optional<LayerPicture> SampleBufferDisplayLayer::picture(int64_t hostNanose
   auto buffer = renderer_->frames()->bufferAtHostTime(hostNanoseconds);
   presentation_.noteGiven(buffer);
   if (!buffer) return std::nullopt;
-  return placePicture(std::move(buffer), transform(), bounds(), gravity_);
+  const auto [gravity, transform] = placement();
+  return placePicture(std::move(buffer), transform, bounds(), gravity);
 }
 
 void SampleBufferDisplayLayer::didPresent(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) {

@@ -6,6 +6,7 @@
 #include "platform/Mutex.h"
 #include "platform/avfoundation/AVSampleBufferDisplayLayer.h"
 #include "platform/avfoundation/DisplayRequest.h"
+#include "platform/avfoundation/LayerStatus.h"
 #include "platform/avfoundation/Presentation.h"
 #include "platform/media/SampleRenderer.h"
 
@@ -19,7 +20,7 @@ class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
 
   [[nodiscard]] std::shared_ptr<CMTimebase> controlTimebase() const override;
   void setControlTimebase(std::shared_ptr<CMTimebase> timebase) override;
-  [[nodiscard]] AVLayerVideoGravity videoGravity() const override { return gravity_; }
+  [[nodiscard]] AVLayerVideoGravity videoGravity() const override;
   void setVideoGravity(AVLayerVideoGravity gravity) override;
   void setPreferredTransform(CGAffineTransform transform) override;
 
@@ -31,7 +32,9 @@ class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
                                         std::function<void()> block) override;
   void stopRequestingMediaData() override;
 
-  [[nodiscard]] AVQueuedSampleBufferRenderingStatus status() const override;
+  [[nodiscard]] AVQueuedSampleBufferRenderingStatus status() const override {
+    return status_->told();
+  }
   [[nodiscard]] std::shared_ptr<const NSError> error() const override;
   [[nodiscard]] KeyValueObservation observeStatus(std::function<void()> changed) override;
 
@@ -47,17 +50,24 @@ class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
 
  private:
   SampleBufferDisplayLayer();
-  [[nodiscard]] CGAffineTransform transform() const;
+  /// How the picture lies in the layer, but for the layer's bounds.
+  struct Placement {
+    AVLayerVideoGravity gravity = AVLayerVideoGravityResizeAspect;
+    CGAffineTransform transform;
+  };
+  [[nodiscard]] Placement placement() const;
+  void askForDraw();
 
   std::shared_ptr<media::SampleRenderer> renderer_;
-  /// The status that was told last; the renderer knows the present one.
-  const std::shared_ptr<ObservableProperty<AVQueuedSampleBufferRenderingStatus>> toldStatus_;
+  /// What is told of the renderer's status.
+  std::shared_ptr<LayerStatus> status_;
   mutable Mutex timebaseMutex_;
   std::shared_ptr<CMTimebase> timebase_ ZAFFO_GUARDED_BY(timebaseMutex_);
-  AVLayerVideoGravity gravity_ = AVLayerVideoGravityResizeAspect;
-  std::optional<CGAffineTransform> transform_;  ///< when it was set
-  mutable Mutex formatMutex_;
-  std::shared_ptr<const CMFormatDescription> format_ ZAFFO_GUARDED_BY(formatMutex_);
+  mutable Mutex placementMutex_;
+  AVLayerVideoGravity gravity_ ZAFFO_GUARDED_BY(placementMutex_) = AVLayerVideoGravityResizeAspect;
+  /// When it was set.
+  std::optional<CGAffineTransform> transform_ ZAFFO_GUARDED_BY(placementMutex_);
+  std::shared_ptr<const CMFormatDescription> format_ ZAFFO_GUARDED_BY(placementMutex_);
   DisplayRequest displayRequest_;
   Presentation presentation_;
 };

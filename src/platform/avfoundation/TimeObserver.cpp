@@ -8,6 +8,16 @@
 
 namespace zaffo {
 
+namespace {
+
+/// Where playback is: until its start is heard, that start.
+CMTime placeOf(const CMTimebase& timebase) {
+  const CMTime time = timebase.time();
+  return timebase.rate() > 0 ? CMTimeMaximum(time, timebase.anchorTime()) : time;
+}
+
+}  // namespace
+
 void TimeObserver::follow(std::shared_ptr<CMTimebase> timebase, std::function<CMTime()> clock) {
   std::shared_ptr<void> observation;
   if (timebase) {
@@ -15,67 +25,66 @@ void TimeObserver::follow(std::shared_ptr<CMTimebase> timebase, std::function<CM
         [weakSelf = weak_from_this(), weakTimebase = std::weak_ptr<CMTimebase>(timebase)] {
           const auto self = weakSelf.lock();
           const auto changed = weakTimebase.lock();
-          if (self && changed) self->timebaseChanged(changed);
+          if (self && changed) self->changed(changed);
         });
   }
-  {
-    MutexLock lock(followMutex_);
-    if (cancelled_) return;
-    timebase_ = timebase;
-    clock_.swap(clock);
-    changeObservation_.swap(observation);
-    if (timer_) timer_->cancel();
-    timer_ = nullptr;
-  }
-  if (timebase) timebaseChanged(timebase);
+  // What was followed before is let go of with no lock held.
+  MutexLock lock(followMutex_);
+  if (cancelled_) return;
+  timebase_.swap(timebase);
+  clock_.swap(clock);
+  changeObservation_.swap(observation);
+  disarmWhileLocked();
+  if (timebase_) followedWhileLocked(*timebase_);
 }
 
 void TimeObserver::cancel() {
+  std::shared_ptr<CMTimebase> timebase;
   std::shared_ptr<void> observation;
   MutexLock lock(followMutex_);
   cancelled_ = true;
-  timebase_ = nullptr;
+  timebase_.swap(timebase);
   changeObservation_.swap(observation);
-  if (timer_) timer_->cancel();
-  timer_ = nullptr;
+  disarmWhileLocked();
 }
 
-void TimeObserver::wakeAt(const std::shared_ptr<CMTimebase>& timebase, CMTime time) {
-  auto due = timebase->hostTimeAtTime(time);
-  // Reached while it was being aimed at: that is now.
-  if (!due && timebase->rate() > 0 && timebase->time() >= time) due = TimeSource::now();
-  if (!due) return disarm();
+void TimeObserver::changed(const std::shared_ptr<CMTimebase>& timebase) {
   MutexLock lock(followMutex_);
-  if (timer_) timer_->cancel();
-  timer_ = nullptr;
-  if (cancelled_) return;
-  timer_ = dispatch_timer_at(*due, queue_, [weakSelf = weak_from_this()] {
-    if (const auto self = weakSelf.lock()) self->ring();
+  if (timebase == timebase_) changedWhileLocked(*timebase);
+}
+
+void TimeObserver::ring(uint64_t timerNumber) {
+  MutexLock lock(followMutex_);
+  if (timebase_ && timerNumber == timerNumber_) rangWhileLocked(*timebase_);
+}
+
+void TimeObserver::wakeAtWhileLocked(const CMTimebase& timebase, CMTime time) {
+  disarmWhileLocked();
+  auto due = timebase.hostTimeAtTime(time);
+  // Reached while it was being aimed at: that is now.
+  if (!due && timebase.rate() > 0 && timebase.time() >= time) due = TimeSource::now();
+  if (!due) return;
+  timer_ = dispatch_timer_at(*due, queue_, [weakSelf = weak_from_this(), number = timerNumber_] {
+    if (const auto self = weakSelf.lock()) self->ring(number);
   });
 }
 
-CMTime TimeObserver::timeOf(const std::shared_ptr<CMTimebase>& timebase) {
-  std::function<CMTime()> clock;
-  {
-    MutexLock lock(followMutex_);
-    clock = clock_;
-  }
-  return clock ? clock() : timebase->time();
-}
-
-void TimeObserver::disarm() {
-  MutexLock lock(followMutex_);
+void TimeObserver::disarmWhileLocked() {
+  ++timerNumber_;
   if (timer_) timer_->cancel();
   timer_ = nullptr;
 }
 
-void TimeObserver::ring() {
+CMTime TimeObserver::toldTime() {
   std::shared_ptr<CMTimebase> timebase;
+  std::function<CMTime()> clock;
   {
     MutexLock lock(followMutex_);
     timebase = timebase_;
+    clock = clock_;
   }
-  if (timebase) timerRang(timebase);
+  if (!timebase) return kCMTimeInvalid;
+  return clock ? clock() : timebase->time();
 }
 
 void TimeObserver::deliver(std::function<void()> block) {
@@ -100,48 +109,42 @@ BoundaryTimeObserver::BoundaryTimeObserver(std::vector<CMTime> times, DispatchQu
       }()),
       block_(std::move(block)) {}
 
-void BoundaryTimeObserver::timebaseChanged(const std::shared_ptr<CMTimebase>& timebase) {
-  const bool moves = timebase->rate() > 0;
-  const CMTime now = timeOf(timebase);
-  bool wasMoving;
-  {
-    MutexLock lock(passedMutex_);
-    wasMoving = std::exchange(moving_, moves);
-  }
+void BoundaryTimeObserver::followedWhileLocked(const CMTimebase& timebase) {
+  moving_ = timebase.rate() > 0;
+  startAtWhileLocked(placeOf(timebase));
+  aimWhileLocked(timebase);
+}
+
+void BoundaryTimeObserver::changedWhileLocked(const CMTimebase& timebase) {
+  const bool wasMoving = std::exchange(moving_, timebase.rate() > 0);
   // What was passed before it stopped counts, even if its timer has not rung yet.
-  if (wasMoving && !moves) passUpTo(now);
-  if (!wasMoving) {
-    MutexLock lock(passedMutex_);
-    const auto first = std::lower_bound(times_.begin(), times_.end(), now);
-    next_ = static_cast<std::size_t>(first - times_.begin());
-  }
-  aim(timebase);
+  if (wasMoving && !moving_) passUpToWhileLocked(timebase.time());
+  // It has moved on a little by the time that this is told: it starts where it was set.
+  if (!wasMoving) startAtWhileLocked(timebase.anchorTime());
+  aimWhileLocked(timebase);
 }
 
-void BoundaryTimeObserver::timerRang(const std::shared_ptr<CMTimebase>& timebase) {
-  passUpTo(timeOf(timebase));
-  aim(timebase);
+void BoundaryTimeObserver::rangWhileLocked(const CMTimebase& timebase) {
+  passUpToWhileLocked(timebase.time());
+  aimWhileLocked(timebase);
 }
 
-void BoundaryTimeObserver::passUpTo(CMTime time) {
-  std::size_t passed = 0;
-  {
-    MutexLock lock(passedMutex_);
-    for (; next_ < times_.size() && times_[next_] <= time; ++next_) ++passed;
-  }
-  for (; passed > 0; --passed) deliver(block_);
+void BoundaryTimeObserver::startAtWhileLocked(CMTime time) {
+  const auto first = std::lower_bound(times_.begin(), times_.end(), time);
+  next_ = static_cast<std::size_t>(first - times_.begin());
 }
 
-void BoundaryTimeObserver::aim(const std::shared_ptr<CMTimebase>& timebase) {
-  CMTime boundary = kCMTimeInvalid;
-  {
-    MutexLock lock(passedMutex_);
-    if (moving_ && next_ < times_.size()) boundary = times_[next_];
+void BoundaryTimeObserver::passUpToWhileLocked(CMTime time) {
+  for (; next_ < times_.size() && times_[next_] <= time; ++next_) {
+    deliver([this] { block_(); });
   }
-  if (CMTIME_IS_VALID(boundary)) {
-    wakeAt(timebase, boundary);
+}
+
+void BoundaryTimeObserver::aimWhileLocked(const CMTimebase& timebase) {
+  if (moving_ && next_ < times_.size()) {
+    wakeAtWhileLocked(timebase, times_[next_]);
   } else {
-    disarm();
+    disarmWhileLocked();
   }
 }
 
@@ -151,30 +154,42 @@ PeriodicTimeObserver::PeriodicTimeObserver(CMTime interval, DispatchQueuePtr que
                                            std::function<void(CMTime)> block)
     : TimeObserver(std::move(queue)), interval_(interval), block_(std::move(block)) {}
 
-void PeriodicTimeObserver::timebaseChanged(const std::shared_ptr<CMTimebase>& timebase) {
-  // A seek sets the rate and the time several times in a row; the client is told once.
-  if (!telling_.exchange(true)) {
-    deliver([this, timebase] {
-      telling_ = false;
-      block_(timeOf(timebase));
-    });
-  }
-  aim(timebase);
+void PeriodicTimeObserver::followedWhileLocked(const CMTimebase& timebase) {
+  changedWhileLocked(timebase);
 }
 
-void PeriodicTimeObserver::timerRang(const std::shared_ptr<CMTimebase>& timebase) {
-  if (timebase->rate() <= 0) return;
-  deliver([this, time = timeOf(timebase)] { block_(time); });
-  aim(timebase);
+void PeriodicTimeObserver::changedWhileLocked(const CMTimebase& timebase) {
+  // A seek sets the rate and the time several times in a row; the client is told once.
+  if (!std::exchange(telling_, true)) {
+    deliver([this] {
+      {
+        MutexLock lock(followMutex_);
+        telling_ = false;
+      }
+      tell();
+    });
+  }
+  aimWhileLocked(timebase);
+}
+
+void PeriodicTimeObserver::rangWhileLocked(const CMTimebase& timebase) {
+  if (timebase.rate() > 0) deliver([this] { tell(); });
+  aimWhileLocked(timebase);
+}
+
+/// Tells the present time, unless there is none any more.
+void PeriodicTimeObserver::tell() {
+  const CMTime time = toldTime();
+  if (CMTIME_IS_VALID(time)) block_(time);
 }
 
 /// The next multiple of the interval after the present time.
-void PeriodicTimeObserver::aim(const std::shared_ptr<CMTimebase>& timebase) {
+void PeriodicTimeObserver::aimWhileLocked(const CMTimebase& timebase) {
   const double interval = CMTimeGetSeconds(interval_);
-  if (!(interval > 0) || timebase->rate() <= 0) return disarm();
-  const double now = CMTimeGetSeconds(timeOf(timebase));
+  if (!(interval > 0) || timebase.rate() <= 0) return disarmWhileLocked();
+  const double now = CMTimeGetSeconds(placeOf(timebase));
   const double next = (std::floor(now / interval + 1e-6) + 1) * interval;
-  wakeAt(timebase, CMTimeMakeWithSeconds(next, 1'000'000'000));
+  wakeAtWhileLocked(timebase, CMTimeMakeWithSeconds(next, 1'000'000'000));
 }
 
 }  // namespace zaffo

@@ -47,7 +47,7 @@ struct Line {
   double rate = 0;
   int64_t master = 0;
   int64_t media = 0;
-  CMTime still = kCMTimeZero;  ///< the time as it was set, shown while the rate is 0
+  CMTime still = kCMTimeZero;  ///< `media` as it was set, shown while the rate is 0
 
   [[nodiscard]] int64_t mediaAt(int64_t masterNanoseconds) const {
     return addSaturating(media, toInteger(rate * difference(masterNanoseconds, master)));
@@ -126,6 +126,11 @@ CMTime CMTimebase::time() const {
 double CMTimebase::rate() const {
   const MutexLock lock(state_->lineMutex);
   return state_->line.rate;
+}
+
+CMTime CMTimebase::anchorTime() const {
+  const MutexLock lock(state_->lineMutex);
+  return state_->line.still;
 }
 
 std::shared_ptr<const CMClock> CMTimebase::masterClock() const {

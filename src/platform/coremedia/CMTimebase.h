@@ -24,6 +24,9 @@ class ZAFFO_EXPORT CMTimebase {
   /// The time as last set while the timebase stands still since, else at a nanosecond timescale.
   [[nodiscard]] CMTime time() const;
   [[nodiscard]] double rate() const;
+  /// Where it was when it was last set: the place from which it goes on at its present rate. time()
+  /// is short of that while a start anchored in the future has not come.
+  [[nodiscard]] CMTime anchorTime() const;
   [[nodiscard]] std::shared_ptr<const CMClock> masterClock() const;
 
   /// The media time at a host time (TimeSource), in nanoseconds, should nothing change.

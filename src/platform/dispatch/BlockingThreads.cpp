@@ -14,7 +14,9 @@ constexpr std::chrono::seconds kFreeLifetime{10};
 
 /// Ends the free threads before the static objects that blocks may use are destroyed.
 struct BlockingThreads::ExitGuard {
-  ~ExitGuard() { shared().stop(); }
+  ~ExitGuard() {
+    if (!shared().threads_.isOfParent()) shared().stop();
+  }
 };
 
 BlockingThreads& BlockingThreads::shared() {

@@ -1,11 +1,12 @@
 #include "platform/dispatch/ThreadSet.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <system_error>
-#include <thread>
 #include <utility>
 
-#include "platform/dispatch/ThreadName.h"
+#include "platform/Thread.h"
 
 namespace zaffo {
 
@@ -25,9 +26,8 @@ bool ThreadSet::start(const std::string& name, std::function<void()> body) {
     sizeChanged_.notify_all();
   };
   try {
-    std::thread([this, name, end, run = std::move(body)] {
+    startThread(name, [this, end, run = std::move(body)] {
       setOfThisThread = this;
-      setThreadName(name);
       run();
       end();
     }).detach();
@@ -36,6 +36,12 @@ bool ThreadSet::start(const std::string& name, std::function<void()> body) {
     return false;
   }
   return true;
+}
+
+ThreadSet::ThreadSet() : process_(getpid()) {}
+
+bool ThreadSet::isOfParent() const {
+  return getpid() != process_;
 }
 
 int ThreadSet::size() const {

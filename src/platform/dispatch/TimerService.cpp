@@ -22,7 +22,9 @@ int64_t nextOnGrid(int64_t deadline, int64_t period, int64_t now) {
 
 /// Ends the thread before the static objects that timers' queues may use are destroyed.
 struct TimerService::ExitGuard {
-  ~ExitGuard() { shared().stop(); }
+  ~ExitGuard() {
+    if (!shared().thread_.isOfParent()) shared().stop();
+  }
 };
 
 TimerService& TimerService::shared() {

@@ -27,7 +27,9 @@ class WorkerPool::Lane final : public Executor {
 
 /// Ends the workers before the static objects that blocks may use are destroyed.
 struct WorkerPool::ExitGuard {
-  ~ExitGuard() { shared().stop(); }
+  ~ExitGuard() {
+    if (!shared().workers_.isOfParent()) shared().stop();
+  }
 };
 
 WorkerPool& WorkerPool::shared() {

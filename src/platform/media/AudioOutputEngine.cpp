@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/TimeSource.h"
+#include "platform/dispatch/Confinement.h"
 #include "platform/dispatch/DispatchTimer.h"
 #include "platform/media/CubebDevice.h"
 #include "platform/media/FrameTime.h"
@@ -105,6 +106,7 @@ void AudioOutputEngine::reopenDevice() {
 
 /// Opens the device ahead of the first sound.
 void AudioOutputEngine::warmUp() {
+  assertCurrent(*control_);
   awakeFrame_ = std::max(awakeFrame_, presentFrame());
   if (route_ == Route::Device) device_->want();
 }
@@ -116,12 +118,14 @@ void AudioOutputEngine::beAwake() {
 }
 
 void AudioOutputEngine::devicePlays() {
+  assertCurrent(*control_);
   nullDevice_.stop();
   rendering_.store(true);
   onDevice_.store(true);
 }
 
 void AudioOutputEngine::renderNull() {
+  assertCurrent(*control_);
   onDevice_.store(false);
   const bool heard = route_ == Route::Device || recording_.load();
   nullDevice_.start(
@@ -140,6 +144,7 @@ void AudioOutputEngine::tick() {
 }
 
 void AudioOutputEngine::restIfIdle() {
+  assertCurrent(*control_);
   if (recording_.load()) return;
   const int64_t silence = presentFrame() - std::max(mixer_->lastActiveFrame(), awakeFrame_);
   if (silence >= kNullLingerFrames) nullDevice_.stop();
@@ -151,6 +156,7 @@ void AudioOutputEngine::restIfIdle() {
 }
 
 void AudioOutputEngine::sweep() {
+  assertCurrent(*control_);
   if (!mixer_->sweep() || sweepTimer_) return;
   sweepTimer_ = dispatch_timer_after(kSweepNanoseconds, control_, [weak = weak_from_this()] {
     const auto self = weak.lock();

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "platform/dispatch/Confinement.h"
+
 namespace zaffo::media {
 
 AudioRecorder::AudioRecorder(std::unique_ptr<WavWriter> writer, std::shared_ptr<SampleTap> tap)
@@ -25,6 +27,7 @@ void AudioRecorder::finish(std::function<void()> finished) {
 }
 
 void AudioRecorder::drain() {
+  assertCurrent(*queue_);
   if (!writer_) return;
   for (;;) {
     batch_.clear();

@@ -52,7 +52,7 @@ void AudioTrack::release() {
 
 AudioTrack::Outcome AudioTrack::read(int64_t frame, AudioBlock& block) {
   if (!ended_ && !cursorIsPlaced_) {
-    if (!hasSoundBefore(frame)) return Outcome::Silence;
+    if (!hasSoundBefore(frame)) return ended_ ? Outcome::End : Outcome::Silence;
     if (!seekCursor()) fail();
   }
   while (!ended_) {
@@ -132,7 +132,10 @@ AudioTrack::Outcome AudioTrack::give(int64_t frame, AudioBlock& block) {
 /// As far as the source tells without being read.
 bool AudioTrack::hasSoundBefore(int64_t frame) {
   const CMTime start = source_->emptyUntil(trackID_, CMTimeMake(nextFrame_, sampleRate_));
-  if (CMTIME_IS_POSITIVE_INFINITY(start)) end();
+  if (CMTIME_IS_POSITIVE_INFINITY(start)) {
+    end();
+    return false;
+  }
   skipSilenceUntil(start);
   return nextFrame_ < frame;
 }

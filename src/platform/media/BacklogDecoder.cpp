@@ -11,7 +11,8 @@ namespace zaffo::media {
 
 namespace {
 
-/// As many samples as this without a single picture are no video.
+/// As many samples as this that are to be shown, without a single picture, are no video. Those that
+/// are only decoded, for others to refer to, may be any number.
 constexpr std::size_t kMostUnanswered = 300;
 /// What is decoded again within some twenty milliseconds.
 constexpr int64_t kCheapPixels = int64_t{16} << 20;
@@ -23,6 +24,10 @@ CMTime laterOf(CMTime a, CMTime b) {
 
 bool isAfter(CMTime time, CMTime passed) {
   return CMTIME_IS_INVALID(passed) || time > passed;
+}
+
+bool isToShow(const Sample& sample) {
+  return sample.shown && CMTIME_IS_NUMERIC(sample.presentation);
 }
 
 }  // namespace
@@ -40,7 +45,7 @@ void BacklogDecoder::begin() {
 /// Puts the decoder at its beginning, should there be one.
 void BacklogDecoder::restartDecoder() {
   if (decoder_ && sent_ > 0) decoder_->reset();
-  sent_ = 0;
+  sent_ = sentToShow_ = 0;
   drain_ = Drain::None;
   isSpent_ = false;
   pending_.clear();
@@ -70,7 +75,7 @@ DecodeStep BacklogDecoder::step(const Demand& demand, Picture& picture) {
     late_ += backlog_.skip(generation_, outlook.skippable);
   }
   // While samples are on their way it is not known which of the frames that are due is the last.
-  isSettled_ = outlook.complete || demand.supplyEnded;
+  isSettled_ = outlook.complete || demand.supplyRests;
   if (decoder_ && !isSpent_) {
     const CMTime earliest = laterOf(isSettled_ ? due_ : demand.now, passed_);
     decoder_->holdBackBefore(drain_ == Drain::AtOnce ? kCMTimeInvalid : earliest);
@@ -151,6 +156,7 @@ DecodeStep BacklogDecoder::noteError() {
 /// Sends the next sample, if what is asked for needs it.
 DecodeStep BacklogDecoder::feed(const Demand& demand) {
   const QueuedSamplePtr next = backlog_.next(generation_);
+  if (isHopeless(demand, next != nullptr)) return failWithoutPicture();
   const bool asksAtOnce = wantsFirst_ || (next && isWantedAtOnce(*next)) ||
                           (CMTIME_IS_VALID(atOnce_) && isAfter(atOnce_, passed_));
   if (!demand.ahead && !asksAtOnce && CMTIME_IS_INVALID(due_)) return DecodeStep::Idle;
@@ -158,7 +164,10 @@ DecodeStep BacklogDecoder::feed(const Demand& demand) {
   if (isSpent_) {
     // Even a sync sample may be followed by some that lean on what precedes it.
     restartDecoder();
-    if (!next->sample.startsAnew && backlog_.rewind(generation_)) return DecodeStep::Rewound;
+    if (!next->sample.startsAnew && backlog_.rewind(generation_)) {
+      unanswered_ = 0;
+      return DecodeStep::Rewound;
+    }
   }
   const bool sameFormat = format_ == next->format || (format_ && hasFormatOf(*next));
   if (sent_ > 0 && (next->sample.startsAnew || !sameFormat)) return drain(Drain::NewRun);
@@ -170,7 +179,7 @@ DecodeStep BacklogDecoder::feed(const Demand& demand) {
 
 /// There are no more samples. What the decoder still holds is all, if none is on its way.
 DecodeStep BacklogDecoder::feedNothing(const Demand& demand) {
-  if (demand.supplyEnded && holdsFrames()) return drain(Drain::End);
+  if (demand.supplyRests && holdsFrames()) return drain(Drain::End);
   return DecodeStep::Starved;
 }
 
@@ -199,12 +208,12 @@ DecodeStep BacklogDecoder::send(const QueuedSample& next) {
   const bool atOnce = isWantedAtOnce(next);
   const bool drainsAtOnce = atOnce && sample.shown && sample.sync && sent_ == 0 && !wantsFirst_;
   const bool isLate = CMTIME_IS_VALID(due_) && sample.presentation < due_;
-  const bool isNew = sample.shown && CMTIME_IS_NUMERIC(sample.presentation) &&
-                     isAfter(sample.presentation, passed_);
+  const bool isNew = isToShow(sample) && isAfter(sample.presentation, passed_);
   const bool isWanted = isNew && !isLate;
   decoder_->setSkipsUnreferencedFrames(!isWanted && !atOnce && !wantsFirst_);
   if (decoder_->send(sample) == DecodeOutcome::Error) error_ = decoder_->error();
   ++sent_;
+  if (isToShow(sample)) ++sentToShow_;
   leadIn_.sent(sample);
   if (drainsAtOnce) return drain(Drain::AtOnce);
   backlog_.markSent(generation_);
@@ -212,8 +221,8 @@ DecodeStep BacklogDecoder::send(const QueuedSample& next) {
   if (atOnce && !gaveNothing_) atOnce_ = sample.presentation;
   if (isWanted) pending_.push_back(sample.presentation);
   if (isNew && isLate) ++late_;
-  if (!gaveNothing_ || ++unanswered_ < kMostUnanswered) return DecodeStep::Working;
-  return failWithoutPicture();
+  if (gaveNothing_ && isToShow(sample)) ++unanswered_;
+  return DecodeStep::Working;
 }
 
 DecodeStep BacklogDecoder::drain(Drain reason) {
@@ -234,10 +243,15 @@ DecodeStep BacklogDecoder::finishDrain(Picture& picture) {
   }
   const bool isLast = CMTIME_IS_INVALID(dueLater_);
   const bool gives = isLast && takeHeldBack(picture);
-  if (reason == Drain::End && gaveNothing_ && unanswered_ > 0) return failWithoutPicture();
   if (reason == Drain::NewRun) restartDecoder();
   if (reason == Drain::End) isSpent_ = true;
   return gives ? DecodeStep::Frame : DecodeStep::Working;
+}
+
+/// Whether there is no picture where there should be: enough was tried, or all there is.
+bool BacklogDecoder::isHopeless(const Demand& demand, bool hasNext) const {
+  if (!gaveNothing_ || unanswered_ == 0) return false;
+  return unanswered_ >= kMostUnanswered || (demand.supplyEnded && !hasNext && isSpent_);
 }
 
 DecodeStep BacklogDecoder::failWithoutPicture() {

@@ -37,7 +37,8 @@ class BacklogDecoder {
   struct Demand {
     CMTime now;
     bool ahead = false;        ///< also the frame after those that are due
-    bool supplyEnded = false;  ///< no sample is on its way: what the decoder holds back is all
+    bool supplyRests = false;  ///< no sample is on its way: what the decoder holds back is wanted
+    bool supplyEnded = false;  ///< besides, these are all that there are
     bool overdue = false;      ///< nothing was shown for long: a late frame is better than none
   };
   struct Picture {
@@ -85,13 +86,14 @@ class BacklogDecoder {
   [[nodiscard]] DecodeStep noteError();
   [[nodiscard]] DecodeStep feed(const Demand& demand);
   [[nodiscard]] DecodeStep feedNothing(const Demand& demand);
-  [[nodiscard]] bool holdsFrames() const { return decoder_ && sent_ > 0 && !isSpent_; }
+  [[nodiscard]] bool holdsFrames() const { return decoder_ && sentToShow_ > 0 && !isSpent_; }
   [[nodiscard]] bool isWantedAtOnce(const QueuedSample& next) const;
   [[nodiscard]] bool hasFormatOf(const QueuedSample& next) const;
   [[nodiscard]] bool open();
   [[nodiscard]] DecodeStep send(const QueuedSample& next);
   [[nodiscard]] DecodeStep drain(Drain reason);
   [[nodiscard]] DecodeStep finishDrain(Picture& picture);
+  [[nodiscard]] bool isHopeless(const Demand& demand, bool hasNext) const;
   [[nodiscard]] DecodeStep failWithoutPicture();
   void restartDecoder();
 
@@ -101,7 +103,8 @@ class BacklogDecoder {
   std::shared_ptr<const CMFormatDescription> format_;
   NSErrorPtr error_;
 
-  std::size_t sent_ = 0;  ///< since the decoder began
+  std::size_t sent_ = 0;        ///< since the decoder began
+  std::size_t sentToShow_ = 0;  ///< those of them that are to be shown
   Drain drain_ = Drain::None;
   bool isSpent_ = false;  ///< the decoder was drained or is gone in the midst of a run
   /// Presentation of what was sent, is wanted, and did not come out.
@@ -117,7 +120,7 @@ class BacklogDecoder {
   CMTime atOnce_ = kCMTimeInvalid;  ///< the frame at this time is
   std::size_t late_ = 0;
   bool gaveNothing_ = true;     ///< since begin()
-  std::size_t unanswered_ = 0;  ///< samples sent since begin() while nothing came out
+  std::size_t unanswered_ = 0;  ///< samples to be shown that were sent while nothing came out
 };
 
 }  // namespace zaffo::media

@@ -38,25 +38,33 @@ NSErrorPtr decoderNotFound(const std::string& text) {
   return makeError(AVErrorDecoderNotFound, text);
 }
 
+/// FFmpeg's name of the codec, or the container's where FFmpeg does not know it.
+std::string nameOf(const AVCodecParameters& parameters) {
+  if (parameters.codec_id != AV_CODEC_ID_NONE) return avcodec_get_name(parameters.codec_id);
+  char text[AV_FOURCC_MAX_STRING_SIZE];
+  return parameters.codec_tag ? av_fourcc_make_string(text, parameters.codec_tag) : "none";
+}
+
 }  // namespace
 
-bool canDecode(const AVCodecParameters& parameters) {
-  return findDecoder(parameters.codec_id) && withinLimits(parameters);
+NSErrorPtr whyNotDecoded(const AVCodecParameters& parameters) {
+  if (!findDecoder(parameters.codec_id)) {
+    return decoderNotFound("There is no decoder for \"" + nameOf(parameters) + "\".");
+  }
+  if (!withinLimits(parameters)) {
+    return decoderNotFound("A picture of " + std::to_string(parameters.width) + "x" +
+                           std::to_string(parameters.height) + " is too large.");
+  }
+  return nullptr;
 }
 
 CodecContextPtr openCodec(const AVCodecParameters& parameters, int threads, NSErrorPtr* error) {
   keepFFmpegQuiet();
-  const std::string name = avcodec_get_name(parameters.codec_id);
+  if (NSErrorPtr reason = whyNotDecoded(parameters)) {
+    setError(error, std::move(reason));
+    return nullptr;
+  }
   const AVCodec* codec = findDecoder(parameters.codec_id);
-  if (!codec) {
-    setError(error, decoderNotFound("There is no decoder for \"" + name + "\"."));
-    return nullptr;
-  }
-  if (!withinLimits(parameters)) {
-    setError(error, decoderNotFound("A picture of " + std::to_string(parameters.width) + "x" +
-                                    std::to_string(parameters.height) + " is too large."));
-    return nullptr;
-  }
   CodecContextPtr context(avcodec_alloc_context3(codec));
   int result =
       context ? avcodec_parameters_to_context(context.get(), &parameters) : AVERROR(ENOMEM);
@@ -67,8 +75,9 @@ CodecContextPtr openCodec(const AVCodecParameters& parameters, int threads, NSEr
     result = avcodec_open2(context.get(), codec, nullptr);
   }
   if (result >= 0) return context;
-  setError(error, makeFFmpegError(AVErrorDecoderNotFound,
-                                  "The \"" + name + "\" track cannot be decoded.", result));
+  setError(error,
+           makeFFmpegError(AVErrorDecoderNotFound,
+                           "The \"" + nameOf(parameters) + "\" track cannot be decoded.", result));
   return nullptr;
 }
 

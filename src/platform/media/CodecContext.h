@@ -11,7 +11,7 @@ namespace zaffo::media {
 [[nodiscard]] CodecContextPtr openCodec(const AVCodecParameters& parameters, int threads,
                                         NSErrorPtr* error);
 
-/// Whether openCodec() has a decoder for `parameters` and they are within the limits.
-[[nodiscard]] bool canDecode(const AVCodecParameters& parameters);
+/// Why openCodec() has no decoder for `parameters`, before any is opened; null when it has one.
+[[nodiscard]] NSErrorPtr whyNotDecoded(const AVCodecParameters& parameters);
 
 }  // namespace zaffo::media

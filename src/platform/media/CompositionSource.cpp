@@ -26,8 +26,15 @@ void CompositionSource::add(Track track) {
   segments_.push_back(std::move(track.segments));
 }
 
-bool CompositionSource::isPlayable() const {
-  return std::ranges::any_of(sources_, [](const auto& source) { return source->isPlayable(); });
+NSErrorPtr CompositionSource::whyNotDecoded(int trackID) const {
+  const SegmentList segments = segmentsOf(trackID);
+  if (!segments) return nullptr;
+  for (const AVCompositionTrackSegment& segment : *segments) {
+    const auto source = segment.isEmpty() ? nullptr : segment.sourceTrack->source.lock();
+    if (!source) continue;
+    if (auto reason = source->whyNotDecoded(segment.sourceTrack->trackID)) return reason;
+  }
+  return nullptr;
 }
 
 CMTime CompositionSource::emptyUntil(int trackID, CMTime time) const {

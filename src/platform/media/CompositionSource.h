@@ -31,7 +31,8 @@ class CompositionSource : public SampleSource,
     return tracks_;
   }
   [[nodiscard]] CMTime duration() const override { return duration_; }
-  [[nodiscard]] bool isPlayable() const override;
+  /// Of the first segment that cannot be decoded.
+  [[nodiscard]] NSErrorPtr whyNotDecoded(int trackID) const override;
   [[nodiscard]] bool soundTracksAreOne() const override { return true; }
   [[nodiscard]] CMTime emptyUntil(int trackID, CMTime time) const override;
   [[nodiscard]] std::unique_ptr<SampleCursor> openCursor(int trackID, NSErrorPtr* error) override;

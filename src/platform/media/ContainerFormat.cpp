@@ -8,14 +8,14 @@
 namespace zaffo::media {
 namespace {
 
-constexpr ContainerFormat kMov{"mov", true, true};
-constexpr ContainerFormat kMatroska{"matroska", true, false};
-constexpr ContainerFormat kOgg{"ogg", true, false};
-constexpr ContainerFormat kFlac{"flac", true, false};
-constexpr ContainerFormat kWav{"wav", true, false};
-constexpr ContainerFormat kMp3{"mp3", false, false};
-constexpr ContainerFormat kAdts{"aac", false, false};
-constexpr ContainerFormat kAc3{"ac3", false, false};
+constexpr ContainerFormat kMov{"mov", true, true, true};
+constexpr ContainerFormat kMatroska{"matroska", true, false, false};
+constexpr ContainerFormat kOgg{"ogg", true, false, false};
+constexpr ContainerFormat kFlac{"flac", true, false, false};
+constexpr ContainerFormat kWav{"wav", true, false, false};
+constexpr ContainerFormat kMp3{"mp3", false, false, false};
+constexpr ContainerFormat kAdts{"aac", false, false, false};
+constexpr ContainerFormat kAc3{"ac3", false, false, false};
 constexpr std::array kRaw{&kMp3, &kAdts, &kAc3};
 
 std::string_view textAt(std::span<const uint8_t> head, std::size_t offset, std::size_t length) {

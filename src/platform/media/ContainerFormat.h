@@ -14,6 +14,8 @@ struct ContainerFormat {
   bool describesItself = false;
   /// Whether the header names every sample of the file.
   bool hasCompleteIndex = false;
+  /// Whether it tells when samples are decoded, or only when they are presented.
+  bool tellsDecodeTimes = false;
 
   /// The format of a file whose first bytes (12 are enough) are a magic word, or null. Playlists,
   /// scripts, image sequences, subtitles and everything else that could name other files are not

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/TimeSource.h"
+#include "platform/dispatch/Confinement.h"
 
 namespace zaffo::media {
 
@@ -20,6 +21,7 @@ DeviceControl::~DeviceControl() {
 }
 
 void DeviceControl::want() {
+  assertCurrent(*control_);
   const int64_t now = TimeSource::now();
   if (state_ == State::Opening && now - openedAt_ >= kLongestOpening) failed(session_->owner());
   const bool mayOpen = state_ == State::Closed || (state_ == State::Waiting && now >= openAgainAt_);
@@ -46,6 +48,7 @@ void DeviceControl::want() {
 }
 
 void DeviceControl::opened(const std::shared_ptr<DeviceSession>& session, bool succeeded) {
+  assertCurrent(*control_);
   if (session != session_) return;
   if (!succeeded) {
     failed(session->owner());
@@ -57,6 +60,7 @@ void DeviceControl::opened(const std::shared_ptr<DeviceSession>& session, bool s
 }
 
 void DeviceControl::failed(RenderGate::Owner owner) {
+  assertCurrent(*control_);
   if (!session_ || session_->owner() != owner) return;
   const bool wasPlaying = state_ == State::Playing;
   dropSession();
@@ -67,6 +71,7 @@ void DeviceControl::failed(RenderGate::Owner owner) {
 }
 
 void DeviceControl::close() {
+  assertCurrent(*control_);
   dropSession();
   state_ = State::Closed;
   pause_ = kShortestPause;
@@ -80,6 +85,7 @@ void DeviceControl::startPolling(int64_t interval) {
 }
 
 void DeviceControl::poll() {
+  assertCurrent(*control_);
   if (!session_) return;
   const int64_t now = TimeSource::now();
   if (askedAt_ && now - *askedAt_ >= kLongestAnswer) {
@@ -100,6 +106,7 @@ void DeviceControl::poll() {
 
 void DeviceControl::reported(const std::shared_ptr<DeviceSession>& session, int64_t host,
                              std::optional<int64_t> framesHeard) {
+  assertCurrent(*control_);
   if (session != session_) return;
   askedAt_ = std::nullopt;
   if (!framesHeard || follower_->report(host, *framesHeard) == DeviceFollower::State::Stalled) {

@@ -32,4 +32,8 @@ NSErrorPtr makePosixError(AVError code, std::string text, int number) {
       described(NSPOSIXErrorDomain, number, std::generic_category().message(number), nullptr));
 }
 
+NSErrorPtr contentIsProtected() {
+  return makeError(AVErrorContentIsProtected, "The video is protected by encryption.");
+}
+
 }  // namespace zaffo::media

@@ -22,6 +22,9 @@ inline constexpr const char* NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 /// The same, over what the operating system said.
 [[nodiscard]] NSErrorPtr makePosixError(AVError code, std::string text, int number);
 
+/// That the content is encrypted, which nothing here can undo.
+[[nodiscard]] NSErrorPtr contentIsProtected();
+
 /// Stores `value` when `error` is not null.
 inline void setError(NSErrorPtr* error, NSErrorPtr value) {
   if (error) *error = std::move(value);

@@ -115,6 +115,12 @@ int64_t FileDemuxer::timelineStart(const AVStream& stream) const {
   return av_rescale_q(startMicroseconds_, kMicroseconds, stream.time_base);
 }
 
+bool FileDemuxer::tellsDecodeTimes(const AVStream& stream) const {
+  if (format_ && format_->tellsDecodeTimes) return true;
+  const AVCodecDescriptor* codec = avcodec_descriptor_get(stream.codecpar->codec_id);
+  return codec && !(codec->props & AV_CODEC_PROP_REORDER);
+}
+
 NSErrorPtr FileDemuxer::readFailed(int averror) const {
   return failedToParse(file_->path(), averror);
 }

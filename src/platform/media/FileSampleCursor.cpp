@@ -85,7 +85,7 @@ ReadOutcome FileSampleCursor::read() {
   } while (result >= 0 && packet_->stream_index != streamIndex_);
   if (result == AVERROR_EOF && !endsEarly()) return ReadOutcome::End;
   if (result >= 0 && av_packet_get_side_data(packet_.get(), AV_PKT_DATA_ENCRYPTION_INFO, nullptr)) {
-    error_ = makeError(AVErrorContentIsProtected, "The video is protected by encryption.");
+    error_ = contentIsProtected();
     return ReadOutcome::Error;
   }
   if (result >= 0 && !(packet_->flags & AV_PKT_FLAG_CORRUPT)) {
@@ -96,11 +96,13 @@ ReadOutcome FileSampleCursor::read() {
   return ReadOutcome::Error;
 }
 
-// Whether the index names samples after the last one that was read.
+// Whether the index names samples after the last one that was read; any at all when none was read
+// since the place was taken, for every place that can be taken is that of a sample.
 bool FileSampleCursor::endsEarly() const {
-  if (!demuxer_->hasCompleteIndex() || lastDecode_ == AV_NOPTS_VALUE) return false;
   const int count = avformat_index_get_entries_count(stream_);
-  return count > 0 && avformat_index_get_entry(stream_, count - 1)->timestamp > lastDecode_;
+  if (!demuxer_->hasCompleteIndex() || count == 0) return false;
+  if (lastDecode_ == AV_NOPTS_VALUE) return true;
+  return avformat_index_get_entry(stream_, count - 1)->timestamp > lastDecode_;
 }
 
 void FileSampleCursor::fill(Sample& sample) {
@@ -112,7 +114,7 @@ void FileSampleCursor::fill(Sample& sample) {
     return timestamp == AV_NOPTS_VALUE ? kCMTimeInvalid : grid.timeOf(timestamp - start);
   };
   sample.presentation = onTimeline(pts);
-  sample.decode = onTimeline(packet_->dts);
+  sample.decode = demuxer_->tellsDecodeTimes(*stream_) ? onTimeline(packet_->dts) : kCMTimeInvalid;
   sample.duration = timeFromTimestamp(std::max<int64_t>(0, packet_->duration), base);
   sample.sync = packet_->flags & AV_PKT_FLAG_KEY;
   sample.shown = !(packet_->flags & AV_PKT_FLAG_DISCARD);
@@ -153,19 +155,23 @@ bool FileSampleCursor::seekVideo(int64_t timestamp) {
   return false;
 }
 
-// Goes to the last sync sample that is decoded at or before `timestamp`, and reads it.
+// Goes to the last sync sample that is decoded at or before `timestamp`, and reads it. False when
+// the way there leads through the start. An index of every sample is right about the places: what
+// is not there is missing from the file, which next() tells.
 bool FileSampleCursor::landAt(int64_t timestamp) {
   demuxer_->setMoved();
   if (av_seek_frame(demuxer_->context(), streamIndex_, timestamp, AVSEEK_FLAG_BACKWARD) < 0) {
     return false;
   }
+  lastDecode_ = AV_NOPTS_VALUE;
   outcome_ = read();
   pending_ = outcome_ == ReadOutcome::Sample;
-  return outcome_ != ReadOutcome::Error;
+  return outcome_ != ReadOutcome::Error || demuxer_->hasCompleteIndex();
 }
 
 // Parsing anew is the one way to the start that every format and every damaged index allows.
 bool FileSampleCursor::rewind() {
+  lastDecode_ = AV_NOPTS_VALUE;
   pending_ = false;
   outcome_ = ReadOutcome::Sample;
   error_ = nullptr;

@@ -14,7 +14,8 @@ class FileSampleSource;
 /// wait for the disk and give Again never.
 ///
 /// A file that ends before its header says (a download cut short) gives the samples that are whole
-/// and then Error, so that what is there can be played and nobody takes the cut for the end.
+/// and then Error, so that what is there can be played and nobody takes the cut for the end. So it
+/// does after a seek beyond the cut, which leaves none, and where the header is all there is.
 class FileSampleCursor : public SampleCursor {
  public:
   [[nodiscard]] static std::unique_ptr<FileSampleCursor> open(
@@ -43,9 +44,9 @@ class FileSampleCursor : public SampleCursor {
   const int streamIndex_;
   const CMTimeRange timeRange_;
   AVStream* stream_ = nullptr;
-  PacketPtr packet_;  // the one that was read last
-  int64_t lastDecode_ = AV_NOPTS_VALUE;
-  bool pending_ = false;  // packet_ was read by a seek and not given yet
+  PacketPtr packet_;                     // the one that was read last
+  int64_t lastDecode_ = AV_NOPTS_VALUE;  // read since the place was taken
+  bool pending_ = false;                 // packet_ was read by a seek and not given yet
   ReadOutcome outcome_ = ReadOutcome::Sample;
   NSErrorPtr error_;
 };

@@ -4,6 +4,7 @@
 
 #include "platform/AVAssetTrack.h"
 #include "platform/media/CodecContext.h"
+#include "platform/media/EncryptedTracks.h"
 #include "platform/media/FileSampleCursor.h"
 #include "platform/media/TrackInfo.h"
 
@@ -12,6 +13,12 @@ namespace {
 
 // One for the picture and one for the sound of the player that comes next.
 constexpr std::size_t kIdleDemuxers = 2;
+
+/// Whether a stream is one of the `encrypted` tracks of its file, or says so itself.
+bool isEncrypted(const AVStream& stream, const std::vector<int>& encrypted) {
+  return std::ranges::find(encrypted, stream.id) != encrypted.end() ||
+         av_dict_get(stream.metadata, "enc_key_id", nullptr, 0);
+}
 
 }  // namespace
 
@@ -35,15 +42,23 @@ std::shared_ptr<FileSampleSource> FileSampleSource::open(const std::string& path
 void FileSampleSource::describe(FileDemuxer& demuxer) {
   duration_ = kCMTimeZero;
   AVFormatContext& context = *demuxer.context();
+  const std::vector<int> encrypted = encryptedTracks(*file_);
   for (AVStream* stream : demuxer.streams()) {
     if (!isTrack(*stream)) continue;
     auto track =
         describeTrack(context, *stream, demuxer.timelineStart(*stream), demuxer.hasCompleteIndex());
     track->source = weak_from_this();
-    playable_ = playable_ || canDecode(*stream->codecpar);
+    NSErrorPtr obstacle = isEncrypted(*stream, encrypted) ? contentIsProtected()
+                                                          : media::whyNotDecoded(*stream->codecpar);
+    if (obstacle) undecodable_[track->trackID] = std::move(obstacle);
     duration_ = CMTimeMaximum(duration_, CMTimeRangeGetEnd(track->timeRange));
     tracks_.push_back(std::move(track));
   }
+}
+
+NSErrorPtr FileSampleSource::whyNotDecoded(int trackID) const {
+  const auto found = undecodable_.find(trackID);
+  return found == undecodable_.end() ? nullptr : found->second;
 }
 
 std::unique_ptr<SampleCursor> FileSampleSource::openCursor(int trackID, NSErrorPtr* error) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,7 +27,7 @@ class FileSampleSource : public SampleSource,
     return tracks_;
   }
   [[nodiscard]] CMTime duration() const override { return duration_; }
-  [[nodiscard]] bool isPlayable() const override { return playable_; }
+  [[nodiscard]] NSErrorPtr whyNotDecoded(int trackID) const override;
   [[nodiscard]] std::unique_ptr<SampleCursor> openCursor(int trackID, NSErrorPtr* error) override;
 
   /// For cursors: keeps a demuxer that is no longer used for the next one.
@@ -42,7 +43,7 @@ class FileSampleSource : public SampleSource,
   const std::shared_ptr<const LocalFile> file_;
   std::vector<std::shared_ptr<const AVAssetTrack>> tracks_;
   CMTime duration_;
-  bool playable_ = false;
+  std::map<int, NSErrorPtr> undecodable_;  ///< by track, why
 
   Mutex idleMutex_;
   std::vector<std::unique_ptr<FileDemuxer>> idle_ ZAFFO_GUARDED_BY(idleMutex_);

@@ -3,6 +3,7 @@
 #include <condition_variable>
 
 #include "platform/media/FFmpegError.h"
+#include "platform/media/ReorderHorizon.h"
 
 namespace zaffo::media {
 
@@ -58,20 +59,22 @@ ReadOutcome FrameFinder::next(Sample& sample) {
   }
 }
 
-// Looks ahead without decoding. Samples come in decode order, so the search goes on until none that
-// is shown earlier can follow.
+// Looks ahead without decoding, until no sample can follow that is shown up to `time`, or before
+// the first one that is shown at all.
 std::optional<CMTime> FrameFinder::presentationAt(CMTime time) {
   if (!cursor_->seek(time)) return std::nullopt;
   std::optional<CMTime> last, first;
+  ReorderHorizon horizon;
   Sample sample;
-  int later = 0;
-  while (later < kDeepestReordering && next(sample) == ReadOutcome::Sample) {
+  const auto isSettled = [&] {
+    return last ? horizon.time() > time : first && horizon.time() >= *first;
+  };
+  while (!isSettled() && next(sample) == ReadOutcome::Sample) {
+    horizon.pass(sample);
     if (!sample.shown || !CMTIME_IS_NUMERIC(sample.presentation)) continue;
     const CMTime shownAt = sample.presentation;
     if (!first || shownAt < *first) first = shownAt;
     if (shownAt <= time && (!last || shownAt > *last)) last = shownAt;
-    if (shownAt > time) ++later;
-    if (last && CMTIME_IS_NUMERIC(sample.decode) && sample.decode > time) break;
   }
   return last ? last : first;
 }

@@ -6,72 +6,125 @@ namespace zaffo::media {
 
 namespace {
 
-/// What a client that is never called may take between two samples.
+/// What a client that is not being called may take between two samples.
 constexpr int64_t kPatienceNanoseconds = 100'000'000;
 
 }  // namespace
 
+// Who is called
+
 void MediaDataSupply::request(DispatchQueuePtr queue, std::function<void()> block) {
-  auto request = std::make_shared<Request>();
-  request->queue = std::move(queue);
-  request->block = std::move(block);
-  MutexLock lock(requestMutex_);
-  if (request_) request_->stopped = true;
-  request_.swap(request);
-  owesCall_ = wasAsked_ = true;
+  auto client = std::make_shared<Client>();
+  client->queue = std::move(queue);
+  client->block = std::move(block);
+  ClientPtr former;  // let go of without the lock
+  MutexLock lock(supplyMutex_);
+  former = replaceWhileLocked(std::move(client));
+  owesCall_ = true;
+  hasEnded_ = isLeft_ = false;
 }
 
 std::shared_ptr<void> MediaDataSupply::stop() {
-  MutexLock lock(requestMutex_);
-  if (request_) request_->stopped = true;
+  MutexLock lock(supplyMutex_);
+  if (!client_) return nullptr;
+  if (calledOn_ != std::this_thread::get_id()) {
+    isLeft_ = true;
+  } else if (calledInRun_ == run_) {
+    hasEnded_ = true;
+  }
+  return replaceWhileLocked(nullptr);
+}
+
+MediaDataSupply::ClientPtr MediaDataSupply::replaceWhileLocked(ClientPtr client) {
+  if (client_) client_->isStopped = true;
   owesCall_ = false;
-  return std::exchange(request_, nullptr);
+  callsUnderWay_ = 0;
+  calledOn_ = {};
+  return std::exchange(client_, std::move(client));
 }
 
 void MediaDataSupply::owe() {
-  MutexLock lock(requestMutex_);
-  owesCall_ = request_ != nullptr;
+  MutexLock lock(supplyMutex_);
+  if (!client_) return;
+  owesCall_ = true;
+  hasEnded_ = false;
 }
 
 bool MediaDataSupply::owesCall() const {
-  MutexLock lock(requestMutex_);
+  MutexLock lock(supplyMutex_);
   return owesCall_;
 }
 
 void MediaDataSupply::call() {
-  std::shared_ptr<Request> request;
+  ClientPtr client;
   {
-    MutexLock lock(requestMutex_);
+    MutexLock lock(supplyMutex_);
     if (!std::exchange(owesCall_, false)) return;
-    request = request_;
+    client = client_;
+    ++callsUnderWay_;
   }
-  ++request->underWay;
-  request->queue->async([request, answered = answered_] {
-    if (!request->stopped) request->block();
-    --request->underWay;
-    answered();
+  client->queue->async([self = shared_from_this(), client] {
+    const uint64_t run = self->beginCall(client);
+    if (!client->isStopped) client->block();
+    self->endCall(client, run);
+    self->answered_();
   });
 }
 
+/// On the client's queue. The run that the call is for: the one that it finds.
+uint64_t MediaDataSupply::beginCall(const ClientPtr& client) {
+  MutexLock lock(supplyMutex_);
+  if (client == client_) {
+    calledOn_ = std::this_thread::get_id();
+    calledInRun_ = run_;
+  }
+  return run_;
+}
+
+void MediaDataSupply::endCall(const ClientPtr& client, uint64_t run) {
+  MutexLock lock(supplyMutex_);
+  if (client != client_) return;
+  --callsUnderWay_;
+  calledOn_ = {};
+  if (run == run_ && !isAwaitedWhileLocked()) hasEnded_ = true;
+}
+
+// What is on its way
+
+void MediaDataSupply::beginRun(uint64_t run) {
+  MutexLock lock(supplyMutex_);
+  run_ = run;
+  hasEnded_ = isLeft_ = false;
+  owesCall_ = client_ != nullptr;
+}
+
 void MediaDataSupply::noteSample(int64_t hostNanoseconds) {
+  MutexLock lock(supplyMutex_);
   lastSample_ = hostNanoseconds;
+  hasEnded_ = false;
 }
 
-void MediaDataSupply::noteFlush() {
-  MutexLock lock(requestMutex_);
-  wasAsked_ = request_ != nullptr;
+bool MediaDataSupply::isAwaitedWhileLocked() const {
+  return owesCall_ || callsUnderWay_ > 0;
 }
 
-bool MediaDataSupply::hasEnded(int64_t hostNanoseconds) const {
-  MutexLock lock(requestMutex_);
-  if (request_) return !owesCall_ && request_->underWay == 0;
-  return wasAsked_ || hostNanoseconds >= lastSample_ + kPatienceNanoseconds;
+MediaDataSupply::Prospect MediaDataSupply::prospect(uint64_t run, int64_t hostNanoseconds) const {
+  MutexLock lock(supplyMutex_);
+  if (run != run_ || isAwaitedWhileLocked()) return Prospect::Coming;
+  if (hasEnded_) return Prospect::Ended;
+  const bool isQuiet = hostNanoseconds >= lastSample_ + kPatienceNanoseconds;
+  return isQuiet ? Prospect::Quiet : Prospect::Coming;
 }
 
-std::optional<int64_t> MediaDataSupply::endsAt() const {
-  MutexLock lock(requestMutex_);
-  if (request_) return std::nullopt;
+std::optional<int64_t> MediaDataSupply::quietAt() const {
+  MutexLock lock(supplyMutex_);
+  if (isAwaitedWhileLocked()) return std::nullopt;
   return lastSample_ + kPatienceNanoseconds;
+}
+
+bool MediaDataSupply::isLeft(uint64_t run) const {
+  MutexLock lock(supplyMutex_);
+  return run != run_ || isLeft_;
 }
 
 }  // namespace zaffo::media

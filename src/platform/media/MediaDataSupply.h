@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <thread>
 
 #include "platform/Mutex.h"
 #include "platform/dispatch/DispatchQueue.h"
@@ -12,10 +13,31 @@
 namespace zaffo::media {
 
 /// Where a renderer's samples come from: a client that is called when there is room for more, or
-/// one that brings them as it likes. Knows who is to be called, whether a call is owed, and whether
-/// a sample may still be on its way. Thread: any.
-class MediaDataSupply {
+/// one that brings them as it likes. Knows who is to be called, whether a call is owed, and what
+/// can be expected of the present run, which is all that comes between two flushes.
+///
+///              a call of this run brought all there is
+///     Coming ────────────────────────────────────────────> Ended
+///      │ ^ ^                                                 │
+///      │ │ └──────── a sample, a request, a new run ─────────┘
+///      │ └────────── a sample, a request, a new run ─────────┐
+///      └───────────────────────────────────────────────────> Quiet
+///              nobody is called, and nothing came for a while
+///
+/// A call brought all there is when it returns while there is room, or when the calls are stopped
+/// within it.
+/// Whoever stops the calls from elsewhere does not say that this is all: most often the run is
+/// being left for another. Nothing is to be made of what it lacks until there is a new request.
+///
+/// Thread: any.
+class MediaDataSupply : public std::enable_shared_from_this<MediaDataSupply> {
  public:
+  enum class Prospect {
+    Coming,  ///< samples are on their way
+    Quiet,   ///< none seems to be, but nobody said that these are all
+    Ended,   ///< these are all, as far as the client knows by now
+  };
+
   /// Called on the client's queue each time a call of its block returned. To be set before any
   /// request.
   void setAnsweredHandler(std::function<void()> answered) { answered_ = std::move(answered); }
@@ -32,28 +54,44 @@ class MediaDataSupply {
   /// There is room: makes the call that is owed, if one is.
   void call();
 
+  /// All that came before is forgotten. Whoever is to be called, is anew.
+  void beginRun(uint64_t run);
   void noteSample(int64_t hostNanoseconds);
-  void noteFlush();
-  /// Whether no sample is on its way: whoever is called has been and has no more for now, or
-  /// stopped the calls, or, if it never asked for any, brought none for a while.
-  [[nodiscard]] bool hasEnded(int64_t hostNanoseconds) const;
-  /// The host time at which that will be so if nothing happens; nothing when it waits for a call.
-  [[nodiscard]] std::optional<int64_t> endsAt() const;
+
+  /// What can be expected of a run; Coming when it is not the present one.
+  [[nodiscard]] Prospect prospect(uint64_t run, int64_t hostNanoseconds) const;
+  /// The host time at which the present run becomes Quiet if nothing happens; nothing while
+  /// whoever is called has not answered.
+  [[nodiscard]] std::optional<int64_t> quietAt() const;
+  /// Whether the run is over, or the calls for it were stopped from elsewhere.
+  [[nodiscard]] bool isLeft(uint64_t run) const;
 
  private:
-  struct Request {
+  struct Client {
     DispatchQueuePtr queue;
     std::function<void()> block;
-    std::atomic<bool> stopped{false};
-    std::atomic<int> underWay{0};
+    std::atomic<bool> isStopped{false};
   };
+  using ClientPtr = std::shared_ptr<Client>;
+
+  [[nodiscard]] uint64_t beginCall(const ClientPtr& client);
+  void endCall(const ClientPtr& client, uint64_t run);
+  ClientPtr replaceWhileLocked(ClientPtr client) ZAFFO_REQUIRES(supplyMutex_);
+  [[nodiscard]] bool isAwaitedWhileLocked() const ZAFFO_REQUIRES(supplyMutex_);
 
   std::function<void()> answered_;
-  mutable Mutex requestMutex_;
-  std::shared_ptr<Request> request_ ZAFFO_GUARDED_BY(requestMutex_);
-  bool owesCall_ ZAFFO_GUARDED_BY(requestMutex_) = false;
-  bool wasAsked_ ZAFFO_GUARDED_BY(requestMutex_) = false;
-  std::atomic<int64_t> lastSample_{0};
+  mutable Mutex supplyMutex_;
+  uint64_t run_ ZAFFO_GUARDED_BY(supplyMutex_) = 0;
+  bool hasEnded_ ZAFFO_GUARDED_BY(supplyMutex_) = false;
+  bool isLeft_ ZAFFO_GUARDED_BY(supplyMutex_) = false;
+  int64_t lastSample_ ZAFFO_GUARDED_BY(supplyMutex_) = 0;
+
+  ClientPtr client_ ZAFFO_GUARDED_BY(supplyMutex_);
+  bool owesCall_ ZAFFO_GUARDED_BY(supplyMutex_) = false;
+  // Of the present client.
+  int callsUnderWay_ ZAFFO_GUARDED_BY(supplyMutex_) = 0;  ///< queued or begun
+  std::thread::id calledOn_ ZAFFO_GUARDED_BY(supplyMutex_);
+  uint64_t calledInRun_ ZAFFO_GUARDED_BY(supplyMutex_) = 0;
 };
 
 }  // namespace zaffo::media

@@ -18,9 +18,12 @@ struct MediaServices::State {
   Mutex observersMutex;
   std::vector<std::weak_ptr<Observer>> observers ZAFFO_GUARDED_BY(observersMutex);
 
+  void sweepWhileLocked() ZAFFO_REQUIRES(observersMutex) {
+    std::erase_if(observers, [](const auto& observer) { return observer.expired(); });
+  }
   std::vector<std::weak_ptr<Observer>> present() {
     MutexLock lock(observersMutex);
-    std::erase_if(observers, [](const auto& observer) { return observer.expired(); });
+    sweepWhileLocked();
     return observers;
   }
 };
@@ -40,6 +43,7 @@ uint64_t MediaServices::generation() const {
 std::shared_ptr<void> MediaServices::observeReset(std::function<void()> wasReset) {
   auto observer = std::make_shared<Observer>(std::move(wasReset));
   MutexLock lock(state_->observersMutex);
+  state_->sweepWhileLocked();  // resets are rare, and players come and go
   state_->observers.push_back(observer);
   return observer;
 }

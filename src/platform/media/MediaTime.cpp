@@ -18,7 +18,8 @@ CMTime timeFromTimestamp(int64_t timestamp, AVRational timeBase) {
   if (timestamp == AV_NOPTS_VALUE || timeBase.num <= 0 || timeBase.den <= 0) return kCMTimeInvalid;
   const bool fits = timestamp <= kLargest / timeBase.num && timestamp >= -kLargest / timeBase.num;
   if (fits) return CMTimeMake(timestamp * timeBase.num, timeBase.den);
-  return CMTimeMake(av_rescale_q(timestamp, timeBase, {1, kNanoseconds}), kNanoseconds);
+  const int64_t nanoseconds = av_rescale_q(timestamp, timeBase, {1, kNanoseconds});
+  return nanoseconds == INT64_MIN ? kCMTimeInvalid : CMTimeMake(nanoseconds, kNanoseconds);
 }
 
 int64_t timestampFromTime(CMTime time, AVRational timeBase) {

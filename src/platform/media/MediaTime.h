@@ -6,7 +6,7 @@
 namespace zaffo::media {
 
 /// A timestamp of FFmpeg as a CMTime, exactly wherever the time base allows it (it does for every
-/// format that is played). Invalid for AV_NOPTS_VALUE.
+/// format that is played). Invalid for AV_NOPTS_VALUE and for what no media reaches: centuries.
 [[nodiscard]] CMTime timeFromTimestamp(int64_t timestamp, AVRational timeBase);
 
 /// A CMTime in units of a time base, rounded down; infinities become the extremes, and a time that

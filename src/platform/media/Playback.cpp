@@ -6,6 +6,7 @@
 
 #include "platform/AVAssetTrack.h"
 #include "platform/TimeSource.h"
+#include "platform/dispatch/Confinement.h"
 
 namespace zaffo::media {
 
@@ -17,6 +18,12 @@ constexpr double kSoundStartSeconds = 0.02;
 CMTime clamped(CMTime time, CMTime duration) {
   if (CMTIME_IS_NUMERIC(duration)) time = CMTimeMinimum(time, duration);
   return CMTimeMaximum(time, kCMTimeZero);
+}
+
+/// How far from its time a seek may end.
+CMTime reachOf(CMTime tolerance) {
+  if (CMTIME_IS_NUMERIC(tolerance)) return CMTimeAbsoluteValue(tolerance);
+  return CMTIME_IS_POSITIVE_INFINITY(tolerance) ? tolerance : kCMTimeZero;
 }
 
 }  // namespace
@@ -86,18 +93,16 @@ void Playback::seek(CMTime time, CMTime before, CMTime after, Completion complet
     if (completion) queue_->async([completion = std::move(completion)] { completion(false); });
     return;
   }
-  // A frame a little early is as good as one a little late, and quicker: the sync sample before.
-  static_cast<void>(after);
   const CMTime target = clamped(time, duration_);
-  const CMTime earliest = CMTIME_IS_NUMERIC(before) ? target - CMTimeAbsoluteValue(before)
-                          : CMTIME_IS_POSITIVE_INFINITY(before) ? kCMTimeNegativeInfinity
-                                                                : target;
+  const CMTime earliest = target - reachOf(before);
+  const CMTime latest = target + reachOf(after);
   const uint64_t generation = ++newestSeek_;
-  queue_->async([self = shared_from_this(), command = ++commands_,
-                 seek = Seek{generation, target, earliest, std::move(completion)}]() mutable {
-    self->handledCommand_ = command;
-    self->beginSeek(std::move(seek));
-  });
+  queue_->async(
+      [self = shared_from_this(), command = ++commands_,
+       seek = Seek{generation, target, earliest, latest, std::move(completion)}]() mutable {
+        self->handledCommand_ = command;
+        self->beginSeek(std::move(seek));
+      });
 }
 
 void Playback::preroll(Completion completion) {
@@ -140,6 +145,7 @@ CMTime Playback::currentTime() const {
 // Rate.
 
 void Playback::applyRate(double rate) {
+  assertCurrent(*queue_);
   const double before = std::exchange(rate_, rate);
   if (rate == before) return;
   if (rate == 0) {
@@ -196,6 +202,7 @@ void Playback::joinSound() {
 }
 
 void Playback::soundIsReady() {
+  assertCurrent(*queue_);
   if (!running_) return settle();
   joinSound();
   turn();

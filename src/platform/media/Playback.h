@@ -53,8 +53,9 @@ class Playback : public std::enable_shared_from_this<Playback> {
   /// 0 stands still; the rate holds through seeks and starts as soon as a frame is ready.
   void setRate(double rate);
   void setVolume(float volume);
-  /// Goes to a frame within [time - before, time + after]. `completion` gets false when a newer
-  /// seek or close() came first, or when there is no such frame.
+  /// Goes to a frame within [time - before, time + after]: to a sync sample's where there is one,
+  /// rather before `time` than after it. `completion` gets false when a newer seek or close() came
+  /// first, or when there is no such frame.
   void seek(CMTime time, CMTime before, CMTime after, Completion completion);
   /// `completion` gets true once the frame of the present position is decoded and the sound is
   /// buffered; false when cancelled, failed or closed.
@@ -74,7 +75,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
  private:
   struct Seek {
     uint64_t generation = 0;
-    CMTime time, earliest;
+    CMTime time, earliest, latest;
     Completion completion;
   };
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/AVError.h"
+#include "platform/dispatch/Confinement.h"
 #include "platform/media/FFmpegError.h"
 #include "platform/media/Playback.h"
 
@@ -14,6 +15,7 @@ bool Playback::superseded() const {
 }
 
 void Playback::beginSeek(Seek seek) {
+  assertCurrent(*queue_);
   completeSeek(false);
   seek_ = std::move(seek);
   handledSeek_ = seek_->generation;
@@ -30,7 +32,7 @@ void Playback::beginSeek(Seek seek) {
   video_->setReadyHandler([weakSelf = weak_from_this()] {
     if (const auto self = weakSelf.lock()) self->post(&Playback::continueSeek);
   });
-  video_->beginSeek(seek_->time, seek_->earliest);
+  video_->beginSeek(seek_->time, seek_->earliest, seek_->latest);
   continueSeek();
 }
 
@@ -45,6 +47,7 @@ bool Playback::showFirstFrameFor(const Seek& seek) {
 }
 
 void Playback::continueSeek() {
+  assertCurrent(*queue_);
   if (!seek_) return turn();
   VideoFrame frame;
   while (!superseded()) {
@@ -64,8 +67,9 @@ void Playback::continueSeek() {
 }
 
 void Playback::finishSeek(VideoFrame frame) {
-  const bool exact = !frame.buffer || seek_->earliest == seek_->time;
-  const CMTime position = exact ? seek_->time : CMTimeMaximum(frame.presentation, kCMTimeZero);
+  const bool isWithin =
+      frame.buffer && frame.presentation >= seek_->earliest && frame.presentation <= seek_->latest;
+  const CMTime position = isWithin ? CMTimeMaximum(frame.presentation, kCMTimeZero) : seek_->time;
   if (frame.buffer) {
     videoEnd_ = endOf(frame);
     if (position == kCMTimeZero && !firstFrame_) firstFrame_ = frame;
@@ -95,6 +99,7 @@ void Playback::completeSeek(bool finished) {
 
 /// After the picture, the sound: then prerolls are done, and playing goes on or all is let go of.
 void Playback::settle() {
+  assertCurrent(*queue_);
   if (!ready_ || seek_) return;
   if (sound_ && !soundIsPrefilled_ && !sound_->prefill(timebase_->time())) return;
   if (sound_ && sound_->failed() && !video_) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/TimeSource.h"
+#include "platform/dispatch/Confinement.h"
 #include "platform/media/DueTime.h"
 #include "platform/media/Playback.h"
 
@@ -19,6 +20,7 @@ constexpr CMTime kLateness = CMTimeMake(1, 10);
 }  // namespace
 
 void Playback::turn() {
+  assertCurrent(*queue_);
   if (!running_) return;
   const CMTime now = timebase_->timeAtHostTime(TimeSource::now());
   if (frames_->advance(now) && events_.pictureChanged) events_.pictureChanged();
@@ -74,8 +76,10 @@ CMTime Playback::endOf(const VideoFrame& frame) const {
 }
 
 /// When the item is over: at its duration, or where its data ends if that is earlier or if the
-/// container does not tell.
+/// container does not tell. Where the picture fails it is over, too: the sound of a loop could go
+/// on for long.
 std::optional<CMTime> Playback::endTime() const {
+  if (error_) return videoEnd_;
   const bool told = CMTIME_IS_NUMERIC(duration_) && duration_ > kCMTimeZero;
   const bool pictureIsOver = !video_ || videoEnded_;
   const bool soundIsOver = !sound_ || sound_->finished();

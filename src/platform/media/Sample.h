@@ -16,7 +16,9 @@ struct Sample {
   /// On the time line of whoever gave the sample. Invalid where a file, mostly a damaged one, does
   /// not tell it: sound then follows the sample before it, and a picture is not shown.
   CMTime presentation;
-  CMTime decode;  ///< no later than the presentation of this and all later samples; may be invalid
+  /// No later than the presentation of this and all later samples. Invalid where the file does not
+  /// tell it. What follows from it is ReorderHorizon's to say.
+  CMTime decode;
   CMTime duration;
   bool sync = false;  ///< decoding can start here
   bool shown = true;  ///< false: needed to decode others, not to be shown
@@ -28,10 +30,6 @@ struct Sample {
   CMTime heardFrom;
   CMTime heardUntil;
 };
-
-/// After so many samples that are presented after a time, none follows in decode order that is
-/// presented before it: more than any codec allows. For where no decode times are told.
-inline constexpr int kDeepestReordering = 16;
 
 /// What reading one step gave. Waiting and ending are outcomes, not errors.
 enum class ReadOutcome {

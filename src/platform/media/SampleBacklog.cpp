@@ -14,8 +14,6 @@ constexpr CMTime kAmpleAhead = CMTimeMake(3, 1);
 /// Two seconds at 60 Mbit/s.
 constexpr std::size_t kMostBytes = std::size_t{16} << 20;
 constexpr std::size_t kAmpleBytes = kMostBytes / 4 * 3;
-/// How many samples may come between one and another that is shown before it.
-constexpr std::size_t kMostReordered = 16;
 constexpr std::size_t kMostKeptBytes = std::size_t{8} << 20;
 
 /// What a sample costs, with what stands around its bytes.
@@ -36,9 +34,11 @@ CMTime latest(CMTime one, CMTime other) {
 }  // namespace
 
 bool SampleBacklog::push(QueuedSample sample) {
-  auto queued = std::make_shared<const QueuedSample>(std::move(sample));
+  auto queued = std::make_shared<QueuedSample>(std::move(sample));
   MutexLock lock(samplesMutex_);
   const Sample& s = queued->sample;
+  horizon_.pass(s);
+  queued->horizon = horizon_.time();
   latest_ = latest(latest_, s.presentation);
   const bool isFirst = samples_.empty() && forgotten_ == 0;
   if (!isFirst) leadIn_.sent(s);
@@ -59,6 +59,7 @@ SampleBacklog::Held SampleBacklog::flush() {
   waitingBytes_ = keptBytes_ = 0;
   restartPoints_.clear();
   leadIn_ = {};
+  horizon_ = {};
   latest_ = settled_ = kCMTimeInvalid;
   awaited_ = true;
   return held;
@@ -91,16 +92,11 @@ SampleBacklog::Outlook SampleBacklog::outlook(uint64_t generation, CMTime after,
   MutexLock lock(samplesMutex_);
   outlook.stale = generation != generation_;
   if (outlook.stale) return outlook;
-  std::size_t sync = next_, syncBefore = next_, beyond = 0;
+  std::size_t sync = next_, syncBefore = next_;
   for (std::size_t i = next_; i < samples_.size(); ++i) {
     const Sample& sample = samples_[i]->sample;
-    if (CMTIME_IS_NUMERIC(sample.decode) && sample.decode > now) {
-      // Nothing is shown before it is decoded: what follows in decode order is later. Some
-      // containers do not tell decode times, and the presentation stands for them.
-      const bool isTold = sample.decode < sample.presentation;
-      outlook.complete = isTold || ++beyond == kMostReordered;
-      if (outlook.complete) break;
-    }
+    outlook.complete = samples_[i]->horizon > now;
+    if (outlook.complete) break;
     if (sample.sync) syncBefore = std::exchange(sync, i);
     if (!isShown(sample) || sample.presentation > now) continue;
     if (CMTIME_IS_VALID(after) && sample.presentation <= after) continue;

@@ -8,7 +8,7 @@
 #include "platform/Mutex.h"
 #include "platform/coremedia/CMSampleBuffer.h"
 #include "platform/media/LeadIn.h"
-#include "platform/media/Sample.h"
+#include "platform/media/ReorderHorizon.h"
 
 namespace zaffo::media {
 
@@ -17,6 +17,8 @@ struct QueuedSample {
   Sample sample;
   std::shared_ptr<const CMFormatDescription> format;
   bool displayImmediately = false;
+  /// The backlog's: no sample behind this one is presented before this time.
+  CMTime horizon = kCMTimeNegativeInfinity;
 };
 using QueuedSamplePtr = std::shared_ptr<const QueuedSample>;
 
@@ -105,6 +107,7 @@ class SampleBacklog {
   /// No sample can come any more that is to be shown at this time or before.
   CMTime settled_ ZAFFO_GUARDED_BY(samplesMutex_) = kCMTimeInvalid;
   LeadIn leadIn_ ZAFFO_GUARDED_BY(samplesMutex_);  ///< of what arrives
+  ReorderHorizon horizon_ ZAFFO_GUARDED_BY(samplesMutex_);
   bool awaited_ ZAFFO_GUARDED_BY(samplesMutex_) = true;
 };
 

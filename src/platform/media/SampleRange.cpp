@@ -17,14 +17,6 @@ CMTimeRange meantBy(CMTimeRange range) {
   return range;
 }
 
-/// Whether neither the sample nor one after it in decode order is presented before `time`. Nothing
-/// is presented before it is decoded; `later` counts where it is not told when that is.
-bool presentsNoneBefore(CMTime time, const Sample& sample, int& later) {
-  if (CMTIME_IS_NUMERIC(sample.decode)) return sample.decode >= time;
-  if (CMTIME_IS_NUMERIC(sample.presentation) && sample.presentation >= time) ++later;
-  return later > kDeepestReordering;
-}
-
 bool holdsNothing(CMTimeRange range, const AVAssetTrack& track) {
   if (CMTIME_IS_POSITIVE_INFINITY(range.start) || range.duration <= kCMTimeZero) return true;
   const bool knowsItsEnd = track.timeRange.duration > kCMTimeZero;
@@ -74,13 +66,14 @@ ReadOutcome SampleRange::readOne() {
   outcome_ = read;
   if (read == ReadOutcome::Error) error_ = cursor_->error();
   if (read != ReadOutcome::Sample) return read;
-  if (presentsNoneBefore(end_, sample, beyondEnd_)) return outcome_ = ReadOutcome::End;
+  horizon_.pass(sample);
+  if (horizon_.time() >= end_) return outcome_ = ReadOutcome::End;
   if (!adoptFormat(sample.startsAnew)) return outcome_ = ReadOutcome::Error;
   if (sample.presentation >= end_) sample.shown = false;
   if (sample.shown && sample.presentation <= start_) {
     atStart_ = CMTimeMaximum(atStart_, sample.presentation);
   }
-  passedStart_ = passedStart_ || presentsNoneBefore(start_, sample, beyondStart_);
+  passedStart_ = horizon_.time() > start_;
   ahead_.push_back({std::move(sample), format_});
   return outcome_;
 }

@@ -5,6 +5,7 @@
 
 #include "platform/coremedia/CMSampleBuffer.h"
 #include "platform/coremedia/CMTimeRange.h"
+#include "platform/media/ReorderHorizon.h"
 #include "platform/media/SampleSource.h"
 #include "platform/uikit/Geometry.h"
 
@@ -59,7 +60,7 @@ class SampleRange {
   std::deque<Entry> ahead_;                   // read and not given yet
   CMTime atStart_ = kCMTimeNegativeInfinity;  // the last presentation up to the start, so far
   bool passedStart_ = false;                  // no further sample is presented up to the start
-  int beyondStart_ = 0, beyondEnd_ = 0;       // samples there of which only that is known
+  ReorderHorizon horizon_;                    // of what was read
   ReadOutcome outcome_ = ReadOutcome::Sample;
   NSErrorPtr error_;
 };

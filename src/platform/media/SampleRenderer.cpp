@@ -29,7 +29,7 @@ std::shared_ptr<SampleRenderer> SampleRenderer::create(Events events) {
     if (const auto woken = weakRenderer.lock()) woken->wake();
   };
   renderer->frames_->setDrawingHandler(wake);
-  renderer->supply_.setAnsweredHandler(wake);
+  renderer->supply_->setAnsweredHandler(wake);
   return renderer;
 }
 
@@ -57,7 +57,7 @@ void SampleRenderer::setTimebase(std::shared_ptr<CMTimebase> timebase) {
 
 void SampleRenderer::enqueue(QueuedSample sample) {
   // First of all: to a turn that finds the sample it must not look like the last one of long ago.
-  supply_.noteSample(TimeSource::now());
+  supply_->noteSample(TimeSource::now());
   bool begins = false;
   bool isAwaited = false;
   {
@@ -66,7 +66,7 @@ void SampleRenderer::enqueue(QueuedSample sample) {
     begins = std::exchange(status_, Status::Rendering) == Status::Unknown;
     isAwaited = backlog_.push(std::move(sample));
   }
-  if (!backlog_.hasRoom(now())) supply_.owe();
+  if (!backlog_.hasRoom(now())) supply_->owe();
   if (isAwaited) wake();
   if (begins) events_.statusChanged();
 }
@@ -77,6 +77,7 @@ void SampleRenderer::flush(Image image) {
   {
     MutexLock lock(statusMutex_);
     held = backlog_.flush();
+    supply_->beginRun(backlog_.generation());
     if (image == Image::Keep) {
       frames_->keepPicture();
     } else {
@@ -86,7 +87,6 @@ void SampleRenderer::flush(Image image) {
       error_ = nullptr;
     }
   }
-  supply_.noteFlush();
   queue_->async([held = std::move(held)] {});
   wake();
   if (image == Image::Remove) events_.pictureChanged();
@@ -96,18 +96,18 @@ void SampleRenderer::flush(Image image) {
 bool SampleRenderer::isReadyForMore() {
   if (status() == Status::Failed) return false;
   if (backlog_.hasRoom(now())) return true;
-  supply_.owe();
+  supply_->owe();
   return false;
 }
 
 void SampleRenderer::requestWhenReady(DispatchQueuePtr queue, std::function<void()> block) {
-  supply_.request(std::move(queue), std::move(block));
+  supply_->request(std::move(queue), std::move(block));
   // From a turn: what the client does right after asking comes before the first call.
   wake();
 }
 
 void SampleRenderer::stopRequesting() {
-  static_cast<void>(supply_.stop());
+  static_cast<void>(supply_->stop());
   wake();
 }
 
@@ -127,7 +127,7 @@ CMTime SampleRenderer::now() const {
 
 void SampleRenderer::close() {
   closed_ = true;
-  queue_->async([self = shared_from_this(), request = supply_.stop()] {
+  queue_->async([self = shared_from_this(), request = supply_->stop()] {
     if (self->timer_) self->timer_->cancel();
     self->timer_ = nullptr;
     self->decoder_.close();
@@ -197,11 +197,13 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
   if (!isAmidLeadIn) burst_.update(frames_->queued(), backlog_.framesForLeadIn());
   demand.ahead = burst_.isOn() && isPlaying;
   demand.overdue = isPlaying && hostNow - lastGiven_ >= kOverdueNanoseconds;
-  awaitsEnd_ = false;
+  awaitsQuiet_ = false;
   BacklogDecoder::Picture picture;
   for (int step = 0; step < kStepsPerTurn; ++step) {
     // Anew for each step: samples may come between two of them.
-    demand.supplyEnded = supply_.hasEnded(hostNow);
+    const auto prospect = supply_->prospect(decoder_.generation(), hostNow);
+    demand.supplyRests = prospect != MediaDataSupply::Prospect::Coming;
+    demand.supplyEnded = prospect == MediaDataSupply::Prospect::Ended;
     switch (decoder_.step(demand, picture)) {
       case DecodeStep::Working:
         break;
@@ -215,14 +217,14 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
       case DecodeStep::Stale:
         return true;
       case DecodeStep::Failed:
-        fail(decoder_.error());
+        failed_ = fail(decoder_.error());
         return false;
       case DecodeStep::Starved:
-        awaitsEnd_ = !demand.supplyEnded;
+        awaitsQuiet_ = !demand.supplyRests;
         return false;
       case DecodeStep::Idle:
-        awaitsEnd_ = !demand.supplyEnded && !decoder_.isSettled();
-        if (timebase.rate() == 0 && !awaitsEnd_) rest();
+        awaitsQuiet_ = !demand.supplyRests && !decoder_.isSettled();
+        if (timebase.rate() == 0 && !awaitsQuiet_) rest();
         return false;
     }
   }
@@ -253,19 +255,21 @@ void SampleRenderer::rest() {
 }
 
 void SampleRenderer::askForMore(CMTime now) {
-  if (supply_.owesCall() && backlog_.hasAmpleRoom(now)) supply_.call();
+  if (supply_->owesCall() && backlog_.hasAmpleRoom(now)) supply_->call();
 }
 
-void SampleRenderer::fail(NSErrorPtr error) {
-  failed_ = true;
-  decoder_.close();
+/// False when nobody is to hear of it: the samples were flushed, or are about to be.
+bool SampleRenderer::fail(NSErrorPtr error) {
   {
     MutexLock lock(statusMutex_);
-    if (backlog_.generation() != decoder_.generation()) return;
+    const uint64_t run = decoder_.generation();
+    if (backlog_.generation() != run || supply_->isLeft(run)) return false;
     status_ = Status::Failed;
     error_ = std::move(error);
   }
+  decoder_.close();
   events_.statusChanged();
+  return true;
 }
 
 void SampleRenderer::schedule(const CMTimebase& timebase, bool isBusy) {
@@ -284,7 +288,7 @@ void SampleRenderer::schedule(const CMTimebase& timebase, bool isBusy) {
   if (timebase.rate() < 0 && frames_->somebodyDraws()) {
     consider(timebase.hostTimeAtTime(frames_->shownTime() - CMTimeMake(1, 1'000'000)));
   }
-  if (awaitsEnd_) consider(supply_.endsAt());
+  if (awaitsQuiet_) consider(supply_->quietAt());
   if (decoder_.holdsLateFrame() && timebase.rate() > 0) consider(lastGiven_ + kOverdueNanoseconds);
   if (!next) return;
   timer_ = dispatch_timer_at(wakeHostTime(*next), queue_, [weakSelf = weak_from_this()] {

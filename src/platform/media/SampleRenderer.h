@@ -25,6 +25,11 @@ namespace zaffo::media {
 ///        ^                                                         │
 ///        └─────────────────── flush, picture removed ──────────────┘
 ///
+/// A failure is that of the samples since the last flush. It is not found as long as more of them
+/// may come, nor after the calls were stopped from elsewhere than one of them: whoever does that is
+/// about to flush, and would take the failure for one of what comes then. A request for more lifts
+/// that.
+///
 /// While the timebase stands still it decodes up to the picture that is due and keeps that one and
 /// the samples; while it moves, a few frames ahead.
 class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
@@ -71,14 +76,14 @@ class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
   void dropQueued();
   void rest();
   void askForMore(CMTime now);
-  void fail(NSErrorPtr error);
+  [[nodiscard]] bool fail(NSErrorPtr error);
   void schedule(const CMTimebase& timebase, bool isBusy);
 
   const Events events_;
   const DispatchQueuePtr queue_;
   const std::shared_ptr<FrameStore> frames_;
   SampleBacklog backlog_;
-  MediaDataSupply supply_;
+  const std::shared_ptr<MediaDataSupply> supply_ = std::make_shared<MediaDataSupply>();
   std::atomic<bool> closed_{false};
   std::atomic<bool> wakePosted_{false};
 
@@ -93,8 +98,8 @@ class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
   DecodeBurst burst_;
   bool failed_ = false;                        ///< until the next generation
   CMTime lastTime_ = kCMTimeNegativeInfinity;  ///< of the last turn of this generation
-  int64_t lastGiven_ = 0;   ///< host time of the last frame, or of the generation's begin
-  bool awaitsEnd_ = false;  ///< more is known once the supply has ended
+  int64_t lastGiven_ = 0;     ///< host time of the last frame, or of the generation's begin
+  bool awaitsQuiet_ = false;  ///< more is known once no sample is on its way
   DispatchTimerPtr timer_;
 };
 

@@ -21,10 +21,10 @@ class SampleCursor {
   [[nodiscard]] virtual ReadOutcome next(Sample& sample) = 0;
 
   /// Goes to the last sync sample that decoding of what is shown at `time` can start from; the
-  /// first one when `time` lies before it. False on a read error.
+  /// first one when `time` lies before it. False when it cannot; a lost sample is next()'s Error.
   [[nodiscard]] virtual bool seek(CMTime time) = 0;
 
-  /// Why the last call failed; null otherwise.
+  /// Why the last call failed, or the next next() will; null otherwise.
   [[nodiscard]] virtual NSErrorPtr error() const = 0;
 
   /// What a decoder of the samples needs to know, valid for the samples read from now on; owned by
@@ -43,8 +43,16 @@ class SampleSource {
 
   [[nodiscard]] virtual const std::vector<std::shared_ptr<const AVAssetTrack>>& tracks() const = 0;
   [[nodiscard]] virtual CMTime duration() const = 0;
-  /// Whether there is a decoder for one track at least.
-  [[nodiscard]] virtual bool isPlayable() const { return true; }
+  /// Why a track cannot be decoded, as far as the header tells: it is encrypted, or there is no
+  /// decoder for it. Null when it can, or when only decoding will tell.
+  [[nodiscard]] virtual NSErrorPtr whyNotDecoded(int trackID) const {
+    static_cast<void>(trackID);
+    return nullptr;
+  }
+  /// Why it cannot be played: why its first picture track cannot be decoded or, of sound alone, its
+  /// first sound track; and of no track at all, that. Null when it can.
+  [[nodiscard]] NSErrorPtr whyNotPlayed() const;
+  [[nodiscard]] bool isPlayable() const { return !whyNotPlayed(); }
 
   /// Whether its sound tracks are parts of one sound, to be heard together; otherwise they are
   /// alternatives.

@@ -7,10 +7,6 @@ namespace {
 
 constexpr CMTime kLeastDifference = CMTimeMake(1, 1'000'000'000);
 
-bool isDisposable(const Sample& sample) {
-  return sample.packet && (sample.packet->flags & AV_PKT_FLAG_DISPOSABLE);
-}
-
 }  // namespace
 
 bool isClearlyBefore(CMTime a, CMTime b) {
@@ -43,6 +39,7 @@ void SegmentWindow::takeSound(Sample sample) {
 }
 
 void SegmentWindow::takePicture(Sample sample) {
+  horizon_.pass(sample);
   if (CMTIME_IS_INVALID(syncPresentation_)) syncPresentation_ = sample.presentation;
   // What is shown before the sync sample and follows it in decode order leans on what lies before
   // it; nothing from the sync sample on needs it.
@@ -54,17 +51,9 @@ void SegmentWindow::takePicture(Sample sample) {
       (CMTIME_IS_INVALID(lastBefore_) || sample.presentation > lastBefore_)) {
     lastBefore_ = sample.presentation;
   }
-  if (place == Place::Inside || place == Place::Beyond) ++laterThanStart_;
-  beyondInARow_ = place == Place::Beyond ? beyondInARow_ + 1 : 0;
-  const CMTime decode = sample.decode;
-  const bool decodeIsKnown = CMTIME_IS_NUMERIC(decode);
-  if (place != Place::Beyond || !isDisposable(sample)) hold(std::move(sample), place);
-  if (laterThanStart_ >= kDeepestReordering || (decodeIsKnown && isClearlyBefore(start_, decode))) {
-    startIsKnown_ = true;
-  }
-  if (beyondInARow_ >= kDeepestReordering || (decodeIsKnown && !isClearlyBefore(decode, end_))) {
-    finish();
-  }
+  hold(std::move(sample), place);
+  if (isClearlyBefore(start_, horizon_.time())) startIsKnown_ = true;
+  if (!isClearlyBefore(horizon_.time(), end_)) finish();
 }
 
 SegmentWindow::Place SegmentWindow::placeOf(const Sample& sample) const {
@@ -103,13 +92,11 @@ bool SegmentWindow::give(Sample& sample) {
 SegmentWindow::Verdict SegmentWindow::judge(const Held& held) const {
   switch (held.place) {
     case Place::Hidden:
-      return isDisposable(held.sample) ? Verdict::Drop : Verdict::Hide;
+      return Verdict::Hide;
     case Place::Inside:
       return Verdict::Show;
     case Place::Before:
-      if (held.sample.presentation < lastBefore_) {
-        return isDisposable(held.sample) ? Verdict::Drop : Verdict::Hide;
-      }
+      if (held.sample.presentation < lastBefore_) return Verdict::Hide;
       return startIsKnown_ ? Verdict::Show : Verdict::Wait;
     case Place::Beyond:
       if (wanted_ > 0) return Verdict::Hide;

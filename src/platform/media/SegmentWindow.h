@@ -4,7 +4,7 @@
 
 #include "platform/AVAssetTrack.h"
 #include "platform/coremedia/CMTimeRange.h"
-#include "platform/media/Sample.h"
+#include "platform/media/ReorderHorizon.h"
 
 namespace zaffo::media {
 
@@ -40,6 +40,8 @@ class SegmentWindow {
     Inside,
     Beyond,  ///< begins at or after the end
   };
+  /// Whether other samples refer to one is the decoder's to see: what containers tell of that is
+  /// wrong in too many files.
   enum class Verdict { Show, Hide, Drop, Wait };
   struct Held {
     Sample sample;
@@ -59,8 +61,7 @@ class SegmentWindow {
   CMTime syncPresentation_;   ///< of the first sample
   CMTime lastBefore_;         ///< presentation of the latest one known that is Before
   bool startIsKnown_ = true;  ///< no later one can be Before
-  int laterThanStart_ = 0;
-  int beyondInARow_ = 0;
+  ReorderHorizon horizon_;
   bool complete_ = true;
 };
 

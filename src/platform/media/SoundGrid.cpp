@@ -45,7 +45,8 @@ CMTime SoundGrid::timeOf(int64_t timestamp) const {
   if (packetSamples_ == 0 || timestamp == AV_NOPTS_VALUE) return told;
   const AVRational samples{1, sampleRate_};
   const int64_t sample = av_rescale_q(timestamp, timeBase_, samples);
-  if (std::abs(sample) > INT64_MAX / 4) return told;
+  // What does not fit comes back as the least number there is, which has no absolute value.
+  if (sample > INT64_MAX / 4 || sample < -INT64_MAX / 4) return told;
   const int64_t packet = av_rescale(sample + delaySamples_, 1, packetSamples_);
   const int64_t exact = packet * packetSamples_ - delaySamples_;
   // The delay and the time itself were rounded by up to half a unit each.

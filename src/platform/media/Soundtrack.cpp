@@ -32,8 +32,10 @@ std::unique_ptr<Soundtrack> Soundtrack::create(const std::shared_ptr<SampleSourc
   std::vector<std::unique_ptr<AudioTrack>> used;
   for (const auto& track : source->tracks()) {
     if (track->mediaType != AVMediaTypeAudio) continue;
-    used.push_back(std::make_unique<AudioTrack>(source, track->trackID, rate,
-                                                volumeOf(track->trackID, volumes, rate)));
+    if (!source->whyNotDecoded(track->trackID)) {
+      used.push_back(std::make_unique<AudioTrack>(source, track->trackID, rate,
+                                                  volumeOf(track->trackID, volumes, rate)));
+    }
     if (!source->soundTracksAreOne()) break;
   }
   return used.empty() ? nullptr : std::make_unique<Soundtrack>(std::move(used), output);

@@ -13,9 +13,10 @@ constexpr int kCheapToRepeat = 16;
 VideoTrack::VideoTrack(std::shared_ptr<SampleSource> source, int trackID)
     : source_(std::move(source)), trackID_(trackID) {}
 
-void VideoTrack::beginSeek(CMTime time, CMTime earliest) {
+void VideoTrack::beginSeek(CMTime time, CMTime earliest, CMTime latest) {
   target_ = time;
   earliest_ = earliest;
+  latest_ = latest;
   candidate_ = {};
   lookahead_.reset();
   dropThrough_ = kCMTimeInvalid;
@@ -32,6 +33,9 @@ TrackStep VideoTrack::stepSeek(VideoFrame& frame) {
     case Search::None:
       return TrackStep::Error;
     case Search::Undecided:
+      return decideSearch();
+    case Search::NextSync:
+      return stepToNextSync();
     case Search::DrainedSync:
       return stepDrainedSync(frame);
     case Search::Exact:
@@ -40,29 +44,54 @@ TrackStep VideoTrack::stepSeek(VideoFrame& frame) {
   return TrackStep::Error;
 }
 
-TrackStep VideoTrack::stepDrainedSync(VideoFrame& frame) {
-  if (search_ == Search::Undecided) {
-    Sample sample;
-    switch (cursor_->next(sample)) {
-      case ReadOutcome::Again:
-        return TrackStep::Again;
-      case ReadOutcome::Error:
-        return fail(cursor_->error());
-      case ReadOutcome::End:
-        return TrackStep::End;
-      case ReadOutcome::Sample:
-        break;
-    }
-    const bool wanted = sample.sync && sample.shown &&
-                        (sample.presentation >= target_ || sample.presentation >= earliest_);
-    search_ = wanted ? Search::DrainedSync : Search::Exact;
-    if (!wanted) skipUpTo_ = target_;
-    if (sample.presentation <= target_) latestSentUpTo_ = sample.presentation;
-    send(sample);
-    if (!wanted) return TrackStep::Working;
-    decoder_->drain();
-    draining_ = true;
+TrackStep VideoTrack::decideSearch() {
+  Sample sample;
+  switch (cursor_->next(sample)) {
+    case ReadOutcome::Again:
+      return TrackStep::Again;
+    case ReadOutcome::Error:
+      return fail(cursor_->error());
+    case ReadOutcome::End:
+      return TrackStep::End;
+    case ReadOutcome::Sample:
+      break;
   }
+  const bool wanted = sample.sync && sample.shown &&
+                      (sample.presentation >= target_ || sample.presentation >= earliest_);
+  if (sample.presentation <= target_) latestSentUpTo_ = sample.presentation;
+  if (wanted) return drainSync(sample);
+  passedNewStart_ = sample.startsAnew;
+  search_ = latest_ > target_ ? Search::NextSync : Search::Exact;
+  if (search_ == Search::NextSync) return TrackStep::Working;
+  skipUpTo_ = target_;
+  send(sample);
+  return TrackStep::Working;
+}
+
+/// Reads on to the next sync sample: nothing before it needs to be decoded if it will do.
+TrackStep VideoTrack::stepToNextSync() {
+  Sample sample;
+  const ReadOutcome outcome = cursor_->next(sample);
+  if (outcome == ReadOutcome::Again) return TrackStep::Again;
+  if (outcome != ReadOutcome::Sample) return searchAgain();
+  passedNewStart_ = passedNewStart_ || sample.startsAnew;
+  const bool isBeyond = CMTIME_IS_NUMERIC(sample.decode) && sample.decode > latest_;
+  const bool isSync = sample.sync && sample.shown && sample.presentation > target_;
+  if (isBeyond || (isSync && sample.presentation > latest_)) return searchAgain();
+  if (!isSync) return TrackStep::Working;
+  sample.startsAnew = passedNewStart_;
+  return drainSync(sample);
+}
+
+TrackStep VideoTrack::drainSync(const Sample& sample) {
+  search_ = Search::DrainedSync;
+  send(sample);
+  decoder_->drain();
+  draining_ = true;
+  return TrackStep::Working;
+}
+
+TrackStep VideoTrack::stepDrainedSync(VideoFrame& frame) {
   if (decoder_->receive(frame) == DecodeOutcome::Ok) {
     search_ = Search::None;
     resumeAfter(frame);

@@ -31,9 +31,9 @@ class VideoTrack {
  public:
   VideoTrack(std::shared_ptr<SampleSource> source, int trackID);
 
-  /// Starts the search for the frame shown at `time`; a sync sample's frame from `earliest` on
-  /// will do as well.
-  void beginSeek(CMTime time, CMTime earliest);
+  /// Starts the search for the frame shown at `time`; a sync sample's frame from `earliest` to
+  /// `latest` will do as well.
+  void beginSeek(CMTime time, CMTime earliest, CMTime latest);
   /// A step of the search: Frame when found.
   [[nodiscard]] TrackStep stepSeek(VideoFrame& frame);
 
@@ -65,6 +65,9 @@ class VideoTrack {
   [[nodiscard]] TrackStep searchAgain();
   [[nodiscard]] TrackStep feed();
   [[nodiscard]] bool maySkip(const Sample& sample);
+  [[nodiscard]] TrackStep decideSearch();
+  [[nodiscard]] TrackStep stepToNextSync();
+  [[nodiscard]] TrackStep drainSync(const Sample& sample);
   [[nodiscard]] TrackStep stepDrainedSync(VideoFrame& frame);
   [[nodiscard]] TrackStep stepExact(VideoFrame& frame);
   [[nodiscard]] TrackStep fail(NSErrorPtr error);
@@ -73,6 +76,7 @@ class VideoTrack {
   enum class Search {
     None,
     Undecided,    ///< the first sample will tell
+    NextSync,     ///< the sync sample after the time may do: look for it without decoding
     DrainedSync,  ///< the sync sample itself is wanted: drain it out
     Exact,        ///< decode up to the first frame after the time
   };
@@ -88,6 +92,8 @@ class VideoTrack {
   Search search_ = Search::None;
   CMTime target_ = kCMTimeInvalid;
   CMTime earliest_ = kCMTimeInvalid;
+  CMTime latest_ = kCMTimeInvalid;
+  bool passedNewStart_ = false;  ///< on the way to the next sync sample
   VideoFrame candidate_;
   std::optional<VideoFrame> lookahead_;
 

@@ -160,6 +160,7 @@ void CALayer::setMasksToBounds(bool masks) {
 }
 
 void CALayer::setNeedsDisplay() {
+  if (!state_->superlayer && !state_->displayRequestHandler) return;  // nobody to ask
   assertMainThread();
   const CALayer* root = this;
   for (const CALayer* each = this; each; each = each->state_->superlayer) {

@@ -8,14 +8,16 @@
 #include <utility>
 
 #include "platform/FatalError.h"
+#include "platform/Thread.h"
 
 namespace zaffo::window {
 
 ConnectionWatcher::ConnectionWatcher(int fileDescriptor, std::function<void()> readable)
     : wakeDescriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   if (wakeDescriptor_ < 0) fatalError("Window: no file descriptor is left for its events.");
-  thread_ = std::thread(
-      [this, fileDescriptor, readable = std::move(readable)] { watch(fileDescriptor, readable); });
+  thread_ = startThread("zaffo-events", [this, fileDescriptor, readable = std::move(readable)] {
+    watch(fileDescriptor, readable);
+  });
 }
 
 ConnectionWatcher::~ConnectionWatcher() {

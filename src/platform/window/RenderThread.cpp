@@ -3,6 +3,7 @@
 #include <future>
 #include <utility>
 
+#include "platform/Thread.h"
 #include "platform/ThreadPriority.h"
 
 namespace zaffo::window {
@@ -15,13 +16,14 @@ RenderThread::~RenderThread() {
 std::shared_ptr<const NSError> RenderThread::start(MakeCanvas makeCanvas) {
   std::promise<std::shared_ptr<const NSError>> made;
   auto outcome = made.get_future();
-  thread_ = std::thread([this, make = std::move(makeCanvas), made = std::move(made)]() mutable {
-    lowerThreadPriority();
-    std::shared_ptr<const NSError> error;
-    const std::unique_ptr<Canvas> canvas = make(&error);
-    made.set_value(error);
-    if (canvas) runTasks(*canvas);
-  });
+  thread_ = startThread("zaffo-draw",
+                        [this, make = std::move(makeCanvas), made = std::move(made)]() mutable {
+                          lowerThreadPriority();
+                          std::shared_ptr<const NSError> error;
+                          const std::unique_ptr<Canvas> canvas = make(&error);
+                          made.set_value(error);
+                          if (canvas) runTasks(*canvas);
+                        });
   return outcome.get();
 }
 

@@ -200,6 +200,7 @@ TEST(AVAssetImageGenerator, BadFilesGiveTheErrorOfTheirLoadingOrDecoding) {
   EXPECT_EQ(codeOf("absurd_size.mp4"), AVErrorDecoderNotFound);
   EXPECT_EQ(codeOf("no_key_frame.mp4"), AVErrorDecodeFailed);
   EXPECT_EQ(codeOf("protected.mp4"), AVErrorContentIsProtected);
+  EXPECT_EQ(codeOf("protected.webm"), AVErrorContentIsProtected) << "its header alone tells";
 }
 
 TEST(AVAssetImageGenerator, TheActualTimeAndTheErrorMayBeLeftOut) {

@@ -165,11 +165,23 @@ TEST_F(AVAssetReaderTest, AFileThatWasCutShortFailsAfterItsWholeSamples) {
   EXPECT_EQ(run.reader->status(), AVAssetReaderStatus::Failed) << "that is final";
 }
 
-TEST_F(AVAssetReaderTest, ProtectedSamplesFailTheReader) {
-  const Run run = startRun(loadedClip("protected.mp4"));
+TEST_F(AVAssetReaderTest, ARangeThatStartsBeyondACutFailsWithoutASample) {
+  const Run run = startRun(loadedClip("cut_5.mp4"), CMTimeMake(7, 2));
   EXPECT_TRUE(readAll(run).empty());
   EXPECT_EQ(run.reader->status(), AVAssetReaderStatus::Failed);
-  EXPECT_EQ(run.reader->error()->code(), AVErrorContentIsProtected);
+  ASSERT_NE(run.reader->error(), nullptr);
+  EXPECT_EQ(run.reader->error()->code(), AVErrorFileFailedToParse);
+}
+
+TEST_F(AVAssetReaderTest, WhatTheHeaderTellsNotToBePlayableCannotBeRead) {
+  for (const auto& [name, code] : {std::pair{"protected.mp4", AVErrorContentIsProtected},
+                                   {"protected.webm", AVErrorContentIsProtected},
+                                   {"unknown_codec_with_sound.mp4", AVErrorDecoderNotFound}}) {
+    std::shared_ptr<const NSError> error;
+    EXPECT_EQ(AVAssetReader::create(loadedClip(name), &error), nullptr) << name;
+    ASSERT_NE(error, nullptr) << name;
+    EXPECT_EQ(error->code(), code) << name;
+  }
 }
 
 TEST_F(AVAssetReaderTest, GivesNothingOnceCancelled) {

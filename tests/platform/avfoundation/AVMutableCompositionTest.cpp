@@ -139,6 +139,52 @@ TEST_F(AVMutableCompositionTest, RefusesWhatCannotBeInsertedAndStaysAsItWas) {
   EXPECT_FALSE(track_->insertTimeRange(range(0, 500), nullptr, at(0), nullptr));
 }
 
+TEST_F(AVMutableCompositionTest, SoundThatIsNotThereIsSilenceAndAPictureThatIsNotThereIsRefused) {
+  const auto sound = asset_->tracksWithMediaType(AVMediaTypeAudio).front();
+  const auto heard = composition_->addMutableTrackWithMediaType(AVMediaTypeAudio, 0);
+  EXPECT_TRUE(heard->insertTimeRange(range(5000, 500), sound, at(0), nullptr));
+  EXPECT_TRUE(heard->segments().empty());
+  EXPECT_TRUE(heard->insertTimeRange(range(1000, 500), sound, at(0), nullptr));
+  EXPECT_TRUE(heard->insertTimeRange(range(5000, 500), sound, at(200), nullptr));
+  EXPECT_EQ(describe(*heard), "A1000@0+500");
+  EXPECT_FALSE(heard->insertTimeRange(range(1000, -500), sound, at(0), nullptr));
+  EXPECT_FALSE(insert(range(5000, 500), at(0)));
+}
+
+TEST_F(AVMutableCompositionTest, WhatFollowsARemovedRangeMovesUp) {
+  ASSERT_TRUE(insert(range(0, 500), at(0)));
+  ASSERT_TRUE(insert(range(1000, 500), at(500)));
+  ASSERT_TRUE(insert(range(2000, 500), at(1500)));
+  ASSERT_EQ(describe(*track_), "A0@0+500 A1000@500+500 -@1000+500 A2000@1500+500");
+  track_->removeTimeRange(range(400, 200));
+  EXPECT_EQ(describe(*track_), "A0@0+400 A1100@400+400 -@800+500 A2000@1300+500");
+  track_->removeTimeRange(range(400, 400));
+  EXPECT_EQ(describe(*track_), "A0@0+400 -@400+500 A2000@900+500");
+  track_->removeTimeRange(range(100, 200));
+  EXPECT_EQ(describe(*track_), "A0@0+100 A300@100+100 -@200+500 A2000@700+500");
+  track_->removeTimeRange(range(600, 9000));
+  EXPECT_EQ(describe(*track_), "A0@0+100 A300@100+100 -@200+400");
+  EXPECT_EQ(composition_->duration(), at(600));
+  track_->removeTimeRange(range(0, 600));
+  EXPECT_TRUE(track_->segments().empty());
+}
+
+TEST_F(AVMutableCompositionTest, RemovingWhatIsNotThereChangesNothing) {
+  track_->removeTimeRange(range(0, 100));
+  ASSERT_TRUE(insert(range(1000, 500), at(0)));
+  const auto before = composition_->copy();
+  for (const CMTimeRange none :
+       {range(500, 100), range(100, 0), range(100, -50), range(-100, 200), kCMTimeRangeInvalid,
+        CMTimeRange{at(100), kCMTimePositiveInfinity}}) {
+    track_->removeTimeRange(none);
+    EXPECT_EQ(describe(*track_), "A1000@0+500");
+  }
+  EXPECT_EQ(composition_->copy(), before);
+  track_->removeTimeRange(range(100, 100));
+  EXPECT_NE(composition_->copy(), before);
+  EXPECT_EQ(before->duration(), at(500)) << "a copy stays as it was";
+}
+
 TEST_F(AVMutableCompositionTest, RefusesATrackWhoseAssetIsGone) {
   asset_.reset();
   EXPECT_FALSE(insert(range(0, 500), at(0)));
@@ -243,6 +289,19 @@ TEST_F(AVMutableCompositionTest, IsReadableAndPlayableWithItsSources) {
   EXPECT_TRUE(composition_->isPlayable());
 }
 
+TEST_F(AVMutableCompositionTest, OneOfWhatCannotBeDecodedIsNotPlayable) {
+  for (const char* name : {"protected.mp4", "unknown_codec_with_sound.mp4"}) {
+    const auto bad = loadedAsset(test::clip(name));
+    composition_ = AVMutableComposition::create();
+    track_ = composition_->addMutableTrackWithMediaType(AVMediaTypeVideo, 0);
+    ASSERT_TRUE(insert(range(0, 200), at(0)));
+    EXPECT_TRUE(composition_->isPlayable());
+    const auto picture = bad->tracksWithMediaType(AVMediaTypeVideo).front();
+    ASSERT_TRUE(track_->insertTimeRange(range(0, 200), picture, at(200), nullptr));
+    EXPECT_FALSE(composition_->isPlayable()) << name;
+  }
+}
+
 TEST_F(AVMutableCompositionTest, ACopyStaysAsItWas) {
   ASSERT_TRUE(insert(range(0, 500), at(0)));
   const auto copy = composition_->copy();
@@ -291,6 +350,10 @@ class NaiveTrack {
     for (int i = start; i < start + duration && i < 4000; ++i) inserted.push_back(i);
     list_.insert(list_.begin() + place, inserted.begin(), inserted.end());
   }
+  void remove(int start, int duration) {
+    const int end = std::min(start + duration, static_cast<int>(list_.size()));
+    if (start < end) list_.erase(list_.begin() + start, list_.begin() + end);
+  }
   [[nodiscard]] const std::vector<int>& list() const { return list_; }
 
  private:
@@ -313,7 +376,7 @@ std::vector<int> listOf(const AVMutableCompositionTrack& track) {
   return list;
 }
 
-TEST_F(AVMutableCompositionTest, RandomInsertionsComeToWhatANaiveListComesTo) {
+TEST_F(AVMutableCompositionTest, RandomChangesComeToWhatANaiveListComesTo) {
   const auto seed = std::random_device()();
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);
@@ -329,6 +392,10 @@ TEST_F(AVMutableCompositionTest, RandomInsertionsComeToWhatANaiveListComesTo) {
       const int place = pick(0, static_cast<int>(naive.list().size()) + 300);
       ASSERT_TRUE(insert(range(start, duration), at(place)));
       naive.insert(start, duration, place);
+      if (pick(0, 2) > 0) continue;
+      const int from = pick(0, static_cast<int>(naive.list().size())), length = pick(1, 600);
+      track_->removeTimeRange(range(from, length));
+      naive.remove(from, length);
     }
     ASSERT_EQ(listOf(*track_), naive.list());
     ASSERT_EQ(composition_->duration(), at(static_cast<int64_t>(naive.list().size())));

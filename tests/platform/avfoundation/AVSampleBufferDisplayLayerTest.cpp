@@ -1,5 +1,8 @@
 #include "platform/avfoundation/AVSampleBufferDisplayLayer.h"
 
+#include <atomic>
+#include <thread>
+
 #include "platform/AVError.h"
 #include "platform/avfoundation/DisplayLayerFixture.h"
 
@@ -57,6 +60,38 @@ TEST_F(AVSampleBufferDisplayLayerTest, TurnsThePictureUprightByThePreferredTrans
   EXPECT_GT(draw()->destination.size.width, draw()->destination.size.height);
   layer_->setPreferredTransform({-1, 0, 0, 1, 144, 0});
   EXPECT_TRUE(draw()->mirrored);
+}
+
+TEST_F(AVSampleBufferDisplayLayerTest, IsMadeAndLaidOutFromAnyThreadWhileItIsDrawn) {
+  start(clip("h264_30.mp4"));
+  time_.settle();
+  ASSERT_TRUE(draw());
+  requests_ = 0;
+  std::atomic<bool> done{false};
+  std::thread other([&] {
+    EXPECT_TRUE(AVSampleBufferDisplayLayer::create());
+    EXPECT_TRUE(AVPlayerLayer::create());
+    for (int i = 0; i < 1000; ++i) {
+      layer_->setVideoGravity(i % 2 == 0 ? AVLayerVideoGravityResize
+                                         : AVLayerVideoGravityResizeAspectFill);
+      layer_->setPreferredTransform({0, 1, -1, 0, static_cast<double>(i), 0});
+      EXPECT_LE(layer_->presentedFrames(), 1u);
+      EXPECT_GE(layer_->firstPresentedHostTime(), 0);
+    }
+    layer_->setVideoGravity(AVLayerVideoGravityResize);
+    done = true;
+  });
+  while (!done) {
+    const auto picture = draw();
+    if (!picture) break;
+    layer_->didPresent(picture->buffer, TimeSource::now());
+  }
+  other.join();
+  time_.settle();
+  EXPECT_GT(requests_, 0) << "asks to be drawn anew, on the main thread";
+  EXPECT_EQ(layer_->videoGravity(), AVLayerVideoGravityResize);
+  EXPECT_EQ(draw()->destination, CGRectMake(0, 0, 400, 400));
+  EXPECT_EQ(draw()->quarterTurns, 1);
 }
 
 TEST_F(AVSampleBufferDisplayLayerTest, AsksForADrawOncePerDrawWhilePlaying) {
@@ -129,6 +164,21 @@ TEST_F(AVSampleBufferDisplayLayerTest, TellsTheObserversOfEachChangeOfItsStatus)
   time_.settle();
   EXPECT_EQ(shown(), 0) << "it can be used again";
   EXPECT_EQ(seen.size(), 3u);
+}
+
+TEST_F(AVSampleBufferDisplayLayerTest, AFailureIsToldOnceToWhoeverObservesInTheNextBlockOfMain) {
+  std::vector<Status> seen;
+  KeyValueObservation observation;
+  start(clip("no_key_frame.mp4"));
+  dispatch_async(dispatch_get_main_queue(), [&] {
+    observation = layer_->observeStatus([&] { seen.push_back(layer_->status()); });
+  });
+  dispatch_wait_until_idle();  // by now the layer knows
+  EXPECT_EQ(layer_->status(), Status::Unknown);
+  EXPECT_FALSE(layer_->error());
+  time_.advance(kNanosecondsPerSecond);
+  EXPECT_EQ(seen, (std::vector{Status::Rendering, Status::Failed}));
+  EXPECT_TRUE(layer_->error());
 }
 
 TEST_F(AVSampleBufferDisplayLayerTest, PassesOverMarkersAndSamplesOfNobodyKnowsWhat) {

@@ -99,6 +99,17 @@ class CompositionPlaybackTest : public PlayerFixture {
     EXPECT_NEAR(CMTimeGetSeconds(actual), CMTimeGetSeconds(last->from), 1e-9) << time;
   }
 
+  /// Where the last frame that can be read ends.
+  static double secondsOfPicture(const AVAsset& asset) {
+    const auto track = asset.tracksWithMediaType(AVMediaTypeVideo).front();
+    const auto cursor = asset.sampleSource()->openCursor(track->trackID, nullptr);
+    media::Sample sample;
+    double end = 0;
+    while (cursor->next(sample) == media::ReadOutcome::Sample)
+      end = std::max(end, CMTimeGetSeconds(sample.presentation + sample.duration));
+    return end;
+  }
+
   std::shared_ptr<AVMutableComposition> composition_ = AVMutableComposition::create();
   std::shared_ptr<AVMutableCompositionTrack> video_ =
       composition_->addMutableTrackWithMediaType(AVMediaTypeVideo, 0);
@@ -224,19 +235,31 @@ TEST_F(CompositionPlaybackTest, TheLastFrameBeforeAGapStaysOnShowInIt) {
   EXPECT_EQ(shown(), 8);
 }
 
+/// Two copies of a torn file with its sound as a loop lays it: the second copy's is there before
+/// the first one's has come to its end.
 TEST_F(CompositionPlaybackTest, ATornSourceFailsTheItemWhereItIsTorn) {
   const auto torn = loadedAsset(test::clip("cut_5.mp4"));
-  const auto source = torn->tracksWithMediaType(AVMediaTypeVideo).front();
+  const double whole = secondsOfPicture(*torn);
+  ASSERT_GT(whole, 1);
+  ASSERT_LT(whole, 3);
+  const auto picture = torn->tracksWithMediaType(AVMediaTypeVideo).front();
+  const auto sound = torn->tracksWithMediaType(AVMediaTypeAudio).front();
   for (int i = 0; i < 2; ++i) {
-    ASSERT_TRUE(video_->insertTimeRange(range(50, 3900), source, kCMTimeInvalid, nullptr));
+    const auto track = composition_->addMutableTrackWithMediaType(AVMediaTypeAudio, 0);
+    ASSERT_TRUE(video_->insertTimeRange(range(50, 3900), picture, at(3900 * i), nullptr));
+    ASSERT_TRUE(track->insertTimeRange(range(50, 3950), sound, at(3900 * i), nullptr));
   }
   const auto item = openComposition();
   const auto failed = count(AVPlayerItemFailedToPlayToEndTimeNotification);
-  player_->setRate(1);
-  time_.advance(9 * kNanosecondsPerSecond);
+  const int64_t mediaStart = start();
+  while (*failed == 0 && time_.nanoseconds() - mediaStart < 9 * kNanosecondsPerSecond)
+    time_.advance(10 * kMillisecond);
   EXPECT_EQ(*failed, 1);
+  EXPECT_NEAR(static_cast<double>(time_.nanoseconds() - mediaStart) / 1e9, whole - 0.05, 0.05);
+  EXPECT_NEAR(seconds(), whole - 0.05, 0.05);
   ASSERT_NE(item->error(), nullptr);
   EXPECT_EQ(item->error()->code(), AVErrorFileFailedToParse);
+  EXPECT_EQ(player_->rate(), 0);
 }
 
 TEST_F(CompositionPlaybackTest, ThePlayerShowsTheTransformOfTheTrack) {

@@ -39,9 +39,37 @@ TEST_F(PlayerFailureTest, WhatIsNoVideoFailsTheItemWithATextToActOn) {
   }
 }
 
+TEST_F(PlayerFailureTest, WhatTheHeaderTellsFailsTheItemBeforeItIsReady) {
+  for (const auto& [name, code] : {std::pair{"protected.mp4", AVErrorContentIsProtected},
+                                   {"protected_with_sound.mp4", AVErrorContentIsProtected},
+                                   {"protected.webm", AVErrorContentIsProtected},
+                                   {"unknown_codec.mp4", AVErrorDecoderNotFound},
+                                   {"unknown_codec_with_sound.mp4", AVErrorDecoderNotFound},
+                                   {"refused_codec.mp4", AVErrorDecoderNotFound},
+                                   {"absurd_size.mp4", AVErrorDecoderNotFound}}) {
+    const auto item = loadedItem(name);
+    player_->replaceCurrentItemWithPlayerItem(item);
+    EXPECT_EQ(item->status(), AVPlayerItemStatus::Failed) << name;
+    ASSERT_NE(item->error(), nullptr) << name;
+    EXPECT_EQ(item->error()->code(), code) << name;
+    player_->setRate(1);
+    EXPECT_EQ(player_->rate(), 0) << name;
+  }
+}
+
+TEST_F(PlayerFailureTest, ThePictureIsPlayedWithoutSoundThatCannotBeDecoded) {
+  const auto ended = count(AVPlayerItemDidPlayToEndTimeNotification);
+  const auto item = open("protected_sound.mp4");
+  EXPECT_EQ(item->status(), AVPlayerItemStatus::ReadyToPlay);
+  player_->setRate(1);
+  time_.advance(5 * kNanosecondsPerSecond);
+  EXPECT_EQ(*ended, 1);
+  EXPECT_EQ(shown(), 119);
+}
+
 TEST_F(PlayerFailureTest, WhatCannotBeDecodedFailsTheItemAndItsPreroll) {
-  for (const char* name :
-       {"unknown_codec.mp4", "refused_codec.mp4", "protected.mp4", "no_key_frame.mp4"}) {
+  for (const char* name : {"unknown_codec.mp4", "refused_codec.mp4", "protected.mp4",
+                           "no_key_frame.mp4", "no_key_frame_with_sound.mp4"}) {
     const auto failed = count(AVPlayerItemFailedToPlayToEndTimeNotification);
     const auto item = loadedItem(name);
     player_->replaceCurrentItemWithPlayerItem(item);
@@ -119,6 +147,36 @@ TEST_F(PlayerFailureTest, TheSmallestAndTheLargestPictureAreShown) {
     ASSERT_NE(picture.buffer, nullptr) << name;
     EXPECT_EQ(picture.buffer->cropWidth, width) << name;
   }
+}
+
+TEST_F(PlayerFailureTest, AnItemThatAnotherPlayerHasIsRefusedAndNothingChanges) {
+  const auto item = open("video_only.mp4");
+  auto other = AVPlayer::create();
+  const auto own = loadedItem("h264_30.mp4");
+  other->replaceCurrentItemWithPlayerItem(own);
+  time_.settle();
+  EXPECT_THROW(other->replaceCurrentItemWithPlayerItem(item), NSErrorException);
+  EXPECT_EQ(other->currentItem(), own);
+  EXPECT_EQ(player_->currentItem(), item);
+  EXPECT_EQ(shown(), 0);
+  player_->setRate(1);
+  other->setRate(1);
+  time_.advance(kNanosecondsPerSecond);
+  EXPECT_NEAR(seconds(), 1, 0.01);
+  EXPECT_GT(other->currentTime(), CMTimeMake(9, 10));
+}
+
+TEST_F(PlayerFailureTest, AnItemMayGoFromOnePlayerToAnother) {
+  const auto item = open("video_only.mp4");
+  player_->replaceCurrentItemWithPlayerItem(item);
+  auto other = AVPlayer::create();
+  player_->replaceCurrentItemWithPlayerItem(nullptr);
+  other->replaceCurrentItemWithPlayerItem(item);
+  EXPECT_EQ(other->currentItem(), item);
+  other.reset();
+  EXPECT_NO_THROW(player_->replaceCurrentItemWithPlayerItem(item)) << "its player is gone";
+  time_.settle();
+  EXPECT_EQ(shown(), 0);
 }
 
 TEST_F(PlayerFailureTest, AGoodItemAfterABadOnePlays) {

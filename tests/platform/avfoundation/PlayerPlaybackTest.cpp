@@ -1,7 +1,10 @@
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
+#include "platform/avfoundation/EnginePlayer.h"
 #include "platform/avfoundation/PlayerFixture.h"
+#include "platform/media/CapturedOutput.h"
 #include "platform/media/MediaServices.h"
 
 namespace zaffo {
@@ -18,6 +21,14 @@ class PlayerPlaybackTest : public PlayerFixture {
     while (seconds() == 0) time_.advance(kMillisecond);
   }
 };
+
+TEST_F(PlayerPlaybackTest, IsReadyFromTheStartAndStaysSoWhateverBecomesOfItsItems) {
+  EXPECT_EQ(player_->status(), AVPlayerStatus::ReadyToPlay);
+  const auto item = open("text.mp4");
+  ASSERT_EQ(item->status(), AVPlayerItemStatus::Failed);
+  EXPECT_EQ(player_->status(), AVPlayerStatus::ReadyToPlay);
+  EXPECT_EQ(player_->error(), nullptr);
+}
 
 TEST_F(PlayerPlaybackTest, AnItemWithLoadedKeysIsReadyTheMomentThePlayerGetsIt) {
   const auto item = loadedItem("h264_30.mp4");
@@ -338,6 +349,23 @@ TEST_F(PlayerPlaybackTest, TheVolumeIsClampedAndKept) {
   EXPECT_EQ(player_->volume(), 1);
   player_->setVolume(-1);
   EXPECT_EQ(player_->volume(), 0);
+}
+
+TEST_F(PlayerPlaybackTest, AVolumeSetBeforeTheItemIsThereHoldsForIt) {
+  const auto loudest = [this](float volume) {
+    media::CapturedOutput output;
+    auto player = EnginePlayer::create(output);
+    player->setVolume(volume);
+    player->replaceCurrentItemWithPlayerItem(loadedItem("audio_only.m4a"));
+    player->setRate(1);
+    time_.advance(kNanosecondsPerSecond);
+    const auto heard = output.heard(0, output.present());
+    player.reset();
+    time_.settle();
+    return *std::max_element(heard.begin(), heard.end());
+  };
+  EXPECT_GT(loudest(1), 0.4f);
+  EXPECT_NEAR(loudest(0.25f), loudest(1) / 4, 1e-4);
 }
 
 TEST_F(PlayerPlaybackTest, SoundAloneAndPictureAloneBothPlayToTheirEnds) {

@@ -1,11 +1,21 @@
 #include <cmath>
 
+#include "doubles/BusyPool.h"
+#include "platform/avfoundation/AVComposition.h"
 #include "platform/avfoundation/PlayerFixture.h"
 
 namespace zaffo {
 namespace {
 
-class PlayerSeekTest : public PlayerFixture {};
+class PlayerSeekTest : public PlayerFixture {
+ protected:
+  std::optional<bool> seekWithin(CMTime time, CMTime before, CMTime after) {
+    std::optional<bool> result;
+    player_->seekToTime(time, before, after, [&](bool finished) { result = finished; });
+    time_.settle();
+    return result;
+  }
+};
 
 class SeekInEveryFrameOf : public PlayerSeekTest,
                            public testing::WithParamInterface<const char*> {};
@@ -36,6 +46,14 @@ TEST_F(PlayerSeekTest, AFrameIsShownFromItsOwnTimeToJustBeforeTheNext) {
     EXPECT_EQ(seekExactly(CMTimeMake(frame, 30)), true);
     EXPECT_EQ(shown(), frame);
     EXPECT_EQ(seekExactly(CMTimeMake((frame + 1) * 1000 - 1, 30000)), true);
+    EXPECT_EQ(shown(), frame);
+  }
+}
+
+TEST_F(PlayerSeekTest, FindsTheVeryFrameFarBehindTheSyncSample) {
+  open("one_key_frame.mp4");
+  for (const int frame : {599, 301, 1, 450}) {
+    EXPECT_EQ(seekExactly(CMTimeMake(2 * frame + 1, 60)), true);
     EXPECT_EQ(shown(), frame);
   }
 }
@@ -117,6 +135,70 @@ TEST_F(PlayerSeekTest, AToleranceLetsTheSyncSampleDo) {
   EXPECT_EQ(shown(), 90);
 }
 
+TEST_F(PlayerSeekTest, AToleranceAfterTheTimeLetsTheNextSyncSampleDo) {
+  open("h264_30.mp4");
+  EXPECT_EQ(seekWithin(CMTimeMake(19, 10), kCMTimeZero, CMTimeMake(1, 10)), true);
+  EXPECT_EQ(shown(), 60);
+  EXPECT_EQ(seconds(), 2.0);
+  EXPECT_EQ(seekWithin(CMTimeMake(21, 10), kCMTimeZero, kCMTimePositiveInfinity), true);
+  EXPECT_EQ(shown(), 90);
+  EXPECT_EQ(seconds(), 3.0);
+  player_->setRate(1);
+  time_.advance(kNanosecondsPerSecond / 2);
+  EXPECT_EQ(shown(), static_cast<int>(seconds() * 30)) << "and goes on from there";
+}
+
+TEST_F(PlayerSeekTest, TheVeryFrameIsShownWhereNoSyncSampleIsWithinTheTolerances) {
+  open("h264_30.mp4");
+  EXPECT_EQ(seekWithin(CMTimeMake(19, 10), CMTimeMake(1, 10), CMTimeMake(9, 100)), true);
+  EXPECT_EQ(shown(), 57);
+  EXPECT_EQ(seconds(), 1.9);
+  EXPECT_EQ(seekWithin(CMTimeMake(35, 10), kCMTimeZero, kCMTimePositiveInfinity), true);
+  EXPECT_EQ(shown(), 105) << "no sync sample follows";
+  EXPECT_EQ(seconds(), 3.5);
+  EXPECT_EQ(seekWithin(CMTimeMake(191, 100), CMTimeMake(1, 1000), CMTimeMake(1, 1000)), true);
+  EXPECT_EQ(shown(), 57);
+  EXPECT_EQ(seconds(), 1.91) << "not where its frame begins, which is too early";
+}
+
+TEST_F(PlayerSeekTest, TheSyncSampleBeforeTheTimeIsPreferred) {
+  open("h264_30.mp4");
+  EXPECT_EQ(seekWithin(CMTimeMake(19, 10), CMTimeMake(1, 1), CMTimeMake(1, 1)), true);
+  EXPECT_EQ(shown(), 30);
+}
+
+TEST_F(PlayerSeekTest, TolerancesCountByTheirAbsoluteValuesAndThoseThatAreNoneForNone) {
+  open("h264_30.mp4");
+  EXPECT_EQ(seekWithin(CMTimeMake(19, 10), CMTimeMake(-1, 1), kCMTimeZero), true);
+  EXPECT_EQ(shown(), 30);
+  EXPECT_EQ(seekWithin(CMTimeMake(19, 10), kCMTimeZero, CMTimeMake(-1, 1)), true);
+  EXPECT_EQ(shown(), 60);
+  for (const CMTime none : {kCMTimeInvalid, kCMTimeIndefinite, kCMTimeNegativeInfinity}) {
+    EXPECT_EQ(seekWithin(CMTimeMake(19, 10), none, none), true);
+    EXPECT_EQ(shown(), 57);
+    EXPECT_EQ(seconds(), 1.9);
+  }
+}
+
+TEST_F(PlayerSeekTest, ASeekWithToleranceInALoopShowsAFrameWithin) {
+  const auto composition = AVMutableComposition::create();
+  const auto asset = loadedAsset(test::clip("h264_30.mp4"));
+  const auto track = composition->addMutableTrackWithMediaType(AVMediaTypeVideo, 0);
+  const auto source = asset->tracksWithMediaType(AVMediaTypeVideo).front();
+  for (int copy = 0; copy < 3; ++copy) {  // each from frame 15 to 74: sync samples in 0.5 and 1.5 s
+    std::shared_ptr<const NSError> error;
+    ASSERT_TRUE(track->insertTimeRange({CMTimeMake(1, 2), CMTimeMake(2, 1)}, source,
+                                       CMTimeMake(2 * copy, 1), &error));
+  }
+  player_->replaceCurrentItemWithPlayerItem(AVPlayerItem::playerItemWithAsset(composition));
+  time_.settle();
+  EXPECT_EQ(seekWithin(CMTimeMake(18, 10), kCMTimeZero, CMTimeMake(1, 1)), true);
+  EXPECT_EQ(shown(), 30) << "the first sync sample behind the seam";
+  EXPECT_EQ(seconds(), 2.5);
+  EXPECT_EQ(seekWithin(CMTimeMake(18, 10), kCMTimeZero, CMTimeMake(6, 10)), true);
+  EXPECT_EQ(shown(), 69);
+}
+
 TEST_F(PlayerSeekTest, TimesOutsideTheItemAreClamped) {
   open("h264_30.mp4");
   EXPECT_EQ(seekExactly(CMTimeMake(100, 1)), true);
@@ -142,11 +224,15 @@ TEST_F(PlayerSeekTest, ASeekWithoutAnItemFails) {
 TEST_F(PlayerSeekTest, ASeekThatAnotherItemCutsShortFails) {
   open("long_gop.mp4");
   std::optional<bool> result;
-  player_->seekToTime(CMTimeMake(29, 10), kCMTimeZero, kCMTimeZero,
-                      [&](bool finished) { result = finished; });
-  player_->replaceCurrentItemWithPlayerItem(nullptr);
+  {
+    const BusyPool busy;  // the seek cannot have ended before the item goes
+    player_->seekToTime(CMTimeMake(29, 10), kCMTimeZero, kCMTimeZero,
+                        [&](bool finished) { result = finished; });
+    player_->replaceCurrentItemWithPlayerItem(nullptr);
+  }
+  EXPECT_EQ(result, std::nullopt) << "never before the main queue's next turn";
   time_.settle();
-  EXPECT_TRUE(result.has_value());
+  EXPECT_EQ(result, false);
 }
 
 TEST_F(PlayerSeekTest, ARewindOfAnIdlePlayerReadsAndDecodesNothing) {

@@ -2,7 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <random>
+#include <thread>
+
 #include "doubles/ManualTime.h"
+#include "doubles/TestSeed.h"
 
 namespace zaffo {
 namespace {
@@ -94,6 +101,51 @@ TEST_F(TimeObserverTest, ABoundaryReachedAsPlaybackStopsIsTold) {
   EXPECT_EQ(boundaries_, 1);
 }
 
+TEST_F(TimeObserverTest, TheBoundaryThatPlayingStartsAtIsToldThoughTimeHasMovedOnMeanwhile) {
+  const auto observer = observeBoundaries({kCMTimeZero, CMTimeMake(5, 10)});
+  timebase_->setRateAndAnchorTime(1, kCMTimeZero, TimeSource::now() - 1000);
+  time_.settle();
+  EXPECT_EQ(boundaries_, 1);
+  time_.advance(10 * kTenth);
+  EXPECT_EQ(boundaries_, 2);
+  timebase_->setRate(0);
+  timebase_->setTime(CMTimeMake(5, 10));
+  timebase_->setRateAndAnchorTime(1, CMTimeMake(5, 10), TimeSource::now() - 1000);
+  time_.settle();
+  EXPECT_EQ(boundaries_, 3);
+}
+
+TEST_F(TimeObserverTest, TheBoundaryThatPlayingStartsAtIsToldWhenTheStartIsHeard) {
+  const auto observer = observeBoundaries({CMTimeMake(5, 10), CMTimeMake(7, 10)});
+  timebase_->setTime(CMTimeMake(5, 10));
+  timebase_->setRateAndAnchorTime(1, CMTimeMake(5, 10), TimeSource::now() + kTenth);
+  time_.advance(kTenth - 1);
+  EXPECT_EQ(boundaries_, 0);
+  time_.advance(1);
+  EXPECT_EQ(boundaries_, 1);
+  time_.advance(2 * kTenth);
+  EXPECT_EQ(boundaries_, 2);
+}
+
+TEST_F(TimeObserverTest, WhoBeginsToObserveBeforeTheStartIsHeardIsToldOfIt) {
+  timebase_->setTime(CMTimeMake(5, 10));
+  timebase_->setRateAndAnchorTime(1, CMTimeMake(5, 10), TimeSource::now() + kTenth);
+  const auto observer = observeBoundaries({CMTimeMake(4, 10), CMTimeMake(5, 10)});
+  time_.advance(2 * kTenth);
+  EXPECT_EQ(boundaries_, 1);
+}
+
+TEST_F(TimeObserverTest, WhoBeginsToObserveWhilePlayingIsToldOfWhatComesOnly) {
+  timebase_->setRate(1);
+  time_.advance(3 * kTenth);
+  const auto observer =
+      observeBoundaries({kCMTimeZero, CMTimeMake(2, 10), CMTimeMake(3, 10), CMTimeMake(4, 10)});
+  time_.settle();
+  EXPECT_EQ(boundaries_, 1) << "the one that it stands at";
+  time_.advance(2 * kTenth);
+  EXPECT_EQ(boundaries_, 2);
+}
+
 TEST_F(TimeObserverTest, NothingIsToldAfterCancel) {
   const auto boundary = observeBoundaries({CMTimeMake(5, 10)});
   const auto periodic = observeEvery(CMTimeMake(1, 10));
@@ -148,6 +200,34 @@ TEST_F(TimeObserverTest, FollowsTheTimebaseItWasGivenLast) {
   EXPECT_EQ(boundaries_, 1);
 }
 
+TEST_F(TimeObserverTest, ChangesOfATimebaseThatIsFollowedNoMoreDoNotDisturb) {
+  const auto boundary = observeBoundaries({CMTimeMake(5, 10)});
+  const auto periodic = observeEvery(CMTimeMake(1, 1));
+  const auto other = CMTimebase::create(CMClockGetHostTimeClock());
+  boundary->follow(other);
+  periodic->follow(other);
+  other->setRate(1);
+  time_.settle();
+  told_.clear();
+  timebase_->setRate(1);
+  timebase_->setRate(0);
+  time_.advance(6 * kTenth);
+  EXPECT_EQ(boundaries_, 1);
+  EXPECT_TRUE(told_.empty());
+}
+
+TEST_F(TimeObserverTest, AChangeThatIsStillOnItsWayWhenNothingIsFollowedAnyMoreIsNotTold) {
+  const auto observer = observeEvery(CMTimeMake(1, 1));
+  timebase_->setTime(CMTimeMake(7, 1));
+  observer->follow(nullptr);
+  time_.settle();
+  EXPECT_TRUE(told_.empty());
+  observer->follow(timebase_);
+  time_.settle();
+  ASSERT_EQ(told_.size(), 1u) << "and what follows is";
+  EXPECT_NEAR(told_[0], 7, 1e-6);
+}
+
 TEST_F(TimeObserverTest, AnObserverThatIsGoneIsNotKeptByItsTimer) {
   auto observer = observeBoundaries({CMTimeMake(5, 10)});
   const std::weak_ptr<BoundaryTimeObserver> weak = observer;
@@ -157,6 +237,120 @@ TEST_F(TimeObserverTest, AnObserverThatIsGoneIsNotKeptByItsTimer) {
   EXPECT_TRUE(weak.expired());
   time_.advance(10 * kTenth);
   EXPECT_EQ(boundaries_, 0);
+}
+
+/// The host's clock, whose reads by one thread can be interrupted.
+class InterruptedClock final : public CMClock {
+ public:
+  /// Runs `interrupt` in the read of the calling thread that comes after `reads` others.
+  void interruptAfter(int reads, std::function<void()> interrupt) {
+    left_ = reads;
+    interrupt_ = std::move(interrupt);
+    thread_ = std::this_thread::get_id();
+  }
+  /// Goes ahead by so much.
+  void skip(int64_t nanoseconds) { ahead_ += nanoseconds; }
+
+  [[nodiscard]] int64_t nanosecondsAtHostTime(int64_t hostNanoseconds) const override {
+    if (std::this_thread::get_id() == thread_ && interrupt_ && left_-- == 0) {
+      std::exchange(interrupt_, nullptr)();
+    }
+    return hostNanoseconds + ahead_;
+  }
+  [[nodiscard]] int64_t hostTimeAtNanoseconds(int64_t nanoseconds) const override {
+    return nanoseconds - ahead_;
+  }
+
+ private:
+  std::atomic<int64_t> ahead_{0};
+  std::thread::id thread_;
+  mutable int left_ = 0;
+  mutable std::function<void()> interrupt_;
+};
+
+/// Another thread rewinds while the timer rings on this one.
+class RewoundTimeObserver : public TimeObserverTest {
+ protected:
+  /// Rewinds on another thread, and waits for that unless it has to wait for this thread.
+  [[nodiscard]] std::thread rewind() {
+    std::promise<void> isDone;
+    const auto done = isDone.get_future();
+    std::thread rewinding([this, isDone = std::move(isDone)]() mutable {
+      timebase_->setRate(0);
+      timebase_->setTime(kCMTimeZero);
+      timebase_->setRate(1);
+      isDone.set_value();
+    });
+    (void)done.wait_for(std::chrono::milliseconds(20));
+    return rewinding;
+  }
+
+  /// Rings at a boundary and rewinds after so many looks at the clock. False when that took fewer.
+  [[nodiscard]] bool ringsAndIsRewoundAfter(int looks) {
+    std::thread rewinding;
+    timebase_ = CMTimebase::create(clock_);
+    const auto boundary = observeBoundaries({CMTimeMake(500, 1000), CMTimeMake(501, 1000)});
+    const auto periodic = observeEvery(CMTimeMake(1, 1000));
+    timebase_->setRate(1);
+    time_.advance(5 * kTenth - 1);
+    clock_->interruptAfter(looks, [&] {
+      clock_->skip(2 * kNanosecondsPerMillisecond);
+      rewinding = rewind();
+    });
+    time_.advance(1);
+    clock_->interruptAfter(0, nullptr);
+    if (!rewinding.joinable()) return false;
+    rewinding.join();
+    time_.settle();
+    boundaries_ = 0;
+    told_.clear();
+    time_.advance(6 * kTenth);
+    EXPECT_EQ(boundaries_, 2) << looks;
+    EXPECT_NEAR(static_cast<double>(told_.size()), 600, 3) << looks;
+    boundary->cancel();
+    periodic->cancel();
+    return true;
+  }
+
+  std::shared_ptr<InterruptedClock> clock_ = std::make_shared<InterruptedClock>();
+};
+
+TEST_F(RewoundTimeObserver, GoesOnTellingAfterWhicheverLookAtTheClock) {
+  int looks = 0;
+  while (ringsAndIsRewoundAfter(looks)) ++looks;
+  EXPECT_GT(looks, 3);
+}
+
+/// In real time: a client on a concurrent queue rewinds the moment that it is told, while the
+/// observer looks for the next boundary on another worker.
+TEST(TimeObserverStress, NoRewindLosesABoundary) {
+  const unsigned seed = test::testSeed();
+  SCOPED_TRACE("ZAFFO_TEST_SEED=" + std::to_string(seed));
+  std::mt19937 random(seed);
+  constexpr int kRounds = 3000;
+  const CMTime boundary = CMTimeMake(1, 1);
+  const auto timebase = CMTimebase::create(CMClockGetHostTimeClock());
+  std::atomic<int> told{0};
+  const auto observer = std::make_shared<BoundaryTimeObserver>(
+      std::vector{boundary}, dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_HIGH),
+      [&told] { ++told; });
+  observer->follow(timebase);
+  const auto wait = [](auto condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!condition() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    return condition();
+  };
+  for (int round = 0; round < kRounds; ++round) {
+    timebase->setRate(0);
+    timebase->setTime(boundary - CMTimeMake(static_cast<int64_t>(random() % 50), 1'000'000));
+    timebase->setRate(1);
+    ASSERT_TRUE(wait([&] { return told > round; })) << "round " << round;
+    const int64_t goOn = TimeSource::now() + static_cast<int64_t>(random() % 30'000);
+    while (TimeSource::now() < goOn) continue;
+  }
+  observer->cancel();
+  dispatch_wait_until_idle();
+  EXPECT_EQ(told, kRounds);
 }
 
 }  // namespace

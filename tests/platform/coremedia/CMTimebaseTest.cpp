@@ -53,6 +53,18 @@ TEST_F(CMTimebaseTest, KeepsATimeAsItWasSetWhileItStandsStill) {
   EXPECT_EQ(timebase->time().timescale, 1'000'000'000);
 }
 
+TEST_F(CMTimebaseTest, TellsFromWhereItGoesOn) {
+  timebase->setTime(CMTimeMake(1001, 30000));
+  EXPECT_EQ(timebase->anchorTime(), CMTimeMake(1001, 30000));
+  timebase->setRate(1);
+  time.advance(kSecond);
+  EXPECT_EQ(timebase->anchorTime(), CMTimeMake(1001, 30000)) << "wherever it has got to since";
+  timebase->setRate(2);
+  EXPECT_EQ(timebase->anchorTime(), timebase->time());
+  timebase->setRateAndAnchorTime(1, CMTimeMake(7, 1), now() + kSecond);
+  EXPECT_EQ(timebase->anchorTime(), CMTimeMake(7, 1)) << "before it gets there";
+}
+
 TEST_F(CMTimebaseTest, DoesNotJumpWhenTheRateChanges) {
   timebase->setRate(1);
   time.advance(kSecond);

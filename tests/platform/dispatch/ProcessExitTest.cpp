@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <latch>
@@ -9,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "doubles/Sanitizers.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/DispatchTimer.h"
 #include "platform/dispatch/MainLoop.h"
@@ -100,6 +104,29 @@ TEST_F(ProcessExitDeathTest, LetsStaticDestructorsUseTheQueuesButStartsNoBlock) 
         std::exit(0);
       },
       testing::ExitedWithCode(0), "^$");
+}
+
+/// How long a forked child takes to exit, as its parent sees it.
+std::chrono::nanoseconds timeOfChildsExit() {
+  const auto start = std::chrono::steady_clock::now();
+  const pid_t child = fork();
+  if (child == 0) std::exit(0);
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  return std::chrono::steady_clock::now() - start;
+}
+
+TEST(ProcessExit, OfAForkedChildDoesNotWaitForThreadsThatItDoesNotHave) {
+  if (test::kHasShadowMemory) GTEST_SKIP() << "a sanitizer looks through the child's memory first";
+  std::latch ran(3);
+  const auto block = [&ran] { ran.count_down(); };
+  dispatch_queue_create("worker")->async(block);
+  dispatch_queue_create_blocking("blocking")->async(block);
+  const auto timer = dispatch_timer_after(1, dispatch_queue_create("timed"), block);
+  ran.wait();
+  // Each of the three kinds of threads is waited for half a second where it is missed.
+  EXPECT_LT(timeOfChildsExit(), std::chrono::milliseconds(400));
 }
 
 }  // namespace

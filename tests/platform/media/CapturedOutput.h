@@ -69,13 +69,14 @@ class CapturedOutput final : public AudioOutput {
     }
     int64_t write(std::span<const float> interleaved) override {
       const int64_t count = std::min(static_cast<int64_t>(interleaved.size() / 2), writable());
+      const float volume = volume_;
       const std::lock_guard lock(output_.heardMutex_);
       ++output_.writes_;
       auto& heard = output_.heard_;
       heard.resize(std::max(heard.size(), static_cast<std::size_t>(2 * (next_ + count))));
       for (int64_t i = std::max<int64_t>(0, output_.present() - next_); i < count; ++i) {
-        heard[static_cast<std::size_t>(2 * (next_ + i))] += interleaved[2 * i];
-        heard[static_cast<std::size_t>(2 * (next_ + i) + 1)] += interleaved[2 * i + 1];
+        heard[static_cast<std::size_t>(2 * (next_ + i))] += volume * interleaved[2 * i];
+        heard[static_cast<std::size_t>(2 * (next_ + i) + 1)] += volume * interleaved[2 * i + 1];
       }
       next_ += count;
       return count;
@@ -89,12 +90,13 @@ class CapturedOutput final : public AudioOutput {
       const auto kept = static_cast<std::size_t>(2 * (output_.present() + 1));
       if (output_.heard_.size() > kept) output_.heard_.resize(kept);
     }
-    void setVolume(float) override {}
+    void setVolume(float volume) override { volume_ = volume; }
 
    private:
     CapturedOutput& output_;
     const int64_t capacity_;
     int64_t next_ = 0;
+    std::atomic<float> volume_{1};  ///< of what is written from now on
   };
 
   const std::shared_ptr<CMAudioClock> clock_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fast/DamagedClip.h"
 #include "platform/media/Decoding.h"
 
 namespace zaffo::media {
@@ -204,6 +205,46 @@ TEST(FileSampleCursor, ACutFileGivesWhatIsWholeAndThenAnError) {
     ASSERT_TRUE(cursor->seek(kCMTimeZero));
     EXPECT_FALSE(cursor->error());
     EXPECT_EQ(cursor->next(sample), ReadOutcome::Sample);
+  }
+}
+
+TEST(FileSampleCursor, BeyondACutThereIsAnErrorAndNoEnd) {
+  for (const AVMediaType type : {AVMediaTypeVideo, AVMediaTypeAudio}) {
+    const auto source = openClip(clip("cut_5.mp4"));
+    for (const CMTime time : {CMTimeMake(7, 2), CMTimeMake(4, 1), kCMTimePositiveInfinity}) {
+      const auto cursor = openTrack(*source, type);  // nothing was read before the seek
+      ASSERT_TRUE(cursor->seek(time));
+      Sample sample;
+      ASSERT_EQ(cursor->next(sample), ReadOutcome::Error) << CMTimeDescription(time);
+      EXPECT_EQ(cursor->error()->code(), AVErrorFileFailedToParse);
+      EXPECT_EQ(cursor->next(sample), ReadOutcome::Error);
+      ASSERT_TRUE(cursor->seek(kCMTimeZero));
+      EXPECT_FALSE(cursor->error());
+      EXPECT_EQ(cursor->next(sample), ReadOutcome::Sample);
+    }
+  }
+}
+
+TEST(FileSampleCursor, AFileThatIsCutAfterItWasReadIsCutAllTheSame) {
+  const DamagedClip damaged("h264_30.mp4");
+  const auto source = openClip(damaged.path());
+  const auto cursor = openTrack(*source, AVMediaTypeVideo);
+  EXPECT_EQ(readAll(*cursor).size(), 120u);
+  damaged.write(damaged.bytes().substr(0, damaged.bytes().size() / 2));
+  ASSERT_TRUE(cursor->seek(CMTimeMake(7, 2)));
+  Sample sample;
+  EXPECT_EQ(cursor->next(sample), ReadOutcome::Error);
+}
+
+TEST(FileSampleCursor, AHeaderWithoutItsSamplesIsAnErrorAtOnce) {
+  const DamagedClip damaged("h264_30.mp4");
+  damaged.write(damaged.bytes().substr(0, damaged.bytes().find("mdat") + 4));
+  const auto source = openClip(damaged.path());
+  for (const AVMediaType type : {AVMediaTypeVideo, AVMediaTypeAudio}) {
+    const auto cursor = openTrack(*source, type);
+    Sample sample;
+    EXPECT_EQ(cursor->next(sample), ReadOutcome::Error);
+    EXPECT_TRUE(cursor->error());
   }
 }
 

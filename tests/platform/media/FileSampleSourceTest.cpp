@@ -224,6 +224,35 @@ TEST(FileSampleSource, ProtectedContentIsToldAsSuch) {
   EXPECT_NE(cursor->error()->localizedDescription().find("protected"), std::string::npos);
 }
 
+TEST(FileSampleSource, TheHeaderTellsWhichTracksCannotBeDecoded) {
+  const auto reason = [](const char* name, AVMediaType type) {
+    const auto source = openClip(clip(name));
+    const auto error = source->whyNotDecoded(trackOfType(*source, type)->trackID);
+    return error ? error->code() : 0;
+  };
+  for (const char* name : {"protected_with_sound.mp4", "protected.webm"})
+    EXPECT_EQ(reason(name, AVMediaTypeVideo), AVErrorContentIsProtected) << name;
+  for (const char* name : {"protected_with_sound.mp4", "protected_sound.mp4"})
+    EXPECT_EQ(reason(name, AVMediaTypeAudio), AVErrorContentIsProtected) << name;
+  EXPECT_EQ(reason("unknown_codec_with_sound.mp4", AVMediaTypeVideo), AVErrorDecoderNotFound);
+  EXPECT_EQ(reason("unknown_codec_with_sound.mp4", AVMediaTypeAudio), 0);
+  EXPECT_EQ(reason("protected.webm", AVMediaTypeAudio), 0);
+  EXPECT_EQ(reason("protected_sound.mp4", AVMediaTypeVideo), 0);
+}
+
+TEST(FileSampleSource, ItsPictureDecidesWhetherAFileCanBePlayed) {
+  for (const char* name : {"protected_with_sound.mp4", "unknown_codec_with_sound.mp4"})
+    EXPECT_FALSE(openClip(clip(name))->isPlayable()) << name;
+  for (const char* name : {"protected_sound.mp4", "audio_only.m4a", "no_key_frame.mp4"})
+    EXPECT_TRUE(openClip(clip(name))->isPlayable()) << name;
+}
+
+TEST(FileSampleSource, ACodecThatNobodyKnowsIsCalledWhatTheFileCallsIt) {
+  const auto error = openClip(clip("unknown_codec.mp4"))->whyNotPlayed();
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->localizedDescription(), "There is no decoder for \"zzzz\".");
+}
+
 TEST(FileSampleSource, AFileOfAnUnknownCodecOpensAndCannotBePlayed) {
   const auto source = openClip(clip("unknown_codec.mp4"));
   ASSERT_EQ(source->tracks().size(), 1u);

@@ -1,6 +1,9 @@
 #include "platform/media/MediaServices.h"
 
 #include <gtest/gtest.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 #include <vector>
 
@@ -25,6 +28,18 @@ TEST(MediaServices, ADroppedTokenIsNotCalledAnyMore) {
   services.reset();
   EXPECT_EQ(calls, 0);
 }
+
+#if defined(__GLIBC__)
+TEST(MediaServices, ObservationsThatHaveEndedLeaveNothingBehind) {
+  MediaServices services;
+  const auto observeManyTimes = [&services] {
+    for (int i = 0; i < 10'000; ++i) (void)services.observeReset([] {});
+    return mallinfo2().uordblks;
+  };
+  const auto before = observeManyTimes();
+  EXPECT_LT(observeManyTimes(), before + 10'000);
+}
+#endif
 
 TEST(MediaServices, AnObserverMayDropAnotherDuringAReset) {
   MediaServices services;

@@ -67,6 +67,31 @@ TEST_F(RendererFailureTest, ALongRunFailsBeforeItsEnd) {
   EXPECT_LT(sent, 400);
 }
 
+TEST_F(RendererFailureTest, ALongRunFailsAfterAsManyThatShouldHaveBeenShownWhateverPrecedesThem) {
+  const auto samples = samplesOf(clip("no_key_frame.mp4"));
+  const auto enqueue = [&](int number, bool isShown) {
+    const Sample& from = samples[static_cast<std::size_t>(number) % samples.size()].sample;
+    QueuedSample queued;
+    queued.format = samples.front().format;
+    queued.sample.packet.reset(av_packet_clone(from.packet.get()));
+    queued.sample.presentation = queued.sample.decode = frameTime(number);
+    queued.sample.shown = isShown;
+    queued.displayImmediately = number == 0;
+    renderer_->enqueue(std::move(queued));
+  };
+  int sent = 0;
+  for (; sent < 1000; ++sent) enqueue(sent, false);
+  timebase_->setTime(frameTime(sent));
+  time_.settle();
+  EXPECT_EQ(renderer_->status(), Status::Rendering) << "none was to be shown yet";
+  for (int shown = 0; shown < 299; ++shown) enqueue(sent++, true);
+  time_.settle();
+  EXPECT_EQ(renderer_->status(), Status::Rendering);
+  enqueue(sent, true);
+  time_.settle();
+  expectFailed(AVErrorDecodeFailed);
+}
+
 TEST_F(RendererFailureTest, SingleDamagedSamplesOfAGoodRunDoNotFailIt) {
   auto samples = samplesOf(clip("no_b_frames.mp4"));
   damage(samples[3]);

@@ -107,6 +107,10 @@ TEST_F(SoundtrackTest, OfASourceWithoutSoundIsNone) {
   EXPECT_EQ(Soundtrack::create(openClip(clip("video_only.mp4")), {}, output_), nullptr);
 }
 
+TEST_F(SoundtrackTest, OfSoundThatTheHeaderTellsToBeEncryptedIsNone) {
+  EXPECT_EQ(Soundtrack::create(openClip(clip("protected_sound.mp4")), {}, output_), nullptr);
+}
+
 TEST_F(SoundtrackTest, ATrackThatIsSilentAtTheStartIsNotOpenedForIt) {
   open(compose({{{"loop_tone_aac.mp4", 50, 950, 0}}, {{"loop_tone_aac.mp4", 50, 950, 900}}}));
   ASSERT_TRUE(sound_->prefill(kCMTimeZero));

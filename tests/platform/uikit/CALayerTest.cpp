@@ -197,6 +197,18 @@ TEST_F(CALayerTest, MayBeMadeAndDestroyedOnAnyThread) {
   }).join();
 }
 
+TEST_F(CALayerTest, MayBeSetUpOnAnyThreadWhileItIsInNoTree) {
+  std::thread([this] {
+    a->setMasksToBounds(true);
+    a->setFrame(CGRectMake(0, 0, 4, 4));
+    a->setHidden(true);
+    a->setHidden(false);
+    a->setNeedsDisplay();
+  }).join();
+  EXPECT_TRUE(a->masksToBounds());
+  EXPECT_EQ(newRequests(), 0);
+}
+
 /// A layer with a layer of its own from the start.
 class Composite : public CALayer {
  public:
