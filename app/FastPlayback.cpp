@@ -110,9 +110,8 @@ void FastPlayback::observeTimebase() {
   const auto timebase = layer_->controlTimebase();
   if (!timebase) return;
   timebaseObservation_ = timebase->observeChanges([weakSelf = weak_from_this()] {
-    const auto main = dispatch_get_main_queue();
-    dispatch_async(main, [main, weakSelf] {
-      dispatch_async(main, [weakSelf] {
+    dispatch_async(dispatch_get_main_queue(), [weakSelf] {
+      dispatch_async(dispatch_get_main_queue(), [weakSelf] {
         if (const auto self = weakSelf.lock()) self->keepRate();
       });
     });

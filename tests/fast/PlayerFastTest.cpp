@@ -31,6 +31,12 @@ class PlayerFastTest : public FastTest {
     };
   }
 
+  /// What the player's end still puts on queues is over before the script goes.
+  void TearDown() override {
+    player = nullptr;
+    FastTest::TearDown();
+  }
+
   static MutablePlayer::LoadCompletion into(Reports& reports) {
     return [&reports](const std::shared_ptr<const NSError>& error) {
       reports.push_back(error ? error->domain() + " " + std::to_string(error->code()) + " " +

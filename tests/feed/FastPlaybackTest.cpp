@@ -101,19 +101,20 @@ class FastPlaybackTest : public testing::Test {
 
 struct Run {
   const char* clip;
-  int frames;  // 30 a second
+  int frames;
+  float framesASecond;
   float rate;
 };
 
 class FastPlaybackAtRateTest : public FastPlaybackTest, public testing::WithParamInterface<Run> {};
 
 TEST_P(FastPlaybackAtRateTest, ShowsEveryPictureInItsOrderForItsTimeAndThenStartsAgain) {
-  const auto [name, frames, clipRate] = GetParam();
+  const auto [name, frames, framesASecond, clipRate] = GetParam();
   open(name);
   load();
   makeCurrent();
   cell_->setRate(clipRate);
-  const double round = frames / 30.0 / clipRate;
+  const double round = frames / framesASecond / clipRate;
   run(2.2 * round + 0.1);
   std::vector<int> expected(static_cast<std::size_t>(2 * frames));
   std::iota(expected.begin(), expected.begin() + frames, 0);
@@ -124,32 +125,37 @@ TEST_P(FastPlaybackAtRateTest, ShowsEveryPictureInItsOrderForItsTimeAndThenStart
   for (std::size_t i = 1; i < seen_.size(); ++i) {
     const auto stood = static_cast<double>(seen_[i].at - seen_[i - 1].at) / 1e9;
     // The first picture of a round is there before it begins to move.
-    EXPECT_NEAR(stood, 1 / 30.0 / clipRate, 0.0101) << seen_[i - 1].number;
+    EXPECT_NEAR(stood, 1 / framesASecond / clipRate, 0.0101) << seen_[i - 1].number;
   }
 }
 
 TEST_P(FastPlaybackAtRateTest, WithoutLoopsItStandsOnTheLastPicture) {
-  const auto [name, frames, clipRate] = GetParam();
+  const auto [name, frames, framesASecond, clipRate] = GetParam();
   open(name, false);
   load();
   makeCurrent();
   cell_->setRate(clipRate);
-  run(frames / 30.0 / clipRate + 1);
+  run(frames / framesASecond / clipRate + 1);
   EXPECT_EQ(seen_.back().number, frames - 1);
   EXPECT_EQ(seen_.size(), static_cast<std::size_t>(frames));
   EXPECT_EQ(rate(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Clips, FastPlaybackAtRateTest,
-                         testing::Values(Run{"h264_30.mp4", 120, 0.5f}, Run{"h264_30.mp4", 120, 1},
-                                         Run{"h264_30.mp4", 120, 2},
-                                         Run{"video_only.mp4", 60, 0.5f},
-                                         Run{"video_only.mp4", 60, 1},
-                                         Run{"video_only.mp4", 60, 2}),
-                         [](const auto& param) {
-                           return std::string(param.param.frames == 120 ? "Long" : "Short") +
-                                  "AtRate" + std::to_string(std::lround(10 * param.param.rate)) +
-                                  "Tenths";
+/// In the clip of 25 frames a second the last sample is that of the last picture but one.
+std::vector<Run> runs() {
+  std::vector<Run> runs;
+  for (const float clipRate : {0.5f, 1.0f, 2.0f}) {
+    runs.push_back({"h264_25.mp4", 50, 25, clipRate});
+    runs.push_back({"h264_30.mp4", 120, 30, clipRate});
+    runs.push_back({"video_only.mp4", 60, 30, clipRate});
+  }
+  return runs;
+}
+
+INSTANTIATE_TEST_SUITE_P(Clips, FastPlaybackAtRateTest, testing::ValuesIn(runs()),
+                         [](const auto& run) {
+                           return std::to_string(run.param.frames) + "FramesAtRate" +
+                                  std::to_string(std::lround(10 * run.param.rate)) + "Tenths";
                          });
 
 TEST_F(FastPlaybackTest, AChangeOfTheRateOnTheWayCounts) {

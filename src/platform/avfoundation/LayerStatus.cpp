@@ -16,9 +16,8 @@ void LayerStatus::noteSample() {
     if (std::exchange(hadSample_, true)) return;
   }
   // The first block may run before one that was put there after it; the second comes after those.
-  const auto main = dispatch_get_main_queue();
-  dispatch_async(main, [main, weakSelf = weak_from_this()] {
-    dispatch_async(main, [weakSelf] {
+  dispatch_async(dispatch_get_main_queue(), [weakSelf = weak_from_this()] {
+    dispatch_async(dispatch_get_main_queue(), [weakSelf] {
       if (const auto self = weakSelf.lock()) self->open();
     });
   });
