@@ -53,8 +53,9 @@ class ScrubbingIn : public testing::TestWithParam<const char*> {
   }
   /// In the midst of reading, wherever that has come to.
   void waitFor(const SlowReading& reading, int samples) {
-    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (reading.samples() < samples && std::chrono::steady_clock::now() < giveUp) {
+      ASSERT_EQ(player_->playerItem(), item_) << "the item was lost";
       std::this_thread::yield();
     }
     ASSERT_GE(reading.samples(), samples);
