@@ -35,8 +35,9 @@ class FileDemuxer {
   [[nodiscard]] int64_t timelineStart(const AVStream& stream) const;
   /// Whether the index of each stream names every sample of the file.
   [[nodiscard]] bool hasCompleteIndex() const { return format_ && format_->hasCompleteIndex; }
-  /// Whether the file tells when samples of a stream are decoded. Where it does not, FFmpeg guesses,
-  /// and is right only of codecs that present samples in the order in which they are decoded.
+  /// Whether the file tells when samples of a stream are decoded. Where it does not, FFmpeg
+  /// guesses, and is right only of codecs that present samples in the order in which they are
+  /// decoded.
   [[nodiscard]] bool tellsDecodeTimes(const AVStream& stream) const;
   /// What a failed read means to a person.
   [[nodiscard]] NSErrorPtr readFailed(int averror) const;

@@ -139,8 +139,8 @@ INSTANTIATE_TEST_SUITE_P(Clips, PicturesOf,
                                          "open_gop.mp4", "long_gop.mp4", "interlaced.mp4",
                                          "no_b_frames.mp4", "hevc.mp4", "vp9_opus.webm",
                                          "vp8_vorbis.webm", "av1.mp4", "mpeg4_mp3.mp4", "h264.mkv",
-                                         "fragmented.mp4", "edit_list.mp4", "rotated_90.mp4",
-                                         "short_audio.mp4"),
+                                         "fragmented.mp4", "edit_list.mp4", "edit_list_hevc.mp4",
+                                         "hevc.mkv", "rotated_90.mp4", "short_audio.mp4"),
                          nameOf);
 
 TEST(CompositionCursor, GivesNothingThatIsNotNeeded) {
