@@ -239,14 +239,13 @@ TEST_F(TimeObserverTest, AnObserverThatIsGoneIsNotKeptByItsTimer) {
   EXPECT_EQ(boundaries_, 0);
 }
 
-/// The host's clock, whose reads by one thread can be interrupted.
+/// The host's clock, whose reads by the thread that made it can be interrupted.
 class InterruptedClock final : public CMClock {
  public:
-  /// Runs `interrupt` in the read of the calling thread that comes after `reads` others.
+  /// Runs `interrupt` in the read of that thread that comes after `reads` others.
   void interruptAfter(int reads, std::function<void()> interrupt) {
     left_ = reads;
     interrupt_ = std::move(interrupt);
-    thread_ = std::this_thread::get_id();
   }
   /// Goes ahead by so much.
   void skip(int64_t nanoseconds) { ahead_ += nanoseconds; }
@@ -263,7 +262,7 @@ class InterruptedClock final : public CMClock {
 
  private:
   std::atomic<int64_t> ahead_{0};
-  std::thread::id thread_;
+  const std::thread::id thread_ = std::this_thread::get_id();  ///< whoever made it
   mutable int left_ = 0;
   mutable std::function<void()> interrupt_;
 };
