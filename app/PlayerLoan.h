@@ -24,7 +24,8 @@ namespace zaffo::feed {
 ///         +---------------------------------- |              Failed              |
 ///                                             +----------------------------------+
 ///
-/// From Empty a request goes to Ready inside the call when the pool holds the video already.
+/// From Empty a request goes to Ready inside the call when the pool holds the video already. What
+/// no loop can be made of, for it is too short, has its item loaded once more, plainly.
 class PlayerLoan : public std::enable_shared_from_this<PlayerLoan> {
   struct Private {};
 

@@ -41,7 +41,9 @@ inline constexpr AVPlayerItemLoaderOptions AVPlayerItemLoaderOptions::fadeIn{2};
 /// Turns a video into a player item and a thumbnail. Completions may be empty. Thread: any.
 class ZAFFO_EXPORT AVPlayerItemLoader {
  public:
-  /// The item (null when loading failed), the length of one loop and the total, in seconds.
+  /// The item (null when loading failed), the length of one loop and the total, in seconds. The
+  /// looping loader's length of a loop is the clip's less 0.1 s, also where the sound outlasts the
+  /// picture and a loop is shorter than that.
   using ItemCompletion =
       std::function<void(std::shared_ptr<AVPlayerItem> item, double loopSeconds, double seconds)>;
   using ThumbnailCompletion =

@@ -26,12 +26,13 @@ class ZAFFO_EXPORT ZFLoopingVideoPlayerItemLoader final : public AVPlayerItemLoa
   [[nodiscard]] const std::shared_ptr<const NSURL>& url() const { return url_; }
   void setURL(std::shared_ptr<const NSURL> url) { url_ = std::move(url); }
 
-  /// Calls `completeBlock` once with the item, the length of one loop (the clip's less 0.1 s) and
-  /// that of all of them, in seconds; or with null and zeros when the video cannot be read, has no
-  /// picture, or the platform refuses to make an item. It is never called when no loop can be made
-  /// of the video, of one of 0.1 s or less for example: the block is then let go of without a call,
-  /// which a caller that must know can tell by the end of what the block holds.
-  /// Of `options`, fadeIn lets the sound of the first loop rise from silence.
+  /// Calls `completeBlock` once with the item, the length of one loop (the clip's less 0.1 s; where
+  /// the sound outlasts the picture a loop is shorter, see ZFZaffoLoopingComposition::videoLength)
+  /// and that of all of them, in seconds; or with null and zeros when the video cannot be read, has
+  /// no picture, or the platform refuses to make an item. It is never called when no loop can be
+  /// made of the video, of one of 0.1 s or less for example: the block is then let go of without a
+  /// call, which a caller that must know can tell by the end of what the block holds. Of `options`,
+  /// fadeIn lets the sound of the first loop rise from silence.
   ZFCancelCommandPtr loadAVPlayerItemWithOptions(AVPlayerItemLoaderOptions options,
                                                  ItemCompletion completeBlock) override;
 

@@ -17,7 +17,14 @@ namespace zaffo {
 ///                           ^ seam: over 0.05 s one track fades out, the other in
 ///
 /// There are 26 to 51 copies: about 162.5 s of them, whatever a clip's length allows. A video
-/// without sound gets no sound tracks. Thread: one at a time.
+/// without sound gets no sound tracks.
+///
+/// D is the length of the longer one of picture and sound. A copy of either is cut off where its
+/// track ends. So where the sound outlasts the picture the seams lie where the picture comes to its
+/// end, less than D - 0.1 s apart; the sound fades out there as at any seam, and what would still
+/// lie there when the next copy comes on its track, or 0.05 s after the last picture, is cut off.
+/// Sound that ends sooner than the picture leaves the rest of a copy silent, all of it when it ends
+/// before 0.05 s. Thread: one at a time.
 class ZAFFO_EXPORT ZFZaffoLoopingComposition {
  public:
   /// 0.05 s: what every copy is without at its head, and how long a cross-fade lasts.
@@ -30,7 +37,10 @@ class ZAFFO_EXPORT ZFZaffoLoopingComposition {
   [[nodiscard]] bool shouldFadeIn() const { return shouldFadeIn_; }
   void setShouldFadeIn(bool fadesIn) { shouldFadeIn_ = fadesIn; }
 
-  /// The time from one seam to the next: the clip's duration less 0.1 s. Invalid before a build.
+  /// The clip's duration less 0.1 s, which is the time from one seam to the next unless the sound
+  /// outlasts the picture by more than the 0.05 s that are cut off at its end: the seams are nearer
+  /// to each other then, and the duration of the composition's video track divided by the number
+  /// of copies is the time. Invalid before a build.
   [[nodiscard]] CMTime videoLength() const { return videoLength_; }
   void setVideoLength(CMTime length) { videoLength_ = length; }
 

@@ -47,6 +47,8 @@ class ZAFFO_EXPORT AVAsset {
       AVMediaType type) const;
   /// Whether samples can be read one by one: true for local media only. Known at once.
   [[nodiscard]] virtual bool isReadable() const = 0;
+  /// Whether its first picture track or, of sound alone, its first sound track can be decoded, as
+  /// far as the header tells: not when it is encrypted or of an unknown codec.
   [[nodiscard]] virtual bool isPlayable() const = 0;
 
   /// An asset of the same media that does not change any more; what is loaded stays loaded, nothing

@@ -34,7 +34,9 @@ class ZAFFO_EXPORT AVPlayerItem {
       std::shared_ptr<AVAsset> asset);
 
   /// Unknown until a player holds the item and its asset's keys are loaded; at once ReadyToPlay
-  /// or Failed when they are loaded already.
+  /// or Failed when they are loaded already. What the header tells, that the video is encrypted or
+  /// of an unknown codec, fails it before it is ever ready; what only decoding tells, before a
+  /// preroll completes.
   [[nodiscard]] virtual AVPlayerItemStatus status() const = 0;
   /// Why the status is Failed, or why playback stopped early; null otherwise.
   [[nodiscard]] virtual std::shared_ptr<const NSError> error() const = 0;

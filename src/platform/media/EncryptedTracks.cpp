@@ -73,7 +73,6 @@ class BoxReader {
 
  private:
   [[nodiscard]] std::optional<Box> boxAt(int64_t at, int64_t end) const {
-    if (end - at < kHeaderBytes) return std::nullopt;
     const auto head = bytesAt<kLongHeaderBytes>(at);
     Box box{{}, at + kHeaderBytes, 0};
     std::copy_n(head.begin() + 4, 4, box.kind.begin());

@@ -183,6 +183,7 @@ TEST_F(AVMutableCompositionTest, RemovingWhatIsNotThereChangesNothing) {
   track_->removeTimeRange(range(100, 100));
   EXPECT_NE(composition_->copy(), before);
   EXPECT_EQ(before->duration(), at(500)) << "a copy stays as it was";
+  EXPECT_EQ(before->sampleSource()->emptyUntil(track_->trackID(), at(450)), at(450));
 }
 
 TEST_F(AVMutableCompositionTest, RefusesATrackWhoseAssetIsGone) {

@@ -86,14 +86,23 @@ TEST_F(EncryptedTracksTest, AreFoundWhateverTheSizesAreWrittenIn) {
               ElementsAre(5));
 }
 
-TEST_F(EncryptedTracksTest, AreFoundBehindADescriptionOfAnotherKind) {
-  const auto entries = descriptions(box("avc1", "...") + box("encv", "..."));
-  EXPECT_THAT(ofBytes(box("moov", box("trak", trackHeader(1) + entries))), ElementsAre(1));
+TEST_F(EncryptedTracksTest, AreFoundByAnyOfTheirDescriptions) {
+  for (const auto& [first, second] : {std::pair{"avc1", "encv"}, {"encv", "avc1"}}) {
+    const auto entries = descriptions(box(first, "...") + box(second, "..."));
+    EXPECT_THAT(ofBytes(box("moov", box("trak", trackHeader(1) + entries))), ElementsAre(1));
+  }
+}
+
+TEST_F(EncryptedTracksTest, AreThoseOfTheFirstHeaderAndWhatIsATrack) {
+  EXPECT_THAT(ofBytes(box("moov", track(1, "encv")) + box("moov", track(2, "encv"))),
+              ElementsAre(1));
+  const std::string like = box("meta", trackHeader(3) + descriptions(box("encv", "...")));
+  EXPECT_THAT(ofBytes(box("moov", like)), IsEmpty());
 }
 
 TEST_F(EncryptedTracksTest, DamagedBoxesEndTheSearch) {
   const std::string good = track(1, "encv");
-  EXPECT_THAT(ofBytes(number(4, 4) + "free" + box("moov", good)), IsEmpty());
+  EXPECT_THAT(ofBytes(number(4, 4) + box("moov", good)), IsEmpty());
   EXPECT_THAT(ofBytes(number(1, 4) + "free" + number(15, 8) + box("moov", good)), IsEmpty());
   EXPECT_THAT(ofBytes(number(1, 4) + "free" + number(~0ull, 8) + box("moov", good)), IsEmpty());
   EXPECT_THAT(ofBytes(number(9000, 4) + "moov" + good), IsEmpty());
