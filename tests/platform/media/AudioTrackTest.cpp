@@ -110,6 +110,17 @@ TEST_F(AudioTrackTest, GivesFromTheFrameThatIsSoughtOn) {
   EXPECT_EQ(heard.blocks.back().end(), track_->knownUntil());
 }
 
+TEST_F(AudioTrackTest, WhatIsDecodedFromFurtherBackIsLeftOut) {
+  std::vector<Sample> samples = sound(0, 10 * kSample);
+  for (std::size_t i = 1; i < samples.size(); ++i) samples[i].sync = false;
+  open(std::move(samples));
+  track_->seek(6 * kSample + 7);
+  const Heard heard = readTo(8 * kSample);
+  expectInPlace(heard);
+  ASSERT_FALSE(heard.blocks.empty());
+  EXPECT_EQ(heard.blocks.front().firstFrame, 6 * kSample + 7);
+}
+
 TEST_F(AudioTrackTest, ASeekGoesBackAsWellAsOn) {
   open(sound(0, 10 * kSample));
   for (const int64_t frame : {8 * kSample, int64_t{0}, 3 * kSample + 1}) {

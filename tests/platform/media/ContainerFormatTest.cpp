@@ -38,11 +38,16 @@ TEST(ContainerFormat, KnowsNoneThatCouldNameOtherFiles) {
 }
 
 TEST(ContainerFormat, KnowsNoneByTooFewBytes) {
-  EXPECT_EQ(byMagic(""sv), "none");
-  EXPECT_EQ(byMagic("\0\0\0\x20"
-                    "fty"sv),
-            "none");
-  EXPECT_EQ(byMagic("RIFF\x10\0\0\0WAV"sv), "none");
+  const std::string_view mov =
+      "\0\0\0\x20"
+      "ftypisom"sv;
+  const std::string_view wav = "RIFF\x10\0\0\0WAVE"sv;
+  for (std::size_t length = 0; length < 8; ++length) {
+    EXPECT_EQ(byMagic(mov.substr(0, length)), "none") << length;
+  }
+  for (std::size_t length = 0; length < 12; ++length) {
+    EXPECT_EQ(byMagic(wav.substr(0, length)), "none") << length;
+  }
 }
 
 TEST(ContainerFormat, OnlyOneWhoseHeaderNamesEverySampleSaysSo) {

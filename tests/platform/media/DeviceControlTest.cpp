@@ -208,6 +208,8 @@ TEST_F(DeviceControlTest, ADeviceThatOpensAfterAllWasClosedIsClosedAtOnce) {
   EXPECT_FALSE(card.open());
   EXPECT_FALSE(isPlaying());
   EXPECT_EQ(polled, 0);
+  want();
+  EXPECT_TRUE(card.open());
 }
 
 TEST_F(DeviceControlTest, ClosesTheDeviceWhenItGoes) {

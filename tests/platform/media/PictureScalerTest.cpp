@@ -78,15 +78,21 @@ TEST(PictureScaler, HonoursTheMatrix) {
 TEST(PictureScaler, ShowsTheCleanApertureAlone) {
   const auto whole = evenPicture(16, 128, 128, CVColorMatrix::BT601, CVColorRange::Limited, 16, 8);
   CVPixelBuffer cut = *whole;
-  auto* const luma = const_cast<uint8_t*>(cut.planes[0].data);
-  for (int y = 2; y < 6; ++y) std::fill_n(luma + y * 16 + 4, 8, uint8_t{235});
+  const std::array<uint8_t, 3> red{81, 90, 240};
+  for (std::size_t plane = 0; plane < 3; ++plane) {
+    auto* const samples = const_cast<uint8_t*>(cut.planes[plane].data);
+    for (int y = 2; y < 6; ++y) std::fill_n(samples + y * 16 + 4, 8, red[plane]);
+  }
   cut.cropLeft = 4;
   cut.cropTop = 2;
   cut.cropWidth = 8;
   cut.cropHeight = 4;
   const CGImagePtr image = scaled(cut, 8, 4);
   for (const int x : {0, 7}) {
-    for (const int y : {0, 3}) EXPECT_EQ(pixelAt(*image, x, y)[0], 255) << x << "," << y;
+    for (const int y : {0, 3}) {
+      EXPECT_NEAR(pixelAt(*image, x, y)[0], 255, 3) << x << "," << y;
+      EXPECT_NEAR(pixelAt(*image, x, y)[1], 0, 3) << x << "," << y;
+    }
   }
 }
 
