@@ -246,9 +246,12 @@ class Mutate(unittest.TestCase):
         self.assertEqual(0, self.mutate("--line", "2", "--file", "Sample.cpp"), self.output)
         self.assertIn("1 survived (1 known)", self.output)
 
-    def test_what_is_known_to_survive_and_does_not_is_told(self):
+    def test_what_is_known_to_survive_and_does_not_or_is_gone_is_told(self):
         self.write("tests/README.md", SAME.replace("`>=`", "`<=`"), "a")
+        self.write("tests/README.md", SAME.replace("9", "8"), "a")
         self.mutate("--line", "2", "--file", "Sample.cpp")
+        self.assertIn("out of date in tests/README.md: src/sample/Sample.cpp: if (value > 8) return 8;",
+                      self.output)
         self.assertIn("caught now, though tests/README.md names it", self.output)
 
     def test_a_list_and_a_sample_that_can_be_had_again(self):
