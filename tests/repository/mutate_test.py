@@ -17,7 +17,7 @@ from mutation.changes import changes_of  # noqa: E402
 from mutation.command import main  # noqa: E402
 from mutation.known import read_known, row  # noqa: E402
 
-HEADER = "| File | Line | Change | Why |\n|---|---|---|---|\n"
+HEADER = "| File | Function | Line | Change | Why |\n|---|---|---|---|---|\n"
 
 
 def changes_in(code):
@@ -136,14 +136,30 @@ class Changes(unittest.TestCase):
         self.assertEqual([], told("int f() { return c; }"))
         self.assertIn("`return d;` is left out", told("int f() { if (a) { return d; } return c; }"))
 
+    def test_a_change_knows_its_function(self):
+        code = """
+            constexpr int kOne = 1;
+            Sample::Sample(int a) : a_(a), b_{0} { c_ = 7; }
+            std::vector<int> Sample::get(int a) const {
+              if (a == 2) return {};
+              return call([a] { return a + 3; });
+            }
+            class Other { int inside() const { return 4; } int outside = 5; };
+            """
+        self.assertEqual(
+            {"1": "", "0": "Sample", "7": "Sample", "==": "get", "2": "get", "+": "get",
+             "3": "get", "4": "inside", "5": ""},
+            {change.what[1:change.what.index("`", 1)]: change.function
+             for change in changes_in(code) if "becomes" in change.what})
+
     def test_a_change_is_known_by_its_line_and_what_it_does(self):
         change = changes_in("bool x = a || b;")[0]
-        self.assertEqual(r"| `src/sample/Sample.cpp` | `bool x = a \|\| b;` | `\|\|` becomes `&&` | |",
+        self.assertEqual(r"| `src/sample/Sample.cpp` | | `bool x = a \|\| b;` | `\|\|` becomes `&&` | |",
                          row(change))
-        table = HEADER + row(change).replace("| |", "| same |")
+        table = HEADER + row(change)[:-1] + "same |"
         self.assertTrue(read_known(table)[0].covers(change))
         self.assertFalse(read_known(table)[0].covers(changes_in("bool y = a || b;")[0]))
-        anywhere = HEADER + "| `src/*` | | `\\|\\|` becomes `&&` | x |"
+        anywhere = HEADER + "| `src/*` | | | `\\|\\|` becomes `&&` | x |"
         self.assertTrue(read_known(anywhere)[0].covers(change))
 
 
@@ -183,7 +199,7 @@ PROJECT = {
     "tests/README.md": HEADER,
     ".gitignore": "/build/\n",
 }
-SAME = ("| `src/sample/Sample.cpp` | `if (value > 9) return 9;` | `>` becomes `>=` "
+SAME = ("| `src/sample/Sample.cpp` | `clamped` | `if (value > 9) return 9;` | `>` becomes `>=` "
         "| Nine is nine. |\n")
 # Says who it is when something was changed, and never ends.
 ENDLESS = """
@@ -246,9 +262,12 @@ class Mutate(unittest.TestCase):
         self.assertEqual(0, self.mutate("--line", "2", "--file", "Sample.cpp"), self.output)
         self.assertIn("1 survived (1 known)", self.output)
 
-    def test_what_is_known_to_survive_and_does_not_is_told(self):
+    def test_what_is_known_to_survive_and_does_not_or_is_gone_is_told(self):
         self.write("tests/README.md", SAME.replace("`>=`", "`<=`"), "a")
+        self.write("tests/README.md", SAME.replace("9", "8"), "a")
         self.mutate("--line", "2", "--file", "Sample.cpp")
+        self.assertIn("out of date in tests/README.md: src/sample/Sample.cpp: if (value > 8) return 8;",
+                      self.output)
         self.assertIn("caught now, though tests/README.md names it", self.output)
 
     def test_a_list_and_a_sample_that_can_be_had_again(self):

@@ -28,6 +28,7 @@ class Change:
     """Puts `replacement` in the place of the text from `start` to `end`."""
     file: str
     line: int
+    function: str  # in which it is, without its class; empty: in none
     code: str  # the line as it stands, without the blanks around it
     what: str
     start: int
@@ -55,6 +56,7 @@ class _Finder:
         self.source = source
         self.found = []
         self.silent = self._silent_tokens()
+        self.functions = self._functions()
 
     def all(self):
         for index, token in enumerate(self.source.tokens):
@@ -72,11 +74,41 @@ class _Finder:
 
     def _add(self, start, end, replacement, what):
         self.found.append(Change(
-            self.file, self.source.line_of(start), self.source.line_text(start), what,
-            start, end, replacement))
+            self.file, self.source.line_of(start), self._function_at(start),
+            self.source.line_text(start), what, start, end, replacement))
 
     def _replace(self, token, replacement):
         self._add(token.start, token.end, replacement, f"`{token.text}` becomes `{replacement}`")
+
+    # Where functions begin and end.
+    def _functions(self):
+        """First and last position and name of each block that is in no other one."""
+        found, end = [], -1
+        for index, token in enumerate(self.source.tokens):
+            if index > end and self.source.is_(index, "{") and self._opens_a_block(index):
+                end = self.source.partner.get(index, index)
+                head = self._head_of(index)
+                found.append((self.source.tokens[head].start, self.source.tokens[end].end,
+                              self._name_in_head(head, index)))
+        return found
+
+    def _head_of(self, index):
+        index = self._begin_of_initialisers(index - 1) or index
+        while index > 0 and not self.source.is_(index - 1, ";", "{", "}"):
+            index = self.source.partner.get(index - 1, index - 1)
+            if self.source.is_(index, "{"):
+                index += 1
+                break
+        return index
+
+    def _name_in_head(self, first, last):
+        for index in range(first, last):
+            if self.source.is_(index, "(") and self.source.is_name(index - 1):
+                return self.source.tokens[index - 1].text
+        return ""
+
+    def _function_at(self, position):
+        return next((name for start, end, name in self.functions if start <= position < end), "")
 
     # What is not code that runs: attributes, template parameters, assertions of the compiler.
     def _silent_tokens(self):
@@ -218,7 +250,7 @@ class _Finder:
             return not self._head_is_a_scope(index)
         if source.is_(before, "{", "}"):
             # After a block or at the begin of one: a block within; after an initialiser: a body.
-            return self._follows_initialisers(before) or self._is_within_a_block(index)
+            return bool(self._begin_of_initialisers(before)) or self._is_within_a_block(index)
         return self._follows_a_result_type(before)
 
     def _head_is_a_scope(self, index):
@@ -242,20 +274,20 @@ class _Finder:
                 depth -= 1
         return False
 
-    def _follows_initialisers(self, closer):
-        """`: a_{1}, b_{2} {`: the brace before belongs to a member's initialiser."""
+    def _begin_of_initialisers(self, closer):
+        """Where the colon is in `: a_{1}, b_{2} {`, if the brace at `closer` ends such a list."""
         source = self.source
         if not source.is_(closer, "}"):
-            return False
+            return None
         at = source.partner.get(closer, 0)
         while source.is_(at, "{", "(") and source.is_name(at - 1):
             at -= 2
             if source.is_(at, ":"):
-                return source.is_(at - 1, ")")
+                return at if source.is_(at - 1, ")") else None
             if not source.is_(at, ","):
-                return False
+                return None
             at = source.partner.get(at - 1, 0)
-        return False
+        return None
 
     def _follows_a_result_type(self, before):
         source = self.source

@@ -74,7 +74,8 @@ def _lines(text):
 
 def _run(root, options):
     folder = os.path.relpath(os.path.join(root, options.folder), root)
-    changes = _changes(root, folder, options)
+    everything = _changes(root, _files(root, folder, options))
+    changes = _chosen(everything, folder, options)
     if options.list:
         for change in changes:
             print(f"{change.file}:{change.line}: {change.what}")
@@ -83,11 +84,15 @@ def _run(root, options):
     target = _test_program(root, folder)
     with open(os.path.join(root, KNOWN), encoding="utf-8") as file:
         known = read_known(file.read())
-    session = _Session(root, target, changes, known, options)
-    return session.run()
+    for entry in known:
+        # A file that is read here, and no change of it that the row speaks of.
+        if entry.file in {change.file for change in everything} and not any(
+                entry.covers(change) for change in everything):
+            print(f"out of date in {KNOWN}: {entry.file}: {entry.code}: {entry.what}")
+    return _Session(root, target, changes, known, options).run()
 
 
-def _changes(root, folder, options):
+def _files(root, folder, options):
     listed = subprocess.run(
         ["git", "ls-files", "--cached", "--others", "--exclude-standard", "--", folder + "/"],
         cwd=root, check=True, capture_output=True, text=True).stdout.split("\n")
@@ -101,10 +106,18 @@ def _changes(root, folder, options):
         if strange:
             raise Failed(f"{folder} has no {', '.join(sorted(strange))}")
         files = [name for name in files if os.path.basename(name) in wanted]
+    return files
+
+
+def _changes(root, files):
     changes = []
     for name in files:
         with open(os.path.join(root, name), encoding="utf-8") as file:
             changes += changes_of(name, file.read())
+    return changes
+
+
+def _chosen(changes, folder, options):
     changes = [change for change in changes if not options.line or change.line in options.line]
     if not changes:
         raise Failed(f"there is nothing to change in {folder}")
@@ -211,6 +224,8 @@ class _Session:
                   flush=True)
         elif self._options.verbose:
             failed = [line for line in output.splitlines() if "[  FAILED  ]" in line][:1]
+            if outcome == "failed" and not failed:
+                failed = ["by a crash"]
             word = {"passed": "survived, known", "failed": "caught",
                     "late": "caught by the time limit", "unbuilt": "does not compile"}[outcome]
             print(f"{word}: {change.file}:{change.line}: {change.what} ({seconds:.1f} s)",

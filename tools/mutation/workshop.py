@@ -7,8 +7,9 @@ import subprocess
 import threading
 import time
 
-# Nothing to read in a debugger, and the fastest there is to compile and to link.
-CONFIGURE = ("-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O0 -g0 -w",
+# Nothing to read in a debugger; optimised a little, for what the tests of sound and pictures gain
+# thereby is more than what the compiler loses.
+CONFIGURE = ("-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1 -g0 -w",
              "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST", "-DZAFFO_EXAMPLES=OFF")
 BUILD_LIMIT = 1800
 # What a mutant that asks for memory without end may have.
@@ -174,8 +175,8 @@ class Workshop:
             self._changed = None
 
     def test(self, target, filters, limit):
-        """Runs the test program once for each of the filters, as long as nothing fails. Tells how that
-        ended ("passed", "failed" or "late"), what the failed one printed, and the seconds taken."""
+        """Runs the test program once for each of the filters, as long as nothing fails. Tells how
+        that ended ("passed", "failed" or "late"), what failed printed, and the seconds taken."""
         begin = time.monotonic()
         program = os.path.join(self.build, "tests", target)
         for tests in filters:
