@@ -6,7 +6,7 @@
 #include <map>
 #include <utility>
 
-#include "PlayerCell.h"
+#include "cell/PlayerCell.h"
 
 namespace zaffo::feed {
 
@@ -73,7 +73,7 @@ bool FeedApplication::openWindow() {
   options.title = "zaffo-feed";
   options.size = {static_cast<double>(options_.width), static_cast<double>(options_.height)};
   options.offscreen = options_.headless;
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   window_ = Window::create(options, &error);
   if (window_) return true;
   complain("cannot open a window: " +

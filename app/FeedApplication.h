@@ -6,15 +6,15 @@
 
 #include <ZaffoPlayback/ZaffoPlayback.h>
 
-#include "FeedController.h"
-#include "FeedInput.h"
-#include "FeedVideo.h"
-#include "FeedView.h"
-#include "FolderScan.h"
-#include "MeasuredLoop.h"
 #include "Options.h"
-#include "ScriptRunner.h"
-#include "Statistics.h"
+#include "feed/FeedController.h"
+#include "feed/FeedInput.h"
+#include "feed/FeedVideo.h"
+#include "feed/FeedView.h"
+#include "feed/FolderScan.h"
+#include "figures/MeasuredLoop.h"
+#include "figures/Statistics.h"
+#include "script/ScriptRunner.h"
 
 namespace zaffo::feed {
 

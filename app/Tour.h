@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "Options.h"
-#include "Script.h"
+#include "script/Script.h"
 
 namespace zaffo::feed {
 

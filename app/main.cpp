@@ -8,10 +8,10 @@
 #include <string>
 
 #include "FeedApplication.h"
-#include "FolderScan.h"
 #include "Options.h"
-#include "Script.h"
 #include "Tour.h"
+#include "feed/FolderScan.h"
+#include "script/Script.h"
 
 namespace zaffo::feed {
 

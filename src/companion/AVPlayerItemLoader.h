@@ -46,9 +46,8 @@ class ZAFFO_EXPORT AVPlayerItemLoader {
   /// picture and a loop is shorter than that.
   using ItemCompletion =
       std::function<void(std::shared_ptr<AVPlayerItem> item, double loopSeconds, double seconds)>;
-  using ThumbnailCompletion =
-      std::function<void(std::shared_ptr<const UIImage> image, std::shared_ptr<const NSError>)>;
-  using PreloadCompletion = std::function<void(std::shared_ptr<const NSError>)>;
+  using ThumbnailCompletion = std::function<void(std::shared_ptr<const UIImage> image, NSErrorPtr)>;
+  using PreloadCompletion = std::function<void(NSErrorPtr)>;
 
   virtual ~AVPlayerItemLoader() = default;
 

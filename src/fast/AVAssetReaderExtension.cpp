@@ -6,13 +6,12 @@
 
 namespace zaffo {
 
-AVAssetReaderExtension::ReadError AVAssetReaderExtension::ReadError::failed(
-    std::shared_ptr<const NSError> error) {
+AVAssetReaderExtension::ReadError AVAssetReaderExtension::ReadError::failed(NSErrorPtr error) {
   if (!error) fatalError("The asset reader failed without an error");
   return ReadError(Case::Failed, std::move(error));
 }
 
-std::shared_ptr<const NSError> AVAssetReaderExtension::ReadError::asNSError() const {
+NSErrorPtr AVAssetReaderExtension::ReadError::asNSError() const {
   return NSError::create(domain, static_cast<long>(kind_));
 }
 

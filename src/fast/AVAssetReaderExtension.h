@@ -22,24 +22,23 @@ struct AVAssetReaderExtension {
     /// The domain under which it is handed on as an NSError; the code is the case's number.
     static constexpr const char* domain = "ZaffoPlayback.AVAssetReaderExtension.ReadError";
 
-    [[nodiscard]] static ReadError failed(std::shared_ptr<const NSError> error);
+    [[nodiscard]] static ReadError failed(NSErrorPtr error);
     [[nodiscard]] static ReadError canceled() { return ReadError(Case::Canceled, nullptr); }
     [[nodiscard]] static ReadError reachedEnd() { return ReadError(Case::ReachedEnd, nullptr); }
 
     [[nodiscard]] Case kind() const { return kind_; }
     /// The reader's own error of a Failed; null for the others.
-    [[nodiscard]] const std::shared_ptr<const NSError>& error() const { return error_; }
+    [[nodiscard]] const NSErrorPtr& error() const { return error_; }
 
     /// Domain and number alone: the reader's own error does not show in it.
-    [[nodiscard]] std::shared_ptr<const NSError> asNSError() const;
+    [[nodiscard]] NSErrorPtr asNSError() const;
     [[nodiscard]] const char* what() const noexcept override { return domain; }
 
    private:
-    ReadError(Case kind, std::shared_ptr<const NSError> error)
-        : kind_(kind), error_(std::move(error)) {}
+    ReadError(Case kind, NSErrorPtr error) : kind_(kind), error_(std::move(error)) {}
 
     Case kind_;
-    std::shared_ptr<const NSError> error_;
+    NSErrorPtr error_;
   };
 };
 

@@ -17,7 +17,7 @@ using ReadError = AVAssetReaderExtension::ReadError;
 
 namespace {
 
-std::shared_ptr<const NSError> startError(int32_t status, const char* message) {
+NSErrorPtr startError(int32_t status, const char* message) {
   return NSError::create(PlaybackSession::errorDomain, status,
                          {{NSLocalizedDescriptionKey, message}});
 }
@@ -95,7 +95,7 @@ void PlaybackSession::start(const Completion& completion) {
   completion(setupReader(kCMTimeZero));
 }
 
-std::shared_ptr<const NSError> PlaybackSession::makeTimebase() {
+NSErrorPtr PlaybackSession::makeTimebase() {
   std::shared_ptr<CMClock> clock;
   const auto clockStatus = factory_.audioClockCreate(&clock);
   if (!clock) return startError(clockStatus, "Failed to create Audio Clock");
@@ -150,7 +150,7 @@ CMTimebase& PlaybackSession::timebase() const {
 
 // The reader
 
-std::shared_ptr<const NSError> PlaybackSession::setupReader(CMTime time) {
+NSErrorPtr PlaybackSession::setupReader(CMTime time) {
   teardownReader();
   trace(" - Setup reader at time " + decimalText(CMTimeGetSeconds(time)));
   if (auto error = makeReader(time)) {
@@ -170,7 +170,7 @@ std::shared_ptr<const NSError> PlaybackSession::setupReader(CMTime time) {
   return nullptr;
 }
 
-std::shared_ptr<const NSError> PlaybackSession::makeReader(CMTime time) {
+NSErrorPtr PlaybackSession::makeReader(CMTime time) {
   try {
     reader_ = std::make_shared<PlaybackSessionReader>(asset(), time, factory_);
     return nullptr;

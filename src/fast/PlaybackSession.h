@@ -28,7 +28,7 @@ class ZAFFO_EXPORT PlaybackSessionDelegate {
   /// The display layer of `session` has failed with `error`; the session has stopped. Told on the
   /// session's queue.
   virtual void playbackSession(const std::shared_ptr<PlaybackSession>& session,
-                               const std::shared_ptr<const NSError>& error) = 0;
+                               const NSErrorPtr& error) = 0;
 };
 
 /// Plays the video of one item without an AVPlayer: compressed samples go from a reader to a
@@ -59,7 +59,7 @@ class ZAFFO_EXPORT PlaybackSessionDelegate {
 class ZAFFO_EXPORT PlaybackSession final : public std::enable_shared_from_this<PlaybackSession> {
  public:
   /// Null is success.
-  using Completion = std::function<void(std::shared_ptr<const NSError> error)>;
+  using Completion = std::function<void(NSErrorPtr error)>;
 
   /// Domain of the errors below; the code is that of the call that failed.
   static constexpr const char* errorDomain = "com.zaffoapp.app";
@@ -112,10 +112,10 @@ class ZAFFO_EXPORT PlaybackSession final : public std::enable_shared_from_this<P
   [[nodiscard]] const std::shared_ptr<AVAsset>& asset();
   [[nodiscard]] CMTimebase& timebase() const;
   void observeDisplayLayerStatus();
-  [[nodiscard]] std::shared_ptr<const NSError> makeTimebase();
+  [[nodiscard]] NSErrorPtr makeTimebase();
 
-  [[nodiscard]] std::shared_ptr<const NSError> setupReader(CMTime time);
-  [[nodiscard]] std::shared_ptr<const NSError> makeReader(CMTime time);
+  [[nodiscard]] NSErrorPtr setupReader(CMTime time);
+  [[nodiscard]] NSErrorPtr makeReader(CMTime time);
   void teardownReader();
 
   void startReadingBuffers();

@@ -33,8 +33,7 @@ struct PlaybackSessionFactory {
   std::function<std::shared_ptr<AVSampleBufferDisplayLayer>()> displayLayer =
       &AVSampleBufferDisplayLayer::create;
   /// Null with the error set when there is no reader.
-  std::function<std::shared_ptr<AVAssetReader>(std::shared_ptr<AVAsset>,
-                                               std::shared_ptr<const NSError>*)>
+  std::function<std::shared_ptr<AVAssetReader>(std::shared_ptr<AVAsset>, NSErrorPtr*)>
       assetReaderWithAsset = &AVAssetReader::create;
   std::function<std::shared_ptr<AVAssetReaderOutput>(std::shared_ptr<const AVAssetTrack>)>
       assetReaderTrackOutputWithTrack = &AVAssetReaderTrackOutput::create;

@@ -21,7 +21,7 @@ void markAsFirst(CMSampleBuffer& sample) {
 
 PlaybackSessionReader::PlaybackSessionReader(const std::shared_ptr<AVAsset>& asset, CMTime time,
                                              const PlaybackSessionFactory& factory) {
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   assetReader_ = factory.assetReaderWithAsset(asset, &error);
   if (!assetReader_) throw NSErrorException(std::move(error));
   checkStatus();

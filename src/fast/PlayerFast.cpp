@@ -73,10 +73,9 @@ void PlayerFast::seekToTime(CMTime time, CMTime /*toleranceBefore*/, CMTime /*to
                             SeekCompletion completion) {
   auto* const session = currentPlaybackSession();
   if (!session) return;
-  session->seek(time,
-                [completion = std::move(completion)](const std::shared_ptr<const NSError>& error) {
-                  if (completion) completion(error == nullptr);
-                });
+  session->seek(time, [completion = std::move(completion)](const NSErrorPtr& error) {
+    if (completion) completion(error == nullptr);
+  });
 }
 
 ZFCancelCommandPtr PlayerFast::addTimeObserver(std::vector<CMTime> /*boundaries*/,
@@ -99,7 +98,7 @@ ZFCancelCommandPtr PlayerFast::loadPlayerItem(std::shared_ptr<AVPlayerItem> item
   teardownSession();
   const auto session = PlaybackSession::create(std::move(item), factory_);
   session->start([weakSelf = weak_from_this(), isCancelled, session,
-                  completion = std::move(completion)](const std::shared_ptr<const NSError>& error) {
+                  completion = std::move(completion)](const NSErrorPtr& error) {
     dispatch_get_main_queue()->async([weakSelf, isCancelled, session, completion, error] {
       const auto self = weakSelf.lock();
       if (*isCancelled || !self) {
@@ -134,7 +133,7 @@ void PlayerFast::teardownSession() {
 }
 
 void PlayerFast::playbackSession(const std::shared_ptr<PlaybackSession>& session,
-                                 const std::shared_ptr<const NSError>& error) {
+                                 const NSErrorPtr& error) {
   auto* failed = session.get();
   if (!failed || !currentSession_.compare_exchange_strong(failed, nullptr)) return;
   session->stop();

@@ -68,7 +68,7 @@ class ZAFFO_EXPORT PlayerFast final : public MutablePlayer,
 
   /// Called by a session, on its queue. What is not the present session is ignored.
   void playbackSession(const std::shared_ptr<PlaybackSession>& session,
-                       const std::shared_ptr<const NSError>& error) override;
+                       const NSErrorPtr& error) override;
 
  private:
   explicit PlayerFast(PlaybackSessionFactory factory);

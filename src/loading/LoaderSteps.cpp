@@ -28,8 +28,7 @@ bool hasFailed(AVKeyValueStatus status) {
          status == AVKeyValueStatus::Cancelled;
 }
 
-void deliverThumbnail(const ThumbnailCompletion& completion, CGImagePtr image,
-                      std::shared_ptr<const NSError> error) {
+void deliverThumbnail(const ThumbnailCompletion& completion, CGImagePtr image, NSErrorPtr error) {
   if (error) {
     completion(nullptr, std::move(error));
   } else if (image && CGImageGetHeight(image) != 0) {
@@ -40,7 +39,7 @@ void deliverThumbnail(const ThumbnailCompletion& completion, CGImagePtr image,
 }
 
 void copyFirstFrame(AVAssetImageGenerator& generator, ThumbnailCompletion completion) {
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   auto image = generator.copyCGImageAtTime(kCMTimeZero, nullptr, &error);
   dispatch_async(ZFMediaQueue::queue(),
                  [completion = std::move(completion), image = std::move(image),

@@ -12,15 +12,15 @@ namespace zaffo {
 
 namespace {
 
-std::shared_ptr<const NSError> disposedError() {
+NSErrorPtr disposedError() {
   return makePlayerError("The player has been disposed and cannot be used anymore.");
 }
 
-void report(const MutablePlayer::LoadCompletion& completion, std::shared_ptr<const NSError> error) {
+void report(const MutablePlayer::LoadCompletion& completion, NSErrorPtr error) {
   if (completion) completion(std::move(error));
 }
 
-std::shared_ptr<const NSError> errorOr(std::shared_ptr<const NSError> error, const char* message) {
+NSErrorPtr errorOr(NSErrorPtr error, const char* message) {
   return error ? std::move(error) : makePlayerError(message);
 }
 
@@ -126,8 +126,7 @@ ZFCancelCommandPtr PlayerNative::loadPlayerItem(std::shared_ptr<AVPlayerItem> it
 }
 
 /// Why the platform does not take the item; null when it does.
-std::shared_ptr<const NSError> PlayerNative::putIntoPlayer(
-    const std::shared_ptr<AVPlayerItem>& item) {
+NSErrorPtr PlayerNative::putIntoPlayer(const std::shared_ptr<AVPlayerItem>& item) {
   try {
     player_->replaceCurrentItemWithPlayerItem(item);
   } catch (const NSErrorException& refusal) {

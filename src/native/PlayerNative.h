@@ -84,8 +84,7 @@ class ZAFFO_EXPORT PlayerNative final : public MutablePlayer,
 
   void stopObserving();
   void cancelCurrentLoad();
-  [[nodiscard]] std::shared_ptr<const NSError> putIntoPlayer(
-      const std::shared_ptr<AVPlayerItem>& item);
+  [[nodiscard]] NSErrorPtr putIntoPlayer(const std::shared_ptr<AVPlayerItem>& item);
   void waitForItemReadiness(const std::shared_ptr<AVPlayerItem>& item, LoadCompletion completion);
   void itemStatusChanged(AVPlayerItemStatus status, const AVPlayerItem& item,
                          const LoadCompletion& completion);

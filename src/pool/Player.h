@@ -60,7 +60,7 @@ inline constexpr long PlayerErrorCode = 500;
 
 /// An error of PlayerErrorDomain and PlayerErrorCode with `message` as its description.
 /// Thread: any.
-[[nodiscard]] inline std::shared_ptr<const NSError> makePlayerError(std::string message) {
+[[nodiscard]] inline NSErrorPtr makePlayerError(std::string message) {
   return NSError::create(PlayerErrorDomain, PlayerErrorCode,
                          {{NSLocalizedDescriptionKey, std::move(message)}});
 }
@@ -76,7 +76,7 @@ class PlayerLoadResult {
     CMTime itemDuration;
   };
   struct Failure {
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
   };
 
   // Not explicit: completions are written `completion(PlayerLoadResult::Failure{error})`.
@@ -92,9 +92,7 @@ class PlayerLoadResult {
     return success() ? success()->player : nullptr;
   }
   /// The error of a failure, null for a success.
-  [[nodiscard]] std::shared_ptr<const NSError> error() const {
-    return failure() ? failure()->error : nullptr;
-  }
+  [[nodiscard]] NSErrorPtr error() const { return failure() ? failure()->error : nullptr; }
 
  private:
   std::variant<Success, Failure> result_;
@@ -173,7 +171,7 @@ class ZAFFO_EXPORT Player {
 class ZAFFO_EXPORT MutablePlayer : public Player {
  public:
   /// Null is success.
-  using LoadCompletion = std::function<void(std::shared_ptr<const NSError> error)>;
+  using LoadCompletion = std::function<void(NSErrorPtr error)>;
 
   /// Loads `item` in place of whatever is loaded or being loaded. `completion` (may be empty) is
   /// called at most once, possibly before this returns; not at all when the returned command (never

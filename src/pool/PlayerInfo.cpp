@@ -62,7 +62,7 @@ bool PlayerInfo::remove(const LoadCompletionHandlerPtr& handler) {
   return true;
 }
 
-void PlayerInfo::notifyCompletionHandlers(const std::shared_ptr<const NSError>& error) {
+void PlayerInfo::notifyCompletionHandlers(const NSErrorPtr& error) {
   // Emptied first: a handler that adds or removes handlers acts on the new list.
   const auto handlers = std::exchange(loadCompletionHandlers_, {});
   for (const auto& handler : handlers) handler->completionHandler(error);

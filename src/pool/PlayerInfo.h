@@ -19,7 +19,7 @@ class PlayerInfo {
   /// Someone who waits for a load. Told apart by address: the same function in two handlers makes
   /// two different waiters.
   struct LoadCompletionHandler {
-    std::function<void(std::shared_ptr<const NSError> error)> completionHandler;
+    std::function<void(NSErrorPtr error)> completionHandler;
   };
   using LoadCompletionHandlerPtr = std::shared_ptr<LoadCompletionHandler>;
 
@@ -65,7 +65,7 @@ class PlayerInfo {
   bool remove(const LoadCompletionHandlerPtr& handler);
   /// Tells everyone who waits, in order, and forgets them first; null is success. It cannot take
   /// back whom it has forgotten: a handler that must not be told any more ignores the call.
-  void notifyCompletionHandlers(const std::shared_ptr<const NSError>& error);
+  void notifyCompletionHandlers(const NSErrorPtr& error);
 
   /// Adds one use.
   void acquireOwnership();

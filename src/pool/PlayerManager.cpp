@@ -224,8 +224,7 @@ void PlayerManager::startLoad(const PlayerInfoPtr& record, std::shared_ptr<AVPla
   record->setState(PlayerState::Loading);
   record->setKeepsItem(true);
   auto command = record->player()->loadPlayerItem(
-      std::move(item), [weakRecord = std::weak_ptr<PlayerInfo>(record)](
-                           const std::shared_ptr<const NSError>& error) {
+      std::move(item), [weakRecord = std::weak_ptr<PlayerInfo>(record)](const NSErrorPtr& error) {
         const auto strongRecord = weakRecord.lock();
         if (!strongRecord) return;
         strongRecord->setLoadCommand(nullptr);

@@ -25,14 +25,14 @@ PlayerRequest::PlayerRequest(Private, std::weak_ptr<PlayerManager> manager,
                              std::weak_ptr<PlayerInfo> record, Completion completion)
     : manager_(std::move(manager)),
       record_(std::move(record)),
-      handler_{[this](const std::shared_ptr<const NSError>& error) { loadEnded(error); }},
+      handler_{[this](const NSErrorPtr& error) { loadEnded(error); }},
       completion_(std::move(completion)) {}
 
 PlayerInfo::LoadCompletionHandlerPtr PlayerRequest::handler() {
   return {shared_from_this(), &handler_};
 }
 
-void PlayerRequest::loadEnded(const std::shared_ptr<const NSError>& error) {
+void PlayerRequest::loadEnded(const NSErrorPtr& error) {
   const auto manager = manager_.lock();
   const auto record = record_.lock();
   if (!manager || !record || std::exchange(isOver_, true)) return;

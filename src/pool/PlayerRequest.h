@@ -45,7 +45,7 @@ class PlayerRequest : public std::enable_shared_from_this<PlayerRequest> {
   void cancel();
 
  private:
-  void loadEnded(const std::shared_ptr<const NSError>& error);
+  void loadEnded(const NSErrorPtr& error);
 
   const std::weak_ptr<PlayerManager> manager_;
   const std::weak_ptr<PlayerInfo> record_;

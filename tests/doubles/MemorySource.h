@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "platform/AVAssetTrack.h"
-#include "platform/media/FFmpegError.h"
-#include "platform/media/SampleSource.h"
+#include "platform/avfoundation/AVAssetTrack.h"
+#include "platform/foundation/MakeError.h"
+#include "platform/media/source/SampleSource.h"
 
 namespace zaffo::media {
 
@@ -23,8 +23,8 @@ inline Sample copyOf(const Sample& sample) {
   copy.decode = sample.decode;
   copy.duration = sample.duration;
   copy.sync = sample.sync;
-  copy.shown = sample.shown;
-  copy.startsAnew = sample.startsAnew;
+  copy.decodeOnly = sample.decodeOnly;
+  copy.isDiscontinuity = sample.isDiscontinuity;
   copy.heardFrom = sample.heardFrom;
   copy.heardUntil = sample.heardUntil;
   return copy;

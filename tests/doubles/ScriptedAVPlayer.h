@@ -28,8 +28,8 @@ class ScriptedAVPlayer final : public AVPlayer {
   float volumeValue = 1;
   CMTime timeValue = kCMTimeZero;
   AVPlayerStatus statusValue = AVPlayerStatus::ReadyToPlay;
-  std::shared_ptr<const NSError> errorValue;
-  std::shared_ptr<const NSError> refusal;  ///< raised for each item while it is set
+  NSErrorPtr errorValue;
+  NSErrorPtr refusal;  ///< raised for each item while it is set
   std::function<void()> onStatusRead;
   std::function<void()> onCancelPrerolls;
 
@@ -55,7 +55,7 @@ class ScriptedAVPlayer final : public AVPlayer {
     if (onStatusRead) onStatusRead();
     return statusValue;
   }
-  [[nodiscard]] std::shared_ptr<const NSError> error() const override { return errorValue; }
+  [[nodiscard]] NSErrorPtr error() const override { return errorValue; }
 
   void replaceCurrentItemWithPlayerItem(std::shared_ptr<AVPlayerItem> newItem) override {
     if (newItem && refusal) throw NSErrorException(refusal);

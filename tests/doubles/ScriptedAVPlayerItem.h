@@ -23,14 +23,14 @@ class ScriptedAVPlayerItem final : public AVPlayerItem {
   }
 
   AVPlayerItemStatus statusValue = AVPlayerItemStatus::ReadyToPlay;
-  std::shared_ptr<const NSError> errorValue;
+  NSErrorPtr errorValue;
   mutable int statusReads = 0;
 
   [[nodiscard]] AVPlayerItemStatus status() const override {
     ++statusReads;
     return statusValue;
   }
-  [[nodiscard]] std::shared_ptr<const NSError> error() const override { return errorValue; }
+  [[nodiscard]] NSErrorPtr error() const override { return errorValue; }
   [[nodiscard]] const std::shared_ptr<AVAsset>& asset() const override { return asset_; }
   [[nodiscard]] CMTime duration() const override { return asset_->duration(); }
   [[nodiscard]] std::shared_ptr<const AVAudioMix> audioMix() const override { return mix_; }

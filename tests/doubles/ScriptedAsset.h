@@ -45,8 +45,8 @@ class ScriptedAsset final : public AVAsset {
     handlers_.push_back(std::move(handler));
     if (finishesAtOnce) finishLoading();
   }
-  [[nodiscard]] AVKeyValueStatus statusOfValueForKey(
-      const std::string& key, std::shared_ptr<const NSError>* /*error*/) const override {
+  [[nodiscard]] AVKeyValueStatus statusOfValueForKey(const std::string& key,
+                                                     NSErrorPtr* /*error*/) const override {
     checkedKeys.push_back(key);
     const auto found = statuses.find(key);
     return found == statuses.end() ? AVKeyValueStatus::Loaded : found->second;

@@ -45,7 +45,7 @@ class ScriptedAssetReader final : public AVAssetReader {
   AVAssetReaderStatus statusOnceStarted = AVAssetReaderStatus::Reading;
   /// The status when a sample was asked for and none is left.
   AVAssetReaderStatus statusAtEnd = AVAssetReaderStatus::Completed;
-  std::shared_ptr<const NSError> errorValue;
+  NSErrorPtr errorValue;
   bool acceptsOutput = true;
   CMTimeRange timeRange = kCMTimeRangeInvalid;
   std::vector<std::shared_ptr<CMSampleBuffer>> samples;  ///< first to last
@@ -55,7 +55,7 @@ class ScriptedAssetReader final : public AVAssetReader {
   int copies = 0;
 
   [[nodiscard]] AVAssetReaderStatus status() const override { return statusValue; }
-  [[nodiscard]] std::shared_ptr<const NSError> error() const override { return errorValue; }
+  [[nodiscard]] NSErrorPtr error() const override { return errorValue; }
   void setTimeRange(CMTimeRange range) override {
     std::printf("reader time range\n");
     timeRange = range;

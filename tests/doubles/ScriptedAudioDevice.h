@@ -6,7 +6,7 @@
 #include <mutex>
 #include <vector>
 
-#include "platform/media/AudioDevice.h"
+#include "platform/media/output/AudioDevice.h"
 
 namespace zaffo::media {
 

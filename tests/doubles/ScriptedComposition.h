@@ -46,7 +46,7 @@ class ScriptedCompositionTrack final : public AVMutableCompositionTrack {
   }
   [[nodiscard]] bool insertTimeRange(CMTimeRange timeRange,
                                      std::shared_ptr<const AVAssetTrack> track, CMTime startTime,
-                                     std::shared_ptr<const NSError>* error) override {
+                                     NSErrorPtr* error) override {
     calls_.push_back({CompositionCall::Kind::Insert,
                       trackID_,
                       mediaType_,
@@ -110,8 +110,8 @@ class ScriptedComposition final : public AVMutableComposition {
                                        std::function<void()> handler) override {
     handler();
   }
-  [[nodiscard]] AVKeyValueStatus statusOfValueForKey(
-      const std::string& /*key*/, std::shared_ptr<const NSError>* /*error*/) const override {
+  [[nodiscard]] AVKeyValueStatus statusOfValueForKey(const std::string& /*key*/,
+                                                     NSErrorPtr* /*error*/) const override {
     return AVKeyValueStatus::Loaded;
   }
   void cancelLoading() override {}

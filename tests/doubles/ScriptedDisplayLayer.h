@@ -23,7 +23,7 @@ class ScriptedDisplayLayer final : public AVSampleBufferDisplayLayer {
   /// Whether it calls for samples as soon as it is asked to; else only on ask().
   bool asksAtOnce = true;
   std::vector<std::shared_ptr<CMSampleBuffer>> samples;  ///< all that were enqueued
-  std::shared_ptr<const NSError> errorValue;
+  NSErrorPtr errorValue;
   std::function<void()> onEnqueue;
   std::function<void()> onRequest;
 
@@ -41,7 +41,7 @@ class ScriptedDisplayLayer final : public AVSampleBufferDisplayLayer {
   [[nodiscard]] std::function<void()> lastBlock() const { return last()->block; }
 
   /// Changes the status, and tells so, on the calling thread.
-  void changeStatus(Status status, std::shared_ptr<const NSError> error = nullptr) {
+  void changeStatus(Status status, NSErrorPtr error = nullptr) {
     errorValue = std::move(error);
     status_.set(status);
   }
@@ -88,7 +88,7 @@ class ScriptedDisplayLayer final : public AVSampleBufferDisplayLayer {
   }
 
   [[nodiscard]] Status status() const override { return status_.get(); }
-  [[nodiscard]] std::shared_ptr<const NSError> error() const override { return errorValue; }
+  [[nodiscard]] NSErrorPtr error() const override { return errorValue; }
   [[nodiscard]] KeyValueObservation observeStatus(std::function<void()> changed) override {
     std::printf("layer observe status\n");
     auto observation = std::make_shared<KeyValueObservation>(

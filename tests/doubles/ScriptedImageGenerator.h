@@ -13,7 +13,7 @@ namespace zaffo {
 class ScriptedImageGenerator final : public AVAssetImageGenerator {
  public:
   CGImagePtr image;
-  std::shared_ptr<const NSError> errorValue;
+  NSErrorPtr errorValue;
   std::function<void()> onCopy;
   std::function<void()> onMaximumSize;
 
@@ -30,7 +30,7 @@ class ScriptedImageGenerator final : public AVAssetImageGenerator {
     appliedTransforms.push_back(applies);
   }
   [[nodiscard]] CGImagePtr copyCGImageAtTime(CMTime time, CMTime* actualTime,
-                                             std::shared_ptr<const NSError>* error) override {
+                                             NSErrorPtr* error) override {
     copiedTimes.push_back(time);
     wasAskedForActualTime = actualTime != nullptr;
     if (onCopy) onCopy();

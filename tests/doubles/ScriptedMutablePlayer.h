@@ -23,7 +23,7 @@ class ScriptedMutablePlayer final : public MutablePlayer {
 
   /// Loads end inside loadPlayerItem with `errorAtOnce`.
   bool loadsAtOnce = false;
-  std::shared_ptr<const NSError> errorAtOnce;
+  NSErrorPtr errorAtOnce;
   /// Run inside the operation, after it has been logged.
   std::function<void()> onTeardown, onFullTeardown, onSeek;
 
@@ -44,7 +44,7 @@ class ScriptedMutablePlayer final : public MutablePlayer {
   std::vector<ZFCancelCommandPtr> timeCommands;
 
   /// Calls the completion of the latest load, even of one that was cancelled; null is success.
-  void finishLoad(std::shared_ptr<const NSError> error = nullptr) {
+  void finishLoad(NSErrorPtr error = nullptr) {
     const auto completion = loads.back();
     completion(std::move(error));
   }
@@ -52,7 +52,7 @@ class ScriptedMutablePlayer final : public MutablePlayer {
   [[nodiscard]] bool isLoading() const { return pending_ && *pending_; }
 
   /// Ends the load under way as a real player does; not to be called without one.
-  void finishPendingLoad(std::shared_ptr<const NSError> error) {
+  void finishPendingLoad(NSErrorPtr error) {
     const auto pending = std::exchange(pending_, nullptr);
     (*pending)(std::move(error));
   }

@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "platform/AVAssetTrack.h"
-#include "platform/media/FFmpegError.h"
-#include "platform/media/SampleSource.h"
+#include "platform/avfoundation/AVAssetTrack.h"
+#include "platform/foundation/MakeError.h"
+#include "platform/media/source/SampleSource.h"
 
 namespace zaffo::media {
 

@@ -82,7 +82,7 @@ class FastTest : public testing::Test {
               return layers.back();
             },
         .assetReaderWithAsset =
-            [this](const std::shared_ptr<AVAsset>& read, std::shared_ptr<const NSError>* error) {
+            [this](const std::shared_ptr<AVAsset>& read, NSErrorPtr* error) {
               readerAssets.push_back(read);
               return makeReader(error);
             },
@@ -100,7 +100,7 @@ class FastTest : public testing::Test {
   bool hasTimebase = true;
   int32_t timebaseStatus = 0;
   /// Why no reader can be made; null when one can.
-  std::shared_ptr<const NSError> readerError;
+  NSErrorPtr readerError;
   /// Told of each reader and layer that is made.
   std::function<void(ScriptedAssetReader& reader)> scriptReader;
   std::function<void(ScriptedDisplayLayer& layer)> scriptLayer;
@@ -119,7 +119,7 @@ class FastTest : public testing::Test {
   std::weak_ptr<CMTimebase> lastTimebase;
 
  private:
-  std::shared_ptr<AVAssetReader> makeReader(std::shared_ptr<const NSError>* error) {
+  std::shared_ptr<AVAssetReader> makeReader(NSErrorPtr* error) {
     std::printf("reader made\n");
     if (readerError) {
       *error = readerError;

@@ -98,7 +98,7 @@ TEST_F(PlaybackSessionEndTest, AFailedReaderIsReportedWithItsErrorWhenTheLastSam
   const auto& notification = ends.heard[0];
   EXPECT_EQ(notification.name, AVPlayerItemFailedToPlayToEndTimeNotification);
   EXPECT_EQ(notification.object, item);
-  EXPECT_EQ(std::any_cast<std::shared_ptr<const NSError>>(
+  EXPECT_EQ(std::any_cast<NSErrorPtr>(
                 notification.userInfo.at(AVPlayerItemFailedToPlayToEndTimeErrorKey)),
             error);
   EXPECT_EQ(session->rate(), 0);
@@ -206,18 +206,18 @@ class PlaybackSessionFailureTest : public PlaybackSessionEndTest {
   class Delegate final : public PlaybackSessionDelegate {
    public:
     void playbackSession(const std::shared_ptr<PlaybackSession>& session,
-                         const std::shared_ptr<const NSError>& why) override {
+                         const NSErrorPtr& why) override {
       std::printf("delegate told, rate %g\n", session->rate());
       errors.push_back(why);
       if (queue) onQueue = queue->isCurrent();
     }
-    std::vector<std::shared_ptr<const NSError>> errors;
+    std::vector<NSErrorPtr> errors;
     DispatchQueuePtr queue;
     bool onQueue = false;
   };
 
   const std::shared_ptr<Delegate> delegate = std::make_shared<Delegate>();
-  const std::shared_ptr<const NSError> error = NSError::create("decoder", 9);
+  const NSErrorPtr error = NSError::create("decoder", 9);
 };
 
 TEST_F(PlaybackSessionFailureTest, StopsReadingTearsDownAndTellsTheDelegateOnTheQueue) {

@@ -36,7 +36,7 @@ class PlaybackSessionReaderTest : public FastTest {
     };
   }
 
-  const std::shared_ptr<const NSError> error = NSError::create("disk", 5);
+  const NSErrorPtr error = NSError::create("disk", 5);
 };
 
 TEST_F(PlaybackSessionReaderTest, IsBuiltInOrder) {

@@ -80,7 +80,7 @@ TEST_F(PlaybackSessionSeekTest, AFailureIsReportedOnTheQueueAndTheRateIsNotResto
   readerError = NSError::create("platform", 3, {{NSLocalizedDescriptionKey, "gone"}});
   bool onQueue = false;
   Transcript transcript;
-  session->seek(seconds(1), [&](const std::shared_ptr<const NSError>& error) {
+  session->seek(seconds(1), [&](const NSErrorPtr& error) {
     onQueue = layer().queue()->isCurrent();
     into(reports)(error);
   });

@@ -36,7 +36,7 @@ TEST_F(PlaybackSessionTest, StartsInOrderAndShowsTheFirstFrameAtRateZero) {
   scriptLayer = [](ScriptedDisplayLayer& layer) { layer.asksAtOnce = false; };
   session = PlaybackSession::create(item, factory());
   Transcript transcript;
-  session->start([this](const std::shared_ptr<const NSError>& error) {
+  session->start([this](const NSErrorPtr& error) {
     std::printf("completed\n");
     into(reports)(error);
   });

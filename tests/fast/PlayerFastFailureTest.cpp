@@ -26,7 +26,7 @@ TEST_F(PlayerFastFailureTest, AClipThatCannotBeDecodedCostsTheItemHoweverSoonIts
   const auto item = itemAt(test::clip("no_key_frame.mp4"));
   Transcript transcript;
   int loads = 0;
-  player->loadPlayerItem(item, [&](const std::shared_ptr<const NSError>& error) {
+  player->loadPlayerItem(item, [&](const NSErrorPtr& error) {
     EXPECT_FALSE(error);
     EXPECT_TRUE(player->playerItem()) << "the failure is told no sooner than the load";
     ++loads;

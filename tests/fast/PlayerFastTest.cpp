@@ -38,7 +38,7 @@ class PlayerFastTest : public FastTest {
   }
 
   static MutablePlayer::LoadCompletion into(Reports& reports) {
-    return [&reports](const std::shared_ptr<const NSError>& error) {
+    return [&reports](const NSErrorPtr& error) {
       reports.push_back(error ? error->domain() + " " + std::to_string(error->code()) + " " +
                                     error->localizedDescription()
                               : "");
@@ -100,7 +100,7 @@ TEST_F(PlayerFastTest, ALoadIsReportedFromTheMainQueueAndNeverInsideTheCall) {
 
 TEST_F(PlayerFastTest, TheItemIsThereWhenTheLoadIsReported) {
   bool wasThere = false;
-  player->loadPlayerItem(item, [&](const std::shared_ptr<const NSError>&) {
+  player->loadPlayerItem(item, [&](const NSErrorPtr&) {
     wasThere = player->playerItem() == item && view()->sampleBufferDisplayerLayer() != nullptr;
   });
   time.settle();
@@ -215,7 +215,7 @@ TEST_F(PlayerFastTest, ALoadHoldsThePlayerOnlyWeaklyAndIsAbandonedWithIt) {
 
 TEST_F(PlayerFastTest, ALoadHoldsItsCompletionNoMoreOnceItHasEnded) {
   const auto token = std::make_shared<int>(1);
-  player->loadPlayerItem(item, [token](const std::shared_ptr<const NSError>&) {});
+  player->loadPlayerItem(item, [token](const NSErrorPtr&) {});
   time.settle();
   EXPECT_EQ(token.use_count(), 1);
 }

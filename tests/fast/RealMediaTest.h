@@ -33,12 +33,12 @@ class RealMediaTest : public testing::Test {
   }
 
   /// Starts a session on a clip at `path`; null is success.
-  std::shared_ptr<const NSError> start(const std::string& path) {
+  NSErrorPtr start(const std::string& path) {
     item = itemAt(path);
     listen();
     session = PlaybackSession::create(item);
-    std::shared_ptr<const NSError> error;
-    session->start([&error](std::shared_ptr<const NSError> told) { error = std::move(told); });
+    NSErrorPtr error;
+    session->start([&error](NSErrorPtr told) { error = std::move(told); });
     if (const auto& layer = session->displayLayer()) layer->setBounds(CGRectMake(0, 0, 384, 216));
     time.settle();
     return error;

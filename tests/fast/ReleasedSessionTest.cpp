@@ -52,7 +52,7 @@ TEST_P(ReleasedInAnyStateTest, LeavesNoCallbackThreadDescriptorOrMemoryBehind) {
 }
 
 void started(RealMediaTest& test) {
-  test.session->start([](const std::shared_ptr<const NSError>&) {});
+  test.session->start([](const NSErrorPtr&) {});
 }
 void settled(RealMediaTest& test, int64_t nanoseconds = 0) {
   started(test);
@@ -75,10 +75,9 @@ INSTANTIATE_TEST_SUITE_P(
                     State{"Seeking", "h264_30.mp4",
                           [](RealMediaTest& test) {
                             playing(test, 10 * kFrame);
-                            test.session->seek(CMTimeMake(70, 30),
-                                               [&test](const std::shared_ptr<const NSError>&) {
-                                                 test.ends.push_back({"seek", 0});
-                                               });
+                            test.session->seek(CMTimeMake(70, 30), [&test](const NSErrorPtr&) {
+                              test.ends.push_back({"seek", 0});
+                            });
                           }},
                     State{"Draining", "video_only.mp4",
                           [](RealMediaTest& test) { playing(test, kNanosecondsPerSecond); }},

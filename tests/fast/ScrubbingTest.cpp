@@ -42,8 +42,7 @@ class ScrubbingIn : public testing::TestWithParam<const char*> {
 
   void load(const PlaybackSessionFactory& factory) {
     player_ = PlayerFast::create(factory);
-    player_->loadPlayerItem(
-        item_, [](const std::shared_ptr<const NSError>& error) { EXPECT_FALSE(error); });
+    player_->loadPlayerItem(item_, [](const NSErrorPtr& error) { EXPECT_FALSE(error); });
     time_.settle();
     ASSERT_EQ(player_->playerItem(), item_);
   }

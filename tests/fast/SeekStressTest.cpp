@@ -114,8 +114,8 @@ class StressedPlayer {
     stress_.made.push_back(item);
     isWhole_ = stress_.isWhole(asset);
     item_ = nullptr;
-    command_ = player_->loadPlayerItem(
-        item, [this, item, load = ++loads_](const std::shared_ptr<const NSError>& error) {
+    command_ =
+        player_->loadPlayerItem(item, [this, item, load = ++loads_](const NSErrorPtr& error) {
           EXPECT_TRUE(NSThread::isMainThread());
           if (!error && load == loads_) item_ = item;
           stress_.called();
@@ -165,8 +165,7 @@ class StressedPlayer {
 class FailureListener final : public PlaybackSessionDelegate {
  public:
   explicit FailureListener(bool isWhole) : isWhole_(isWhole) {}
-  void playbackSession(const std::shared_ptr<PlaybackSession>&,
-                       const std::shared_ptr<const NSError>& error) override {
+  void playbackSession(const std::shared_ptr<PlaybackSession>&, const NSErrorPtr& error) override {
     EXPECT_FALSE(isWhole_) << "a session failed: " << error->description();
   }
 
@@ -208,12 +207,12 @@ class StressedSession {
     listener_ = std::make_shared<FailureListener>(isWhole_);
     session->setDelegate(listener_);
     bool hasStarted = false;
-    session->start([&](const std::shared_ptr<const NSError>& error) { hasStarted = !error; });
+    session->start([&](const NSErrorPtr& error) { hasStarted = !error; });
     if (hasStarted) session_ = std::move(session);
   }
   void seek(CMTime time) {
     queue_->async([session = session_, time, &stress = stress_] {
-      session->seek(time, [&stress](const std::shared_ptr<const NSError>& error) {
+      session->seek(time, [&stress](const NSErrorPtr& error) {
         EXPECT_TRUE(error);
         stress.called();
       });
@@ -291,7 +290,7 @@ class SeekStress : public testing::Test {
     };
     stress_.factory.assetReaderWithAsset =
         [this, real](std::shared_ptr<AVAsset> asset,
-                     std::shared_ptr<const NSError>* error) -> std::shared_ptr<AVAssetReader> {
+                     NSErrorPtr* error) -> std::shared_ptr<AVAssetReader> {
       if (++stress_.readers % 23 == 0 && stress_.readersFail) {
         *error = NSError::create("test", 1);
         return nullptr;

@@ -18,7 +18,7 @@ class SessionTest : public FastTest {
   using Reports = std::vector<std::string>;
 
   static PlaybackSession::Completion into(Reports& reports) {
-    return [&reports](const std::shared_ptr<const NSError>& error) {
+    return [&reports](const NSErrorPtr& error) {
       reports.push_back(error ? error->domain() + " " + std::to_string(error->code()) + " " +
                                     error->localizedDescription()
                               : "");

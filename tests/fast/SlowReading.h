@@ -17,9 +17,8 @@ class SlowReading {
  public:
   [[nodiscard]] PlaybackSessionFactory factory() const {
     PlaybackSessionFactory factory;
-    factory.assetReaderWithAsset =
-        [](std::shared_ptr<AVAsset> asset,
-           std::shared_ptr<const NSError>* error) -> std::shared_ptr<AVAssetReader> {
+    factory.assetReaderWithAsset = [](std::shared_ptr<AVAsset> asset,
+                                      NSErrorPtr* error) -> std::shared_ptr<AVAssetReader> {
       auto reader = AVAssetReader::create(std::move(asset), error);
       return reader ? std::make_shared<Reader>(std::move(reader)) : nullptr;
     };
@@ -65,7 +64,7 @@ class SlowReading {
    public:
     explicit Reader(std::shared_ptr<AVAssetReader> inner) : inner_(std::move(inner)) {}
     [[nodiscard]] AVAssetReaderStatus status() const override { return inner_->status(); }
-    [[nodiscard]] std::shared_ptr<const NSError> error() const override { return inner_->error(); }
+    [[nodiscard]] NSErrorPtr error() const override { return inner_->error(); }
     void setTimeRange(CMTimeRange range) override { inner_->setTimeRange(range); }
     [[nodiscard]] bool canAddOutput(const std::shared_ptr<AVAssetReaderOutput>& output) override {
       return inner_->canAddOutput(std::static_pointer_cast<Output>(output)->inner());

@@ -27,7 +27,7 @@ class FastRenderingTest : public testing::Test {
     Window::Options options;
     options.size = {192, 108};
     options.offscreen = true;
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     window = Window::create(options, &error);
     ASSERT_TRUE(window) << error->localizedDescription();
     const auto asset =

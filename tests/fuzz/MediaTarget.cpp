@@ -4,10 +4,10 @@
 
 #include "fuzz/FuzzTarget.h"
 #include "fuzz/MemoryFile.h"
-#include "platform/AVAssetTrack.h"
-#include "platform/media/AudioDecoder.h"
-#include "platform/media/FileSampleSource.h"
-#include "platform/media/VideoDecoder.h"
+#include "platform/avfoundation/AVAssetTrack.h"
+#include "platform/media/codec/AudioDecoder.h"
+#include "platform/media/codec/VideoDecoder.h"
+#include "platform/media/source/FileSampleSource.h"
 
 namespace zaffo::media {
 namespace {
@@ -120,7 +120,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   using namespace zaffo;
   static const fuzz::MemoryFile file;
   file.setContent({data, size});
-  media::NSErrorPtr error;
+  NSErrorPtr error;
   const auto source = media::FileSampleSource::open(file.path(), &error);
   fuzz::require(source != nullptr || error != nullptr, "a file that is not opened has an error");
   if (!source) return 0;

@@ -3,8 +3,8 @@
 #include <string>
 #include <tuple>
 
-#include "Script.h"
 #include "fuzz/FuzzTarget.h"
+#include "script/Script.h"
 
 namespace zaffo::feed {
 namespace {

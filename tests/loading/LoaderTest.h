@@ -28,7 +28,7 @@ class LoaderTestOf : public testing::Test {
   };
   struct Thumbnail {
     std::shared_ptr<const UIImage> image;
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     bool onMediaQueue = false;
   };
 
@@ -80,8 +80,7 @@ class LoaderTestOf : public testing::Test {
 
   void loadThumbnail(unsigned long priority = 0) {
     const auto command = loader->loadThumbnailWithPriority(
-        priority, {90, 160},
-        [this](std::shared_ptr<const UIImage> image, std::shared_ptr<const NSError> error) {
+        priority, {90, 160}, [this](std::shared_ptr<const UIImage> image, NSErrorPtr error) {
           thumbnails.push_back(
               {std::move(image), std::move(error), ZFMediaQueue::queue()->isCurrent()});
         });
@@ -110,7 +109,7 @@ class LoaderTestOf : public testing::Test {
   std::shared_ptr<ScriptedAsset> assetOfItem = std::make_shared<ScriptedAsset>();
   std::shared_ptr<ScriptedAVPlayerItem> item = std::make_shared<ScriptedAVPlayerItem>(assetOfItem);
   std::shared_ptr<ScriptedImageGenerator> generator = std::make_shared<ScriptedImageGenerator>();
-  std::shared_ptr<const NSError> itemException, mixException;
+  NSErrorPtr itemException, mixException;
   std::shared_ptr<ScriptedComposition> composition = std::make_shared<ScriptedComposition>();
   std::shared_ptr<AVMutableAudioMix> mix = AVMutableAudioMix::audioMix();
   std::function<void()> onComposition = [] {};

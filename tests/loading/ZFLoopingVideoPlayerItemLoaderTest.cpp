@@ -269,8 +269,7 @@ TEST_F(ZFLoopingVideoPlayerItemLoaderTest, AcceptsMissingCompletionsEverywhere) 
 
 TEST_F(ZFLoopingVideoPlayerItemLoaderTest, PreloadingDoesNothingAndIsNeverReported) {
   bool called = false;
-  const auto command =
-      loader->preloadWithPriority(2, [&](const std::shared_ptr<const NSError>&) { called = true; });
+  const auto command = loader->preloadWithPriority(2, [&](const NSErrorPtr&) { called = true; });
   time.advance(kNanosecondsPerSecond);
   EXPECT_EQ(command, ZFNoopCancelCommand::sharedInstance());
   EXPECT_FALSE(called);

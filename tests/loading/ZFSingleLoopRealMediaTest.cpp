@@ -20,7 +20,7 @@ class ZFSingleLoopRealMediaTest : public testing::Test {
   };
   struct Thumbnail {
     std::shared_ptr<const UIImage> image;
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
   };
 
   static std::shared_ptr<ZFSingleLoopVideoPlayerItemLoader> loaderOf(const std::string& name) {
@@ -41,8 +41,7 @@ class ZFSingleLoopRealMediaTest : public testing::Test {
   static Thumbnail thumbnail(const std::string& name, CGSize size) {
     std::promise<Thumbnail> made;
     loaderOf(name)->loadThumbnailWithPriority(
-        0, size,
-        [&made](std::shared_ptr<const UIImage> image, std::shared_ptr<const NSError> error) {
+        0, size, [&made](std::shared_ptr<const UIImage> image, NSErrorPtr error) {
           EXPECT_TRUE(ZFMediaQueue::queue()->isCurrent());
           made.set_value({std::move(image), std::move(error)});
         });

@@ -23,7 +23,7 @@ class NativeTest : public testing::Test {
   using Reports = std::vector<std::string>;
 
   static MutablePlayer::LoadCompletion into(const std::shared_ptr<Reports>& reports) {
-    return [reports](const std::shared_ptr<const NSError>& error) {
+    return [reports](const NSErrorPtr& error) {
       reports->push_back(error ? error->domain() + " " + std::to_string(error->code()) + " " +
                                      error->localizedDescription()
                                : "");

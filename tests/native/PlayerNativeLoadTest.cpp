@@ -152,8 +152,8 @@ TEST_F(PlayerNativeLoadTest, AnItemThatNeverGetsReadyIsWaitedForWithoutEnd) {
 
 TEST_F(PlayerNativeLoadTest, AFailedItemReportsItsOwnError) {
   const auto item = waitingItem();
-  std::shared_ptr<const NSError> told;
-  player->loadPlayerItem(item, [&](const std::shared_ptr<const NSError>& error) { told = error; });
+  NSErrorPtr told;
+  player->loadPlayerItem(item, [&](const NSErrorPtr& error) { told = error; });
   item->statusValue = AVPlayerItemStatus::Failed;
   item->errorValue = NSError::create("item", 3);
   time.advance(kInterval);
@@ -174,9 +174,9 @@ TEST_F(PlayerNativeLoadTest, AFailedItemWithoutAnErrorReportsThatItFailedToLoad)
 TEST_F(PlayerNativeLoadTest, AFailedPlayerReportsItsOwnError) {
   platform->statusValue = AVPlayerStatus::Failed;
   platform->errorValue = NSError::create("player", 4);
-  std::shared_ptr<const NSError> told;
+  NSErrorPtr told;
   player->loadPlayerItem(ScriptedAVPlayerItem::create(true),
-                         [&](const std::shared_ptr<const NSError>& error) { told = error; });
+                         [&](const NSErrorPtr& error) { told = error; });
   EXPECT_EQ(told, platform->errorValue);
   EXPECT_NE(player->playerItem(), nullptr);
 }
@@ -239,7 +239,7 @@ TEST_F(PlayerNativeLoadTest, AnItemThatDisposesThePlayerFailsTheLoad) {
       dispose();
       return AVPlayerItemStatus::ReadyToPlay;
     }
-    [[nodiscard]] std::shared_ptr<const NSError> error() const override { return nullptr; }
+    [[nodiscard]] NSErrorPtr error() const override { return nullptr; }
     [[nodiscard]] const std::shared_ptr<AVAsset>& asset() const override { return asset_; }
     [[nodiscard]] CMTime duration() const override { return kCMTimeZero; }
     [[nodiscard]] std::shared_ptr<const AVAudioMix> audioMix() const override { return nullptr; }
@@ -381,11 +381,11 @@ TEST_F(PlayerNativeLoadTest, FullTeardownWhileWaitingForThePlayerReportsNothing)
 
 TEST_F(PlayerNativeLoadTest, AnItemThatThePlatformRefusesFailsTheLoadWithItsError) {
   platform->refusal = NSError::create("platform", 7);
-  std::shared_ptr<const NSError> told;
+  NSErrorPtr told;
   const auto refused = waitingItem();
   ZFCancelCommandPtr command;
-  EXPECT_NO_THROW(command = player->loadPlayerItem(
-                      refused, [&](const std::shared_ptr<const NSError>& error) { told = error; }));
+  EXPECT_NO_THROW(
+      command = player->loadPlayerItem(refused, [&](const NSErrorPtr& error) { told = error; }));
   EXPECT_EQ(told, platform->refusal);
   ASSERT_TRUE(command);
   command->cancel();
@@ -419,7 +419,7 @@ TEST_F(PlayerNativeLoadTest, ALoadHoldsThePlayerOnlyWeakly) {
 TEST_F(PlayerNativeLoadTest, ALoadThatHasEndedHoldsItsCompletionAndItemNoMore) {
   const auto item = ScriptedAVPlayerItem::create(true);
   const auto token = std::make_shared<int>(1);
-  player->loadPlayerItem(item, [token](const std::shared_ptr<const NSError>&) {});
+  player->loadPlayerItem(item, [token](const NSErrorPtr&) {});
   platform->prerolls.front()(true);
   platform->prerolls.clear();
   EXPECT_EQ(token.use_count(), 1);
@@ -433,7 +433,7 @@ TEST_F(PlayerNativeLoadTest, ThePlayerMayGoInsideItsCompletion) {
   bool told = false;
   player
       ->loadPlayerItem(ScriptedAVPlayerItem::create(true),
-                       [&](const std::shared_ptr<const NSError>&) {
+                       [&](const NSErrorPtr&) {
                          told = true;
                          player.reset();
                        })

@@ -27,7 +27,7 @@ class PlayerInfoTest : public testing::Test {
   /// A handler that logs `name` and the code it is told, 0 for none.
   Handler handler(const std::string& name) {
     return std::make_shared<PlayerInfo::LoadCompletionHandler>(
-        PlayerInfo::LoadCompletionHandler{[this, name](std::shared_ptr<const NSError> error) {
+        PlayerInfo::LoadCompletionHandler{[this, name](NSErrorPtr error) {
           log->push_back(name + " " + std::to_string(error ? error->code() : 0));
           lastError = error;
         }});
@@ -51,7 +51,7 @@ class PlayerInfoTest : public testing::Test {
       std::make_shared<ScriptedMutablePlayer>("player", log);
   PlayerInfo record{3, PlayerSupportedItemType::Local, player};
   std::shared_ptr<TestVideo> video;
-  std::shared_ptr<const NSError> lastError;
+  NSErrorPtr lastError;
 };
 
 TEST_F(PlayerInfoTest, StartsEmpty) {
@@ -99,7 +99,7 @@ TEST_F(PlayerInfoTest, ReuseHasPointedAtTheOtherVideoWhenTheCallersFail) {
   const auto other = std::make_shared<TestVideo>("other");
   bool called = false;
   record.add(std::make_shared<PlayerInfo::LoadCompletionHandler>(
-      PlayerInfo::LoadCompletionHandler{[&](const std::shared_ptr<const NSError>&) {
+      PlayerInfo::LoadCompletionHandler{[&](const NSErrorPtr&) {
         called = true;
         EXPECT_EQ(record.video(), other);
         EXPECT_EQ(record.state(), PlayerState::NotLoaded);
@@ -142,7 +142,7 @@ TEST_F(PlayerInfoTest, TheSameFunctionInTwoHandlersIsTwoHandlers) {
 
 TEST_F(PlayerInfoTest, HandlersAddedDuringANotificationWaitForTheNextOne) {
   record.add(std::make_shared<PlayerInfo::LoadCompletionHandler>(
-      PlayerInfo::LoadCompletionHandler{[this](const std::shared_ptr<const NSError>&) {
+      PlayerInfo::LoadCompletionHandler{[this](const NSErrorPtr&) {
         log->push_back("adding");
         record.add(handler("added"));
       }}));
@@ -155,7 +155,7 @@ TEST_F(PlayerInfoTest, HandlersAddedDuringANotificationWaitForTheNextOne) {
 TEST_F(PlayerInfoTest, AHandlerRemovedDuringANotificationIsStillCalled) {
   const auto second = handler("second");
   record.add(std::make_shared<PlayerInfo::LoadCompletionHandler>(PlayerInfo::LoadCompletionHandler{
-      [&](const std::shared_ptr<const NSError>&) { EXPECT_FALSE(record.remove(second)); }}));
+      [&](const NSErrorPtr&) { EXPECT_FALSE(record.remove(second)); }}));
   record.add(second);
   record.notifyCompletionHandlers(nullptr);
   EXPECT_THAT(*log, ElementsAre("second 0"));

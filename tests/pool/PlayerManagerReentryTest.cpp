@@ -17,7 +17,7 @@ class PlayerManagerReentryTest : public PoolTest {
                                [inside = std::move(inside)](const PlayerLoadResult&) { inside(); });
   }
 
-  static std::shared_ptr<const NSError> someError() { return NSError::create("player", 7); }
+  static NSErrorPtr someError() { return NSError::create("player", 7); }
 };
 
 // Cancelling while others are told.
@@ -64,7 +64,7 @@ TEST_F(PlayerManagerReentryTest, ARequestCancelledByAnotherThatLostItsPlayerIsNo
 }
 
 TEST_F(PlayerManagerReentryTest, ARequestMayCancelItselfInItsCompletion) {
-  for (const auto& error : {std::shared_ptr<const NSError>(), someError()}) {
+  for (const auto& error : {NSErrorPtr(), someError()}) {
     ZFCancelCommandPtr command;
     std::shared_ptr<PlayerDecorator> handle;
     int completions = 0;

@@ -36,12 +36,13 @@ def files():
 
 
 def includers(names):
-    """Who includes each file, as the paths are written: from src, or beside the file."""
+    """Who includes each file, as the paths are written: from src or app, or beside the file."""
     found = {name: set() for name in names}
     for name in names:
         with open(name, encoding="utf-8") as file:
             for written in INCLUDE.findall(file.read()):
-                for path in ("src/" + written, os.path.join(os.path.dirname(name), written)):
+                for path in ("src/" + written, "app/" + written,
+                             os.path.join(os.path.dirname(name), written)):
                     if path in found:
                         found[path].add(name)
     return found

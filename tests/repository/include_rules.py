@@ -5,18 +5,32 @@ import re
 import sys
 
 # Which folders of src/ a folder may include, besides itself and the files directly in
-# src/platform. "pool/Player.h" is the player contract, "pool/ZFMediaQueue.h" the media queue.
-PUBLIC_PLATFORM = {"platform/foundation", "platform/dispatch", "platform/coremedia",
-                   "platform/uikit", "platform/avfoundation"}
+# src/platform. "pool/Player.h" is the player contract, "pool/ZFMediaQueue.h" the media queue; an
+# asset's tracks and a composition's segments are what the engine has of the interface above it.
+BASE = {"platform/foundation", "platform/dispatch", "platform/coremedia", "platform/uikit"}
+PUBLIC_PLATFORM = BASE | {"platform/avfoundation"}
+MEDIA = "platform/media"
+MEDIA_BASE = BASE | {MEDIA, "platform/avfoundation/AVAssetTrack.h",
+                     "platform/avfoundation/AVCompositionTrackSegment.h"}
+CODEC, SOURCE, VIDEO = f"{MEDIA}/codec", f"{MEDIA}/source", f"{MEDIA}/video"
+SOUNDTRACK, OUTPUT, PLAYBACK = f"{MEDIA}/soundtrack", f"{MEDIA}/output", f"{MEDIA}/playback"
 ALLOWED = {
     "platform": set(),
     "platform/foundation": set(),
     "platform/coremedia": set(),
     "platform/dispatch": {"platform/foundation"},
     "platform/uikit": {"platform/foundation", "platform/coremedia"},
-    "platform/media": PUBLIC_PLATFORM - {"platform/avfoundation"},
-    "platform/avfoundation": PUBLIC_PLATFORM | {"platform/media"},
-    "platform/window": PUBLIC_PLATFORM - {"platform/avfoundation"},
+    "platform/avfoundation": BASE,
+    MEDIA: MEDIA_BASE,
+    CODEC: MEDIA_BASE,
+    SOURCE: MEDIA_BASE | {CODEC},
+    VIDEO: MEDIA_BASE | {CODEC, SOURCE},
+    OUTPUT: MEDIA_BASE,
+    SOUNDTRACK: MEDIA_BASE | {CODEC, SOURCE, OUTPUT},
+    PLAYBACK: MEDIA_BASE | {CODEC, SOURCE, VIDEO, SOUNDTRACK, OUTPUT},
+    "platform/avfoundation/engine": PUBLIC_PLATFORM | {MEDIA, CODEC, SOURCE, VIDEO, SOUNDTRACK,
+                                                       OUTPUT, PLAYBACK},
+    "platform/window": BASE,
     "companion": PUBLIC_PLATFORM,
     "loading": PUBLIC_PLATFORM | {"companion", "pool/ZFMediaQueue.h"},
     "native": PUBLIC_PLATFORM | {"companion", "pool/Player.h"},
@@ -26,10 +40,13 @@ ALLOWED = {
                            "platform/window/Window.h"},
 }
 
-# What media and avfoundation share lies between the folders, and stands on some of them.
-SHARED = {
-    "platform/AVAssetTrack.h": {"platform/coremedia", "platform/uikit"},
-    "platform/AVCompositionTrackSegment.h": {"platform/coremedia"},
+# The same of the application's folders, from app/.
+ALLOWED_IN_APP = {
+    "": {"feed", "cell", "script", "figures"},
+    "figures": set(),
+    "script": set(),
+    "feed": {"figures"},
+    "cell": {"feed", "figures"},
 }
 
 # Headers of a library, and the only places that may name them.
@@ -68,46 +85,50 @@ def offence_of_library(file, name):
 def offence_of_folder(file, name):
     """What is wrong with `file` of src/ including `name`, both written from src/."""
     folder, target = os.path.dirname(file), os.path.dirname(name)
-    if target == folder or target == "platform":
+    if target in (folder, "platform"):
         return None
     if folder not in ALLOWED:
         return f"the rules do not know the folder {folder}"
-    allowed = ALLOWED[folder] | SHARED.get(file, set())
-    if target in allowed or name in allowed:
+    if target in ALLOWED[folder] or name in ALLOWED[folder]:
         return None
     return f"{folder or 'src'} must not include {target or 'src'}"
 
 
-def cycles(graph):
-    """Each circle of files, once, as a list that ends where it starts."""
+def circles(graph):
+    """Each circle once, as a list that ends where it starts."""
     done, path = set(), []
 
-    def visit(file):
-        if file in path:
-            yield path[path.index(file):] + [file]
+    def visit(node):
+        if node in path:
+            yield path[path.index(node):] + [node]
             return
-        if file in done:
+        if node in done:
             return
-        path.append(file)
-        for other in graph.get(file, ()):
+        path.append(node)
+        for other in sorted(graph.get(node, ())):
             yield from visit(other)
         path.pop()
-        done.add(file)
+        done.add(node)
 
-    for file in sorted(graph):
-        yield from visit(file)
+    for node in sorted(graph):
+        yield from visit(node)
 
 
-def folders_of(graph):
-    """The folders of src/ and those that each includes. The files directly in src/ stand above all
-    of them, and those directly in src/platform between them."""
+def between_folders(graph):
+    """The graph of folders that one of files makes."""
     folders = {}
-    for file, names in graph.items():
+    for file, included in graph.items():
         folder = os.path.dirname(file)
-        others = {os.path.dirname(name) for name in names} - {folder, "platform"}
-        if folder not in ("", "platform"):
-            folders.setdefault(folder, set()).update(others)
-    return {folder: sorted(others) for folder, others in folders.items()}
+        targets = folders.setdefault(folder, set())
+        targets.update({os.path.dirname(name) for name in included} - {folder})
+    return folders
+
+
+def circles_in(graph):
+    for circle in circles(graph):
+        yield "a circle: " + " -> ".join(circle)
+    for circle in circles(between_folders(graph)):
+        yield "a circle of folders: " + " -> ".join(folder or "." for folder in circle)
 
 
 def check_library(root):
@@ -126,8 +147,24 @@ def check_library(root):
                     offence = offence_of_folder(file, name)
             if offence:
                 yield where + offence
-    for circle in [*cycles(graph), *cycles(folders_of(graph))]:
-        yield "a circle: " + " -> ".join(circle)
+    yield from circles_in(graph)
+
+
+def check_application(root):
+    """The application's own folders, and their includes of each other."""
+    graph = {}
+    for path in sources(root, "app"):
+        file = os.path.relpath(path, "app")
+        folder = os.path.dirname(file)
+        graph[file] = []
+        for number, mark, name in includes(root, path):
+            if mark == "<" or not os.path.exists(os.path.join(root, "app", name)):
+                continue
+            graph[file].append(name)
+            target = os.path.dirname(name)
+            if target != folder and target not in ALLOWED_IN_APP.get(folder, ()):
+                yield f"{path}:{number}: app/{folder} must not include app/{target}"
+    yield from circles_in(graph)
 
 
 def check_users(root):
@@ -144,7 +181,8 @@ def check_users(root):
 
 def main():
     root = sys.argv[1]
-    offences = list(check_library(root)) + list(check_users(root))
+    offences = list(check_library(root))
+    offences += list(check_users(root)) + list(check_application(root))
     print("\n".join(offences))
     return 1 if offences else 0
 

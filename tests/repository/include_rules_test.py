@@ -15,7 +15,8 @@ class IncludeRules(unittest.TestCase):
                 os.makedirs(os.path.dirname(path), exist_ok=True)
                 with open(path, "w", encoding="utf-8") as file:
                     file.write(text)
-            return [*include_rules.check_library(root), *include_rules.check_users(root)]
+            return [*include_rules.check_library(root), *include_rules.check_users(root),
+                    *include_rules.check_application(root)]
 
     def test_a_tree_that_keeps_the_rules_has_no_offence(self):
         self.assertEqual([], self.offences({
@@ -68,20 +69,45 @@ class IncludeRules(unittest.TestCase):
             "src/pool/PlayerManager.cpp": '#include "native/PlayerNative.h"\n',
         })))
 
-    def test_circles_of_folders_are_found(self):
-        found = self.offences({
-            "src/pool/Player.h": "",
-            "src/pool/PlayerManager.cpp": '#include "native/PlayerNative.h"\n',
-            "src/native/PlayerNative.h": '#include "pool/Player.h"\n',
-        })
-        self.assertIn("a circle: native -> pool -> native", found)
-
     def test_circles_of_files_are_found(self):
         found = self.offences({
             "src/pool/A.h": '#include "pool/B.h"\n',
             "src/pool/B.h": '#include "pool/A.h"\n',
         })
         self.assertEqual(["a circle: pool/A.h -> pool/B.h -> pool/A.h"], found)
+
+    def test_circles_of_folders_are_found_where_no_two_files_make_one(self):
+        found = self.offences({
+            "src/pool/Player.h": "",
+            "src/pool/PlayerManager.h": '#include "native/PlayerNative.h"\n',
+            "src/native/PlayerNative.h": '#include "pool/Player.h"\n',
+        })
+        self.assertIn("a circle of folders: native -> pool -> native", found)
+
+    def test_a_room_of_the_engine_must_not_include_one_above_it(self):
+        found = self.offences({
+            "src/platform/media/video/VideoTrack.h": "",
+            "src/platform/media/source/Demuxer.h":
+                '#include "platform/media/video/VideoTrack.h"\n',
+        })
+        self.assertEqual(1, len(found))
+        self.assertIn("platform/media/source must not include platform/media/video", found[0])
+
+    def test_the_engine_sees_no_more_of_the_interface_than_tracks_and_segments(self):
+        self.assertEqual(1, len(self.offences({
+            "src/platform/avfoundation/AVAssetTrack.h": "",
+            "src/platform/avfoundation/AVPlayer.h": "",
+            "src/platform/media/source/TrackInfo.h":
+                '#include "platform/avfoundation/AVAssetTrack.h"\n'
+                '#include "platform/avfoundation/AVPlayer.h"\n',
+        })))
+
+    def test_a_room_of_the_application_must_not_include_one_above_it(self):
+        self.assertEqual(["app/feed/FeedView.h:1: app/feed must not include app/cell"],
+                         self.offences({
+                             "app/cell/PlayerCell.h": "",
+                             "app/feed/FeedView.h": '#include "cell/PlayerCell.h"\n',
+                         }))
 
     def test_an_include_not_written_from_src_is_an_offence(self):
         self.assertEqual(1, len(self.offences({

@@ -181,16 +181,16 @@ PROJECT = {
           if (value > 9) return 9;
           return value;
         }
-        int doubled(int value) {
-          int sum = 0;
-          for (int count = 0; count != value; ++count) sum += 2;
+        int doubled(unsigned value) {
+          volatile int sum = 0;
+          for (unsigned count = 0; count != value; ++count) sum = sum + 2;
           return sum;
         }
         """,
     "tests/sample/SampleTest.cpp": """
         #include <cstdlib>
         int clamped(int);
-        int doubled(int);
+        int doubled(unsigned);
         int main() {
           if (std::getenv("SAMPLE_FAILS")) return 1;
           return clamped(5) == 5 && clamped(10) == 9 && doubled(3) == 6 ? 0 : 1;
@@ -205,7 +205,7 @@ SAME = ("| `src/sample/Sample.cpp` | `clamped` | `if (value > 9) return 9;` | `>
 ENDLESS = """
 #include <unistd.h>
 #include <fstream>
-int doubled(int);
+int doubled(unsigned);
 int main() {
   if (doubled(3) == 6) return 0;
   std::ofstream("%s") << getpid();

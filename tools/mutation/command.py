@@ -132,11 +132,18 @@ def _chosen(changes, folder, options):
 
 
 def _test_program(root, folder):
-    """src/platform/media is tested by tests/platform/media, in the program test-platform-media."""
-    tests = "feed" if folder == "app" else os.path.relpath(folder, "src")
+    """src/platform/media and its rooms are tested by tests/platform/media, in test-platform-media."""
+    tests = folder if folder.split(os.sep)[0] == "app" else os.path.relpath(folder, "src")
     if not os.path.isdir(os.path.join(root, "tests", tests)):
         raise Failed(f"there are no tests for {folder}: no tests/{tests}")
+    while _has_tests(root, os.path.dirname(tests)):
+        tests = os.path.dirname(tests)
     return "test-" + tests.replace(os.sep, "-")
+
+
+def _has_tests(root, folder):
+    return folder != "" and any(name.endswith("Test.cpp")
+                                for name in os.listdir(os.path.join(root, "tests", folder)))
 
 
 class _Session:

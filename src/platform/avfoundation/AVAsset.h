@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/AVAssetTrack.h"
-#include "platform/AVError.h"
+#include "platform/avfoundation/AVAssetTrack.h"
+#include "platform/foundation/AVError.h"
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSURL.h"
 
@@ -35,8 +35,8 @@ class ZAFFO_EXPORT AVAsset {
                                                std::function<void()> handler) = 0;
 
   /// How the loading of `key` stands; when it failed and `error` is not null, why.
-  [[nodiscard]] virtual AVKeyValueStatus statusOfValueForKey(
-      const std::string& key, std::shared_ptr<const NSError>* error = nullptr) const = 0;
+  [[nodiscard]] virtual AVKeyValueStatus statusOfValueForKey(const std::string& key,
+                                                             NSErrorPtr* error = nullptr) const = 0;
 
   /// Ends loading that is under way: its keys become Cancelled and the handlers run.
   virtual void cancelLoading() = 0;

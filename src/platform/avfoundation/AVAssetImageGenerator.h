@@ -23,7 +23,7 @@ class ZAFFO_EXPORT AVAssetImageGenerator {
   /// The frame shown at `time`, exactly. Loads the asset if needed and waits: not for the main
   /// thread. Null with `error` set on failure; `actualTime` and `error` may be null.
   [[nodiscard]] virtual CGImagePtr copyCGImageAtTime(CMTime time, CMTime* actualTime,
-                                                     std::shared_ptr<const NSError>* error) = 0;
+                                                     NSErrorPtr* error) = 0;
 };
 
 }  // namespace zaffo

@@ -62,12 +62,12 @@ class ZAFFO_EXPORT AVAssetReader {
   /// or its header tells that it cannot be played: it is encrypted, or there is no decoder for it.
   /// Reads no header of an asset whose tracks are loaded.
   [[nodiscard]] static std::shared_ptr<AVAssetReader> create(std::shared_ptr<AVAsset> asset,
-                                                             std::shared_ptr<const NSError>* error);
+                                                             NSErrorPtr* error);
   virtual ~AVAssetReader() = default;
 
   [[nodiscard]] virtual AVAssetReaderStatus status() const = 0;
   /// Why the status is Failed; null otherwise.
-  [[nodiscard]] virtual std::shared_ptr<const NSError> error() const = 0;
+  [[nodiscard]] virtual NSErrorPtr error() const = 0;
 
   /// Before startReading() only; ignored later. From zero to positive infinity at first. A start
   /// that is not numeric stands for the beginning, a duration that is not for the end.

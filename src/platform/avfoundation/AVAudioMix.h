@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/AVAssetTrack.h"
+#include "platform/avfoundation/AVAssetTrack.h"
 #include "platform/coremedia/CMTimeRange.h"
 
 namespace zaffo {

@@ -25,7 +25,7 @@ class ZAFFO_EXPORT AVAudioSession {
 
   /// Writes all that goes to the sound device from now on to a WAV file (32-bit float, stereo, the
   /// output's sample rate), until the process ends or stopRecording. Returns what failed, or null.
-  [[nodiscard]] std::shared_ptr<const NSError> startRecording(const std::string& path);
+  [[nodiscard]] NSErrorPtr startRecording(const std::string& path);
   /// Completes the file; waits for the last samples to be written.
   void stopRecording();
 

@@ -4,8 +4,8 @@
 #include <optional>
 #include <vector>
 
-#include "platform/AVCompositionTrackSegment.h"
 #include "platform/avfoundation/AVAsset.h"
+#include "platform/avfoundation/AVCompositionTrackSegment.h"
 #include "platform/coremedia/CMTimeRange.h"
 
 namespace zaffo {
@@ -31,8 +31,7 @@ class ZAFFO_EXPORT AVMutableCompositionTrack {
   /// picture lies in the range, the kinds of media differ, or the track's asset is gone.
   [[nodiscard]] virtual bool insertTimeRange(CMTimeRange timeRange,
                                              std::shared_ptr<const AVAssetTrack> track,
-                                             CMTime startTime,
-                                             std::shared_ptr<const NSError>* error) = 0;
+                                             CMTime startTime, NSErrorPtr* error) = 0;
 
   /// Takes out what lies in `timeRange`; what follows moves up to its start. Nothing when the range
   /// is not numeric or lies outside the track. A double without segments has nothing to do.

@@ -36,7 +36,7 @@ class ZAFFO_EXPORT AVPlayer {
   [[nodiscard]] virtual CMTime currentTime() const = 0;
   [[nodiscard]] virtual std::shared_ptr<AVPlayerItem> currentItem() const = 0;
   [[nodiscard]] virtual AVPlayerStatus status() const = 0;
-  [[nodiscard]] virtual std::shared_ptr<const NSError> error() const = 0;
+  [[nodiscard]] virtual NSErrorPtr error() const = 0;
 
   /// Puts `item` (or nothing) in place of the present one; seeks and prerolls under way end with
   /// false. The first picture is decoded at once, before anyone asks for a preroll. An item belongs

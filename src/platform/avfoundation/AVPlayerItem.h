@@ -18,7 +18,7 @@ inline constexpr const char* AVPlayerItemDidPlayToEndTimeNotification =
 inline constexpr const char* AVPlayerItemFailedToPlayToEndTimeNotification =
     "AVPlayerItemFailedToPlayToEndTimeNotification";
 
-/// Where the notification above keeps why: a std::shared_ptr<const NSError>.
+/// Where the notification above keeps why: a NSErrorPtr.
 inline constexpr const char* AVPlayerItemFailedToPlayToEndTimeErrorKey =
     "AVPlayerItemFailedToPlayToEndTimeErrorKey";
 
@@ -39,7 +39,7 @@ class ZAFFO_EXPORT AVPlayerItem {
   /// preroll completes.
   [[nodiscard]] virtual AVPlayerItemStatus status() const = 0;
   /// Why the status is Failed, or why playback stopped early; null otherwise.
-  [[nodiscard]] virtual std::shared_ptr<const NSError> error() const = 0;
+  [[nodiscard]] virtual NSErrorPtr error() const = 0;
   [[nodiscard]] virtual const std::shared_ptr<AVAsset>& asset() const = 0;
   /// kCMTimeIndefinite until the asset's duration is loaded.
   [[nodiscard]] virtual CMTime duration() const = 0;

@@ -60,7 +60,7 @@ class ZAFFO_EXPORT AVSampleBufferDisplayLayer : public CALayer {
   /// layer has that long to say who hears of its failure.
   [[nodiscard]] virtual AVQueuedSampleBufferRenderingStatus status() const = 0;
   /// Why the status is Failed; null otherwise.
-  [[nodiscard]] virtual std::shared_ptr<const NSError> error() const = 0;
+  [[nodiscard]] virtual NSErrorPtr error() const = 0;
   /// Calls `changed` once after each change of status(), one after the other, until the observation
   /// ends. On any thread: that of the change, or the main one for the first.
   [[nodiscard]] virtual KeyValueObservation observeStatus(std::function<void()> changed) = 0;

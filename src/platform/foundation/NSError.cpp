@@ -4,15 +4,14 @@
 
 namespace zaffo {
 
-NSError::NSError(std::string domain, long code, UserInfo userInfo,
-                 std::shared_ptr<const NSError> underlyingError)
+NSError::NSError(std::string domain, long code, UserInfo userInfo, NSErrorPtr underlyingError)
     : domain_(std::move(domain)),
       code_(code),
       userInfo_(std::move(userInfo)),
       underlyingError_(std::move(underlyingError)) {}
 
-std::shared_ptr<const NSError> NSError::create(std::string domain, long code, UserInfo userInfo,
-                                               std::shared_ptr<const NSError> underlyingError) {
+NSErrorPtr NSError::create(std::string domain, long code, UserInfo userInfo,
+                           NSErrorPtr underlyingError) {
   return std::make_shared<const NSError>(std::move(domain), code, std::move(userInfo),
                                          std::move(underlyingError));
 }
@@ -30,13 +29,13 @@ std::string NSError::description() const {
 }
 
 namespace {
-std::string descriptionOf(const std::shared_ptr<const NSError>& error) {
+std::string descriptionOf(const NSErrorPtr& error) {
   return error ? error->localizedDescription()
                : std::string("The operation couldn't be completed.");
 }
 }  // namespace
 
-NSErrorException::NSErrorException(std::shared_ptr<const NSError> error)
+NSErrorException::NSErrorException(NSErrorPtr error)
     : std::runtime_error(descriptionOf(error)), error_(std::move(error)) {}
 
 }  // namespace zaffo

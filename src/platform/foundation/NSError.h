@@ -12,6 +12,9 @@ namespace zaffo {
 /// Key of the text that a person can act on, in NSError::userInfo.
 inline constexpr const char* NSLocalizedDescriptionKey = "NSLocalizedDescription";
 
+class NSError;
+using NSErrorPtr = std::shared_ptr<const NSError>;
+
 /// Why an operation failed: a domain that names who says so, a code within it, and texts by key.
 /// Immutable and shared; a null pointer is success. Thread: any.
 class ZAFFO_EXPORT NSError {
@@ -19,18 +22,15 @@ class ZAFFO_EXPORT NSError {
   using UserInfo = std::map<std::string, std::string>;
 
   NSError(std::string domain, long code, UserInfo userInfo = {},
-          std::shared_ptr<const NSError> underlyingError = nullptr);
+          NSErrorPtr underlyingError = nullptr);
 
-  [[nodiscard]] static std::shared_ptr<const NSError> create(
-      std::string domain, long code, UserInfo userInfo = {},
-      std::shared_ptr<const NSError> underlyingError = nullptr);
+  [[nodiscard]] static NSErrorPtr create(std::string domain, long code, UserInfo userInfo = {},
+                                         NSErrorPtr underlyingError = nullptr);
 
   [[nodiscard]] const std::string& domain() const { return domain_; }
   [[nodiscard]] long code() const { return code_; }
   [[nodiscard]] const UserInfo& userInfo() const { return userInfo_; }
-  [[nodiscard]] const std::shared_ptr<const NSError>& underlyingError() const {
-    return underlyingError_;
-  }
+  [[nodiscard]] const NSErrorPtr& underlyingError() const { return underlyingError_; }
 
   /// The text under NSLocalizedDescriptionKey, or "The operation couldn't be completed. (domain
   /// error code.)" when there is none.
@@ -43,17 +43,17 @@ class ZAFFO_EXPORT NSError {
   std::string domain_;
   long code_;
   UserInfo userInfo_;
-  std::shared_ptr<const NSError> underlyingError_;
+  NSErrorPtr underlyingError_;
 };
 
 /// What a platform operation raises when it is misused (an item made of no asset, say).
 class ZAFFO_EXPORT NSErrorException : public std::runtime_error {
  public:
-  explicit NSErrorException(std::shared_ptr<const NSError> error);
-  [[nodiscard]] const std::shared_ptr<const NSError>& error() const { return error_; }
+  explicit NSErrorException(NSErrorPtr error);
+  [[nodiscard]] const NSErrorPtr& error() const { return error_; }
 
  private:
-  std::shared_ptr<const NSError> error_;
+  NSErrorPtr error_;
 };
 
 }  // namespace zaffo

@@ -8,7 +8,7 @@ extern "C" {
 
 #include <memory>
 
-#include "platform/media/FreedMemory.h"
+#include "platform/media/HeapTrim.h"
 
 struct SwrContext;
 struct SwsContext;
@@ -28,7 +28,7 @@ struct FrameDeleter {
 struct CodecContextDeleter {
   void operator()(AVCodecContext* c) const {
     avcodec_free_context(&c);
-    returnFreedMemorySoon();
+    trimHeapSoon();
   }
 };
 struct CodecParametersDeleter {

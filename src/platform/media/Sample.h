@@ -8,8 +8,6 @@
 
 namespace zaffo::media {
 
-using NSErrorPtr = std::shared_ptr<const NSError>;
-
 /// One compressed sample of one track, by reference to what the demuxer read.
 struct Sample {
   PacketPtr packet;  ///< its own pts and dts are the source's, in the source's time base
@@ -20,11 +18,11 @@ struct Sample {
   /// tell it. What follows from it is ReorderHorizon's to say.
   CMTime decode;
   CMTime duration;
-  bool sync = false;  ///< decoding can start here
-  bool shown = true;  ///< false: needed to decode others, not to be shown
+  bool sync = false;        ///< decoding can start here
+  bool decodeOnly = false;  ///< false: needed to decode others, not to be shown
   /// Does not continue what was read before it: what the decoder still holds is given out, then it
   /// starts anew. Set on the first sample of a composition's segment.
-  bool startsAnew = false;
+  bool isDiscontinuity = false;
   /// Sound: only what lies in [heardFrom, heardUntil) is heard, to the sample, on the time line of
   /// `presentation`; an invalid time is no bound. What codecs add at the ends lies outside.
   CMTime heardFrom;

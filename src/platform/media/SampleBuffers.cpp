@@ -80,11 +80,11 @@ std::shared_ptr<CMSampleBuffer> makeSampleBuffer(
   const auto buffer = CMSampleBuffer::create(
       std::make_shared<const PacketBlock>(std::move(sample.packet)), std::move(format),
       {sample.presentation, sample.decode, sample.duration});
-  buffer->setResetsDecoderBeforeDecoding(sample.startsAnew);
-  if (!sample.sync || !sample.shown) {
+  buffer->setResetsDecoderBeforeDecoding(sample.isDiscontinuity);
+  if (!sample.sync || sample.decodeOnly) {
     CMSampleAttachments& attachments = buffer->sampleAttachmentsArray(true)->front();
     attachments.notSync = !sample.sync;
-    attachments.doNotDisplay = !sample.shown;
+    attachments.doNotDisplay = sample.decodeOnly;
   }
   return buffer;
 }
@@ -105,8 +105,8 @@ bool sampleFromBuffer(const CMSampleBuffer& buffer, Sample& sample) {
   sample.decode = buffer.decodeTimeStamp();
   sample.duration = buffer.duration();
   sample.sync = !attachments.notSync;
-  sample.shown = !attachments.doNotDisplay;
-  sample.startsAnew = buffer.resetsDecoderBeforeDecoding();
+  sample.decodeOnly = attachments.doNotDisplay;
+  sample.isDiscontinuity = buffer.resetsDecoderBeforeDecoding();
   sample.heardFrom = sample.heardUntil = kCMTimeInvalid;
   return true;
 }

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/foundation/MakeError.h"
 #include "platform/foundation/NSError.h"
 
 namespace zaffo {
@@ -15,8 +16,7 @@ namespace {
 
 constexpr const char* kPOSIXErrorDomain = "NSPOSIXErrorDomain";
 
-std::shared_ptr<const NSError> writeError(const std::string& path, int code,
-                                          const std::string& reason) {
+NSErrorPtr writeError(const std::string& path, int code, const std::string& reason) {
   return NSError::create(kPOSIXErrorDomain, code,
                          {{NSLocalizedDescriptionKey, "Cannot write " + path + ": " + reason}});
 }
@@ -74,7 +74,7 @@ CGImage::CGImage(int width, int height, std::size_t stride, std::vector<uint8_t>
   pixels_.clear();
 }
 
-std::shared_ptr<const NSError> CGImage::writePNG(const std::string& path) const {
+NSErrorPtr CGImage::writePNG(const std::string& path) const {
   if (width_ == 0) return writeError(path, EINVAL, "the image is empty");
   std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "wb"));
   if (!file) {

@@ -7,10 +7,9 @@
 #include <vector>
 
 #include "platform/Export.h"
+#include "platform/foundation/NSError.h"
 
 namespace zaffo {
-
-class NSError;
 
 /// A still picture: 8 bit BGRA, alpha premultiplied, rows top down. Immutable and shared.
 /// Thread: any.
@@ -28,7 +27,7 @@ class ZAFFO_EXPORT CGImage {
   /// Writes a PNG file: 8 bit sRGB, with an alpha channel unless the picture is opaque, alpha not
   /// premultiplied. Blocks. Returns null, or what failed, and then leaves no file behind: domain
   /// "NSPOSIXErrorDomain" with the code of errno (EINVAL for an empty image).
-  [[nodiscard]] std::shared_ptr<const NSError> writePNG(const std::string& path) const;
+  [[nodiscard]] NSErrorPtr writePNG(const std::string& path) const;
 
  private:
   int width_, height_;

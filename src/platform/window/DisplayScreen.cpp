@@ -26,8 +26,7 @@ Uint32 prepareContext(DisplayScreen::Drawing drawing) {
 }  // namespace
 
 std::unique_ptr<DisplayScreen> DisplayScreen::create(const Window::Options& options,
-                                                     Drawing drawing,
-                                                     std::shared_ptr<const NSError>* error) {
+                                                     Drawing drawing, NSErrorPtr* error) {
   auto video = std::make_shared<SDLVideo>();
   if (!video->isReady()) {
     *error = makeSDLError(WindowError::NoDisplay,
@@ -59,7 +58,7 @@ DisplayScreen::~DisplayScreen() {
 }
 
 RenderThread::MakeCanvas DisplayScreen::canvasMaker() const {
-  return [window = window_.get(), drawing = drawing_](std::shared_ptr<const NSError>* error) {
+  return [window = window_.get(), drawing = drawing_](NSErrorPtr* error) {
     switch (drawing) {
       case Drawing::OpenGL:
         return TextureCanvas::create(window, "opengl", error);

@@ -16,8 +16,7 @@ class DisplayScreen : public Screen {
 
   /// Null with `error` set when the display offers no such window.
   [[nodiscard]] static std::unique_ptr<DisplayScreen> create(const Window::Options& options,
-                                                             Drawing drawing,
-                                                             std::shared_ptr<const NSError>* error);
+                                                             Drawing drawing, NSErrorPtr* error);
   ~DisplayScreen() override;
 
   /// Makes the canvas, on the render thread. The screen must outlive the canvas.

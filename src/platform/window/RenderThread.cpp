@@ -13,13 +13,13 @@ RenderThread::~RenderThread() {
   if (thread_.joinable()) thread_.join();
 }
 
-std::shared_ptr<const NSError> RenderThread::start(MakeCanvas makeCanvas) {
-  std::promise<std::shared_ptr<const NSError>> made;
+NSErrorPtr RenderThread::start(MakeCanvas makeCanvas) {
+  std::promise<NSErrorPtr> made;
   auto outcome = made.get_future();
   thread_ = startThread("zaffo-draw",
                         [this, make = std::move(makeCanvas), made = std::move(made)]() mutable {
                           lowerThreadPriority();
-                          std::shared_ptr<const NSError> error;
+                          NSErrorPtr error;
                           const std::unique_ptr<Canvas> canvas = make(&error);
                           made.set_value(error);
                           if (canvas) runTasks(*canvas);

@@ -16,7 +16,7 @@ namespace zaffo::window {
 /// there are none, and destroys the canvas where it was made. Thread: main, except where said.
 class RenderThread {
  public:
-  using MakeCanvas = std::function<std::unique_ptr<Canvas>(std::shared_ptr<const NSError>*)>;
+  using MakeCanvas = std::function<std::unique_ptr<Canvas>(NSErrorPtr*)>;
   using Task = std::function<void(Canvas&)>;
 
   RenderThread() = default;
@@ -27,7 +27,7 @@ class RenderThread {
 
   /// Starts the thread and waits until `makeCanvas` returned on it. Returns what failed, or null;
   /// after a failure the thread has ended. To be called once.
-  [[nodiscard]] std::shared_ptr<const NSError> start(MakeCanvas makeCanvas);
+  [[nodiscard]] NSErrorPtr start(MakeCanvas makeCanvas);
 
   /// Runs `task` on the thread later. Dropped after stop().
   void post(Task task) ZAFFO_EXCLUDES(tasksMutex_);

@@ -38,7 +38,7 @@ SDLVideo::~SDLVideo() {
   if (ready_) SDL_QuitSubSystem(SDL_INIT_VIDEO);
 }
 
-std::shared_ptr<const NSError> makeSDLError(WindowError code, const std::string& text) {
+NSErrorPtr makeSDLError(WindowError code, const std::string& text) {
   const std::string reason = SDL_GetError();
   return NSError::create(
       WindowErrorDomain, static_cast<long>(code),

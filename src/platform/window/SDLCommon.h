@@ -33,7 +33,6 @@ class SDLVideo {
 };
 
 /// An error of WindowErrorDomain: `text`, then what SDL says about it.
-[[nodiscard]] std::shared_ptr<const NSError> makeSDLError(WindowError code,
-                                                          const std::string& text);
+[[nodiscard]] NSErrorPtr makeSDLError(WindowError code, const std::string& text);
 
 }  // namespace zaffo::window

@@ -2,8 +2,7 @@
 
 namespace zaffo::window {
 
-std::unique_ptr<Canvas> SurfaceCanvas::create(SDL_Window* window,
-                                              std::shared_ptr<const NSError>* error) {
+std::unique_ptr<Canvas> SurfaceCanvas::create(SDL_Window* window, NSErrorPtr* error) {
   if (SDL_GetWindowSurface(window)) return std::make_unique<SurfaceCanvas>(window);
   *error = makeSDLError(WindowError::NoRenderer,
                         "The display offers neither a graphics driver nor plain drawing.");

@@ -14,8 +14,7 @@ namespace zaffo::window {
 class SurfaceCanvas : public Canvas {
  public:
   /// The window must outlive the canvas.
-  [[nodiscard]] static std::unique_ptr<Canvas> create(SDL_Window* window,
-                                                      std::shared_ptr<const NSError>* error);
+  [[nodiscard]] static std::unique_ptr<Canvas> create(SDL_Window* window, NSErrorPtr* error);
   explicit SurfaceCanvas(SDL_Window* window) : window_(window) {}
 
   void present(const DisplayList& list) override;

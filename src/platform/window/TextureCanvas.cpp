@@ -42,7 +42,7 @@ SDL_FRect unturned(const PixelRect& rect, bool sideways) {
 }  // namespace
 
 std::unique_ptr<Canvas> TextureCanvas::create(SDL_Window* window, const char* driver,
-                                              std::shared_ptr<const NSError>* error) {
+                                              NSErrorPtr* error) {
   const int index = indexOfDriver(driver);
   SDLRendererPtr renderer;
   if (index >= 0) {

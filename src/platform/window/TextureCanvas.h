@@ -12,7 +12,7 @@ class TextureCanvas : public Canvas {
  public:
   /// `driver` is SDL's name of the renderer. The window must outlive the canvas.
   [[nodiscard]] static std::unique_ptr<Canvas> create(SDL_Window* window, const char* driver,
-                                                      std::shared_ptr<const NSError>* error);
+                                                      NSErrorPtr* error);
   explicit TextureCanvas(SDLRendererPtr renderer);
 
   void present(const DisplayList& list) override;

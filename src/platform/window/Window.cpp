@@ -15,17 +15,15 @@ namespace {
 using window::DisplayScreen;
 using window::RenderThread;
 using window::TreeWindow;
-using ErrorPtr = std::shared_ptr<const NSError>;
-
-std::shared_ptr<Window> createOffscreen(const Window::Options& options, ErrorPtr* error) {
+std::shared_ptr<Window> createOffscreen(const Window::Options& options, NSErrorPtr* error) {
   auto thread = std::make_unique<RenderThread>();
-  *error = thread->start([](ErrorPtr*) { return std::make_unique<window::MemoryCanvas>(); });
+  *error = thread->start([](NSErrorPtr*) { return std::make_unique<window::MemoryCanvas>(); });
   if (*error) return nullptr;
   return TreeWindow::create(std::make_unique<window::OffscreenScreen>(options), std::move(thread));
 }
 
 std::shared_ptr<Window> createOnDisplay(const Window::Options& options,
-                                        DisplayScreen::Drawing drawing, ErrorPtr* error) {
+                                        DisplayScreen::Drawing drawing, NSErrorPtr* error) {
   std::unique_ptr<DisplayScreen> screen = DisplayScreen::create(options, drawing, error);
   if (!screen) return nullptr;
   auto thread = std::make_unique<RenderThread>();
@@ -47,8 +45,8 @@ std::vector<DisplayScreen::Drawing> drawingsToTry() {
 
 }  // namespace
 
-std::shared_ptr<Window> Window::create(const Options& options, ErrorPtr* error) {
-  ErrorPtr failure;
+std::shared_ptr<Window> Window::create(const Options& options, NSErrorPtr* error) {
+  NSErrorPtr failure;
   std::shared_ptr<Window> made;
   if (options.offscreen) {
     made = createOffscreen(options, &failure);

@@ -42,8 +42,7 @@ class ZAFFO_EXPORT Window {
     bool visible = true;
   };
   /// Null with `error` set when there is no display, or no renderer.
-  [[nodiscard]] static std::shared_ptr<Window> create(const Options& options,
-                                                      std::shared_ptr<const NSError>* error);
+  [[nodiscard]] static std::shared_ptr<Window> create(const Options& options, NSErrorPtr* error);
   virtual ~Window() = default;
 
   /// The view that fills the window; made with it.

@@ -21,15 +21,15 @@ std::shared_ptr<AVAssetImageGenerator> generatorOf(const std::string& path) {
 }
 
 CGImagePtr imageAt(AVAssetImageGenerator& generator, CMTime time, CMTime* actual = nullptr) {
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   CGImagePtr image = generator.copyCGImageAtTime(time, actual, &error);
   EXPECT_TRUE(image) << (error ? error->localizedDescription() : "");
   EXPECT_FALSE(error);
   return image;
 }
 
-std::shared_ptr<const NSError> errorAt(AVAssetImageGenerator& generator, CMTime time) {
-  std::shared_ptr<const NSError> error;
+NSErrorPtr errorAt(AVAssetImageGenerator& generator, CMTime time) {
+  NSErrorPtr error;
   EXPECT_FALSE(generator.copyCGImageAtTime(time, nullptr, &error));
   return error;
 }

@@ -1,7 +1,7 @@
 #include "platform/avfoundation/AVComposition.h"
 #include "platform/avfoundation/AssetReaderFixture.h"
 #include "platform/media/SampleBuffers.h"
-#include "platform/media/VideoDecoder.h"
+#include "platform/media/codec/VideoDecoder.h"
 
 #include "media/FrameNumber.h"
 
@@ -17,7 +17,7 @@ class AVAssetReaderCompositionTest : public AssetReaderFixture {
     const auto track = composition_->addMutableTrackWithMediaType(AVMediaTypeVideo, 0);
     const auto source = clip_->tracksWithMediaType(AVMediaTypeVideo).front();
     for (int copy = 0; copy < kCopies; ++copy) {
-      std::shared_ptr<const NSError> error;
+      NSErrorPtr error;
       EXPECT_TRUE(track->insertTimeRange({frames(kFirst), frames(kFrames)}, source,
                                          frames(copy * kFrames), &error))
           << (error ? error->localizedDescription() : "");

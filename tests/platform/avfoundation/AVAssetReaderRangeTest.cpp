@@ -12,7 +12,7 @@
 #include "media/FrameNumber.h"
 #include "platform/avfoundation/AssetReaderFixture.h"
 #include "platform/media/SampleBuffers.h"
-#include "platform/media/VideoDecoder.h"
+#include "platform/media/codec/VideoDecoder.h"
 
 namespace zaffo {
 namespace {
@@ -180,8 +180,7 @@ class SourceAsset final : public AVAsset {
                                        std::function<void()> handler) override {
     handler();
   }
-  AVKeyValueStatus statusOfValueForKey(const std::string&,
-                                       std::shared_ptr<const NSError>*) const override {
+  AVKeyValueStatus statusOfValueForKey(const std::string&, NSErrorPtr*) const override {
     return AVKeyValueStatus::Loaded;
   }
   void cancelLoading() override {}
@@ -248,7 +247,7 @@ TEST_F(AVAssetReaderWaitTest, ASourceThatBecomesReadyWhenTheReaderIsGoneWakesNob
 }
 
 TEST_F(AVAssetReaderWaitTest, ATrackThatCannotBeOpenedFailsTheStart) {
-  asset_->source->refusal = media::makeError(AVErrorUnknown, "refused");
+  asset_->source->refusal = makeError(AVErrorUnknown, "refused");
   const Run run = makeRun(asset_);
   EXPECT_FALSE(run.reader->startReading());
   EXPECT_EQ(run.reader->status(), AVAssetReaderStatus::Failed);
@@ -258,7 +257,7 @@ TEST_F(AVAssetReaderWaitTest, ATrackThatCannotBeOpenedFailsTheStart) {
 
 TEST_F(AVAssetReaderWaitTest, IsNotMadeOfAnAssetThatIsNotReadable) {
   asset_->readable = false;
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   EXPECT_EQ(AVAssetReader::create(asset_, &error), nullptr);
   EXPECT_NE(error, nullptr);
 }

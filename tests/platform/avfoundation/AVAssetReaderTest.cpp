@@ -2,7 +2,7 @@
 #include <thread>
 
 #include "platform/avfoundation/AssetReaderFixture.h"
-#include "platform/media/SampleSource.h"
+#include "platform/media/source/SampleSource.h"
 
 namespace zaffo {
 namespace {
@@ -85,7 +85,7 @@ TEST_F(AVAssetReaderTest, IsUnknownUntilItIsStartedAndStartsOnce) {
 }
 
 TEST_F(AVAssetReaderTest, StaysReadingWithoutOutputs) {
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   const auto reader = AVAssetReader::create(loadedClip("audio_only.m4a"), &error);
   ASSERT_TRUE(reader);
   EXPECT_TRUE(reader->startReading());
@@ -125,7 +125,7 @@ TEST_F(AVAssetReaderTest, AnOutputThatCannotBeAddedIsLeftAlone) {
 
 TEST_F(AVAssetReaderTest, LoadsTheTracksOfAnAssetThatIsNotLoaded) {
   const auto asset = unloadedAsset(test::clip("h264_30.mp4"));
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   const auto reader = AVAssetReader::create(asset, &error);
   ASSERT_TRUE(reader);
   EXPECT_EQ(error, nullptr);
@@ -136,14 +136,14 @@ TEST_F(AVAssetReaderTest, LoadsTheTracksOfAnAssetThatIsNotLoaded) {
 TEST_F(AVAssetReaderTest, IsNotMadeOfWhatCannotBeReadAndTellsWhy) {
   for (const char* name : {"there is no such file.mp4", "text.mp4", "cut_moov_last_5.mp4"}) {
     const auto asset = unloadedAsset(test::clip(name));
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     EXPECT_EQ(AVAssetReader::create(asset, &error), nullptr) << name;
-    std::shared_ptr<const NSError> loadError;
+    NSErrorPtr loadError;
     EXPECT_EQ(asset->statusOfValueForKey("tracks", &loadError), AVKeyValueStatus::Failed);
     EXPECT_NE(error, nullptr) << name;
     EXPECT_EQ(error, loadError) << name;
   }
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   const auto remote = AVAsset::assetWithURL(NSURL::URLWithString("https://example.com/a.mp4"));
   EXPECT_EQ(AVAssetReader::create(remote, &error), nullptr);
   ASSERT_NE(error, nullptr);
@@ -177,7 +177,7 @@ TEST_F(AVAssetReaderTest, WhatTheHeaderTellsNotToBePlayableCannotBeRead) {
   for (const auto& [name, code] : {std::pair{"protected.mp4", AVErrorContentIsProtected},
                                    {"protected.webm", AVErrorContentIsProtected},
                                    {"unknown_codec_with_sound.mp4", AVErrorDecoderNotFound}}) {
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     EXPECT_EQ(AVAssetReader::create(loadedClip(name), &error), nullptr) << name;
     ASSERT_NE(error, nullptr) << name;
     EXPECT_EQ(error->code(), code) << name;

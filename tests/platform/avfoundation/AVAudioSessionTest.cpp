@@ -12,8 +12,8 @@
 #include "media/WavFile.h"
 #include "platform/avfoundation/AVPlayer.h"
 #include "platform/foundation/NSNotificationCenter.h"
-#include "platform/media/AudioOutput.h"
 #include "platform/media/MediaServices.h"
+#include "platform/media/output/AudioOutput.h"
 
 namespace zaffo {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "platform/avfoundation/AVComposition.h"
 #include "platform/avfoundation/PlayerFixture.h"
-#include "platform/media/SampleSource.h"
+#include "platform/media/source/SampleSource.h"
 
 namespace zaffo {
 namespace {
@@ -42,7 +42,7 @@ class AVMutableCompositionTest : public PlayerFixture {
  protected:
   /// Without an error unless the range is refused.
   bool insert(CMTimeRange timeRange, CMTime startTime) {
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     const bool inserted = track_->insertTimeRange(timeRange, source_, startTime, &error);
     EXPECT_EQ(inserted, error == nullptr);
     if (!error) return inserted;
@@ -278,7 +278,7 @@ TEST_F(AVMutableCompositionTest, EveryKeyIsLoadedAndTheHandlerIsCalledAfterTheCa
     for (const char* key : {"tracks", "duration", "playable", "readable"}) {
       EXPECT_EQ(asset->statusOfValueForKey(key), AVKeyValueStatus::Loaded) << key;
     }
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     EXPECT_EQ(asset->statusOfValueForKey("colour", &error), AVKeyValueStatus::Failed);
     EXPECT_NE(error, nullptr);
   }

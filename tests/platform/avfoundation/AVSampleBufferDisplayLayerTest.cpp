@@ -3,8 +3,8 @@
 #include <atomic>
 #include <thread>
 
-#include "platform/AVError.h"
 #include "platform/avfoundation/DisplayLayerFixture.h"
+#include "platform/foundation/AVError.h"
 
 namespace zaffo {
 namespace {

@@ -6,9 +6,9 @@
 
 #include "media/Clips.h"
 #include "platform/avfoundation/AVAsset.h"
-#include "platform/avfoundation/AssetLoading.h"
-#include "platform/media/FFmpegError.h"
-#include "platform/media/SampleSource.h"
+#include "platform/avfoundation/engine/AssetLoading.h"
+#include "platform/foundation/MakeError.h"
+#include "platform/media/source/SampleSource.h"
 
 namespace zaffo {
 namespace {
@@ -38,7 +38,7 @@ TEST(AVURLAsset, HasNoValuesBeforeTheyAreLoaded) {
 TEST(AVURLAsset, LoadsTheKeysThatWereAskedForAndNoOthers) {
   const auto asset = assetOf(clip("h264_30.mp4"));
   loadAndWait(*asset, {"tracks", "duration"});
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   EXPECT_EQ(asset->statusOfValueForKey("tracks", &error), AVKeyValueStatus::Loaded);
   EXPECT_EQ(asset->statusOfValueForKey("duration", &error), AVKeyValueStatus::Loaded);
   EXPECT_FALSE(error);
@@ -83,7 +83,7 @@ TEST(AVURLAsset, AnUnknownKeyFailsAloneWithAnErrorThatNamesIt) {
   const auto asset = assetOf(clip("h264_30.mp4"));
   loadAndWait(*asset, {"tracks", "lyrics of the song"});
   EXPECT_EQ(asset->statusOfValueForKey("tracks"), AVKeyValueStatus::Loaded);
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   EXPECT_EQ(asset->statusOfValueForKey("lyrics of the song", &error), AVKeyValueStatus::Failed);
   ASSERT_TRUE(error);
   EXPECT_NE(error->localizedDescription().find("lyrics of the song"), std::string::npos);
@@ -94,7 +94,7 @@ TEST(AVURLAsset, AFileThatCannotBePlayedFailsEveryKeyWithItsError) {
   EXPECT_TRUE(asset->isReadable());
   loadAndWait(*asset, {"tracks", "duration", "playable"});
   for (const char* key : {"tracks", "duration", "playable"}) {
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     EXPECT_EQ(asset->statusOfValueForKey(key, &error), AVKeyValueStatus::Failed);
     ASSERT_TRUE(error);
     EXPECT_EQ(error->domain(), AVFoundationErrorDomain);
@@ -118,7 +118,7 @@ TEST(AVURLAsset, ARemoteAddressFailsWithAnErrorThatNamesIt) {
   const auto asset =
       AVAsset::assetWithURL(NSURL::URLWithString("https://127.0.0.1/some%20clip.mp4"));
   loadAndWait(*asset, {"tracks"});
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   EXPECT_EQ(asset->statusOfValueForKey("tracks", &error), AVKeyValueStatus::Failed);
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code(), AVErrorUnsupportedURL);
@@ -148,7 +148,7 @@ class SlowOpening {
     ++started_;
     begun_.set_value();
     released_.get_future().wait();
-    return {nullptr, media::makeError(AVErrorUnknown, "slow")};
+    return {nullptr, makeError(AVErrorUnknown, "slow")};
   }
   void waitUntilBegun() { begun_.get_future().wait(); }
   void release() { released_.set_value(); }
@@ -175,7 +175,7 @@ TEST(AssetLoading, CancellingEndsKeysUnderWayAndRunsTheirHandlers) {
 
 TEST(AssetLoading, CancellingWithNothingUnderWayChangesNothing) {
   const auto loading = std::make_shared<AssetLoading>([] {
-    return AssetLoading::Result{nullptr, media::makeError(AVErrorUnknown, "no")};
+    return AssetLoading::Result{nullptr, makeError(AVErrorUnknown, "no")};
   });
   loading->cancel();
   EXPECT_EQ(loading->status("tracks", nullptr), AVKeyValueStatus::Unknown);
@@ -191,7 +191,7 @@ TEST(AssetLoading, CancelledKeysCanBeLoadedAgain) {
   const auto opening = std::make_shared<SlowOpening>();
   const auto loading = std::make_shared<AssetLoading>([&passes, opening] {
     if (++passes == 1) return opening->open();
-    return AssetLoading::Result{nullptr, media::makeError(AVErrorUnknown, "second")};
+    return AssetLoading::Result{nullptr, makeError(AVErrorUnknown, "second")};
   });
   loading->load({"tracks"}, nullptr);
   opening->waitUntilBegun();

@@ -41,7 +41,7 @@ class AssetReaderFixture : public testing::Test {
   /// A reader with an output for the first track of a kind, not started.
   [[nodiscard]] static Run makeRun(const std::shared_ptr<AVAsset>& asset,
                                    AVMediaType type = AVMediaTypeVideo) {
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     Run run{AVAssetReader::create(asset, &error), nullptr};
     EXPECT_TRUE(run.reader) << (error ? error->localizedDescription() : "");
     const auto tracks = asset->tracksWithMediaType(type);

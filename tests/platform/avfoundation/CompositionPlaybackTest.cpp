@@ -6,7 +6,7 @@
 #include "platform/avfoundation/AVAssetImageGenerator.h"
 #include "platform/avfoundation/AVComposition.h"
 #include "platform/avfoundation/PlayerFixture.h"
-#include "platform/media/Composing.h"
+#include "platform/media/source/Composing.h"
 
 namespace zaffo {
 namespace {
@@ -87,7 +87,7 @@ class CompositionPlaybackTest : public PlayerFixture {
   /// A still picture of a time, in milliseconds, is the one that is on show then.
   void expectPicture(AVAssetImageGenerator& generator, int64_t time) {
     CMTime actual;
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     const auto image = generator.copyCGImageAtTime(at(time), &actual, &error);
     ASSERT_TRUE(image) << time << (error ? error->localizedDescription() : "");
     const Shown* last = nullptr;
@@ -314,13 +314,13 @@ TEST_F(CompositionPlaybackTest, TimesThatACompositionHasNotHaveNoPicture) {
   append("h264_30.mp4", range(0, 300));
   const auto generator = AVAssetImageGenerator::assetImageGeneratorWithAsset(composition_);
   for (const CMTime time : {kCMTimeInvalid, at(301), kCMTimePositiveInfinity}) {
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     EXPECT_FALSE(generator->copyCGImageAtTime(time, nullptr, &error));
     EXPECT_TRUE(error);
   }
   const auto empty =
       AVAssetImageGenerator::assetImageGeneratorWithAsset(AVMutableComposition::create());
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   EXPECT_FALSE(empty->copyCGImageAtTime(kCMTimeZero, nullptr, &error));
   EXPECT_TRUE(error);
 }

@@ -9,8 +9,8 @@
 #include "platform/avfoundation/AVAudioMix.h"
 #include "platform/avfoundation/AVComposition.h"
 #include "platform/avfoundation/AVPlayerItem.h"
-#include "platform/media/CapturedOutput.h"
 #include "platform/media/Decoding.h"
+#include "platform/media/output/CapturedOutput.h"
 
 namespace zaffo {
 
@@ -51,7 +51,7 @@ struct LoopedClip {
       used.push_back(composition->addMutableTrackWithMediaType(type, 0));
     }
     for (int copy = 0; copy < copies; ++copy) {
-      std::shared_ptr<const NSError> error;
+      NSErrorPtr error;
       const auto& track = used[static_cast<std::size_t>(copy % tracks)];
       EXPECT_TRUE(track->insertTimeRange({kTrim, duration}, sources.front(), seam(copy), &error))
           << error->localizedDescription();

@@ -2,8 +2,8 @@
 
 #include <complex>
 
-#include "platform/avfoundation/EnginePlayer.h"
 #include "platform/avfoundation/PlayerFixture.h"
+#include "platform/avfoundation/engine/EnginePlayer.h"
 
 namespace zaffo {
 namespace {

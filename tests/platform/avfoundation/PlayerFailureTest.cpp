@@ -120,7 +120,7 @@ TEST_F(PlayerFailureTest, TheNotificationOfAStopBeforeTheEndTellsWhy) {
   playThrough("cut_5.mp4");
   ASSERT_EQ(told.size(), 1u);
   EXPECT_EQ(told[0].name, AVPlayerItemFailedToPlayToEndTimeNotification);
-  using Error = std::shared_ptr<const NSError>;
+  using Error = NSErrorPtr;
   ASSERT_TRUE(told[0].userInfo.contains(AVPlayerItemFailedToPlayToEndTimeErrorKey));
   const auto* error =
       std::any_cast<Error>(&told[0].userInfo.at(AVPlayerItemFailedToPlayToEndTimeErrorKey));

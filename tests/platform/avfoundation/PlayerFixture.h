@@ -13,7 +13,7 @@
 #include "platform/avfoundation/AVPlayer.h"
 #include "platform/avfoundation/AVPlayerLayer.h"
 #include "platform/foundation/NSNotificationCenter.h"
-#include "platform/media/VideoOutput.h"
+#include "platform/media/playback/VideoOutput.h"
 
 namespace zaffo {
 

@@ -2,10 +2,10 @@
 #include <cmath>
 #include <limits>
 
-#include "platform/avfoundation/EnginePlayer.h"
 #include "platform/avfoundation/PlayerFixture.h"
-#include "platform/media/CapturedOutput.h"
+#include "platform/avfoundation/engine/EnginePlayer.h"
 #include "platform/media/MediaServices.h"
+#include "platform/media/output/CapturedOutput.h"
 
 namespace zaffo {
 namespace {

@@ -186,7 +186,7 @@ TEST_F(PlayerSeekTest, ASeekWithToleranceInALoopShowsAFrameWithin) {
   const auto track = composition->addMutableTrackWithMediaType(AVMediaTypeVideo, 0);
   const auto source = asset->tracksWithMediaType(AVMediaTypeVideo).front();
   for (int copy = 0; copy < 3; ++copy) {  // each from frame 15 to 74: sync samples in 0.5 and 1.5 s
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     ASSERT_TRUE(track->insertTimeRange({CMTimeMake(1, 2), CMTimeMake(2, 1)}, source,
                                        CMTimeMake(2 * copy, 1), &error));
   }

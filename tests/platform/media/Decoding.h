@@ -10,10 +10,10 @@
 
 #include "media/Clips.h"
 #include "media/FrameNumber.h"
-#include "platform/AVAssetTrack.h"
-#include "platform/media/AudioDecoder.h"
-#include "platform/media/FileSampleSource.h"
-#include "platform/media/VideoDecoder.h"
+#include "platform/avfoundation/AVAssetTrack.h"
+#include "platform/media/codec/AudioDecoder.h"
+#include "platform/media/codec/VideoDecoder.h"
+#include "platform/media/source/FileSampleSource.h"
 
 namespace zaffo::media {
 

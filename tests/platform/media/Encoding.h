@@ -13,7 +13,7 @@ extern "C" {
 #include <vector>
 
 #include "platform/media/Sample.h"
-#include "platform/media/VideoDecoder.h"
+#include "platform/media/codec/VideoDecoder.h"
 
 namespace zaffo::media {
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/media/SampleSource.h"
+#include "platform/media/source/SampleSource.h"
 
 namespace zaffo::media {
 

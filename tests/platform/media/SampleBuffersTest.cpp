@@ -74,21 +74,21 @@ TEST_F(SampleBuffers, TheSampleIsPresentedAtTheBuffersOutputTime) {
 TEST_F(SampleBuffers, MarksGoThereAndBack) {
   for (const bool sync : {false, true}) {
     for (const bool shown : {false, true}) {
-      for (const bool startsAnew : {false, true}) {
+      for (const bool isDiscontinuity : {false, true}) {
         Sample sample = next();
         sample.sync = sync;
-        sample.shown = shown;
-        sample.startsAnew = startsAnew;
+        sample.decodeOnly = !shown;
+        sample.isDiscontinuity = isDiscontinuity;
         const auto buffer = makeSampleBuffer(std::move(sample), format_);
         EXPECT_EQ(buffer->attachments().notSync, !sync);
         EXPECT_EQ(buffer->attachments().doNotDisplay, !shown);
         EXPECT_FALSE(buffer->attachments().displayImmediately);
-        EXPECT_EQ(buffer->resetsDecoderBeforeDecoding(), startsAnew);
+        EXPECT_EQ(buffer->resetsDecoderBeforeDecoding(), isDiscontinuity);
         Sample back;
         ASSERT_TRUE(sampleFromBuffer(*buffer, back));
         EXPECT_EQ(back.sync, sync);
-        EXPECT_EQ(back.shown, shown);
-        EXPECT_EQ(back.startsAnew, startsAnew);
+        EXPECT_EQ(!back.decodeOnly, shown);
+        EXPECT_EQ(back.isDiscontinuity, isDiscontinuity);
       }
     }
   }

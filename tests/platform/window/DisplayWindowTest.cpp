@@ -18,7 +18,7 @@ class DisplayWindow : public testing::TestWithParam<const char*> {
     setenv("SDL_RENDER_DRIVER", GetParam(), 1);
     options.title = "zaffo test window";
     options.size = {200, 300};
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     window = Window::create(options, &error);
     ASSERT_TRUE(window) << error->localizedDescription();
     window->setInputHandler([this](const InputEvent& event) { events.push_back(event); });
@@ -185,7 +185,7 @@ TEST(Window, WithoutADisplaySaysWhatToDo) {
   unsetenv("DISPLAY");
   unsetenv("WAYLAND_DISPLAY");
   setenv("SDL_VIDEODRIVER", "x11", 1);
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   EXPECT_FALSE(Window::create({}, &error));
   ASSERT_TRUE(error);
   EXPECT_EQ(error->domain(), WindowErrorDomain);

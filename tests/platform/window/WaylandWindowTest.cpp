@@ -19,7 +19,7 @@ class WaylandDisplayWindow : public testing::Test {
     Window::Options options;
     options.title = "zaffo test window";
     options.size = {100, 100};
-    std::shared_ptr<const NSError> error;
+    NSErrorPtr error;
     window_ = Window::create(options, &error);
     ASSERT_TRUE(window_) << error->localizedDescription();
     window_->setInputHandler([this](const InputEvent& event) { events_.push_back(event); });
@@ -140,7 +140,7 @@ TEST_F(WaylandDisplayWindow, ComesAgainAfterOneHasGone) {
   window_ = nullptr;
   dispatch_wait_until_idle();
   MainLoop::runTurn();
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   window_ = Window::create({}, &error);
   ASSERT_TRUE(window_) << error->localizedDescription();
   EXPECT_TRUE(waitUntil([&] { return window_->presentedPictures() > 0; }));

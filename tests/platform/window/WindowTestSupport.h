@@ -102,7 +102,7 @@ inline void expectNear(const Pixel& actual, const Pixel& expected, int tolerance
   options.size = size;
   options.offscreen = true;
   options.framesPerSecond = framesPerSecond;
-  std::shared_ptr<const NSError> error;
+  NSErrorPtr error;
   auto window = Window::create(options, &error);
   EXPECT_TRUE(window) << (error ? error->localizedDescription() : "");
   return window;

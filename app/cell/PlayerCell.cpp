@@ -1,0 +1,282 @@
+#include "cell/PlayerCell.h"
+
+#include <cstdio>
+#include <utility>
+
+namespace zaffo::feed {
+
+using State = PlayerLoan::State;
+
+PlayerCell::PlayerCell(Private, const std::shared_ptr<PlayerManager>& manager,
+                       std::shared_ptr<FeedVideo> video, Style style)
+    : video_(std::move(video)),
+      style_(style),
+      page_(FeedPage::create()),
+      loan_(PlayerLoan::create(manager, video_)),
+      thumbnail_(std::make_shared<Thumbnail>()) {}
+
+std::shared_ptr<PlayerCell> PlayerCell::create(const std::shared_ptr<PlayerManager>& manager,
+                                               std::shared_ptr<FeedVideo> video, Style style) {
+  auto cell = std::make_shared<PlayerCell>(Private{}, manager, std::move(video), style);
+  cell->loan_->setLoadedHandler([weakSelf = std::weak_ptr<PlayerCell>(cell)] {
+    if (const auto self = weakSelf.lock()) self->loanChanged();
+  });
+  return cell;
+}
+
+void PlayerCell::setSettledHandler(std::function<void()> handler) {
+  settledHandler_ = std::move(handler);
+}
+
+void PlayerCell::loadThumbnail() {
+  thumbnail_->load(*video_, style_.thumbnailSize, [weakSelf = weak_from_this()] {
+    if (const auto self = weakSelf.lock()) self->thumbnailChanged();
+  });
+}
+
+void PlayerCell::thumbnailChanged() {
+  page_->setThumbnail(thumbnail_->image());
+  if (loan_->state() == State::Failed) showFailure();
+}
+
+// Loading
+
+void PlayerCell::load() {
+  if (loan_->state() != State::Empty) return;
+  // The sound of a video that is loaded as it comes into view rises from silence.
+  loan_->request(swipe_ ? AVPlayerItemLoaderOptions::fadeIn : AVPlayerItemLoaderOptions());
+  if (loan_->state() == State::Ready) return loanChanged();
+  loadThumbnail();
+}
+
+void PlayerCell::unload() {
+  if (loan_->state() == State::Empty) return;
+  hidePlayer();
+  loan_->giveBack();
+  page_->setText({});
+}
+
+void PlayerCell::checkPlayer() {
+  const State before = loan_->state();
+  loan_->check();
+  if (before == State::Empty || loan_->state() != State::Empty) return;
+  hidePlayer();
+  page_->setText({});
+}
+
+/// Why the item of the player cannot be played, though the player was handed out; null when it can:
+/// a player that was waiting for its first picture is loaded all the same when none comes.
+NSErrorPtr PlayerCell::itemError() const {
+  const auto item = loan_->player() ? loan_->player()->playerItem() : nullptr;
+  return item && item->status() == AVPlayerItemStatus::Failed ? item->error() : nullptr;
+}
+
+void PlayerCell::loanChanged() {
+  if (const auto error = itemError()) loan_->fail(error->localizedDescription());
+  if (loan_->state() == State::Ready) {
+    showPlayer();
+  } else {
+    showFailure();
+  }
+  if (isSettled() && settledHandler_) settledHandler_();
+}
+
+bool PlayerCell::isSettled() const {
+  if (loan_->state() == State::Ready) return true;
+  // The text of a failure waits for what the thumbnail says about it.
+  return loan_->state() == State::Failed && !page_->text().empty();
+}
+
+// The player on the page
+
+void PlayerCell::showPlayer() {
+  const auto& player = loan_->player();
+  const auto view = player->outputView();
+  view->setContentMode(UIViewContentMode::ScaleAspectFit);
+  page_->setText({});
+  page_->setPlayerView(view);
+  tally_.watch(view);
+  isAtStart_ = true;
+  FastPlayback::Events events;
+  events.failed = [weakSelf = weak_from_this()](const std::string& reason) {
+    if (const auto self = weakSelf.lock()) self->failOnTheWay(reason);
+  };
+  events.ended = [weakSelf = weak_from_this()] {
+    if (const auto self = weakSelf.lock()) self->fastEnded();
+  };
+  fast_ = FastPlayback::create(player, std::move(events));
+  if (const auto item = player->playerItem()) {
+    endObserver_ = std::make_unique<ItemEndObserver>(
+        item,
+        [weakSelf = weak_from_this()] {
+          if (const auto self = weakSelf.lock()) self->itemEnded();
+        },
+        [weakSelf = weak_from_this()](const std::string& reason) {
+          const auto self = weakSelf.lock();
+          if (!self) return;
+          self->failOnTheWay(reason);
+        });
+  }
+  if (swipe_) startPlaying();
+}
+
+void PlayerCell::hidePlayer() {
+  noteFrameCounts();
+  tally_.forget();
+  endObserver_ = nullptr;
+  fast_ = nullptr;
+  isOnScreen_ = false;
+  page_->setPlayerView(nullptr);
+  page_->setThumbnailHidden(false);
+}
+
+void PlayerCell::startPlaying() {
+  if (!swipe_->completed) swipe_->completed = TimeSource::now();
+  const auto& player = loan_->player();
+  player->setVolume(volume_);
+  rewind();
+  setPlayerRate(rate_);
+  isAtStart_ = false;
+}
+
+void PlayerCell::rewind() {
+  if (std::exchange(isAtStart_, true)) return;
+  if (fast_) return rewindFast();
+  loan_->player()->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero, {});
+}
+
+void PlayerCell::setPlayerRate(float rate) {
+  if (fast_) return fast_->setRate(rate);
+  if (const auto& player = loan_->player()) player->setRate(rate);
+}
+
+void PlayerCell::itemEnded() {
+  if (fast_) return fast_->itemEnded();
+  if (!swipe_) return;
+  if (tally_.hasLayer() && tally_.firstPresented() == 0) return failOnTheWay({});
+  if (!style_.loops) return;
+  loan_->player()->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero,
+                              [weakSelf = weak_from_this()](bool finished) {
+                                const auto self = weakSelf.lock();
+                                if (!finished || !self || !self->swipe_) return;
+                                if (const auto& player = self->loan_->player())
+                                  player->setRate(self->rate_);
+                              });
+}
+
+void PlayerCell::fastEnded() {
+  if (!swipe_) return;
+  if (tally_.firstPresented() == 0 && !fast_->hasPicture()) return failOnTheWay({});
+  if (style_.loops) rewindFast();
+}
+
+/// Until its first frame is there again the page shows the still picture, which looks the same.
+void PlayerCell::rewindFast() {
+  page_->setThumbnailHidden(false);
+  fast_->seek(kCMTimeZero, {});
+}
+
+void PlayerCell::failOnTheWay(std::string reason) {
+  hidePlayer();
+  loan_->fail(std::move(reason));
+  loanChanged();
+}
+
+void PlayerCell::showFailure() {
+  if (thumbnail_->state() == Thumbnail::State::Unknown ||
+      thumbnail_->state() == Thumbnail::State::Loading) {
+    return loadThumbnail();
+  }
+  std::string reason = loan_->reason().empty() ? thumbnail_->reason() : loan_->reason();
+  if (reason.empty()) reason = "There is no video in it that can be played.";
+  page_->setThumbnailHidden(true);
+  page_->setText(video_->name() + "\n\n" + reason);
+  if (swipe_ && swipe_->error.empty()) {
+    swipe_->error = reason;
+    std::fprintf(stderr, "zaffo-feed: %s: %s\n", video_->name().c_str(), reason.c_str());
+  }
+  if (settledHandler_) settledHandler_();
+}
+
+// In view
+
+void PlayerCell::becomeCurrent(std::shared_ptr<Swipe> swipe, float volume) {
+  noteFrameCounts();  // what was seen of it as a neighbour belongs to no record
+  swipe_ = std::move(swipe);
+  rate_ = 1;
+  volume_ = volume;
+  isOnScreen_ = false;
+  if (loan_->state() == State::Failed) unload();  // it may have been mended meanwhile
+  loan_->renew();
+  if (loan_->state() == State::Ready) {
+    swipe_->warm = true;
+    swipe_->completed = TimeSource::now();
+    startPlaying();
+    return;
+  }
+  hidePlayer();
+  load();
+  swipe_->warm = loan_->state() == State::Ready;
+}
+
+void PlayerCell::resignCurrent() {
+  setPlayerRate(0);
+  noteFrameCounts();
+  swipe_ = nullptr;
+}
+
+void PlayerCell::scrollingEnded() {
+  if (!swipe_ && loan_->state() == State::Ready) rewind();
+}
+
+void PlayerCell::didPresent(int64_t hostNanoseconds) {
+  if (loan_->state() != State::Ready || tally_.firstPresented() == 0) return;
+  page_->setThumbnailHidden(!fast_ || fast_->hasPicture());
+  if (fast_) fast_->didPresent();
+  if (swipe_ && hostNanoseconds >= swipe_->requested) noteFirstFrame(hostNanoseconds);
+}
+
+void PlayerCell::noteFirstFrame(int64_t hostNanoseconds) {
+  isOnScreen_ = true;
+  if (swipe_->firstFrame) return;
+  const int64_t first = tally_.firstPresented();
+  // A picture that was shown before the page was asked for came on screen with the page.
+  swipe_->firstFrame = first >= swipe_->requested ? first : hostNanoseconds;
+}
+
+void PlayerCell::noteFrameCounts() {
+  const uint64_t shown = tally_.takeShown();
+  const uint64_t dropped = tally_.takeDropped();
+  if (!swipe_) return;
+  swipe_->framesShown += shown;
+  swipe_->framesDropped += dropped;
+}
+
+bool PlayerCell::isShown() const {
+  return isOnScreen_ || (loan_->state() == State::Failed && isSettled());
+}
+
+void PlayerCell::setRate(float rate) {
+  rate_ = rate;
+  if (swipe_) setPlayerRate(rate);
+}
+
+void PlayerCell::togglePlaying() {
+  setRate(rate_ > 0 ? 0.0f : 1.0f);
+}
+
+void PlayerCell::setVolume(float volume) {
+  volume_ = volume;
+  if (const auto& player = loan_->player()) player->setVolume(volume);
+}
+
+void PlayerCell::seek(CMTime time, std::function<void()> completion) {
+  const auto& player = loan_->player();
+  if (!player || !player->playerItem()) return completion();
+  isAtStart_ = false;
+  if (fast_) return fast_->seek(time, std::move(completion));
+  player->seekToTime(time, kCMTimeZero, kCMTimeZero,
+                     [completion = std::move(completion)](bool) { completion(); });
+}
+
+}  // namespace zaffo::feed

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <ZaffoPlayback/ZaffoPlayback.h>
+
+#include "cell/FastPlayback.h"
+#include "cell/ItemEndObserver.h"
+#include "cell/PlayerLoan.h"
+#include "cell/Thumbnail.h"
+#include "feed/FeedCell.h"
+#include "feed/FeedPage.h"
+#include "feed/FeedVideo.h"
+#include "figures/FrameTally.h"
+
+namespace zaffo::feed {
+
+/// A page of the feed over a video and the pool. Thread: main.
+class PlayerCell final : public FeedCell, public std::enable_shared_from_this<PlayerCell> {
+  struct Private {};
+
+ public:
+  /// What a clip does at its end, and how large a thumbnail is wanted, in pixels.
+  struct Style {
+    bool loops = true;  ///< an item that has come to its end starts again
+    CGSize thumbnailSize;
+  };
+
+  PlayerCell(Private, const std::shared_ptr<PlayerManager>& manager,
+             std::shared_ptr<FeedVideo> video, Style style);
+  [[nodiscard]] static std::shared_ptr<PlayerCell> create(
+      const std::shared_ptr<PlayerManager>& manager, std::shared_ptr<FeedVideo> video, Style style);
+
+  [[nodiscard]] std::shared_ptr<UIView> view() const override { return page_; }
+  void loadThumbnail() override;
+  void load() override;
+  void unload() override;
+  [[nodiscard]] bool isSettled() const override;
+  void setSettledHandler(std::function<void()> handler) override;
+  void checkPlayer() override;
+  void becomeCurrent(std::shared_ptr<Swipe> swipe, float volume) override;
+  void resignCurrent() override;
+  void scrollingEnded() override;
+  void didPresent(int64_t hostNanoseconds) override;
+  [[nodiscard]] bool isShown() const override;
+  void setRate(float rate) override;
+  void togglePlaying() override;
+  void setVolume(float volume) override;
+  void seek(CMTime time, std::function<void()> completion) override;
+
+ private:
+  [[nodiscard]] NSErrorPtr itemError() const;
+  void loanChanged();
+  void showPlayer();
+  void hidePlayer();
+  void startPlaying();
+  void rewind();
+  void itemEnded();
+  void fastEnded();
+  void rewindFast();
+  void setPlayerRate(float rate);
+  void failOnTheWay(std::string reason);
+  void showFailure();
+  void thumbnailChanged();
+  void noteFirstFrame(int64_t hostNanoseconds);
+  void noteFrameCounts();
+
+  const std::shared_ptr<FeedVideo> video_;
+  const Style style_;
+  const std::shared_ptr<FeedPage> page_;
+  const std::shared_ptr<PlayerLoan> loan_;
+  const std::shared_ptr<Thumbnail> thumbnail_;
+  std::function<void()> settledHandler_;
+
+  std::unique_ptr<ItemEndObserver> endObserver_;  // while the loan has a player
+  std::shared_ptr<FastPlayback> fast_;            // while that player is a fast one
+  FrameTally tally_;
+  bool isAtStart_ = true;    // of the video, or on the way there
+  bool isOnScreen_ = false;  // since it became current
+
+  std::shared_ptr<Swipe> swipe_;  // while current, null otherwise
+  float rate_ = 1;
+  float volume_ = 1;
+};
+
+}  // namespace zaffo::feed

@@ -1,0 +1,44 @@
+#include "feed/FeedVideo.h"
+
+namespace zaffo::feed {
+
+FeedVideo::FeedVideo(std::shared_ptr<const NSURL> url, std::string id,
+                     std::shared_ptr<AVPlayerItemLoader> loader,
+                     std::shared_ptr<AVPlayerItemLoader> plainLoader)
+    : url_(std::move(url)),
+      id_(std::move(id)),
+      loader_(std::move(loader)),
+      plainLoader_(std::move(plainLoader)) {}
+
+std::string FeedVideo::name() const {
+  const std::string last = url_->lastPathComponent();
+  return last.empty() ? url_->absoluteString() : last;
+}
+
+bool FeedVideo::playPlainly() {
+  const bool changes = plainLoader_ && !playsPlainly_;
+  playsPlainly_ = playsPlainly_ || changes;
+  return changes;
+}
+
+ZFCancelCommandPtr FeedVideo::loadAVPlayerItemWithOptions(AVPlayerItemLoaderOptions options,
+                                                          ItemCompletion completeBlock) {
+  const auto& loader = playsPlainly_ ? plainLoader_ : loader_;
+  return loader->loadAVPlayerItemWithOptions(options, std::move(completeBlock));
+}
+
+ZFCancelCommandPtr FeedVideo::loadThumbnailWithPriority(unsigned long priority, CGSize targetSize,
+                                                        ThumbnailCompletion completion) {
+  return loader_->loadThumbnailWithPriority(priority, targetSize, std::move(completion));
+}
+
+ZFCancelCommandPtr FeedVideo::preloadWithPriority(unsigned long priority,
+                                                  PreloadCompletion completeBlock) {
+  return loader_->preloadWithPriority(priority, std::move(completeBlock));
+}
+
+bool FeedVideo::canReuseAVPlayerItem() const {
+  return loader_->canReuseAVPlayerItem();
+}
+
+}  // namespace zaffo::feed

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+
+#include "figures/TurnTimes.h"
+
+namespace zaffo::feed {
+
+/// Runs the main loop a turn at a time and tells how long each turn kept the main thread. Ends on
+/// quit(), SIGINT and SIGTERM. Thread: main.
+class MeasuredLoop {
+ public:
+  /// Takes SIGINT and SIGTERM over, for this thread and those it starts; to be made first.
+  MeasuredLoop();
+  MeasuredLoop(const MeasuredLoop&) = delete;
+  MeasuredLoop& operator=(const MeasuredLoop&) = delete;
+
+  /// Waits for work and runs it until quit(); `turnEnded` is told the times of each turn.
+  void run(const std::function<void(const TurnTimes&)>& turnEnded);
+  void quit() { quit_ = true; }
+
+ private:
+  [[nodiscard]] static bool waitForWork();
+
+  bool quit_ = false;
+};
+
+}  // namespace zaffo::feed

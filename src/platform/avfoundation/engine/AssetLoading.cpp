@@ -1,0 +1,135 @@
+#include "platform/avfoundation/engine/AssetLoading.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "platform/foundation/MakeError.h"
+#include "platform/media/source/SampleSource.h"
+
+namespace zaffo {
+namespace {
+
+constexpr std::array kKnownKeys{"tracks", "duration", "playable", "readable"};
+
+bool isKnown(const std::string& key) {
+  return std::ranges::find(kKnownKeys, key) != kKnownKeys.end();
+}
+
+}  // namespace
+
+AssetLoading::AssetLoading(Open open)
+    : open_(std::move(open)), queue_(dispatch_queue_create_blocking("com.zaffo.asset")) {}
+
+void AssetLoading::load(const std::vector<std::string>& keys, std::function<void()> handler) {
+  std::vector<std::function<void()>> handlers;
+  {
+    MutexLock lock(mutex_);
+    const AVKeyValueStatus reached = result_.source  ? AVKeyValueStatus::Loaded
+                                     : result_.error ? AVKeyValueStatus::Failed
+                                                     : AVKeyValueStatus::Loading;
+    for (const std::string& key : keys) {
+      AVKeyValueStatus& status = statuses_[key];
+      const bool open =
+          status == AVKeyValueStatus::Unknown || status == AVKeyValueStatus::Cancelled;
+      if (open) status = isKnown(key) ? reached : AVKeyValueStatus::Failed;
+    }
+    waiters_.push_back({keys, std::move(handler)});
+    handlers = takeHandlersWhileLocked();
+    if (!waiters_.empty()) startPassWhileLocked();
+  }
+  callLater(std::move(handlers));
+}
+
+void AssetLoading::startPassWhileLocked() {
+  if (passUnderWay_) return;
+  passUnderWay_ = true;
+  queue_->async([self = shared_from_this(), pass = ++pass_] { self->run(pass); });
+}
+
+void AssetLoading::run(int pass) {
+  {
+    MutexLock lock(mutex_);
+    if (pass != pass_ || !passUnderWay_) return;
+  }
+  Result result = open_();
+  std::vector<std::function<void()>> handlers;
+  {
+    MutexLock lock(mutex_);
+    if (pass != pass_ || !passUnderWay_) return;
+    passUnderWay_ = false;
+    result_ = std::move(result);
+    settleWhileLocked(result_.source ? AVKeyValueStatus::Loaded : AVKeyValueStatus::Failed);
+    handlers = takeHandlersWhileLocked();
+  }
+  for (const auto& handler : handlers) handler();
+}
+
+void AssetLoading::cancel() {
+  std::vector<std::function<void()>> handlers;
+  {
+    MutexLock lock(mutex_);
+    passUnderWay_ = false;
+    settleWhileLocked(AVKeyValueStatus::Cancelled);
+    handlers = takeHandlersWhileLocked();
+  }
+  callLater(std::move(handlers));
+}
+
+void AssetLoading::settleWhileLocked(AVKeyValueStatus status) {
+  for (auto& [key, present] : statuses_) {
+    if (present == AVKeyValueStatus::Loading) present = status;
+  }
+}
+
+bool AssetLoading::hasEndedWhileLocked(const Waiter& waiter) const {
+  for (const std::string& key : waiter.keys) {
+    if (statuses_.at(key) == AVKeyValueStatus::Loading) return false;
+  }
+  return true;
+}
+
+std::vector<std::function<void()>> AssetLoading::takeHandlersWhileLocked() {
+  std::vector<std::function<void()>> handlers;
+  std::vector<Waiter> remaining;
+  for (Waiter& waiter : waiters_) {
+    if (!hasEndedWhileLocked(waiter)) {
+      remaining.push_back(std::move(waiter));
+    } else if (waiter.handler) {
+      handlers.push_back(std::move(waiter.handler));
+    }
+  }
+  waiters_ = std::move(remaining);
+  return handlers;
+}
+
+// The queue outlives the asset while blocks are on it: a handler runs even if the asset is let go.
+void AssetLoading::callLater(std::vector<std::function<void()>> handlers) {
+  for (auto& handler : handlers) queue_->async(std::move(handler));
+}
+
+AVKeyValueStatus AssetLoading::status(const std::string& key, NSErrorPtr* error) const {
+  MutexLock lock(mutex_);
+  const auto found = statuses_.find(key);
+  const AVKeyValueStatus status =
+      found == statuses_.end() ? AVKeyValueStatus::Unknown : found->second;
+  if (error && status == AVKeyValueStatus::Failed) {
+    *error = isKnown(key) ? result_.error
+                          : makeError(AVErrorUnknown, "An asset has no key \"" + key + "\".");
+  }
+  return status;
+}
+
+std::shared_ptr<media::SampleSource> AssetLoading::sourceForKey(const std::string& key) const {
+  MutexLock lock(mutex_);
+  const auto found = statuses_.find(key);
+  const bool loaded = found != statuses_.end() && found->second == AVKeyValueStatus::Loaded;
+  return loaded ? result_.source : nullptr;
+}
+
+NSErrorPtr AssetLoading::error() const {
+  MutexLock lock(mutex_);
+  return result_.error;
+}
+
+}  // namespace zaffo

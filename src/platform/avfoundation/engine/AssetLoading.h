@@ -1,0 +1,70 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/Mutex.h"
+#include "platform/avfoundation/AVAsset.h"
+#include "platform/dispatch/DispatchQueue.h"
+
+namespace zaffo {
+
+/// The keys of one asset and the handlers that wait for them.
+///
+///              load()                 finish(source)
+///   Unknown ───────────▶ Loading ──────────────────▶ Loaded
+///      ▲                  │   │   finish(error)
+///      │                  │   └───────────────────▶ Failed
+///      │         cancel() ▼
+///      └ ─ ─ load() ─ Cancelled
+///
+/// One pass over the header answers every key, so all keys that are Loading end together.
+/// Thread: any. Handlers run on the asset's own queue.
+class AssetLoading : public std::enable_shared_from_this<AssetLoading> {
+ public:
+  /// What a pass over the media gave: a source, or why there is none.
+  struct Result {
+    std::shared_ptr<media::SampleSource> source;
+    NSErrorPtr error;
+  };
+  using Open = std::function<Result()>;
+
+  /// `open` may wait for the outside world; it runs on a queue that is made for that.
+  explicit AssetLoading(Open open);
+
+  void load(const std::vector<std::string>& keys, std::function<void()> handler);
+  void cancel();
+  [[nodiscard]] AVKeyValueStatus status(const std::string& key, NSErrorPtr* error) const;
+  /// The source, once `key` is Loaded; null before.
+  [[nodiscard]] std::shared_ptr<media::SampleSource> sourceForKey(const std::string& key) const;
+  [[nodiscard]] NSErrorPtr error() const;
+
+ private:
+  struct Waiter {
+    std::vector<std::string> keys;
+    std::function<void()> handler;
+  };
+
+  void run(int pass);
+  void startPassWhileLocked() ZAFFO_REQUIRES(mutex_);
+  void settleWhileLocked(AVKeyValueStatus status) ZAFFO_REQUIRES(mutex_);
+  [[nodiscard]] bool hasEndedWhileLocked(const Waiter& waiter) const ZAFFO_REQUIRES(mutex_);
+  [[nodiscard]] std::vector<std::function<void()>> takeHandlersWhileLocked() ZAFFO_REQUIRES(mutex_);
+  void callLater(std::vector<std::function<void()>> handlers);
+
+  const Open open_;
+  const DispatchQueuePtr queue_;
+
+  mutable Mutex mutex_;
+  std::map<std::string, AVKeyValueStatus> statuses_ ZAFFO_GUARDED_BY(mutex_);
+  std::vector<Waiter> waiters_ ZAFFO_GUARDED_BY(mutex_);
+  Result result_ ZAFFO_GUARDED_BY(mutex_);
+  int pass_ ZAFFO_GUARDED_BY(mutex_) =
+      0;  // the pass under way, or the last; a cancelled one is old
+  bool passUnderWay_ ZAFFO_GUARDED_BY(mutex_) = false;
+};
+
+}  // namespace zaffo

@@ -1,0 +1,105 @@
+#include "platform/avfoundation/engine/PlayerItem.h"
+
+#include <array>
+#include <utility>
+
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/media/source/SampleSource.h"
+
+namespace zaffo {
+
+namespace {
+
+constexpr std::array kNeededKeys = {"tracks", "duration"};
+
+bool hasEnded(AVKeyValueStatus status) {
+  return status != AVKeyValueStatus::Unknown && status != AVKeyValueStatus::Loading;
+}
+
+NSErrorPtr playbackError(AVError code, const char* text) {
+  return NSError::create(AVFoundationErrorDomain, code, {{NSLocalizedDescriptionKey, text}});
+}
+
+}  // namespace
+
+AVPlayerItemStatus PlayerItem::status() const {
+  MutexLock lock(statusMutex_);
+  return status_;
+}
+
+NSErrorPtr PlayerItem::error() const {
+  MutexLock lock(statusMutex_);
+  return error_;
+}
+
+CMTime PlayerItem::duration() const {
+  const CMTime duration = asset_->duration();
+  return CMTIME_IS_NUMERIC(duration) ? duration : kCMTimeIndefinite;
+}
+
+std::shared_ptr<const AVAudioMix> PlayerItem::audioMix() const {
+  MutexLock lock(statusMutex_);
+  return audioMix_;
+}
+
+void PlayerItem::setAudioMix(std::shared_ptr<const AVAudioMix> mix) {
+  MutexLock lock(statusMutex_);
+  audioMix_ = std::move(mix);
+}
+
+void PlayerItem::prepare(std::function<void()> settled) {
+  if (status() != AVPlayerItemStatus::Unknown) return;
+  bool loaded = true;
+  for (const char* key : kNeededKeys) loaded &= hasEnded(asset_->statusOfValueForKey(key));
+  if (loaded) return settle();
+  asset_->loadValuesAsynchronouslyForKeys(
+      {kNeededKeys.begin(), kNeededKeys.end()},
+      [weakSelf = weak_from_this(), settled = std::move(settled)] {
+        dispatch_async(dispatch_get_main_queue(), [weakSelf, settled] {
+          const auto self = weakSelf.lock();
+          if (!self) return;
+          self->settle();
+          settled();
+        });
+      });
+}
+
+void PlayerItem::settle() {
+  auto reason = reasonNotToPlay();
+  MutexLock lock(statusMutex_);
+  if (status_ != AVPlayerItemStatus::Unknown) return;
+  status_ = reason ? AVPlayerItemStatus::Failed : AVPlayerItemStatus::ReadyToPlay;
+  error_ = std::move(reason);
+}
+
+NSErrorPtr PlayerItem::reasonNotToPlay() const {
+  for (const char* key : kNeededKeys) {
+    NSErrorPtr error;
+    if (asset_->statusOfValueForKey(key, &error) == AVKeyValueStatus::Loaded) continue;
+    return error ? error : playbackError(AVErrorUnknown, "The video could not be loaded.");
+  }
+  const auto source = asset_->sampleSource();
+  return source ? source->whyNotPlayed()
+                : playbackError(AVErrorDecoderNotFound,
+                                "The video is in a format that cannot be decoded here.");
+}
+
+bool PlayerItem::claim(const AVPlayer& player) {
+  MutexLock lock(statusMutex_);
+  if (player_ && player_ != &player) return false;
+  player_ = &player;
+  return true;
+}
+
+void PlayerItem::giveUp(const AVPlayer& player) {
+  MutexLock lock(statusMutex_);
+  if (player_ == &player) player_ = nullptr;
+}
+
+void PlayerItem::fail(NSErrorPtr error) {
+  MutexLock lock(statusMutex_);
+  status_ = AVPlayerItemStatus::Failed;
+  error_ = std::move(error);
+}
+
+}  // namespace zaffo

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "platform/coremedia/CVPixelBuffer.h"
+
+namespace zaffo {
+
+/// What became of the pictures that a layer gave to be drawn. Thread: main; count() and
+/// firstHostTime() any.
+class PresentedPictures {
+ public:
+  /// `buffer`, null when there is none, was given to be drawn.
+  void noteGiven(const CVPixelBufferPtr& buffer) { given_ = buffer; }
+
+  /// `buffer` was put on screen. A late word of another one than was given last does not count.
+  void notePresented(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) {
+    if (!buffer || buffer != given_.lock() || buffer == presented_.lock()) return;
+    presented_ = buffer;
+    ++count_;
+    if (firstHostTime_ == 0) firstHostTime_ = hostNanoseconds;
+  }
+  /// From now on something else is presented, whose first time is not known yet.
+  void beginAnew() { firstHostTime_ = 0; }
+  void forgetGiven() { given_.reset(); }
+
+  [[nodiscard]] uint64_t count() const { return count_; }
+  /// Host time (TimeSource, nanoseconds); 0 when nothing was presented yet.
+  [[nodiscard]] int64_t firstHostTime() const { return firstHostTime_; }
+
+ private:
+  std::weak_ptr<const CVPixelBuffer> given_;
+  std::weak_ptr<const CVPixelBuffer> presented_;
+  std::atomic<uint64_t> count_{0};
+  std::atomic<int64_t> firstHostTime_{0};
+};
+
+}  // namespace zaffo

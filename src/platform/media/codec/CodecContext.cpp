@@ -1,0 +1,85 @@
+#include "platform/media/codec/CodecContext.h"
+#include "platform/media/FFmpegError.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+namespace zaffo::media {
+namespace {
+
+constexpr int kLongestSide = 16384;
+constexpr int64_t kMostPixels = int64_t{64} * 1024 * 1024;
+
+constexpr std::array kAllowed{AV_CODEC_ID_H264,   AV_CODEC_ID_HEVC, AV_CODEC_ID_VP8,
+                              AV_CODEC_ID_VP9,    AV_CODEC_ID_AV1,  AV_CODEC_ID_MPEG4,
+                              AV_CODEC_ID_AAC,    AV_CODEC_ID_MP3,  AV_CODEC_ID_OPUS,
+                              AV_CODEC_ID_VORBIS, AV_CODEC_ID_FLAC, AV_CODEC_ID_AC3};
+
+bool isPcm(AVCodecID id) {
+  return id >= AV_CODEC_ID_FIRST_AUDIO && id < AV_CODEC_ID_ADPCM_IMA_QT;
+}
+
+const AVCodec* findDecoder(AVCodecID id) {
+  if (!isPcm(id) && std::ranges::find(kAllowed, id) == kAllowed.end()) return nullptr;
+  // FFmpeg's own AV1 decoder works on hardware only, and its name comes first in some builds.
+  if (id == AV_CODEC_ID_AV1) {
+    if (const AVCodec* dav1d = avcodec_find_decoder_by_name("libdav1d")) return dav1d;
+  }
+  return avcodec_find_decoder(id);
+}
+
+bool withinLimits(const AVCodecParameters& p) {
+  if (p.codec_type != AVMEDIA_TYPE_VIDEO) return true;
+  return p.width <= kLongestSide && p.height <= kLongestSide &&
+         int64_t{p.width} * p.height <= kMostPixels;
+}
+
+NSErrorPtr decoderNotFound(const std::string& text) {
+  return makeError(AVErrorDecoderNotFound, text);
+}
+
+/// FFmpeg's name of the codec, or the container's where FFmpeg does not know it.
+std::string nameOf(const AVCodecParameters& parameters) {
+  if (parameters.codec_id != AV_CODEC_ID_NONE) return avcodec_get_name(parameters.codec_id);
+  char text[AV_FOURCC_MAX_STRING_SIZE];
+  return parameters.codec_tag ? av_fourcc_make_string(text, parameters.codec_tag) : "none";
+}
+
+}  // namespace
+
+NSErrorPtr whyNotDecoded(const AVCodecParameters& parameters) {
+  if (!findDecoder(parameters.codec_id)) {
+    return decoderNotFound("There is no decoder for \"" + nameOf(parameters) + "\".");
+  }
+  if (!withinLimits(parameters)) {
+    return decoderNotFound("A picture of " + std::to_string(parameters.width) + "x" +
+                           std::to_string(parameters.height) + " is too large.");
+  }
+  return nullptr;
+}
+
+CodecContextPtr openCodec(const AVCodecParameters& parameters, int threads, NSErrorPtr* error) {
+  keepFFmpegQuiet();
+  if (NSErrorPtr reason = whyNotDecoded(parameters)) {
+    setError(error, std::move(reason));
+    return nullptr;
+  }
+  const AVCodec* codec = findDecoder(parameters.codec_id);
+  CodecContextPtr context(avcodec_alloc_context3(codec));
+  int result =
+      context ? avcodec_parameters_to_context(context.get(), &parameters) : AVERROR(ENOMEM);
+  if (result >= 0) {
+    context->thread_count = threads;
+    context->max_pixels = kMostPixels;
+    context->max_samples = 1 << 20;
+    result = avcodec_open2(context.get(), codec, nullptr);
+  }
+  if (result >= 0) return context;
+  setError(error,
+           makeFFmpegError(AVErrorDecoderNotFound,
+                           "The \"" + nameOf(parameters) + "\" track cannot be decoded.", result));
+  return nullptr;
+}
+
+}  // namespace zaffo::media

@@ -1,0 +1,154 @@
+#include "platform/media/codec/VideoDecoder.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "platform/media/SampleBuffers.h"
+#include "platform/media/codec/CodecContext.h"
+#include "platform/media/codec/PixelBuffers.h"
+#include "platform/media/codec/SampleDecoding.h"
+
+namespace zaffo::media {
+namespace {
+
+// One thread decodes 1080p30 with room to spare; above that a picture may take more than its time.
+int threadCount(const AVCodecParameters& parameters) {
+  constexpr int64_t kOneThreadPixels = int64_t{1920} * 1088;
+  if (int64_t{parameters.width} * parameters.height <= kOneThreadPixels) return 1;
+  return static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
+}
+
+class SoftwareVideoDecoder : public VideoDecoder {
+ public:
+  SoftwareVideoDecoder(const AVCodecParameters& parameters, CodecContextPtr context)
+      : decoding_(std::move(context), "The picture cannot be decoded.") {
+    describe(parameters);
+  }
+
+  DecodeOutcome send(const Sample& sample) override;
+  bool adoptParameters(const AVCodecParameters& parameters) override;
+  DecodeOutcome receive(VideoFrame& frame) override;
+  void drain() override { decoding_.drain(); }
+  void reset() override;
+  void holdBackBefore(CMTime time) override { holdBackBefore_ = time; }
+  CMTime heldBack() const override { return heldBackTimes_.presentation; }
+  DecodeOutcome receiveHeldBack(VideoFrame& frame) override;
+  void forgetHeldBack() override;
+  void setSkipsUnreferencedFrames(bool skips) override { skips_ = skips; }
+  NSErrorPtr error() const override { return refusal_ ? refusal_ : decoding_.error(); }
+
+ private:
+  void describe(const AVCodecParameters& parameters);
+  void noteStart(const Sample& sample);
+  [[nodiscard]] bool isBroken(const SampleTimes::Entry& times) const;
+  [[nodiscard]] bool isEarly(CMTime presentation) const {
+    return CMTIME_IS_VALID(holdBackBefore_) && presentation < holdBackBefore_;
+  }
+  DecodeOutcome give(const SampleTimes::Entry& times, FramePtr decoded, VideoFrame& frame);
+
+  SampleDecoding decoding_;
+  CodecParametersPtr parameters_;
+  std::unique_ptr<PixelBuffers> buffers_;
+  std::unique_ptr<PixelBuffers> formerBuffers_;  // of the codec before this one
+  int64_t firstOfCodec_ = 0;                     // number of the first sample sent to this one
+  bool skips_ = false;
+  CMTime startPresentation_;  // of the sync sample that decoding last began with
+  int64_t startNumber_ = 0;
+  NSErrorPtr refusal_;  // why there is no codec for the samples that come
+  FramePtr frame_;
+  CMTime holdBackBefore_ = kCMTimeInvalid;
+  FramePtr heldBack_;
+  SampleTimes::Entry heldBackTimes_;
+};
+
+DecodeOutcome SoftwareVideoDecoder::send(const Sample& sample) {
+  if (refusal_) return DecodeOutcome::Error;
+  decoding_.context().skip_frame =
+      skips_ || sample.decodeOnly ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+  noteStart(sample);
+  return decoding_.send(sample);
+}
+
+void SoftwareVideoDecoder::noteStart(const Sample& sample) {
+  if (sample.isDiscontinuity) startPresentation_ = kCMTimeInvalid;
+  if (!sample.sync || CMTIME_IS_VALID(startPresentation_)) return;
+  startPresentation_ = sample.presentation;
+  startNumber_ = decoding_.nextNumber();
+}
+
+// What an H.264 stream shows before the sync sample and decodes after it leans on what was not
+// decoded. The decoder keeps it to itself, except when it is drained.
+bool SoftwareVideoDecoder::isBroken(const SampleTimes::Entry& times) const {
+  return decoding_.codecID() == AV_CODEC_ID_H264 && CMTIME_IS_NUMERIC(startPresentation_) &&
+         times.number >= startNumber_ && times.presentation < startPresentation_;
+}
+
+bool SoftwareVideoDecoder::adoptParameters(const AVCodecParameters& parameters) {
+  refusal_ = nullptr;
+  if (isSameFormat(parameters, *parameters_)) return true;
+  CodecContextPtr context = openCodec(parameters, threadCount(parameters), &refusal_);
+  if (!context) return false;
+  decoding_.startAnewWith(std::move(context));
+  formerBuffers_ = std::move(buffers_);
+  firstOfCodec_ = decoding_.nextNumber();
+  describe(parameters);
+  return true;
+}
+
+void SoftwareVideoDecoder::describe(const AVCodecParameters& parameters) {
+  parameters_.reset(avcodec_parameters_alloc());
+  avcodec_parameters_copy(parameters_.get(), &parameters);
+  buffers_ = std::make_unique<PixelBuffers>(parameters);
+}
+
+DecodeOutcome SoftwareVideoDecoder::receive(VideoFrame& frame) {
+  decoding_.clearError();
+  for (;;) {
+    const int result = decoding_.receive(frame_);
+    if (result < 0) return decoding_.fail(result);
+    const SampleTimes::Entry* entry = decoding_.sampleOf(*frame_);
+    if (!entry || entry->decodeOnly || !CMTIME_IS_NUMERIC(entry->presentation)) continue;
+    if (isBroken(*entry)) continue;
+    if (!isEarly(entry->presentation)) return give(*entry, std::move(frame_), frame);
+    std::swap(heldBack_, frame_);
+    heldBackTimes_ = *entry;
+  }
+}
+
+DecodeOutcome SoftwareVideoDecoder::give(const SampleTimes::Entry& times, FramePtr decoded,
+                                         VideoFrame& frame) {
+  frame.presentation = times.presentation;
+  frame.duration = times.duration;
+  PixelBuffers& buffers = times.number < firstOfCodec_ ? *formerBuffers_ : *buffers_;
+  frame.buffer = buffers.wrap(std::move(decoded));
+  return frame.buffer ? DecodeOutcome::Ok : decoding_.fail(AVERROR(ENOMEM));
+}
+
+DecodeOutcome SoftwareVideoDecoder::receiveHeldBack(VideoFrame& frame) {
+  if (!heldBack_) return DecodeOutcome::Again;
+  const DecodeOutcome outcome = give(heldBackTimes_, std::move(heldBack_), frame);
+  forgetHeldBack();
+  return outcome;
+}
+
+void SoftwareVideoDecoder::forgetHeldBack() {
+  heldBack_.reset();
+  heldBackTimes_ = {};
+}
+
+void SoftwareVideoDecoder::reset() {
+  decoding_.reset();
+  startPresentation_ = kCMTimeInvalid;
+  forgetHeldBack();
+}
+
+}  // namespace
+
+std::unique_ptr<VideoDecoder> VideoDecoder::open(const AVCodecParameters& parameters,
+                                                 NSErrorPtr* error) {
+  CodecContextPtr context = openCodec(parameters, threadCount(parameters), error);
+  if (!context) return nullptr;
+  return std::make_unique<SoftwareVideoDecoder>(parameters, std::move(context));
+}
+
+}  // namespace zaffo::media

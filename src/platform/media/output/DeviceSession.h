@@ -1,0 +1,51 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+
+#include "platform/media/output/AudioDevice.h"
+#include "platform/media/output/AudioMixer.h"
+
+namespace zaffo::media {
+
+/// One device from its opening to its end, as the device sees it: silence until it has its place on
+/// the time line, then the mix from that place on.
+class DeviceSession final : public AudioDeviceClient {
+ public:
+  /// `failed` is called once, on any thread, when the device gives up.
+  DeviceSession(std::shared_ptr<AudioMixer> mixer, RenderGate::Owner owner,
+                std::function<void()> failed);
+  ~DeviceSession();
+
+  // The device's side.
+  void fill(std::span<float> interleaved) override;
+  void deviceFailed() override;
+
+  // The session's own queue, which may wait.
+  [[nodiscard]] bool open(const OpenAudioDevice& openDevice, int sampleRate);
+  void close();
+  /// As the device says, but only what can be: a sound server that still plays what it took before
+  /// the stream began counts that as ours, and then more is heard than was given. Such an answer
+  /// changes nothing.
+  [[nodiscard]] std::optional<int64_t> framesHeard();
+
+  // The control side.
+  [[nodiscard]] RenderGate::Owner owner() const { return owner_; }
+  /// The device's frame 0 stands for output frame `offset`.
+  void setOffset(int64_t offset) { offset_.store(offset); }
+  /// Takes the right to render.
+  void takeOver() { mixer_->gate().passTo(owner_); }
+
+ private:
+  const std::shared_ptr<AudioMixer> mixer_;
+  const RenderGate::Owner owner_;
+  const std::function<void()> failed_;
+  std::atomic<bool> failureTold_{false};
+  std::atomic<int64_t> offset_{0};
+  std::atomic<int64_t> framesGiven_{0};
+  int64_t framesHeard_ = 0;              ///< the session's own queue
+  std::unique_ptr<AudioDevice> device_;  ///< last, so that it goes first
+};
+
+}  // namespace zaffo::media

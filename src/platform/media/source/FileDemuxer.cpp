@@ -1,0 +1,159 @@
+#include "platform/media/source/FileDemuxer.h"
+#include "platform/media/FFmpegError.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <vector>
+
+namespace zaffo::media {
+namespace {
+
+constexpr int kIOBufferBytes = 32 * 1024;
+constexpr std::size_t kContentBytes = 16 * 1024;
+constexpr int64_t kProbeBytes = 64 * 1024;
+constexpr int64_t kProbeMicroseconds = 500'000;
+
+int refuseOtherFiles(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
+  return AVERROR(EPERM);
+}
+
+NSErrorPtr notRecognised(const std::string& path) {
+  return makeError(AVErrorFileFormatNotRecognized,
+                   "The file \"" + path + "\" is not in a format that can be played.");
+}
+
+NSErrorPtr failedToParse(const std::string& path, int averror) {
+  return makeFFmpegError(AVErrorFileFailedToParse,
+                         "The file \"" + path + "\" is damaged or incomplete.", averror);
+}
+
+// The container's word on the shape of a pixel comes before the codec's.
+void adoptContainerAspect(AVStream& stream) {
+  if (stream.sample_aspect_ratio.num > 0) {
+    stream.codecpar->sample_aspect_ratio = stream.sample_aspect_ratio;
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<FileDemuxer> FileDemuxer::open(std::shared_ptr<const LocalFile> file,
+                                               NSErrorPtr* error) {
+  std::unique_ptr<FileDemuxer> demuxer(new FileDemuxer(std::move(file)));
+  if (NSErrorPtr failure = demuxer->parse()) {
+    setError(error, std::move(failure));
+    return nullptr;
+  }
+  return demuxer;
+}
+
+FileDemuxer::FileDemuxer(std::shared_ptr<const LocalFile> file) : file_(std::move(file)) {}
+FileDemuxer::~FileDemuxer() = default;
+
+NSErrorPtr FileDemuxer::recognise() {
+  std::array<uint8_t, 16> head{};
+  int64_t count = file_->readAt(0, head);
+  if (count < 0) return failedToParse(file_->path(), static_cast<int>(count));
+  format_ = ContainerFormat::byMagic(std::span(head).first(static_cast<std::size_t>(count)));
+  if (format_) return nullptr;
+  std::vector<uint8_t> bytes(kContentBytes);
+  count = file_->readAt(ContainerFormat::tagBytes(head), bytes);
+  if (count > 0) {
+    const auto content = std::span(bytes).first(static_cast<std::size_t>(count));
+    format_ = ContainerFormat::byMagic(content);
+    if (!format_) format_ = ContainerFormat::byContent(content);
+  }
+  return format_ ? nullptr : notRecognised(file_->path());
+}
+
+NSErrorPtr FileDemuxer::parse() {
+  if (NSErrorPtr failure = recognise()) return failure;
+  const AVInputFormat* input = av_find_input_format(format_->name);
+  if (!input) return notRecognised(file_->path());
+
+  keepFFmpegQuiet();
+  auto* buffer = static_cast<uint8_t*>(av_malloc(kIOBufferBytes));
+  io_.reset(avio_alloc_context(buffer, kIOBufferBytes, 0, this, readPacket, nullptr, seekTo));
+  AVFormatContext* context = avformat_alloc_context();
+  context->pb = io_.get();
+  context->flags |= AVFMT_FLAG_CUSTOM_IO;
+  context->io_open = refuseOtherFiles;
+  context->protocol_whitelist = av_strdup("");
+  context->probesize = kProbeBytes;
+  context->max_analyze_duration = kProbeMicroseconds;
+  // Frees the context on failure.
+  const int opened = avformat_open_input(&context, "", input, nullptr);
+  if (opened < 0) return failedToParse(file_->path(), opened);
+  context_.reset(context);
+  if (!format_->describesItself || lacksPictureSize()) {
+    const int found = avformat_find_stream_info(context, nullptr);
+    if (found < 0) return failedToParse(file_->path(), found);
+    // Raw streams have no time line of their own: it starts with the first sample that is heard.
+    const bool raw = !format_->describesItself && context->start_time != AV_NOPTS_VALUE;
+    if (raw) startMicroseconds_ = context->start_time;
+  }
+  for (AVStream* stream : streams()) adoptContainerAspect(*stream);
+  return nullptr;
+}
+
+// Some headers leave the size of the picture to its first bytes.
+bool FileDemuxer::lacksPictureSize() const {
+  return std::ranges::any_of(streams(), [](const AVStream* stream) {
+    const AVCodecParameters& parameters = *stream->codecpar;
+    return parameters.codec_type == AVMEDIA_TYPE_VIDEO && parameters.codec_id != AV_CODEC_ID_NONE &&
+           parameters.width <= 0;
+  });
+}
+
+bool FileDemuxer::rewind(int streamIndex) {
+  AVStream* stream = context_->streams[streamIndex];
+  const AVIndexEntry* first = avformat_index_get_entry(stream, 0);
+  if (!first) return false;
+  return av_seek_frame(context_.get(), streamIndex, first->timestamp, AVSEEK_FLAG_BACKWARD) >= 0;
+}
+
+int64_t FileDemuxer::timelineStart(const AVStream& stream) const {
+  return av_rescale_q(startMicroseconds_, kMicroseconds, stream.time_base);
+}
+
+bool FileDemuxer::tellsDecodeTimes(const AVStream& stream) const {
+  if (format_ && format_->tellsDecodeTimes) return true;
+  const AVCodecDescriptor* codec = avcodec_descriptor_get(stream.codecpar->codec_id);
+  return codec && !(codec->props & AV_CODEC_PROP_REORDER);
+}
+
+NSErrorPtr FileDemuxer::readFailed(int averror) const {
+  return failedToParse(file_->path(), averror);
+}
+
+int FileDemuxer::readPacket(void* opaque, uint8_t* buffer, int size) {
+  auto* self = static_cast<FileDemuxer*>(opaque);
+  const int64_t count =
+      self->file_->readAt(self->position_, std::span(buffer, static_cast<std::size_t>(size)));
+  if (count == 0) return AVERROR_EOF;
+  if (count > 0) self->position_ += count;
+  return static_cast<int>(count);
+}
+
+int64_t FileDemuxer::seekTo(void* opaque, int64_t offset, int whence) {
+  auto* self = static_cast<FileDemuxer*>(opaque);
+  switch (whence & ~AVSEEK_FORCE) {
+    case AVSEEK_SIZE:
+      return self->file_->size();
+    case SEEK_SET:
+      break;
+    case SEEK_CUR:
+      offset += self->position_;
+      break;
+    case SEEK_END:
+      offset += self->file_->size();
+      break;
+    default:
+      return AVERROR(EINVAL);
+  }
+  if (offset < 0) return AVERROR(EINVAL);
+  self->position_ = offset;
+  return offset;
+}
+
+}  // namespace zaffo::media

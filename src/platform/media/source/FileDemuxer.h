@@ -1,0 +1,63 @@
+#pragma once
+
+#include <memory>
+#include <span>
+
+#include "platform/foundation/MakeError.h"
+#include "platform/media/FFmpegCommon.h"
+#include "platform/media/source/ContainerFormat.h"
+#include "platform/media/source/LocalFile.h"
+
+namespace zaffo::media {
+
+/// An AVFormatContext that reads one LocalFile and nothing else: its formats are an allow list, it
+/// opens no other file and knows no protocol. Thread: one at a time.
+class FileDemuxer {
+ public:
+  /// Parses the header. Null with `error` set when the file cannot be played.
+  [[nodiscard]] static std::unique_ptr<FileDemuxer> open(std::shared_ptr<const LocalFile> file,
+                                                         NSErrorPtr* error);
+  ~FileDemuxer();
+  FileDemuxer(const FileDemuxer&) = delete;
+  FileDemuxer& operator=(const FileDemuxer&) = delete;
+
+  [[nodiscard]] AVFormatContext* context() const { return context_.get(); }
+  /// Whether nothing was read since open(): the demuxer stands before the first packet.
+  [[nodiscard]] bool isAtStart() const { return atStart_; }
+  void setMoved() { atStart_ = false; }
+  /// Goes back before the first packet of a stream by the index; false when there is none.
+  [[nodiscard]] bool rewind(int streamIndex);
+
+  [[nodiscard]] std::span<AVStream* const> streams() const {
+    return {context_->streams, context_->nb_streams};
+  }
+  /// The timestamp, in the stream's time base, that is time zero of the asset.
+  [[nodiscard]] int64_t timelineStart(const AVStream& stream) const;
+  /// Whether the index of each stream names every sample of the file.
+  [[nodiscard]] bool hasCompleteIndex() const { return format_ && format_->hasCompleteIndex; }
+  /// Whether the file tells when samples of a stream are decoded. Where it does not, FFmpeg
+  /// guesses, and is right only of codecs that present samples in the order in which they are
+  /// decoded.
+  [[nodiscard]] bool tellsDecodeTimes(const AVStream& stream) const;
+  /// What a failed read means to a person.
+  [[nodiscard]] NSErrorPtr readFailed(int averror) const;
+
+ private:
+  explicit FileDemuxer(std::shared_ptr<const LocalFile> file);
+  [[nodiscard]] NSErrorPtr recognise();
+  [[nodiscard]] NSErrorPtr parse();
+  [[nodiscard]] bool lacksPictureSize() const;
+
+  static int readPacket(void* opaque, uint8_t* buffer, int size);
+  static int64_t seekTo(void* opaque, int64_t offset, int whence);
+
+  std::shared_ptr<const LocalFile> file_;
+  int64_t position_ = 0;
+  IOContextPtr io_;  // outlives context_, which reads through it until it is closed
+  FormatContextPtr context_;
+  const ContainerFormat* format_ = nullptr;
+  bool atStart_ = true;
+  int64_t startMicroseconds_ = 0;
+};
+
+}  // namespace zaffo::media

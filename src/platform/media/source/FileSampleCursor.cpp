@@ -1,0 +1,190 @@
+#include "platform/media/source/FileSampleCursor.h"
+
+#include <algorithm>
+#include <span>
+
+#include "platform/foundation/MakeError.h"
+#include "platform/media/MediaTime.h"
+#include "platform/media/source/FileSampleSource.h"
+#include "platform/media/source/SoundGrid.h"
+
+namespace zaffo::media {
+namespace {
+
+// Sound that decoding needs before a time so that the sound at that time is right: the overlap of
+// AAC and Vorbis, the bit reservoir of MP3, the prediction of Opus, which halves what is wrong with
+// each 20 ms: after 80 ms it sounds right, after 400 ms it is.
+int64_t prerollMilliseconds(AVCodecID codec) {
+  switch (codec) {
+    case AV_CODEC_ID_AAC:
+      return 100;
+    case AV_CODEC_ID_VORBIS:
+      return 100;
+    case AV_CODEC_ID_AC3:
+      return 70;
+    case AV_CODEC_ID_MP3:
+      return 250;
+    case AV_CODEC_ID_OPUS:
+      return 400;
+    default:
+      return 0;
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<FileSampleCursor> FileSampleCursor::open(std::shared_ptr<FileSampleSource> source,
+                                                         std::unique_ptr<FileDemuxer> demuxer,
+                                                         const AVAssetTrack& track,
+                                                         NSErrorPtr* error) {
+  std::unique_ptr<FileSampleCursor> cursor(
+      new FileSampleCursor(std::move(source), std::move(demuxer), track));
+  if (cursor->demuxer_->isAtStart() || cursor->rewind()) return cursor;
+  setError(error, cursor->error_);
+  return nullptr;
+}
+
+FileSampleCursor::FileSampleCursor(std::shared_ptr<FileSampleSource> source,
+                                   std::unique_ptr<FileDemuxer> demuxer, const AVAssetTrack& track)
+    : source_(std::move(source)),
+      demuxer_(std::move(demuxer)),
+      streamIndex_(track.trackID - 1),
+      timeRange_(track.timeRange),
+      packet_(av_packet_alloc()) {
+  selectStream();
+}
+
+FileSampleCursor::~FileSampleCursor() {
+  if (demuxer_) source_->giveBack(std::move(demuxer_));
+}
+
+const AVCodecParameters& FileSampleCursor::codecParameters() const {
+  return *stream_->codecpar;
+}
+
+void FileSampleCursor::selectStream() {
+  for (AVStream* stream : demuxer_->streams()) {
+    stream->discard = stream->index == streamIndex_ ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    if (stream->index == streamIndex_) stream_ = stream;
+  }
+}
+
+ReadOutcome FileSampleCursor::next(Sample& sample) {
+  if (outcome_ != ReadOutcome::Sample) return outcome_;
+  if (!pending_) outcome_ = read();
+  pending_ = false;
+  if (outcome_ == ReadOutcome::Sample) fill(sample);
+  return outcome_;
+}
+
+ReadOutcome FileSampleCursor::read() {
+  demuxer_->setMoved();
+  int result = 0;
+  do {
+    av_packet_unref(packet_.get());
+    result = av_read_frame(demuxer_->context(), packet_.get());
+  } while (result >= 0 && packet_->stream_index != streamIndex_);
+  if (result == AVERROR_EOF && !endsEarly()) return ReadOutcome::End;
+  if (result >= 0 && av_packet_get_side_data(packet_.get(), AV_PKT_DATA_ENCRYPTION_INFO, nullptr)) {
+    error_ = contentIsProtected();
+    return ReadOutcome::Error;
+  }
+  if (result >= 0 && !(packet_->flags & AV_PKT_FLAG_CORRUPT)) {
+    lastDecode_ = packet_->dts;
+    return ReadOutcome::Sample;
+  }
+  error_ = demuxer_->readFailed(result < 0 ? result : AVERROR_INVALIDDATA);
+  return ReadOutcome::Error;
+}
+
+// Whether the index names samples after the last one that was read; any at all when none was read
+// since the place was taken, for every place that can be taken is that of a sample.
+bool FileSampleCursor::endsEarly() const {
+  const int count = avformat_index_get_entries_count(stream_);
+  if (!demuxer_->hasCompleteIndex() || count == 0) return false;
+  if (lastDecode_ == AV_NOPTS_VALUE) return true;
+  return avformat_index_get_entry(stream_, count - 1)->timestamp > lastDecode_;
+}
+
+void FileSampleCursor::fill(Sample& sample) {
+  const AVRational base = stream_->time_base;
+  const int64_t start = demuxer_->timelineStart(*stream_);
+  const int64_t pts = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
+  const SoundGrid grid(*stream_);
+  const auto onTimeline = [&](int64_t timestamp) {
+    return timestamp == AV_NOPTS_VALUE ? kCMTimeInvalid : grid.timeOf(timestamp - start);
+  };
+  sample.presentation = onTimeline(pts);
+  sample.decode = demuxer_->tellsDecodeTimes(*stream_) ? onTimeline(packet_->dts) : kCMTimeInvalid;
+  sample.duration = timeFromTimestamp(std::max<int64_t>(0, packet_->duration), base);
+  sample.sync = packet_->flags & AV_PKT_FLAG_KEY;
+  sample.decodeOnly = (packet_->flags & AV_PKT_FLAG_DISCARD) != 0;
+  // The first and last packets of most codecs reach beyond the sound that was put in.
+  sample.heardFrom = kCMTimeZero;
+  sample.heardUntil = demuxer_->hasCompleteIndex() ? CMTimeRangeGetEnd(timeRange_) : kCMTimeInvalid;
+  if (!sample.packet) sample.packet.reset(av_packet_alloc());
+  av_packet_unref(sample.packet.get());
+  av_packet_move_ref(sample.packet.get(), packet_.get());
+}
+
+bool FileSampleCursor::seek(CMTime time) {
+  error_ = nullptr;
+  outcome_ = ReadOutcome::Sample;
+  pending_ = false;
+  const int64_t start = demuxer_->timelineStart(*stream_);
+  if (!CMTIME_IS_NUMERIC(time) && !CMTIME_IS_POSITIVE_INFINITY(time)) return rewind();
+  if (stream_->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
+    const int64_t preroll = av_rescale_q(prerollMilliseconds(stream_->codecpar->codec_id),
+                                         {1, 1000}, stream_->time_base);
+    const int64_t timestamp = timestampFromTime(time, stream_->time_base) - preroll;
+    return timestamp > 0 && landAt(timestamp + start) ? true : rewind();
+  }
+  const int64_t timestamp = timestampFromTime(time, stream_->time_base);
+  return timestamp > 0 && seekVideo(timestamp + start) ? true : rewind();
+}
+
+// The demuxer's index is by decoding time: the key frame it gives may be shown after `timestamp`,
+// and then the one before it is needed.
+bool FileSampleCursor::seekVideo(int64_t timestamp) {
+  int64_t wanted = timestamp;
+  while (landAt(wanted)) {
+    const int64_t shownAt = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
+    if (shownAt <= timestamp || outcome_ != ReadOutcome::Sample) return true;
+    if (packet_->dts == AV_NOPTS_VALUE || packet_->dts > wanted) return false;
+    wanted = packet_->dts - 1;
+  }
+  return false;
+}
+
+// Goes to the last sync sample that is decoded at or before `timestamp`, and reads it. False when
+// the way there leads through the start. An index of every sample is right about the places: what
+// is not there is missing from the file, which next() tells.
+bool FileSampleCursor::landAt(int64_t timestamp) {
+  demuxer_->setMoved();
+  if (av_seek_frame(demuxer_->context(), streamIndex_, timestamp, AVSEEK_FLAG_BACKWARD) < 0) {
+    return false;
+  }
+  lastDecode_ = AV_NOPTS_VALUE;
+  outcome_ = read();
+  pending_ = outcome_ == ReadOutcome::Sample;
+  return outcome_ != ReadOutcome::Error || demuxer_->hasCompleteIndex();
+}
+
+// Parsing anew is the one way to the start that every format and every damaged index allows.
+bool FileSampleCursor::rewind() {
+  lastDecode_ = AV_NOPTS_VALUE;
+  pending_ = false;
+  outcome_ = ReadOutcome::Sample;
+  error_ = nullptr;
+  if (demuxer_->isAtStart() || demuxer_->rewind(streamIndex_)) return true;
+  std::unique_ptr<FileDemuxer> fresh = source_->openDemuxer(&error_);
+  if (!fresh) {
+    outcome_ = ReadOutcome::Error;
+    return false;
+  }
+  demuxer_ = std::move(fresh);
+  selectStream();
+  return true;
+}
+
+}  // namespace zaffo::media

@@ -1,0 +1,94 @@
+#include "platform/media/source/FileSampleSource.h"
+
+#include <algorithm>
+
+#include "platform/avfoundation/AVAssetTrack.h"
+#include "platform/foundation/MakeError.h"
+#include "platform/media/codec/CodecContext.h"
+#include "platform/media/source/EncryptedTracks.h"
+#include "platform/media/source/FileSampleCursor.h"
+#include "platform/media/source/TrackInfo.h"
+
+namespace zaffo::media {
+namespace {
+
+// One for the picture and one for the sound of the player that comes next.
+constexpr std::size_t kIdleDemuxers = 2;
+
+/// Whether a stream is one of the `encrypted` tracks of its file, or says so itself.
+bool isEncrypted(const AVStream& stream, const std::vector<int>& encrypted) {
+  return std::ranges::find(encrypted, stream.id) != encrypted.end() ||
+         av_dict_get(stream.metadata, "enc_key_id", nullptr, 0);
+}
+
+}  // namespace
+
+std::shared_ptr<FileSampleSource> FileSampleSource::open(const std::string& path,
+                                                         NSErrorPtr* error) {
+  std::shared_ptr<const LocalFile> file = LocalFile::open(path, error);
+  if (!file) return nullptr;
+  std::shared_ptr<FileSampleSource> source(new FileSampleSource(std::move(file)));
+  std::unique_ptr<FileDemuxer> demuxer = source->openDemuxer(error);
+  if (!demuxer) return nullptr;
+  source->describe(*demuxer);
+  if (source->tracks_.empty()) {
+    setError(error, makeError(AVErrorFileFormatNotRecognized,
+                              "The file \"" + path + "\" holds neither picture nor sound."));
+    return nullptr;
+  }
+  source->giveBack(std::move(demuxer));
+  return source;
+}
+
+void FileSampleSource::describe(FileDemuxer& demuxer) {
+  duration_ = kCMTimeZero;
+  AVFormatContext& context = *demuxer.context();
+  const std::vector<int> encrypted = encryptedTracks(*file_);
+  for (AVStream* stream : demuxer.streams()) {
+    if (!isTrack(*stream)) continue;
+    auto track =
+        describeTrack(context, *stream, demuxer.timelineStart(*stream), demuxer.hasCompleteIndex());
+    track->source = weak_from_this();
+    NSErrorPtr obstacle = isEncrypted(*stream, encrypted) ? contentIsProtected()
+                                                          : media::whyNotDecoded(*stream->codecpar);
+    if (obstacle) undecodable_[track->trackID] = std::move(obstacle);
+    duration_ = CMTimeMaximum(duration_, CMTimeRangeGetEnd(track->timeRange));
+    tracks_.push_back(std::move(track));
+  }
+}
+
+NSErrorPtr FileSampleSource::whyNotDecoded(int trackID) const {
+  const auto found = undecodable_.find(trackID);
+  return found == undecodable_.end() ? nullptr : found->second;
+}
+
+std::unique_ptr<SampleCursor> FileSampleSource::openCursor(int trackID, NSErrorPtr* error) {
+  const auto track = std::ranges::find(tracks_, trackID, &AVAssetTrack::trackID);
+  if (track == tracks_.end()) {
+    setError(error, makeError(AVErrorUnknown, "The asset has no such track."));
+    return nullptr;
+  }
+  std::unique_ptr<FileDemuxer> demuxer = takeIdle();
+  if (!demuxer) demuxer = openDemuxer(error);
+  if (!demuxer) return nullptr;
+  return FileSampleCursor::open(shared_from_this(), std::move(demuxer), **track, error);
+}
+
+std::unique_ptr<FileDemuxer> FileSampleSource::openDemuxer(NSErrorPtr* error) const {
+  return FileDemuxer::open(file_, error);
+}
+
+std::unique_ptr<FileDemuxer> FileSampleSource::takeIdle() {
+  MutexLock lock(idleMutex_);
+  if (idle_.empty()) return nullptr;
+  std::unique_ptr<FileDemuxer> demuxer = std::move(idle_.back());
+  idle_.pop_back();
+  return demuxer;
+}
+
+void FileSampleSource::giveBack(std::unique_ptr<FileDemuxer> demuxer) {
+  MutexLock lock(idleMutex_);
+  if (idle_.size() < kIdleDemuxers) idle_.push_back(std::move(demuxer));
+}
+
+}  // namespace zaffo::media

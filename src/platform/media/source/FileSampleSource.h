@@ -1,0 +1,52 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/Mutex.h"
+#include "platform/media/source/FileDemuxer.h"
+#include "platform/media/source/SampleSource.h"
+
+namespace zaffo::media {
+
+/// The samples of a local file. The header is parsed once by open(); its demuxer goes to the first
+/// cursor, and comes back for the next one when that cursor ends, so that opening the cursors of
+/// a player costs at most one more parse (two tracks are read at the same time). All share one
+/// descriptor. Thread: any.
+class FileSampleSource : public SampleSource,
+                         public std::enable_shared_from_this<FileSampleSource> {
+ public:
+  /// Reads and parses the header: may wait for the disk. Null with `error` set when the file is
+  /// missing, damaged, of no known format, or holds neither picture nor sound.
+  [[nodiscard]] static std::shared_ptr<FileSampleSource> open(const std::string& path,
+                                                              NSErrorPtr* error);
+
+  [[nodiscard]] const std::vector<std::shared_ptr<const AVAssetTrack>>& tracks() const override {
+    return tracks_;
+  }
+  [[nodiscard]] CMTime duration() const override { return duration_; }
+  [[nodiscard]] NSErrorPtr whyNotDecoded(int trackID) const override;
+  [[nodiscard]] std::unique_ptr<SampleCursor> openCursor(int trackID, NSErrorPtr* error) override;
+
+  /// For cursors: keeps a demuxer that is no longer used for the next one.
+  void giveBack(std::unique_ptr<FileDemuxer> demuxer);
+  /// For cursors: parses the file again, on the same descriptor.
+  [[nodiscard]] std::unique_ptr<FileDemuxer> openDemuxer(NSErrorPtr* error) const;
+
+ private:
+  explicit FileSampleSource(std::shared_ptr<const LocalFile> file) : file_(std::move(file)) {}
+  void describe(FileDemuxer& demuxer);
+  [[nodiscard]] std::unique_ptr<FileDemuxer> takeIdle();
+
+  const std::shared_ptr<const LocalFile> file_;
+  std::vector<std::shared_ptr<const AVAssetTrack>> tracks_;
+  CMTime duration_;
+  std::map<int, NSErrorPtr> undecodable_;  ///< by track, why
+
+  Mutex idleMutex_;
+  std::vector<std::unique_ptr<FileDemuxer>> idle_ ZAFFO_GUARDED_BY(idleMutex_);
+};
+
+}  // namespace zaffo::media

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "platform/foundation/MakeError.h"
+
+namespace zaffo::media {
+
+/// One regular file opened for reading, with one descriptor however many read from it.
+/// Thread: any, several at once: a read names its own position.
+class LocalFile {
+ public:
+  /// Null with `error` set when `path` is missing, not a regular file, or must not be read.
+  [[nodiscard]] static std::shared_ptr<const LocalFile> open(const std::string& path,
+                                                             NSErrorPtr* error);
+  ~LocalFile();
+  LocalFile(const LocalFile&) = delete;
+  LocalFile& operator=(const LocalFile&) = delete;
+
+  /// Bytes read from `offset` on, 0 at the end of the file; a negative errno on failure.
+  [[nodiscard]] int64_t readAt(int64_t offset, std::span<uint8_t> bytes) const;
+  /// Bytes at the time it was opened.
+  [[nodiscard]] int64_t size() const { return size_; }
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+ private:
+  LocalFile(std::string path, int descriptor, int64_t size);
+
+  std::string path_;
+  int descriptor_;
+  int64_t size_;
+};
+
+}  // namespace zaffo::media

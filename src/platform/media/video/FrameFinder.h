@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "platform/Mutex.h"
+#include "platform/media/codec/VideoDecoder.h"
+#include "platform/media/source/SampleSource.h"
+
+namespace zaffo::media {
+
+/// Finds and decodes single frames of a video track, exactly: the frame shown at a time is the one
+/// with the largest presentation time that is not after it, and the first one before that. It looks
+/// through the samples first, so that frames which nothing shown needs are not decoded and none is
+/// waited for after the one that is wanted. May wait for the source: not for the main thread.
+/// Thread: one at a time.
+class FrameFinder {
+ public:
+  /// Null with `error` set when there is no decoder for the track.
+  [[nodiscard]] static std::unique_ptr<FrameFinder> open(std::unique_ptr<SampleCursor> cursor,
+                                                         NSErrorPtr* error);
+  ~FrameFinder();
+
+  /// Decodes the frame shown at `time`; nothing with `error` set when none can be decoded. A
+  /// damaged frame is replaced by the last one before it that is not.
+  [[nodiscard]] std::optional<VideoFrame> frameAt(CMTime time, NSErrorPtr* error);
+
+ private:
+  class Arrival;
+  FrameFinder(std::unique_ptr<SampleCursor> cursor, std::unique_ptr<VideoDecoder> decoder);
+
+  [[nodiscard]] ReadOutcome next(Sample& sample);
+  [[nodiscard]] std::optional<CMTime> presentationAt(CMTime time);
+  [[nodiscard]] std::optional<VideoFrame> decodeTo(CMTime target);
+  [[nodiscard]] bool take(CMTime target, std::optional<VideoFrame>& best);
+  [[nodiscard]] NSErrorPtr failure() const;
+
+  std::shared_ptr<Arrival> arrival_;
+  std::unique_ptr<SampleCursor> cursor_;
+  std::unique_ptr<VideoDecoder> decoder_;
+};
+
+}  // namespace zaffo::media

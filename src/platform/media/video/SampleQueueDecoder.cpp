@@ -1,0 +1,286 @@
+#include "platform/media/video/SampleQueueDecoder.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/foundation/AVError.h"
+#include "platform/foundation/MakeError.h"
+#include "platform/media/SampleBuffers.h"
+
+namespace zaffo::media {
+
+namespace {
+
+/// As many samples as this that are to be shown, without a single picture, are no video. Those that
+/// are only decoded, for others to refer to, may be any number.
+constexpr std::size_t kMostUnanswered = 300;
+/// What is decoded again within some twenty milliseconds.
+constexpr int64_t kCheapPixels = int64_t{16} << 20;
+
+CMTime laterOf(CMTime a, CMTime b) {
+  if (CMTIME_IS_INVALID(a)) return b;
+  return CMTIME_IS_INVALID(b) ? a : CMTimeMaximum(a, b);
+}
+
+bool isAfter(CMTime time, CMTime passed) {
+  return CMTIME_IS_INVALID(passed) || time > passed;
+}
+
+bool isToShow(const Sample& sample) {
+  return !sample.decodeOnly && CMTIME_IS_NUMERIC(sample.presentation);
+}
+
+}  // namespace
+
+void SampleQueueDecoder::begin() {
+  generation_ = sampleQueue_.generation();
+  restartDecoder();
+  passed_ = atOnce_ = kCMTimeInvalid;
+  wantsFirst_ = false;
+  gaveNothing_ = true;
+  unanswered_ = 0;
+  error_ = nullptr;
+}
+
+/// Puts the decoder at its beginning, should there be one.
+void SampleQueueDecoder::restartDecoder() {
+  if (decoder_ && sent_ > 0) decoder_->reset();
+  sent_ = sentToShow_ = 0;
+  drain_ = Drain::None;
+  isSpent_ = false;
+  pending_.clear();
+  lookahead_.reset();
+  decodeOnlyRun_.leave();
+}
+
+void SampleQueueDecoder::close() {
+  decoder_.reset();
+  format_.reset();
+  lookahead_.reset();
+}
+
+DecodeStep SampleQueueDecoder::step(const Demand& demand, Picture& picture) {
+  if (lookahead_) {
+    picture = std::move(*lookahead_);
+    lookahead_.reset();
+    return DecodeStep::Frame;
+  }
+  const SampleQueue::Outlook outlook = sampleQueue_.outlook(generation_, passed_, demand.now);
+  if (outlook.stale) return DecodeStep::Stale;
+  const CMTime inDecoder = dueInDecoder(demand.now);
+  dueLater_ = outlook.due;
+  due_ = laterOf(outlook.due, inDecoder);
+  if (outlook.skippable > 0 && isAfter(outlook.due, inDecoder)) {
+    restartDecoder();
+    late_ += sampleQueue_.skip(generation_, outlook.skippable);
+  }
+  // While samples are on their way it is not known which of the frames that are due is the last.
+  isSettled_ = outlook.complete || demand.supplyRests;
+  if (decoder_ && !isSpent_) {
+    const CMTime earliest = laterOf(isSettled_ ? due_ : demand.now, passed_);
+    decoder_->holdBackBefore(drain_ == Drain::AtOnce ? kCMTimeInvalid : earliest);
+    VideoFrame frame;
+    const DecodeOutcome outcome = decoder_->receive(frame);
+    noteHeldBack();
+    if (outcome == DecodeOutcome::Ok) return take(std::move(frame), demand, picture);
+    if (outcome == DecodeOutcome::End) return finishDrain(picture);
+    if (outcome == DecodeOutcome::Error) return noteError();
+    const bool isLast = isSettled_ && (CMTIME_IS_INVALID(due_) || due_ <= decoder_->heldBack());
+    if ((isLast || demand.overdue) && takeHeldBack(picture)) return DecodeStep::Frame;
+  }
+  return feed(demand);
+}
+
+/// The latest presentation up to `now` of what was sent and did not come out.
+CMTime SampleQueueDecoder::dueInDecoder(CMTime now) const {
+  CMTime due = kCMTimeInvalid;
+  for (const CMTime presentation : pending_) {
+    if (presentation <= now && isAfter(presentation, passed_)) due = laterOf(due, presentation);
+  }
+  return due;
+}
+
+/// A frame came out of the decoder that is not too early.
+DecodeStep SampleQueueDecoder::take(VideoFrame frame, const Demand& demand, Picture& picture) {
+  cameOut(frame.presentation);
+  const bool drained = drain_ == Drain::AtOnce;
+  if (drained) {
+    drain_ = Drain::None;
+    isSpent_ = true;
+  }
+  if (!isAfter(frame.presentation, passed_)) return DecodeStep::Working;
+  const bool isAskedFor = drained || frame.presentation == atOnce_;
+  const bool atOnce = std::exchange(wantsFirst_, false) || isAskedFor;
+  // The one before it is the last that is due: what was expected there is damaged, or came when it
+  // was not known yet to be the last, and it is the first that is to be shown.
+  if (!isAskedFor && frame.presentation > demand.now && takeHeldBack(picture)) {
+    passed_ = frame.presentation;
+    lookahead_ = Picture{std::move(frame), false};
+    return DecodeStep::Frame;
+  }
+  decoder_->forgetHeldBack();
+  passed_ = frame.presentation;
+  picture = {std::move(frame), atOnce};
+  return DecodeStep::Frame;
+}
+
+bool SampleQueueDecoder::takeHeldBack(Picture& picture) {
+  const CMTime heldBack = decoder_->heldBack();
+  if (CMTIME_IS_INVALID(heldBack) || !isAfter(heldBack, passed_)) return false;
+  if (decoder_->receiveHeldBack(picture.frame) != DecodeOutcome::Ok) return false;
+  picture.atOnce = wantsFirst_ = false;
+  passed_ = heldBack;
+  return true;
+}
+
+bool SampleQueueDecoder::holdsLateFrame() const {
+  return decoder_ && CMTIME_IS_VALID(decoder_->heldBack()) &&
+         isAfter(decoder_->heldBack(), passed_);
+}
+
+void SampleQueueDecoder::noteHeldBack() {
+  if (CMTIME_IS_VALID(decoder_->heldBack())) cameOut(decoder_->heldBack());
+}
+
+void SampleQueueDecoder::cameOut(CMTime presentation) {
+  gaveNothing_ = false;
+  decodeOnlyRun_.gave(presentation);
+  std::erase_if(pending_, [presentation](CMTime each) { return each <= presentation; });
+}
+
+DecodeStep SampleQueueDecoder::noteError() {
+  error_ = decoder_->error();
+  return DecodeStep::Working;
+}
+
+/// Sends the next sample, if what is asked for needs it.
+DecodeStep SampleQueueDecoder::feed(const Demand& demand) {
+  const QueuedSamplePtr next = sampleQueue_.next(generation_);
+  if (isHopeless(demand, next != nullptr)) return failWithoutPicture();
+  const bool asksAtOnce = wantsFirst_ || (next && isWantedAtOnce(*next)) ||
+                          (CMTIME_IS_VALID(atOnce_) && isAfter(atOnce_, passed_));
+  if (!demand.ahead && !asksAtOnce && CMTIME_IS_INVALID(due_)) return DecodeStep::Idle;
+  if (!next) return feedNothing(demand);
+  if (isSpent_) {
+    // Even a sync sample may be followed by some that lean on what precedes it.
+    restartDecoder();
+    if (!next->sample.isDiscontinuity && sampleQueue_.rewind(generation_)) {
+      unanswered_ = 0;
+      return DecodeStep::Rewound;
+    }
+  }
+  const bool sameFormat = format_ == next->format || (format_ && hasFormatOf(*next));
+  if (sent_ > 0 && (next->sample.isDiscontinuity || !sameFormat)) return drain(Drain::NewRun);
+  if (!sameFormat) decoder_.reset();
+  format_ = next->format;
+  if (!decoder_ && !open()) return DecodeStep::Failed;
+  return send(*next);
+}
+
+/// There are no more samples. What the decoder still holds is all, if none is on its way.
+DecodeStep SampleQueueDecoder::feedNothing(const Demand& demand) {
+  if (demand.supplyRests && holdsFrames()) return drain(Drain::End);
+  return DecodeStep::Starved;
+}
+
+bool SampleQueueDecoder::isWantedAtOnce(const QueuedSample& next) const {
+  if (!next.displayImmediately) return false;
+  return !next.sample.decodeOnly ? isAfter(next.sample.presentation, passed_) : gaveNothing_;
+}
+
+bool SampleQueueDecoder::hasFormatOf(const QueuedSample& next) const {
+  const AVCodecParameters* present = codecParametersOf(*format_);
+  const AVCodecParameters* wanted = codecParametersOf(*next.format);
+  return present && wanted && isSameFormat(*present, *wanted);
+}
+
+bool SampleQueueDecoder::open() {
+  const AVCodecParameters* parameters = codecParametersOf(*format_);
+  NSErrorPtr error;
+  if (parameters) decoder_ = VideoDecoder::open(*parameters, &error);
+  if (decoder_) return true;
+  error_ = error ? error : makeError(AVErrorDecoderNotFound, "The samples are of no known format.");
+  return false;
+}
+
+DecodeStep SampleQueueDecoder::send(const QueuedSample& next) {
+  const Sample& sample = next.sample;
+  const bool atOnce = isWantedAtOnce(next);
+  const bool drainsAtOnce =
+      atOnce && !sample.decodeOnly && sample.sync && sent_ == 0 && !wantsFirst_;
+  const bool isLate = CMTIME_IS_VALID(due_) && sample.presentation < due_;
+  const bool isNew = isToShow(sample) && isAfter(sample.presentation, passed_);
+  const bool isWanted = isNew && !isLate;
+  decoder_->setSkipsUnreferencedFrames(!isWanted && !atOnce && !wantsFirst_);
+  if (decoder_->send(sample) == DecodeOutcome::Error) error_ = decoder_->error();
+  ++sent_;
+  if (isToShow(sample)) ++sentToShow_;
+  decodeOnlyRun_.sent(sample);
+  if (drainsAtOnce) return drain(Drain::AtOnce);
+  sampleQueue_.markSent(generation_);
+  if (atOnce && gaveNothing_) wantsFirst_ = true;
+  if (atOnce && !gaveNothing_) atOnce_ = sample.presentation;
+  if (isWanted) pending_.push_back(sample.presentation);
+  if (isNew && isLate) ++late_;
+  if (gaveNothing_ && isToShow(sample)) ++unanswered_;
+  return DecodeStep::Working;
+}
+
+DecodeStep SampleQueueDecoder::drain(Drain reason) {
+  decoder_->drain();
+  drain_ = reason;
+  return DecodeStep::Working;
+}
+
+/// Everything came out of the decoder.
+DecodeStep SampleQueueDecoder::finishDrain(Picture& picture) {
+  pending_.clear();
+  const Drain reason = std::exchange(drain_, Drain::None);
+  if (reason == Drain::AtOnce) {
+    // One sample was not enough: a damaged one, or one that leans on what follows.
+    wantsFirst_ = true;
+    restartDecoder();
+    return DecodeStep::Working;
+  }
+  const bool isLast = CMTIME_IS_INVALID(dueLater_);
+  const bool gives = isLast && takeHeldBack(picture);
+  if (reason == Drain::NewRun) restartDecoder();
+  if (reason == Drain::End) isSpent_ = true;
+  return gives ? DecodeStep::Frame : DecodeStep::Working;
+}
+
+/// Whether there is no picture where there should be: enough was tried, or all there is.
+bool SampleQueueDecoder::isHopeless(const Demand& demand, bool hasNext) const {
+  if (!gaveNothing_ || unanswered_ == 0) return false;
+  return unanswered_ >= kMostUnanswered || (demand.dataRequestEnded && !hasNext && isSpent_);
+}
+
+DecodeStep SampleQueueDecoder::failWithoutPicture() {
+  if (!error_) {
+    error_ = makeError(AVErrorDecodeFailed, "The video has no picture that can be decoded.");
+  }
+  return DecodeStep::Failed;
+}
+
+bool SampleQueueDecoder::goBackTo(CMTime time) {
+  if (!sampleQueue_.rewindTo(generation_, time)) return false;
+  restartDecoder();
+  passed_ = kCMTimeInvalid;
+  return true;
+}
+
+bool SampleQueueDecoder::letGoIfCheap(CMTime shown) {
+  if (!decoder_ || gaveNothing_ || !CMTIME_IS_VALID(shown)) return false;
+  const bool isCheap = sampleQueue_.pixelsToDecodeAgain() <= kCheapPixels;
+  if (!isCheap || !sampleQueue_.rewind(generation_)) {
+    if (isSpent_) decoder_.reset();
+    return false;
+  }
+  decoder_.reset();
+  restartDecoder();
+  isSpent_ = true;
+  goOnAfter(shown);
+  return true;
+}
+
+}  // namespace zaffo::media

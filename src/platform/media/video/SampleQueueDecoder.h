@@ -1,0 +1,126 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "platform/media/codec/VideoDecoder.h"
+#include "platform/media/video/DecodeOnlyRun.h"
+#include "platform/media/video/SampleQueue.h"
+
+namespace zaffo::media {
+
+/// What a step of decoding gave.
+enum class DecodeStep {
+  Working,  ///< not there yet, call again
+  Frame,    ///< a picture was given
+  Idle,     ///< nothing to do for what was asked
+  Starved,  ///< there is no sample; the sampleQueue's push() will tell of one
+  Rewound,  ///< decodes again: forget what is not shown yet, and goOnAfter() what is
+  Stale,    ///< the sampleQueue was flushed: begin() again
+  Failed,   ///< see error()
+};
+
+/// Decodes a queue just as far as it takes to show the right picture. Of the frames that are due
+/// the last one alone is given; those before it are decoded only if others refer to them. Works a
+/// sample at a time. Thread: one at a time.
+///
+/// A first sample that is to be displayed immediately is drained out of the decoder without waiting
+/// for those that follow. What follows is then decoded from it again, if it is ever asked for;
+/// until then the decoder may be let go. If it is not to be shown itself, the first frame that is.
+class SampleQueueDecoder {
+ public:
+  explicit SampleQueueDecoder(SampleQueue& sampleQueue) : sampleQueue_(sampleQueue) {}
+
+  struct Demand {
+    CMTime now;
+    bool ahead = false;        ///< also the frame after those that are due
+    bool supplyRests = false;  ///< no sample is on its way: what the decoder holds back is wanted
+    bool dataRequestEnded = false;  ///< besides, these are all that there are
+    bool overdue = false;  ///< nothing was shown for long: a late frame is better than none
+  };
+  struct Picture {
+    VideoFrame frame;
+    bool atOnce = false;  ///< to be shown whatever the time is
+  };
+
+  /// Turns to the samples of the queue's present generation.
+  void begin();
+  [[nodiscard]] uint64_t generation() const { return generation_; }
+  [[nodiscard]] DecodeStep step(const Demand& demand, Picture& picture);
+  /// The frame at `shown` is on show, none with an invalid time: gives those that follow it.
+  void goOnAfter(CMTime shown) { passed_ = shown; }
+  /// Why the last step failed.
+  [[nodiscard]] const NSErrorPtr& error() const { return error_; }
+
+  /// Whether a run of samples has begun to be decoded whose first frame was not given yet.
+  [[nodiscard]] bool isInDecodeOnlyRun() const { return decodeOnlyRun_.isUnderWay(); }
+  /// Whether it was known at the last step which frame is the last that is due: no sample can come
+  /// any more that is to be shown before the time asked for.
+  [[nodiscard]] bool isSettled() const { return isSettled_; }
+  /// Whether a frame that is due waits to be the last one.
+  [[nodiscard]] bool holdsLateFrame() const;
+  /// Lets go of the decoder when decoding from the sync sample to the picture on show (at `shown`)
+  /// again takes no more than a moment. True when there is no decoder any more, and the frames
+  /// after the one on show will be given again.
+  [[nodiscard]] bool letGoIfCheap(CMTime shown);
+  /// Starts again from the kept samples if they have a frame for `time`, which lies before what
+  /// was given last. The frames after that one will be given again.
+  [[nodiscard]] bool goBackTo(CMTime time);
+  /// How many frames were due and left out since the last call.
+  [[nodiscard]] std::size_t takeLate() { return std::exchange(late_, 0); }
+  /// Lets go of everything.
+  void close();
+
+ private:
+  static constexpr uint64_t kNoGeneration = ~uint64_t{0};
+  enum class Drain { None, AtOnce, NewRun, End };
+
+  [[nodiscard]] CMTime dueInDecoder(CMTime now) const;
+  [[nodiscard]] DecodeStep take(VideoFrame frame, const Demand& demand, Picture& picture);
+  [[nodiscard]] bool takeHeldBack(Picture& picture);
+  void noteHeldBack();
+  void cameOut(CMTime presentation);
+  [[nodiscard]] DecodeStep noteError();
+  [[nodiscard]] DecodeStep feed(const Demand& demand);
+  [[nodiscard]] DecodeStep feedNothing(const Demand& demand);
+  [[nodiscard]] bool holdsFrames() const { return decoder_ && sentToShow_ > 0 && !isSpent_; }
+  [[nodiscard]] bool isWantedAtOnce(const QueuedSample& next) const;
+  [[nodiscard]] bool hasFormatOf(const QueuedSample& next) const;
+  [[nodiscard]] bool open();
+  [[nodiscard]] DecodeStep send(const QueuedSample& next);
+  [[nodiscard]] DecodeStep drain(Drain reason);
+  [[nodiscard]] DecodeStep finishDrain(Picture& picture);
+  [[nodiscard]] bool isHopeless(const Demand& demand, bool hasNext) const;
+  [[nodiscard]] DecodeStep failWithoutPicture();
+  void restartDecoder();
+
+  SampleQueue& sampleQueue_;
+  uint64_t generation_ = kNoGeneration;
+  std::unique_ptr<VideoDecoder> decoder_;
+  std::shared_ptr<const CMFormatDescription> format_;
+  NSErrorPtr error_;
+
+  std::size_t sent_ = 0;        ///< since the decoder began
+  std::size_t sentToShow_ = 0;  ///< those of them that are to be shown
+  Drain drain_ = Drain::None;
+  bool isSpent_ = false;  ///< the decoder was drained or is gone in the midst of a run
+  /// Presentation of what was sent, is wanted, and did not come out.
+  std::vector<CMTime> pending_;
+  CMTime due_ = kCMTimeInvalid;       ///< the latest one that is due and was not given
+  CMTime dueLater_ = kCMTimeInvalid;  ///< the latest of those that were not sent yet
+  CMTime passed_ = kCMTimeInvalid;    ///< everything up to it was given
+  std::optional<Picture> lookahead_;
+
+  DecodeOnlyRun decodeOnlyRun_;
+  bool isSettled_ = false;
+  bool wantsFirst_ = false;         ///< the next frame that is given is to be shown at once
+  CMTime atOnce_ = kCMTimeInvalid;  ///< the frame at this time is
+  std::size_t late_ = 0;
+  bool gaveNothing_ = true;     ///< since begin()
+  std::size_t unanswered_ = 0;  ///< samples to be shown that were sent while nothing came out
+};
+
+}  // namespace zaffo::media

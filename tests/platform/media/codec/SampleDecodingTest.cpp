@@ -1,0 +1,136 @@
+#include "platform/media/codec/SampleDecoding.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "doubles/MemorySource.h"
+#include "platform/media/Encoding.h"
+#include "platform/media/codec/CodecContext.h"
+
+namespace zaffo::media {
+namespace {
+
+class SampleDecodingTest : public testing::Test {
+ protected:
+  [[nodiscard]] CodecContextPtr open() {
+    NSErrorPtr error;
+    return openCodec(*encoded_.parameters, 1, &error);
+  }
+  /// The times of the samples whose pictures can be received.
+  std::vector<CMTime> receiveAll() {
+    std::vector<CMTime> times;
+    while (decoding_.receive(frame_) == 0) {
+      const SampleTimes::Entry* const entry = decoding_.sampleOf(*frame_);
+      times.push_back(entry ? entry->presentation : kCMTimeInvalid);
+    }
+    return times;
+  }
+
+  Encoded encoded_ = encodePictures({.options = "g=8;bf=2", .count = 8});
+  FramePtr frame_;
+  SampleDecoding decoding_{open(), "It cannot be decoded."};
+};
+
+TEST_F(SampleDecodingTest, APictureFindsTheSampleItCameOutOfWhateverTheTimes) {
+  // The times of a composition: another timescale, another place, and each of them twice.
+  std::vector<CMTime> expected;
+  for (Sample& sample : encoded_.samples) {
+    const int64_t number = CMTimeConvertScale(sample.presentation, kEncodedRate).value;
+    sample.presentation = CMTimeMake(7'000'001 + number / 2, 90'001);
+  }
+  for (int64_t number = 0; number < 8; ++number) {
+    expected.push_back(CMTimeMake(7'000'001 + number / 2, 90'001));
+  }
+  std::vector<CMTime> times;
+  for (const Sample& sample : encoded_.samples) {
+    ASSERT_EQ(decoding_.send(sample), DecodeOutcome::Ok);
+    for (const CMTime time : receiveAll()) times.push_back(time);
+  }
+  decoding_.drain();
+  for (const CMTime time : receiveAll()) times.push_back(time);
+  EXPECT_EQ(times, expected);
+}
+
+TEST_F(SampleDecodingTest, SaysAgainWhileAPictureWaitsAndLosesNoNumberByIt) {
+  ASSERT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
+  ASSERT_EQ(decoding_.send(encoded_.samples[1]), DecodeOutcome::Ok);
+  const int64_t next = decoding_.nextNumber();
+  EXPECT_EQ(decoding_.send(encoded_.samples[2]), DecodeOutcome::Again);
+  EXPECT_EQ(decoding_.nextNumber(), next);
+  EXPECT_EQ(decoding_.error(), nullptr);
+  EXPECT_EQ(receiveAll(), std::vector<CMTime>{encoded_.samples[0].presentation});
+  EXPECT_EQ(decoding_.send(encoded_.samples[2]), DecodeOutcome::Ok);
+}
+
+TEST_F(SampleDecodingTest, ASampleThatStartsAnewIsTakenWhileAPictureWaits) {
+  ASSERT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
+  ASSERT_EQ(decoding_.send(encoded_.samples[1]), DecodeOutcome::Ok);
+  Sample again = copyOf(encoded_.samples[0]);
+  again.isDiscontinuity = true;
+  again.presentation = CMTimeMake(9, 1);
+  EXPECT_EQ(decoding_.send(again), DecodeOutcome::Ok);
+  decoding_.drain();
+  EXPECT_EQ(receiveAll(),
+            (std::vector<CMTime>{encoded_.samples[0].presentation, encoded_.samples[1].presentation,
+                                 CMTimeMake(9, 1)}));
+}
+
+TEST_F(SampleDecodingTest, ASampleThatTheFileDiscardsIsDecoded) {
+  Sample discarded = copyOf(encoded_.samples[0]);
+  discarded.packet->flags |= AV_PKT_FLAG_DISCARD;
+  ASSERT_EQ(decoding_.send(discarded), DecodeOutcome::Ok);
+  decoding_.drain();
+  EXPECT_EQ(receiveAll().size(), 1u);
+}
+
+TEST_F(SampleDecodingTest, TheSampleIsLeftAsItWas) {
+  const Sample& sample = encoded_.samples[1];
+  const int64_t pts = sample.packet->pts, dts = sample.packet->dts;
+  const uint8_t* const bytes = sample.packet->data;
+  ASSERT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
+  ASSERT_EQ(decoding_.send(sample), DecodeOutcome::Ok);
+  EXPECT_EQ(sample.packet->pts, pts);
+  EXPECT_EQ(sample.packet->dts, dts);
+  EXPECT_EQ(sample.packet->data, bytes);
+}
+
+TEST_F(SampleDecodingTest, AnErrorSaysWhatItMeansToAPersonAndIsForgottenWithTheNextSample) {
+  Sample damaged = copyOf(encoded_.samples[0]);
+  ASSERT_GE(av_packet_make_writable(damaged.packet.get()), 0);
+  std::fill_n(damaged.packet->data, damaged.packet->size, uint8_t{0});
+  int result = 0;
+  DecodeOutcome outcome = decoding_.send(damaged);
+  if (outcome == DecodeOutcome::Ok && (result = decoding_.receive(frame_)) < 0) {
+    outcome = decoding_.fail(result);
+  }
+  ASSERT_EQ(outcome, DecodeOutcome::Error);
+  ASSERT_TRUE(decoding_.error());
+  EXPECT_EQ(decoding_.error()->domain(), AVFoundationErrorDomain);
+  EXPECT_EQ(decoding_.error()->code(), AVErrorDecodeFailed);
+  EXPECT_EQ(decoding_.error()->localizedDescription(), "It cannot be decoded.");
+  EXPECT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
+  EXPECT_EQ(decoding_.error(), nullptr);
+}
+
+TEST_F(SampleDecodingTest, WaitingAndTheEndAreNoErrors) {
+  EXPECT_EQ(decoding_.fail(AVERROR(EAGAIN)), DecodeOutcome::Again);
+  EXPECT_EQ(decoding_.fail(AVERROR_EOF), DecodeOutcome::End);
+  EXPECT_EQ(decoding_.error(), nullptr);
+  EXPECT_EQ(decoding_.fail(AVERROR_INVALIDDATA), DecodeOutcome::Error);
+  decoding_.reset();
+  EXPECT_EQ(decoding_.error(), nullptr);
+}
+
+TEST_F(SampleDecodingTest, NumbersGoOnRisingOverAResetAndAnotherCodec) {
+  ASSERT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
+  const int64_t next = decoding_.nextNumber();
+  decoding_.reset();
+  EXPECT_EQ(decoding_.nextNumber(), next);
+  decoding_.startAnewWith(open());
+  ASSERT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
+  EXPECT_EQ(decoding_.nextNumber(), next + 1);
+}
+
+}  // namespace
+}  // namespace zaffo::media

@@ -1,0 +1,144 @@
+#include "platform/media/video/FrameFinder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <thread>
+#include <vector>
+
+#include "doubles/MemorySource.h"
+#include "platform/media/Encoding.h"
+
+namespace zaffo::media {
+namespace {
+
+constexpr int kCount = 24;
+
+CMTime frames(double count) {
+  return CMTimeMake(std::llround(count * 4), 4 * kEncodedRate);
+}
+
+class FrameFinderTest : public testing::Test {
+ protected:
+  void open() {
+    trackID_ = source_->add({.type = AVMediaTypeVideo,
+                             .parameters = std::move(encoded_.parameters),
+                             .samples = std::move(encoded_.samples),
+                             .formats = {}});
+    finder_ = FrameFinder::open(source_->openCursor(trackID_, nullptr), &error_);
+  }
+  /// The number of the frame found; nothing when there is none.
+  std::optional<int> find(CMTime time) {
+    error_ = nullptr;
+    const std::optional<VideoFrame> frame = finder_->frameAt(time, &error_);
+    EXPECT_EQ(frame.has_value(), error_ == nullptr);
+    return frame ? pictureNumber(frame->buffer) : std::nullopt;
+  }
+  static void damage(Sample& sample) {
+    ASSERT_GE(av_packet_make_writable(sample.packet.get()), 0);
+    std::fill_n(sample.packet->data, sample.packet->size, uint8_t{0});
+  }
+
+  Encoded encoded_ = encodePictures({.options = "g=12;bf=2", .count = kCount});
+  const std::shared_ptr<MemorySource> source_ = std::make_shared<MemorySource>();
+  int trackID_ = 0;
+  std::unique_ptr<FrameFinder> finder_;
+  NSErrorPtr error_;
+};
+
+TEST_F(FrameFinderTest, FindsTheFrameShownAtAnyTimeInAnyOrder) {
+  open();
+  for (int i = 0; i < kCount; ++i) {
+    const int number = i * 7 % kCount;
+    ASSERT_EQ(find(frames(number)), number);
+    ASSERT_EQ(find(frames(number + 0.75)), number);
+  }
+}
+
+TEST_F(FrameFinderTest, FindsItWithoutDecodeTimesToo) {
+  for (Sample& sample : encoded_.samples) sample.decode = kCMTimeInvalid;
+  open();
+  for (int number = 0; number < kCount; ++number) ASSERT_EQ(find(frames(number)), number);
+}
+
+TEST_F(FrameFinderTest, BeforeTheFirstFrameIsTheFirstAndBehindTheLastTheLast) {
+  for (Sample& sample : encoded_.samples) {
+    sample.presentation = sample.presentation + frames(6);
+    sample.decode = sample.decode + frames(6);
+  }
+  open();
+  EXPECT_EQ(find(kCMTimeZero), 0);
+  EXPECT_EQ(find(CMTimeMake(-5, 1)), 0);
+  EXPECT_EQ(find(CMTimeMake(500, 1)), kCount - 1);
+}
+
+TEST_F(FrameFinderTest, AFrameThatIsNotShownIsNotFound) {
+  for (Sample& sample : encoded_.samples) {
+    const bool isHidden = sample.presentation == frames(5) || sample.presentation == frames(6);
+    sample.decodeOnly = isHidden;
+  }
+  open();
+  EXPECT_EQ(find(frames(6.5)), 4);
+  EXPECT_EQ(find(frames(7)), 7);
+}
+
+TEST_F(FrameFinderTest, ReadsHardlyPastTheFrameItLooksFor) {
+  open();
+  ASSERT_EQ(find(frames(3)), 3);
+  EXPECT_LE(source_->reads(), 2 * 8);
+}
+
+TEST_F(FrameFinderTest, ADamagedFrameIsReplacedByTheLastOneBeforeIt) {
+  damage(*std::ranges::find(encoded_.samples, frames(4), &Sample::presentation));
+  open();
+  EXPECT_EQ(find(frames(4)), 3);
+  EXPECT_EQ(find(frames(5)), 5);
+}
+
+TEST_F(FrameFinderTest, TellsWhyNoFrameCanBeDecoded) {
+  for (Sample& sample : encoded_.samples) damage(sample);
+  open();
+  EXPECT_EQ(find(frames(4)), std::nullopt);
+  ASSERT_TRUE(error_);
+  EXPECT_EQ(error_->code(), AVErrorDecodeFailed);
+}
+
+TEST_F(FrameFinderTest, TellsWhyTheSourceCannotBeRead) {
+  open();
+  source_->refuseSeeks();
+  EXPECT_EQ(find(frames(4)), std::nullopt);
+  ASSERT_TRUE(error_);
+  EXPECT_EQ(error_->localizedDescription(), "refused");
+}
+
+TEST_F(FrameFinderTest, ATornSourceGivesWhatLiesBeforeTheTear) {
+  open();
+  source_->failBehind(8);
+  EXPECT_EQ(find(frames(3)), 3);
+}
+
+TEST_F(FrameFinderTest, OpensNothingWithoutADecoder) {
+  encoded_.parameters->codec_id = AV_CODEC_ID_GIF;
+  open();
+  EXPECT_EQ(finder_, nullptr);
+  ASSERT_TRUE(error_);
+  EXPECT_EQ(error_->code(), AVErrorDecoderNotFound);
+}
+
+TEST_F(FrameFinderTest, WaitsForASourceThatGetsItsSamplesFromAfar) {
+  open();
+  source_->let(0);
+  std::atomic<bool> done{false};
+  std::thread network([&] {
+    while (!done.load()) {
+      source_->let(1);
+      std::this_thread::yield();
+    }
+  });
+  for (const int number : {0, 5, 13, 23, 2}) EXPECT_EQ(find(frames(number)), number);
+  done.store(true);
+  network.join();
+}
+
+}  // namespace
+}  // namespace zaffo::media

@@ -1,0 +1,351 @@
+#include "platform/media/video/VideoTrack.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "doubles/MemorySource.h"
+#include "platform/media/Encoding.h"
+
+namespace zaffo::media {
+namespace {
+
+constexpr int kCount = 24;
+
+CMTime frames(double count) {
+  return CMTimeMake(std::llround(count * 4), 4 * kEncodedRate);
+}
+
+class VideoTrackTest : public testing::Test {
+ protected:
+  explicit VideoTrackTest(PictureScript script = {.options = "g=12;bf=2", .count = kCount})
+      : encoded_(encodePictures(script)) {}
+
+  void open() {
+    trackID_ = source_->add({.type = AVMediaTypeVideo,
+                             .parameters = std::move(encoded_.parameters),
+                             .samples = std::move(encoded_.samples),
+                             .formats = {}});
+    track_ = std::make_unique<VideoTrack>(source_, trackID_);
+    track_->setReadyHandler([this] { ++ready_; });
+  }
+  /// Steps until something comes of it.
+  TrackStep seekOn() {
+    TrackStep step = TrackStep::Working;
+    while (step == TrackStep::Working) step = track_->stepSeek(frame_);
+    return step;
+  }
+  TrackStep seek(CMTime time, CMTime earliest) {
+    track_->beginSeek(time, earliest, time);
+    return seekOn();
+  }
+  TrackStep seek(CMTime time) { return seek(time, time); }
+  TrackStep next() {
+    TrackStep step = TrackStep::Working;
+    while (step == TrackStep::Working) step = track_->stepNext(frame_);
+    return step;
+  }
+  /// The numbers of all the pictures that follow, of which each is at its own time.
+  std::vector<int> rest(TrackStep end = TrackStep::End) {
+    std::vector<int> numbers;
+    TrackStep step = TrackStep::Frame;
+    while ((step = next()) == TrackStep::Frame) {
+      const int number = shown();
+      EXPECT_EQ(frame_.presentation, frames(number));
+      numbers.push_back(number);
+    }
+    EXPECT_EQ(step, end);
+    return numbers;
+  }
+  [[nodiscard]] int shown() const { return pictureNumber(frame_.buffer).value_or(-1); }
+
+  static std::vector<int> range(int first, int end = kCount) {
+    std::vector<int> numbers;
+    for (int i = first; i < end; ++i) numbers.push_back(i);
+    return numbers;
+  }
+  /// The number of the picture that the second group begins with.
+  [[nodiscard]] int secondStart() const {
+    const auto second = std::find_if(encoded_.samples.begin() + 1, encoded_.samples.end(),
+                                     [](const Sample& sample) { return sample.sync; });
+    return static_cast<int>(CMTimeConvertScale(second->presentation, kEncodedRate).value);
+  }
+  static void damage(Sample& sample) {
+    ASSERT_GE(av_packet_make_writable(sample.packet.get()), 0);
+    std::fill_n(sample.packet->data, sample.packet->size, uint8_t{0});
+  }
+  Sample& sampleOf(int number) {
+    return *std::ranges::find(encoded_.samples, frames(number), &Sample::presentation);
+  }
+
+  Encoded encoded_;
+  const std::shared_ptr<MemorySource> source_ = std::make_shared<MemorySource>();
+  int trackID_ = 0;
+  std::unique_ptr<VideoTrack> track_;
+  VideoFrame frame_;
+  int ready_ = 0;
+};
+
+TEST_F(VideoTrackTest, TheFirstFrameComesOutOfItsSampleAlone) {
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  EXPECT_EQ(shown(), 0);
+  EXPECT_EQ(source_->reads(), 1);
+}
+
+TEST_F(VideoTrackTest, FindsTheFrameShownAtAnyTime) {
+  open();
+  for (int number = kCount - 1; number >= 0; --number) {
+    for (const double into : {0.0, 0.5}) {
+      ASSERT_EQ(seek(frames(number + into)), TrackStep::Frame);
+      ASSERT_EQ(shown(), number);
+      ASSERT_EQ(frame_.presentation, frames(number));
+    }
+  }
+}
+
+TEST_F(VideoTrackTest, GivesWhatFollowsWhateverFrameWasFound) {
+  open();
+  for (int number = 0; number < kCount; ++number) {
+    ASSERT_EQ(seek(frames(number)), TrackStep::Frame);
+    ASSERT_EQ(rest(), range(number + 1)) << number;
+  }
+}
+
+TEST_F(VideoTrackTest, ASeekToleratesTheSyncFrameThatIsEarlyEnough) {
+  const int start = secondStart();
+  open();
+  ASSERT_EQ(seek(frames(start + 5), frames(start)), TrackStep::Frame);
+  EXPECT_EQ(shown(), start);
+  EXPECT_EQ(source_->reads(), 1);
+  EXPECT_EQ(rest(), range(start + 1));
+  ASSERT_EQ(seek(frames(start + 5), frames(start + 0.25)), TrackStep::Frame);
+  EXPECT_EQ(shown(), start + 5);
+}
+
+TEST_F(VideoTrackTest, BehindTheLastFrameIsTheLastFrame) {
+  open();
+  ASSERT_EQ(seek(frames(1000)), TrackStep::Frame);
+  EXPECT_EQ(shown(), kCount - 1);
+  EXPECT_EQ(next(), TrackStep::End);
+}
+
+TEST_F(VideoTrackTest, BeforeTheFirstFrameIsTheFirstFrame) {
+  for (Sample& sample : encoded_.samples) sample.presentation = sample.presentation + frames(6);
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  EXPECT_EQ(shown(), 0);
+  EXPECT_EQ(frame_.presentation, frames(6));
+}
+
+TEST_F(VideoTrackTest, TheFrameAtZeroThatLeansOnOthersComesWithoutThoseBehindIt) {
+  // As a composition gives it: what comes before is not shown.
+  for (Sample& sample : encoded_.samples) {
+    sample.presentation = sample.presentation - frames(6);
+    sample.decode = sample.decode - frames(6);
+    sample.decodeOnly = sample.presentation < kCMTimeZero;
+  }
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  EXPECT_EQ(shown(), 6);
+  EXPECT_EQ(frame_.presentation, kCMTimeZero);
+  EXPECT_LE(source_->reads(), 7);
+  ASSERT_EQ(next(), TrackStep::Frame);
+  EXPECT_EQ(shown(), 7);
+}
+
+TEST_F(VideoTrackTest, ASourceThatHasNothingYetIsWaitedFor) {
+  open();
+  source_->let(0);
+  EXPECT_EQ(seek(frames(5)), TrackStep::Again);
+  EXPECT_EQ(ready_, 0);
+  source_->let(3);
+  EXPECT_EQ(ready_, 1);
+  EXPECT_EQ(seekOn(), TrackStep::Again);
+  source_->let(1000);
+  EXPECT_EQ(seekOn(), TrackStep::Frame);
+  EXPECT_EQ(shown(), 5);
+  source_->let(0);
+  std::vector<int> numbers = rest(TrackStep::Again);
+  source_->let(1000);
+  for (const int number : rest()) numbers.push_back(number);
+  EXPECT_EQ(numbers, range(6));
+}
+
+TEST_F(VideoTrackTest, ANewerSeekTakesThePlaceOfOneUnderWay) {
+  open();
+  track_->beginSeek(frames(5), frames(5), frames(5));
+  EXPECT_EQ(track_->stepSeek(frame_), TrackStep::Working);
+  EXPECT_EQ(track_->stepSeek(frame_), TrackStep::Working);
+  ASSERT_EQ(seek(frames(20)), TrackStep::Frame);
+  EXPECT_EQ(shown(), 20);
+  EXPECT_EQ(rest(), range(21));
+}
+
+TEST_F(VideoTrackTest, FramesThatAreLateAreLeftOutIfNoOtherLeansOnThem) {
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  ASSERT_EQ(next(), TrackStep::Frame);
+  track_->hurryTo(frames(9));
+  const std::vector<int> hurried = rest();
+  track_->hurryTo(kCMTimeInvalid);
+  EXPECT_LT(hurried.size(), range(2).size());
+  EXPECT_TRUE(std::ranges::is_sorted(hurried));
+  EXPECT_TRUE(std::ranges::includes(hurried, range(10)));
+}
+
+TEST_F(VideoTrackTest, TheDecoderMayGoWhileTheFrameOfASyncSampleIsShown) {
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  track_->releaseDecoderIfRebuildable();
+  EXPECT_EQ(rest(), range(1));
+}
+
+TEST_F(VideoTrackTest, TheDecoderStaysWhereItWouldBeMissed) {
+  open();
+  ASSERT_EQ(seek(frames(5)), TrackStep::Frame);
+  const int reads = source_->reads();
+  track_->releaseDecoderIfRebuildable();
+  ASSERT_EQ(next(), TrackStep::Frame);
+  EXPECT_EQ(shown(), 6);
+  EXPECT_LE(source_->reads(), reads + 4) << "it goes on where it was";
+}
+
+TEST_F(VideoTrackTest, GoesOnAfterAFrameThatWasKept) {
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  const VideoFrame kept = frame_;
+  ASSERT_EQ(seek(frames(15)), TrackStep::Frame);
+  ASSERT_EQ(next(), TrackStep::Frame);
+  track_->resumeAfter(kept);
+  track_->releaseDecoderIfRebuildable();
+  EXPECT_EQ(rest(), range(1));
+}
+
+TEST_F(VideoTrackTest, HasAnErrorWhenNothingCanBeOpened) {
+  open();
+  source_->refuseCursors();
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Error);
+  ASSERT_TRUE(track_->error());
+  EXPECT_EQ(track_->error()->localizedDescription(), "refused");
+}
+
+TEST_F(VideoTrackTest, HasAnErrorWhenThereIsNoDecoder) {
+  encoded_.parameters->codec_id = AV_CODEC_ID_GIF;
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Error);
+  ASSERT_TRUE(track_->error());
+  EXPECT_EQ(track_->error()->code(), AVErrorDecoderNotFound);
+}
+
+TEST_F(VideoTrackTest, ASeekThatFailsIsAnErrorAndTheNextOneGoes) {
+  open();
+  ASSERT_EQ(seek(frames(3)), TrackStep::Frame);
+  source_->refuseSeeks();
+  EXPECT_EQ(seek(frames(4)), TrackStep::Error);
+  EXPECT_TRUE(track_->error());
+  EXPECT_EQ(track_->stepSeek(frame_), TrackStep::Error);
+}
+
+TEST_F(VideoTrackTest, WhatWasReadBeforeATearIsShownThenTheError) {
+  constexpr int kRead = 8;
+  std::vector<int> read;
+  for (int i = 1; i < kRead; ++i) {
+    const CMTime time = encoded_.samples[static_cast<std::size_t>(i)].presentation;
+    read.push_back(static_cast<int>(CMTimeConvertScale(time, kEncodedRate).value));
+  }
+  std::ranges::sort(read);
+  open();
+  source_->failBehind(kRead);
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  EXPECT_EQ(rest(TrackStep::Error), read);
+  ASSERT_TRUE(track_->error());
+  EXPECT_EQ(track_->error()->localizedDescription(), "torn");
+}
+
+TEST_F(VideoTrackTest, ATearBeforeTheFirstFrameIsTheErrorOfTheSeek) {
+  open();
+  source_->failBehind(0);
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Error);
+  ASSERT_TRUE(track_->error());
+  EXPECT_EQ(track_->error()->localizedDescription(), "torn");
+}
+
+TEST_F(VideoTrackTest, ADamagedFrameIsPassedOver) {
+  damage(sampleOf(4));  // one that no other leans on
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  std::vector<int> expected = range(1);
+  std::erase(expected, 4);
+  EXPECT_EQ(rest(), expected);
+  ASSERT_EQ(seek(frames(4)), TrackStep::Frame);
+  EXPECT_EQ(shown(), 3);
+}
+
+TEST_F(VideoTrackTest, ADamagedSyncSampleIsPassedOverForTheNextOne) {
+  PictureScript everyOneSync{.options = "g=1;bf=0", .count = kCount};
+  encoded_ = encodePictures(everyOneSync);
+  damage(encoded_.samples[0]);
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  EXPECT_EQ(shown(), 1);
+  EXPECT_EQ(rest(), range(2));
+}
+
+TEST_F(VideoTrackTest, ATrackWithoutASampleHasNoFrame) {
+  encoded_.samples.clear();
+  open();
+  EXPECT_EQ(seek(kCMTimeZero), TrackStep::End);
+}
+
+TEST_F(VideoTrackTest, AnotherFormatIsTakenOnWhereSamplesStartAnew) {
+  Encoded second = encodePictures({.options = "g=12;bf=2", .count = kCount, .size = 64});
+  const std::size_t seam = encoded_.samples.size();
+  for (Sample& sample : second.samples) {
+    sample.presentation = sample.presentation + frames(kCount);
+    sample.decode = sample.decode + frames(kCount);
+    encoded_.samples.push_back(std::move(sample));
+  }
+  encoded_.samples[seam].isDiscontinuity = true;
+  trackID_ = source_->add({.type = AVMediaTypeVideo,
+                           .parameters = std::move(encoded_.parameters),
+                           .samples = std::move(encoded_.samples),
+                           .formats = {{seam, second.parameters.get()}}});
+  track_ = std::make_unique<VideoTrack>(source_, trackID_);
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  std::vector<int> widths(1, frame_.buffer->width), numbers(1, shown());
+  while (next() == TrackStep::Frame) {
+    widths.push_back(frame_.buffer->width);
+    numbers.push_back(shown());
+  }
+  ASSERT_EQ(widths.size(), 2u * kCount);
+  EXPECT_EQ(std::ranges::count(widths, 32), kCount);
+  EXPECT_EQ(std::ranges::count(widths, 64), kCount);
+  EXPECT_TRUE(std::ranges::equal(std::span(numbers).first(kCount), range(0)));
+  EXPECT_TRUE(std::ranges::equal(std::span(numbers).last(kCount), range(0)));
+}
+
+/// The same with an H.264 stream whose groups lean on those before them.
+class OpenGroupVideoTrackTest : public VideoTrackTest {
+ protected:
+  OpenGroupVideoTrackTest()
+      : VideoTrackTest({.codec = "libx264",
+                        .options = "g=8;bf=2;x264-params=open-gop=1:scenecut=0",
+                        .count = kCount,
+                        .closedGroups = false}) {}
+};
+
+TEST_F(OpenGroupVideoTrackTest, FindsEveryFrameAndWhatFollowsIt) {
+  open();
+  for (int number = kCount - 1; number >= 0; --number) {
+    ASSERT_EQ(seek(frames(number)), TrackStep::Frame);
+    EXPECT_EQ(frame_.presentation, frames(number));
+    ASSERT_EQ(rest(), range(number + 1)) << number;
+  }
+}
+
+}  // namespace
+}  // namespace zaffo::media
