@@ -19,7 +19,7 @@ struct Sample {
   CMTime decode;
   CMTime duration;
   bool sync = false;        ///< decoding can start here
-  bool decodeOnly = false;  ///< false: needed to decode others, not to be shown
+  bool decodeOnly = false;  ///< needed to decode others, not to be shown
   /// Does not continue what was read before it: what the decoder still holds is given out, then it
   /// starts anew. Set on the first sample of a composition's segment.
   bool isDiscontinuity = false;

@@ -9,9 +9,9 @@
 namespace zaffo::media {
 
 /// Decodes one audio track, removes encoder delay and padding, mixes to stereo and resamples.
-/// Blocks follow each other without a gap or an overlap unless the samples' times jump. Sound is
-/// given to the output frame that a sample's heard range begins and ends with, and rightly from its
-/// first frame on, since what is decoded before it passes through the resampler too.
+/// Blocks follow each other without a gap or an overlap unless the samples' times jump. Sound
+/// begins and ends at exactly the output frames of a sample's heard range, and is right from the
+/// first of them: what is decoded before it has gone through the resampler too.
 /// Thread: one at a time.
 class AudioDecoder {
  public:

@@ -26,7 +26,7 @@ namespace zaffo::media {
 ///        └──── 0.1 s of silence ────┘      └────── the device is lost ────────┤
 ///        ◀────────────────────── 3 s of silence, the device is closed ────────┘
 ///
-/// While a recording runs nobody never does.
+/// While a recording runs, somebody always renders.
 class AudioOutputEngine final : public AudioOutput,
                                 public std::enable_shared_from_this<AudioOutputEngine> {
  public:

@@ -34,7 +34,7 @@ class DeviceClockTracker {
   State report(int64_t hostNanoseconds, int64_t framesHeard);
 
   [[nodiscard]] State state() const { return state_; }
-  /// The output frame that the device's frame 0 stands for. Of meaning while Following.
+  /// The output frame that the device's frame 0 stands for. Meaningful while Following.
   [[nodiscard]] int64_t offset() const { return offset_; }
 
  private:

@@ -11,7 +11,7 @@ class DecodeBurst {
   static constexpr std::size_t kFewFrames = 1;
   static constexpr std::size_t kManyFrames = 4;
 
-  /// So many frames wait; `more` are to wait besides, for what takes long to decode.
+  /// `queued` frames wait; `more` than usual are to wait, for what takes long to decode.
   void update(std::size_t queued, std::size_t more) {
     if (queued <= kFewFrames + more) isOn_ = true;
     if (queued >= kManyFrames + more) isOn_ = false;

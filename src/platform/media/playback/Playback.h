@@ -31,7 +31,7 @@ namespace zaffo::media {
 /// else; playing on decodes again from the sync sample.
 class Playback : public std::enable_shared_from_this<Playback> {
  public:
-  /// Called on the playback's queue; a turn under way while close() is called may still call one.
+  /// Called on the playback's queue; a step under way while close() is called may still call one.
   /// The owner goes to its own thread and looks whether this is still its playback, and, when it
   /// stopped by itself, whether that was after the owner's latest command.
   struct Events {

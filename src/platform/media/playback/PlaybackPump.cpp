@@ -33,7 +33,7 @@ void Playback::pump() {
 
 /// Decodes one frame if it is time to: between two frames the queue looks at what else is due.
 void Playback::decodeAhead(CMTime now) {
-  // A lead-in that has begun is got through.
+  // A decode-only run that has begun is seen through.
   const bool isInDecodeOnlyRun = burst_.isOn() && video_ && video_->decodeOnlyRun().isUnderWay();
   if (!isInDecodeOnlyRun) burst_.update(frames_->queued(), framesForDecodeOnlyRun());
   if (!video_ || videoEnded_) burst_.stop();

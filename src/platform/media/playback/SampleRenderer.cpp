@@ -56,7 +56,7 @@ void SampleRenderer::setTimebase(std::shared_ptr<CMTimebase> timebase) {
 }
 
 void SampleRenderer::enqueue(QueuedSample sample) {
-  // First of all: to a turn that finds the sample it must not look like the last one of long ago.
+  // First of all: to a pump that finds the sample it must not look like the last one of long ago.
   dataRequest_->noteSample(TimeSource::now());
   bool begins = false;
   bool isAwaited = false;
@@ -102,7 +102,7 @@ bool SampleRenderer::isReadyForMore() {
 
 void SampleRenderer::requestWhenReady(DispatchQueuePtr queue, std::function<void()> block) {
   dataRequest_->request(std::move(queue), std::move(block));
-  // From a turn: what the client does right after asking comes before the first call.
+  // In a step of its own: what the client does right after asking comes before the first call.
   wake();
 }
 
@@ -141,7 +141,7 @@ void SampleRenderer::close() {
 
 // The queue.
 
-/// Asks for a turn, once until it begins.
+/// Asks for a pump, once until it begins.
 void SampleRenderer::wake() {
   if (wakePosted_.exchange(true)) return;
   queue_->async([weakSelf = weak_from_this()] {
@@ -192,7 +192,7 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
   const bool isPlaying = timebase.rate() > 0;
   SampleQueueDecoder::Demand demand;
   demand.now = timebase.timeAtHostTime(hostNow);
-  // A lead-in that has begun is got through.
+  // A decode-only run that has begun is seen through.
   const bool isInDecodeOnlyRun = burst_.isOn() && decoder_.isInDecodeOnlyRun();
   if (!isInDecodeOnlyRun) burst_.update(frames_->queued(), sampleQueue_.framesForDecodeOnlyRun());
   demand.ahead = burst_.isOn() && isPlaying;

@@ -97,8 +97,8 @@ class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
   SampleQueueDecoder decoder_{sampleQueue_};
   DecodeBurst burst_;
   bool failed_ = false;                        ///< until the next generation
-  CMTime lastTime_ = kCMTimeNegativeInfinity;  ///< of the last turn of this generation
-  int64_t lastGiven_ = 0;     ///< host time of the last frame, or of the generation's begin
+  CMTime lastTime_ = kCMTimeNegativeInfinity;  ///< at the last pump of this generation
+  int64_t lastGiven_ = 0;     ///< host time of the last frame, or of the start of the generation
   bool awaitsQuiet_ = false;  ///< more is known once no sample is on its way
   DispatchTimerPtr timer_;
 };

@@ -13,8 +13,8 @@
 namespace zaffo::media {
 
 /// Reads the sound of one track in blocks that stand on output frames of the media's time line,
-/// each under the track's volume. A gap is no block: nothing is decoded for it and nothing held,
-/// and where the track tells the gap, what lies behind it is neither decoded before its time.
+/// each under the track's volume. A gap gives no block: nothing is decoded or
+/// held for it, and where the track announces the gap, what lies behind it is not decoded early.
 /// Trouble with the sound ends the sound. Thread: one at a time.
 class AudioTrack {
  public:

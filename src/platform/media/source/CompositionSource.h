@@ -8,7 +8,7 @@
 
 namespace zaffo::media {
 
-/// The segments of one track, by rising time, each beginning where the one before it ends. Shared
+/// The segments of one track in order of time, each beginning where the one before it ends. Shared
 /// by all who look at the same state of a composition, and never changed.
 using SegmentList = std::shared_ptr<const std::vector<AVCompositionTrackSegment>>;
 

@@ -11,7 +11,7 @@ namespace zaffo::media {
 class FileSampleSource;
 
 /// Walks one track of a local file; every other track is passed over unread. next() and seek() may
-/// wait for the disk and give Again never.
+/// wait for the disk and never give Again.
 ///
 /// A file that ends before its header says (a download cut short) gives the samples that are whole
 /// and then Error, so that what is there can be played and nobody takes the cut for the end. So it

@@ -29,7 +29,7 @@ class SegmentWindow {
   void finish();
   /// No sample that would follow matters; what waits may be given still.
   [[nodiscard]] bool isComplete() const { return complete_; }
-  /// The next sample that is decided, its `shown` cleared when it is needed for others alone. False
+  /// The next sample that is decided, marked `decodeOnly` when it is needed for others alone. False
   /// when the next one is to be taken first, or there is none any more.
   [[nodiscard]] bool give(Sample& sample);
 

@@ -8,8 +8,8 @@
 namespace zaffo::media {
 
 /// What is decoded and not shown where a composition's segment begins: from a sync sample to the
-/// first frame of the segment. Told the samples on their way, it knows whether they are amid that,
-/// and how many frames have to wait for it to be over in time. Thread: one at a time.
+/// first frame of the segment. Told the samples on their way, it knows whether such a run is
+/// under way, and how many frames have to wait so that it is over in time. Thread: one at a time.
 class DecodeOnlyRun {
  public:
   /// The next sample in decode order.
@@ -30,7 +30,7 @@ class DecodeOnlyRun {
   /// Whether a segment has begun whose first frame has not come out.
   [[nodiscard]] bool isUnderWay() const { return CMTIME_IS_VALID(seam_); }
 
-  /// How many decoded frames more than otherwise are to wait, to last through the longest lead-in
+  /// How many decoded frames more than otherwise are to wait, to last through the longest such run
   /// there has been.
   [[nodiscard]] std::size_t framesAhead() const {
     return std::min(longest_ / kDecodedInAFramesTime, kMostAhead);

@@ -51,7 +51,7 @@ class FrameStore {
   /// Called, on the drawing thread, when somebody begins to draw or draws again after a pause. To
   /// be set before anybody draws.
   void setDrawingHandler(std::function<void()> began) { drawingBegan_ = std::move(began); }
-  /// So many frames were due and not even put in.
+  /// This many frames were due and were never pushed.
   void noteLate(std::size_t count);
   [[nodiscard]] bool somebodyDraws() const;
   /// Frames that were passed over and never drawn, while somebody drew.

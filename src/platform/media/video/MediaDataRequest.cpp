@@ -18,14 +18,14 @@ void MediaDataRequest::request(DispatchQueuePtr queue, std::function<void()> blo
   client->queue = std::move(queue);
   client->block = std::move(block);
   ClientPtr former;  // let go of without the lock
-  MutexLock lock(supplyMutex_);
+  MutexLock lock(runMutex_);
   former = replaceWhileLocked(std::move(client));
   owesCall_ = true;
   hasEnded_ = isLeft_ = false;
 }
 
 std::shared_ptr<void> MediaDataRequest::stop() {
-  MutexLock lock(supplyMutex_);
+  MutexLock lock(runMutex_);
   if (!client_) return nullptr;
   if (calledOn_ != std::this_thread::get_id()) {
     isLeft_ = true;
@@ -44,21 +44,21 @@ MediaDataRequest::ClientPtr MediaDataRequest::replaceWhileLocked(ClientPtr clien
 }
 
 void MediaDataRequest::owe() {
-  MutexLock lock(supplyMutex_);
+  MutexLock lock(runMutex_);
   if (!client_) return;
   owesCall_ = true;
   hasEnded_ = false;
 }
 
 bool MediaDataRequest::owesCall() const {
-  MutexLock lock(supplyMutex_);
+  MutexLock lock(runMutex_);
   return owesCall_;
 }
 
 void MediaDataRequest::call() {
   ClientPtr client;
   {
-    MutexLock lock(supplyMutex_);
+    MutexLock lock(runMutex_);
     if (!std::exchange(owesCall_, false)) return;
     client = client_;
     ++callsUnderWay_;
@@ -73,7 +73,7 @@ void MediaDataRequest::call() {
 
 /// On the client's queue. The run that the call is for: the one that it finds.
 uint64_t MediaDataRequest::beginCall(const ClientPtr& client) {
-  MutexLock lock(supplyMutex_);
+  MutexLock lock(runMutex_);
   if (client == client_) {
     calledOn_ = std::this_thread::get_id();
     calledInRun_ = run_;
@@ -82,7 +82,7 @@ uint64_t MediaDataRequest::beginCall(const ClientPtr& client) {
 }
 
 void MediaDataRequest::endCall(const ClientPtr& client, uint64_t run) {
-  MutexLock lock(supplyMutex_);
+  MutexLock lock(runMutex_);
   if (client != client_) return;
   --callsUnderWay_;
   calledOn_ = {};
@@ -92,14 +92,14 @@ void MediaDataRequest::endCall(const ClientPtr& client, uint64_t run) {
 // What is on its way
 
 void MediaDataRequest::beginRun(uint64_t run) {
-  MutexLock lock(supplyMutex_);
+  MutexLock lock(runMutex_);
   run_ = run;
   hasEnded_ = isLeft_ = false;
   owesCall_ = client_ != nullptr;
 }
 
 void MediaDataRequest::noteSample(int64_t hostNanoseconds) {
-  MutexLock lock(supplyMutex_);
+  MutexLock lock(runMutex_);
   lastSample_ = hostNanoseconds;
   hasEnded_ = false;
 }
@@ -109,7 +109,7 @@ bool MediaDataRequest::isAwaitedWhileLocked() const {
 }
 
 MediaDataRequest::Prospect MediaDataRequest::prospect(uint64_t run, int64_t hostNanoseconds) const {
-  MutexLock lock(supplyMutex_);
+  MutexLock lock(runMutex_);
   if (run != run_ || isAwaitedWhileLocked()) return Prospect::Coming;
   if (hasEnded_) return Prospect::Ended;
   const bool isQuiet = hostNanoseconds >= lastSample_ + kPatienceNanoseconds;
@@ -117,13 +117,13 @@ MediaDataRequest::Prospect MediaDataRequest::prospect(uint64_t run, int64_t host
 }
 
 std::optional<int64_t> MediaDataRequest::quietAt() const {
-  MutexLock lock(supplyMutex_);
+  MutexLock lock(runMutex_);
   if (isAwaitedWhileLocked()) return std::nullopt;
   return lastSample_ + kPatienceNanoseconds;
 }
 
 bool MediaDataRequest::isLeft(uint64_t run) const {
-  MutexLock lock(supplyMutex_);
+  MutexLock lock(runMutex_);
   return run != run_ || isLeft_;
 }
 

@@ -54,7 +54,7 @@ class MediaDataRequest : public std::enable_shared_from_this<MediaDataRequest> {
   /// There is room: makes the call that is owed, if one is.
   void call();
 
-  /// All that came before is forgotten. Whoever is to be called, is anew.
+  /// Forgets all that came before. A client that is to be called is owed a call once more.
   void beginRun(uint64_t run);
   void noteSample(int64_t hostNanoseconds);
 
@@ -76,22 +76,22 @@ class MediaDataRequest : public std::enable_shared_from_this<MediaDataRequest> {
 
   [[nodiscard]] uint64_t beginCall(const ClientPtr& client);
   void endCall(const ClientPtr& client, uint64_t run);
-  ClientPtr replaceWhileLocked(ClientPtr client) ZAFFO_REQUIRES(supplyMutex_);
-  [[nodiscard]] bool isAwaitedWhileLocked() const ZAFFO_REQUIRES(supplyMutex_);
+  ClientPtr replaceWhileLocked(ClientPtr client) ZAFFO_REQUIRES(runMutex_);
+  [[nodiscard]] bool isAwaitedWhileLocked() const ZAFFO_REQUIRES(runMutex_);
 
   std::function<void()> answered_;
-  mutable Mutex supplyMutex_;
-  uint64_t run_ ZAFFO_GUARDED_BY(supplyMutex_) = 0;
-  bool hasEnded_ ZAFFO_GUARDED_BY(supplyMutex_) = false;
-  bool isLeft_ ZAFFO_GUARDED_BY(supplyMutex_) = false;
-  int64_t lastSample_ ZAFFO_GUARDED_BY(supplyMutex_) = 0;
+  mutable Mutex runMutex_;
+  uint64_t run_ ZAFFO_GUARDED_BY(runMutex_) = 0;
+  bool hasEnded_ ZAFFO_GUARDED_BY(runMutex_) = false;
+  bool isLeft_ ZAFFO_GUARDED_BY(runMutex_) = false;
+  int64_t lastSample_ ZAFFO_GUARDED_BY(runMutex_) = 0;
 
-  ClientPtr client_ ZAFFO_GUARDED_BY(supplyMutex_);
-  bool owesCall_ ZAFFO_GUARDED_BY(supplyMutex_) = false;
+  ClientPtr client_ ZAFFO_GUARDED_BY(runMutex_);
+  bool owesCall_ ZAFFO_GUARDED_BY(runMutex_) = false;
   // Of the present client.
-  int callsUnderWay_ ZAFFO_GUARDED_BY(supplyMutex_) = 0;  ///< queued or begun
-  std::thread::id calledOn_ ZAFFO_GUARDED_BY(supplyMutex_);
-  uint64_t calledInRun_ ZAFFO_GUARDED_BY(supplyMutex_) = 0;
+  int callsUnderWay_ ZAFFO_GUARDED_BY(runMutex_) = 0;  ///< queued or begun
+  std::thread::id calledOn_ ZAFFO_GUARDED_BY(runMutex_);
+  uint64_t calledInRun_ ZAFFO_GUARDED_BY(runMutex_) = 0;
 };
 
 }  // namespace zaffo::media

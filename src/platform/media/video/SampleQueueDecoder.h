@@ -17,9 +17,9 @@ enum class DecodeStep {
   Working,  ///< not there yet, call again
   Frame,    ///< a picture was given
   Idle,     ///< nothing to do for what was asked
-  Starved,  ///< there is no sample; the sampleQueue's push() will tell of one
+  Starved,  ///< there is no sample; the queue's push() will tell of one
   Rewound,  ///< decodes again: forget what is not shown yet, and goOnAfter() what is
-  Stale,    ///< the sampleQueue was flushed: begin() again
+  Stale,    ///< the queue was flushed: begin() again
   Failed,   ///< see error()
 };
 
