@@ -253,6 +253,8 @@ class HangingDeviceTest : public testing::Test {
     control.reset();
     letGo();
     dispatch_wait_until_idle();
+    runControl();  // what is left there refers to the queue
+    dispatch_wait_until_idle();
   }
 
   void create(Where where) {

@@ -15,9 +15,10 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 std::string number(uint64_t value, int bytes) {
-  std::string text;
-  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8)
-    text += static_cast<char>(value >> shift & 0xFF);
+  std::string text(static_cast<std::size_t>(bytes), '\0');
+  for (auto digit = text.rbegin(); digit != text.rend(); ++digit, value >>= 8) {
+    *digit = static_cast<char>(value & 0xFF);
+  }
   return text;
 }
 
