@@ -170,7 +170,8 @@ TEST_F(FeedRunTest, AClipThatIsTooShortToLoopIsPlayedAsItIs) {
     feedLooping("wait-frame; pause; seek 0; shot whole.png; next; wait-frame; prev; wait-frame",
                 {clip(name), clip("loop_0.12_s.mp4")}, {"--stats", "stats.json"});
     ASSERT_EQ(run.status(), 0) << run.errors();
-    for (const auto& swipe : run.json("stats.json")["swipes"]) {
+    const auto figures = run.json("stats.json");
+    for (const auto& swipe : figures["swipes"]) {
       EXPECT_TRUE(swipe["error"].is_null()) << swipe;
       EXPECT_FALSE(swipe["request_to_first_frame_ms"].is_null()) << swipe;
     }

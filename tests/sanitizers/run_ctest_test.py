@@ -126,7 +126,7 @@ class RunCTest(unittest.TestCase):
 
     @staticmethod
     def report(variable):
-        """What a sanitizer's runtime does with log_path: it adds the number of the process."""
+        """What a sanitizer's runtime does with the last log_path: it adds the process's number."""
         return (f'path=$(grep -o "log_path=\'[^\']*" <<<"${variable}" | cut -d "\'" -f 2); '
                 'echo said something >"$path.$$"')
 
