@@ -127,7 +127,8 @@ class RunCTest(unittest.TestCase):
     @staticmethod
     def report(variable):
         """What a sanitizer's runtime does with the last log_path: it adds the process's number."""
-        return (f'path=$(grep -o "log_path=\'[^\']*" <<<"${variable}" | cut -d "\'" -f 2); '
+        return (f'path=$(grep -o "log_path=\'[^\']*" <<<"${variable}" | '
+                f'tail -n 1 | cut -d "\'" -f 2); '
                 'echo said something >"$path.$$"')
 
 
