@@ -239,6 +239,7 @@ void SampleRenderer::give(SampleQueueDecoder::Picture picture, CMTime now) {
     if (sampleQueue_.generation() != decoder_.generation()) return;
     if (picture.atOnce) {
       frames_->show(std::move(picture.frame));
+      if (picture.isStandIn) frames_->keepPicture();
     } else {
       frames_->push(std::move(picture.frame));
       changes = frames_->advance(now);

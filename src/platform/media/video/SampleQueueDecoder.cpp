@@ -75,7 +75,8 @@ DecodeStep SampleQueueDecoder::step(const Demand& demand, Picture& picture) {
     late_ += sampleQueue_.skip(generation_, outlook.skippable);
   }
   // While samples are on their way it is not known which of the frames that are due is the last.
-  isSettled_ = outlook.complete || demand.supplyRests;
+  isComplete_ = outlook.complete;
+  isSettled_ = isComplete_ || demand.supplyRests;
   if (decoder_ && !isSpent_) {
     const CMTime earliest = laterOf(isSettled_ ? due_ : demand.now, passed_);
     decoder_->holdBackBefore(drain_ == Drain::AtOnce ? kCMTimeInvalid : earliest);
@@ -115,20 +116,27 @@ DecodeStep SampleQueueDecoder::take(VideoFrame frame, const Demand& demand, Pict
   // was not known yet to be the last, and it is the first that is to be shown.
   if (!isAskedFor && frame.presentation > demand.now && takeHeldBack(picture)) {
     passed_ = frame.presentation;
-    lookahead_ = Picture{std::move(frame), false};
+    lookahead_ = Picture{.frame = std::move(frame)};
     return DecodeStep::Frame;
   }
   decoder_->forgetHeldBack();
-  passed_ = frame.presentation;
-  picture = {std::move(frame), atOnce};
+  const bool standsIn = atOnce && isStandIn(frame.presentation, demand.now);
+  if (!standsIn) passed_ = frame.presentation;
+  picture = {std::move(frame), atOnce, standsIn};
   return DecodeStep::Frame;
+}
+
+/// Whether a frame that is given before its time came out only because samples ran out, and those
+/// of earlier frames may still come.
+bool SampleQueueDecoder::isStandIn(CMTime presentation, CMTime now) const {
+  return drain_ == Drain::End && !isComplete_ && presentation > now;
 }
 
 bool SampleQueueDecoder::takeHeldBack(Picture& picture) {
   const CMTime heldBack = decoder_->heldBack();
   if (CMTIME_IS_INVALID(heldBack) || !isAfter(heldBack, passed_)) return false;
   if (decoder_->receiveHeldBack(picture.frame) != DecodeOutcome::Ok) return false;
-  picture.atOnce = wantsFirst_ = false;
+  picture.atOnce = picture.isStandIn = wantsFirst_ = false;
   passed_ = heldBack;
   return true;
 }

@@ -29,7 +29,8 @@ enum class DecodeStep {
 ///
 /// A first sample that is to be displayed immediately is drained out of the decoder without waiting
 /// for those that follow. What follows is then decoded from it again, if it is ever asked for;
-/// until then the decoder may be let go. If it is not to be shown itself, the first frame that is.
+/// until then the decoder may be let go. If it is not to be shown itself, the first frame that is;
+/// should samples run out before the frame that is due, the earliest one there is stands in for it.
 class SampleQueueDecoder {
  public:
   explicit SampleQueueDecoder(SampleQueue& sampleQueue) : sampleQueue_(sampleQueue) {}
@@ -44,6 +45,9 @@ class SampleQueueDecoder {
   struct Picture {
     VideoFrame frame;
     bool atOnce = false;  ///< to be shown whatever the time is
+    /// It stands for an earlier frame, which no sample that came so far is for: those are still
+    /// given, and this one again.
+    bool isStandIn = false;
   };
 
   /// Turns to the samples of the queue's present generation.
@@ -80,6 +84,7 @@ class SampleQueueDecoder {
 
   [[nodiscard]] CMTime dueInDecoder(CMTime now) const;
   [[nodiscard]] DecodeStep take(VideoFrame frame, const Demand& demand, Picture& picture);
+  [[nodiscard]] bool isStandIn(CMTime presentation, CMTime now) const;
   [[nodiscard]] bool takeHeldBack(Picture& picture);
   void noteHeldBack();
   void cameOut(CMTime presentation);
@@ -116,6 +121,7 @@ class SampleQueueDecoder {
 
   DecodeOnlyRun decodeOnlyRun_;
   bool isSettled_ = false;
+  bool isComplete_ = false;         ///< no sample can come any more for the time asked for
   bool wantsFirst_ = false;         ///< the next frame that is given is to be shown at once
   CMTime atOnce_ = kCMTimeInvalid;  ///< the frame at this time is
   std::size_t late_ = 0;

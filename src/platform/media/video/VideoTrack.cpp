@@ -36,6 +36,8 @@ TrackStep VideoTrack::stepSeek(VideoFrame& frame) {
       return decideSearch();
     case Search::NextSync:
       return stepToNextSync();
+    case Search::BehindSync:
+      return stepBehindSync();
     case Search::DrainedSync:
       return stepDrainedSync(frame);
     case Search::Exact:
@@ -59,6 +61,13 @@ TrackStep VideoTrack::decideSearch() {
   const bool wanted = sample.sync && !sample.decodeOnly &&
                       (sample.presentation >= target_ || sample.presentation >= earliest_);
   if (sample.presentation <= target_) latestSentUpTo_ = sample.presentation;
+  if (wanted && sample.presentation > target_) {
+    search_ = Search::BehindSync;
+    horizon_ = {};
+    horizon_.pass(sample);
+    lateSync_ = std::move(sample);
+    return TrackStep::Working;
+  }
   if (wanted) return drainSync(sample);
   passedNewStart_ = sample.isDiscontinuity;
   search_ = latest_ > target_ ? Search::NextSync : Search::Exact;
@@ -81,6 +90,21 @@ TrackStep VideoTrack::stepToNextSync() {
   if (!isSync) return TrackStep::Working;
   sample.isDiscontinuity = passedNewStart_;
   return drainSync(sample);
+}
+
+/// Nothing is decoded until it is known whether the sync sample is that of the first frame.
+TrackStep VideoTrack::stepBehindSync() {
+  Sample sample;
+  ReadOutcome outcome = ReadOutcome::End;
+  if (horizon_.time() < lateSync_.presentation) outcome = cursor_->next(sample);
+  if (outcome == ReadOutcome::Again) return TrackStep::Again;
+  if (outcome != ReadOutcome::Sample) return drainSync(std::exchange(lateSync_, {}));
+  horizon_.pass(sample);
+  const bool isEarlier = !sample.decodeOnly && sample.presentation < lateSync_.presentation;
+  // Behind a new start the cursor tells the parameters of what begins there.
+  if (!isEarlier && !sample.isDiscontinuity) return TrackStep::Working;
+  lateSync_ = {};
+  return searchAgain();
 }
 
 TrackStep VideoTrack::drainSync(const Sample& sample) {

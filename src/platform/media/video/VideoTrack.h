@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 
+#include "platform/media/ReorderHorizon.h"
 #include "platform/media/codec/VideoDecoder.h"
 #include "platform/media/source/SampleSource.h"
 #include "platform/media/video/DecodeOnlyRun.h"
@@ -23,10 +24,11 @@ enum class TrackStep {
 /// between two steps. Thread: one at a time.
 ///
 /// The frame at a sync sample is drained out of the decoder as soon as that one sample is in,
-/// without waiting for the frames that would confirm its place; and so is the frame at time zero
-/// that is not a sync sample, once its own sample and the few before it are in. What follows is
-/// then decoded from the sync sample again, if it is ever asked for; until then the decoder may be
-/// let go.
+/// without waiting for the frames that would confirm its place (where it lies after the time, the
+/// samples behind it are read first, for one that is presented before it); and so is the frame at
+/// time zero that is not a sync sample, once its own sample and the few before it are in. What
+/// follows is then decoded from the sync sample again, if it is ever asked for; until then the
+/// decoder may be let go.
 class VideoTrack {
  public:
   VideoTrack(std::shared_ptr<SampleSource> source, int trackID);
@@ -67,6 +69,7 @@ class VideoTrack {
   [[nodiscard]] bool maySkip(const Sample& sample);
   [[nodiscard]] TrackStep decideSearch();
   [[nodiscard]] TrackStep stepToNextSync();
+  [[nodiscard]] TrackStep stepBehindSync();
   [[nodiscard]] TrackStep drainSync(const Sample& sample);
   [[nodiscard]] TrackStep stepDrainedSync(VideoFrame& frame);
   [[nodiscard]] TrackStep stepExact(VideoFrame& frame);
@@ -77,6 +80,7 @@ class VideoTrack {
     None,
     Undecided,    ///< the first sample will tell
     NextSync,     ///< the sync sample after the time may do: look for it without decoding
+    BehindSync,   ///< the first one lies after the time: look for what is presented before it
     DrainedSync,  ///< the sync sample itself is wanted: drain it out
     Exact,        ///< decode up to the first frame after the time
   };
@@ -94,6 +98,8 @@ class VideoTrack {
   CMTime earliest_ = kCMTimeInvalid;
   CMTime latest_ = kCMTimeInvalid;
   bool passedNewStart_ = false;  ///< on the way to the next sync sample
+  Sample lateSync_;              ///< the sync sample that lies after the time
+  ReorderHorizon horizon_;       ///< of it and what was read behind it
   VideoFrame candidate_;
   std::optional<VideoFrame> lookahead_;
 

@@ -137,6 +137,7 @@ TEST_F(RendererFailureTest, AFailedOneTakesNothingUntilItIsFlushedWithItsImage) 
   EXPECT_FALSE(renderer_->frames()->hasFrame());
   expectFailed(AVErrorDecoderNotFound);
 
+  renderer_->stopRequesting();  // what is left of the first clip would be asked for again
   renderer_->flush(SampleRenderer::Image::Remove);
   EXPECT_EQ(renderer_->status(), Status::Unknown);
   EXPECT_FALSE(renderer_->error());

@@ -131,6 +131,27 @@ TEST_F(SampleRendererTest, WhereNoFrameIsDueTheFirstOneThatMayBeShownIs) {
   EXPECT_EQ(shown(), 7);
 }
 
+TEST_F(SampleRendererTest, WhatStandsInForAFrameGivesWayToItWhenItsSampleComes) {
+  for (const double rate : {0.0, 1.0}) {
+    auto samples = samplesOf(clip("h264_30.mp4"));
+    samples.front().sample.decodeOnly = true;
+    ASSERT_GT(samples[1].sample.presentation, frameTime(2)) << "decoded before those it follows";
+    std::vector<QueuedSample> rest(std::make_move_iterator(samples.begin() + 2),
+                                   std::make_move_iterator(samples.end()));
+    samples.resize(2);
+    start(std::move(samples), frameTime(1));
+    time_.settle();
+    EXPECT_EQ(shown(), 4) << "the only one that can be";
+    timebase_->setRate(rate);
+    feed(std::move(rest));
+    enterPeriod();
+    EXPECT_EQ(shown(), 1) << "at rate " << rate;
+    timebase_->setRate(1);
+    enterPeriod();
+    expectEveryFrame(1, 12);
+  }
+}
+
 TEST_F(SampleRendererTest, EveryPausedPositionPlaysOn) {
   for (int frame = 0; frame < 115; frame += 3) {
     const CMTime position = frameTime(frame);

@@ -347,5 +347,45 @@ TEST_F(OpenGroupVideoTrackTest, FindsEveryFrameAndWhatFollowsIt) {
   }
 }
 
+/// The same with an HEVC stream that was cut at a sync sample with pictures shown before it that
+/// lean on nothing earlier.
+class LeadingPicturesVideoTrackTest : public VideoTrackTest {
+ protected:
+  LeadingPicturesVideoTrackTest()
+      : VideoTrackTest({.codec = "libx265",
+                        .options = "g=8;bf=3;crf=4;x265-params=min-keyint=8:b-adapt=0:radl=2:"
+                                   "scenecut=0:log-level=none",
+                        .count = kCount,
+                        .size = 64}) {
+    auto& samples = encoded_.samples;
+    samples.erase(samples.begin(),
+                  std::ranges::find(samples, frames(secondStart()), &Sample::presentation));
+  }
+};
+
+TEST_F(LeadingPicturesVideoTrackTest, BeginsWithTheEarliestOfThem) {
+  const CMTime first =
+      std::ranges::min_element(encoded_.samples, {}, &Sample::presentation)->presentation;
+  const auto number = static_cast<int>(CMTimeConvertScale(first, kEncodedRate).value);
+  ASSERT_LT(first, encoded_.samples.front().presentation);
+  open();
+  for (const CMTime target : {kCMTimeZero, first}) {
+    ASSERT_EQ(seek(target), TrackStep::Frame);
+    EXPECT_EQ(shown(), number);
+    EXPECT_EQ(rest(), range(number + 1));
+  }
+}
+
+TEST_F(LeadingPicturesVideoTrackTest, ALateSyncSampleThatNothingCanPrecedeIsTheOnlyOneRead) {
+  auto& samples = encoded_.samples;
+  const CMTime sync = samples.front().presentation;
+  std::erase_if(samples, [sync](const Sample& each) { return each.presentation < sync; });
+  tellDecodeTimes(samples);
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  EXPECT_EQ(frame_.presentation, sync);
+  EXPECT_EQ(source_->reads(), 1);
+}
+
 }  // namespace
 }  // namespace zaffo::media
