@@ -99,13 +99,15 @@ std::optional<VideoFrame> FrameFinder::decodeTo(CMTime target) {
   return best;
 }
 
-// Takes the frames that are ready; whether the target is among them.
+// Takes the frames that are ready; whether the target is among them. One after it will do as long
+// as there is none before it: what a file begins with may lean on what was cut off.
 bool FrameFinder::take(CMTime target, std::optional<VideoFrame>& best) {
   VideoFrame frame;
   for (;;) {
     const DecodeOutcome outcome = decoder_->receive(frame);
     if (outcome == DecodeOutcome::Again || outcome == DecodeOutcome::End) return false;
-    if (outcome == DecodeOutcome::Error || frame.presentation > target) continue;
+    if (outcome == DecodeOutcome::Error) continue;
+    if (best && frame.presentation > CMTimeMaximum(best->presentation, target)) continue;
     best = frame;
     if (frame.presentation == target) return true;
   }

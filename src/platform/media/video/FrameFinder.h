@@ -22,7 +22,8 @@ class FrameFinder {
   ~FrameFinder();
 
   /// Decodes the frame shown at `time`; nothing with `error` set when none can be decoded. A
-  /// damaged frame is replaced by the last one before it that is not.
+  /// damaged frame is replaced by the last one before it that is not, or by one after it that was
+  /// decoded on the way when there is none.
   [[nodiscard]] std::optional<VideoFrame> frameAt(CMTime time, NSErrorPtr* error);
 
  private:

@@ -95,6 +95,24 @@ TEST_F(FrameFinderTest, ADamagedFrameIsReplacedByTheLastOneBeforeIt) {
   EXPECT_EQ(find(frames(5)), 5);
 }
 
+TEST_F(FrameFinderTest, WhatLeansOnSamplesThatWereCutOffIsReplacedByTheSyncSample) {
+  encoded_ = encodePictures({.codec = "libx264",
+                             .options = "g=8;bf=2;x264-params=open-gop=1:scenecut=0",
+                             .count = kCount,
+                             .closedGroups = false});
+  auto& samples = encoded_.samples;
+  const auto second = std::find_if(samples.begin() + 1, samples.end(),
+                                   [](const Sample& sample) { return sample.sync; });
+  samples.erase(samples.begin(), second);
+  const CMTime sync = samples.front().presentation;
+  ASSERT_LT(samples[1].presentation, sync);
+  const auto number = static_cast<int>(CMTimeConvertScale(sync, kEncodedRate).value);
+  open();
+  EXPECT_EQ(find(kCMTimeZero), number);
+  EXPECT_EQ(find(frames(number)), number);
+  EXPECT_EQ(find(frames(number + 1)), number + 1);
+}
+
 TEST_F(FrameFinderTest, TellsWhyNoFrameCanBeDecoded) {
   for (Sample& sample : encoded_.samples) damage(sample);
   open();
