@@ -117,7 +117,9 @@ TEST_F(SampleRendererTest, ThePositionJustAfterAFramesTimeShowsThatFrameHoweverL
       dispatch_wait_until_idle();
     }
     EXPECT_EQ(shown(), frame);
-    busy->runAll();
+    renderer_->stopRequesting();
+    dispatch_wait_until_idle();
+    busy->runAll();  // a call that waits there holds the queue
   }
 }
 
