@@ -202,8 +202,8 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
   for (int step = 0; step < kStepsPerPump; ++step) {
     // Anew for each step: samples may come between two of them.
     const auto prospect = dataRequest_->prospect(decoder_.generation(), hostNow);
-    demand.supplyRests = prospect != MediaDataRequest::Prospect::Coming;
-    demand.dataRequestEnded = prospect == MediaDataRequest::Prospect::Ended;
+    demand.noneComing = prospect != MediaDataRequest::Prospect::Coming;
+    demand.haveAllCome = prospect == MediaDataRequest::Prospect::Ended;
     switch (decoder_.step(demand, picture)) {
       case DecodeStep::Working:
         break;
@@ -220,10 +220,10 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
         failed_ = fail(decoder_.error());
         return false;
       case DecodeStep::Starved:
-        awaitsQuiet_ = !demand.supplyRests;
+        awaitsQuiet_ = !demand.noneComing;
         return false;
       case DecodeStep::Idle:
-        awaitsQuiet_ = !demand.supplyRests && !decoder_.isSettled();
+        awaitsQuiet_ = !demand.noneComing && !decoder_.isSettled();
         if (timebase.rate() == 0 && !awaitsQuiet_) rest();
         return false;
     }

@@ -76,7 +76,7 @@ DecodeStep SampleQueueDecoder::step(const Demand& demand, Picture& picture) {
   }
   // While samples are on their way it is not known which of the frames that are due is the last.
   isComplete_ = outlook.complete;
-  isSettled_ = isComplete_ || demand.supplyRests;
+  isSettled_ = isComplete_ || demand.noneComing;
   if (decoder_ && !isSpent_) {
     const CMTime earliest = laterOf(isSettled_ ? due_ : demand.now, passed_);
     decoder_->holdBackBefore(drain_ == Drain::AtOnce ? kCMTimeInvalid : earliest);
@@ -187,7 +187,7 @@ DecodeStep SampleQueueDecoder::feed(const Demand& demand) {
 
 /// There are no more samples. What the decoder still holds is all, if none is on its way.
 DecodeStep SampleQueueDecoder::feedNothing(const Demand& demand) {
-  if (demand.supplyRests && holdsFrames()) return drain(Drain::End);
+  if (demand.noneComing && holdsFrames()) return drain(Drain::End);
   return DecodeStep::Starved;
 }
 
@@ -260,7 +260,7 @@ DecodeStep SampleQueueDecoder::finishDrain(Picture& picture) {
 /// Whether there is no picture where there should be: enough was tried, or all there is.
 bool SampleQueueDecoder::isHopeless(const Demand& demand, bool hasNext) const {
   if (!gaveNothing_ || unanswered_ == 0) return false;
-  return unanswered_ >= kMostUnanswered || (demand.dataRequestEnded && !hasNext && isSpent_);
+  return unanswered_ >= kMostUnanswered || (demand.haveAllCome && !hasNext && isSpent_);
 }
 
 DecodeStep SampleQueueDecoder::failWithoutPicture() {

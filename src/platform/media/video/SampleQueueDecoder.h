@@ -38,9 +38,9 @@ class SampleQueueDecoder {
   struct Demand {
     CMTime now;
     bool ahead = false;        ///< also the frame after those that are due
-    bool supplyRests = false;  ///< no sample is on its way: what the decoder holds back is wanted
-    bool dataRequestEnded = false;  ///< besides, these are all that there are
-    bool overdue = false;  ///< nothing was shown for long: a late frame is better than none
+    bool noneComing = false;   ///< no sample is on its way: what the decoder holds back is wanted
+    bool haveAllCome = false;  ///< besides, these are all that there are
+    bool overdue = false;      ///< nothing was shown for long: a late frame is better than none
   };
   struct Picture {
     VideoFrame frame;

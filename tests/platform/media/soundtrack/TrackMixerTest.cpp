@@ -21,7 +21,7 @@ struct Stretch {
   float level = 0;
 };
 
-class AudioSumTest : public testing::Test {
+class TrackMixerTest : public testing::Test {
  protected:
   /// A sum of a track each of one stretch, each with a source of its own.
   void open(const std::vector<Stretch>& stretches) {
@@ -64,7 +64,7 @@ class AudioSumTest : public testing::Test {
   int ready_ = 0;
 };
 
-TEST_F(AudioSumTest, AddsWhatSoundsTogether) {
+TEST_F(TrackMixerTest, AddsWhatSoundsTogether) {
   open({{0, 3000, 0.25f}, {2000, 3000, 0.5f}});
   sum_->seek(0);
   const std::vector<float> left = read(100'000);
@@ -76,7 +76,7 @@ TEST_F(AudioSumTest, AddsWhatSoundsTogether) {
   EXPECT_EQ(sum_->endFrame(), 5000);
 }
 
-TEST_F(AudioSumTest, IsSilentWhereNoTrackSounds) {
+TEST_F(TrackMixerTest, IsSilentWhereNoTrackSounds) {
   open({{0, 1000, 0.25f}, {4500, 1000, 0.5f}});
   sum_->seek(0);
   const std::vector<float> left = read(100'000);
@@ -85,7 +85,7 @@ TEST_F(AudioSumTest, IsSilentWhereNoTrackSounds) {
   expectLevel(left, 4500, 5500, 0.5f);
 }
 
-TEST_F(AudioSumTest, BeginsAtTheFrameThatIsSought) {
+TEST_F(TrackMixerTest, BeginsAtTheFrameThatIsSought) {
   open({{0, 3000, 0.25f}, {2000, 3000, 0.5f}});
   sum_->seek(1900);
   EXPECT_EQ(sum_->position(), 1900);
@@ -94,7 +94,7 @@ TEST_F(AudioSumTest, BeginsAtTheFrameThatIsSought) {
   expectLevel(left, 100, 200, 0.75f);
 }
 
-TEST_F(AudioSumTest, HasNoPlaceBeforeASeekAndAfterARelease) {
+TEST_F(TrackMixerTest, HasNoPlaceBeforeASeekAndAfterARelease) {
   open({{0, 3000, 0.25f}});
   EXPECT_EQ(sum_->position(), std::nullopt);
   sum_->seek(10);
@@ -104,7 +104,7 @@ TEST_F(AudioSumTest, HasNoPlaceBeforeASeekAndAfterARelease) {
   EXPECT_EQ(read(100'000).size(), 1000u);
 }
 
-TEST_F(AudioSumTest, ReadsHardlyMoreOfOneTrackThanOfTheOther) {
+TEST_F(TrackMixerTest, ReadsHardlyMoreOfOneTrackThanOfTheOther) {
   open({{0, 100 * kSample, 0.25f}, {0, 100 * kSample, 0.5f}});
   sum_->seek(0);
   (void)read(10 * kSample);
@@ -112,7 +112,7 @@ TEST_F(AudioSumTest, ReadsHardlyMoreOfOneTrackThanOfTheOther) {
   EXPECT_LE(sources_[1]->reads(), 12);
 }
 
-TEST_F(AudioSumTest, GivesWhatAllTracksKnowAndWaitsForTheOneThatLagsBehind) {
+TEST_F(TrackMixerTest, GivesWhatAllTracksKnowAndWaitsForTheOneThatLagsBehind) {
   open({{0, 10 * kSample, 0.25f}, {0, 10 * kSample, 0.5f}});
   sources_[1]->let(3);
   sum_->seek(0);
@@ -128,7 +128,7 @@ TEST_F(AudioSumTest, GivesWhatAllTracksKnowAndWaitsForTheOneThatLagsBehind) {
   expectLevel(rest, 0, static_cast<int64_t>(rest.size()), 0.75f);
 }
 
-TEST_F(AudioSumTest, ATrackThatCannotBeReadIsSilentAmongTheOthers) {
+TEST_F(TrackMixerTest, ATrackThatCannotBeReadIsSilentAmongTheOthers) {
   open({{0, 2000, 0.25f}, {0, 9000, 0.5f}});
   sources_[1]->refuseCursors();
   sum_->seek(0);
@@ -139,7 +139,7 @@ TEST_F(AudioSumTest, ATrackThatCannotBeReadIsSilentAmongTheOthers) {
   EXPECT_EQ(sum_->endFrame(), 2000);
 }
 
-TEST_F(AudioSumTest, HasFailedWhenNoTrackCanBeRead) {
+TEST_F(TrackMixerTest, HasFailedWhenNoTrackCanBeRead) {
   open({{0, 2000, 0.25f}, {0, 2000, 0.5f}});
   sources_[0]->refuseCursors();
   sources_[1]->refuseCursors();
@@ -150,7 +150,7 @@ TEST_F(AudioSumTest, HasFailedWhenNoTrackCanBeRead) {
   EXPECT_TRUE(sum_->failed());
 }
 
-TEST_F(AudioSumTest, DoesNotKnowItsEndBeforeEveryTrackWasReadToIt) {
+TEST_F(TrackMixerTest, DoesNotKnowItsEndBeforeEveryTrackWasReadToIt) {
   open({{0, 2000, 0.25f}, {0, 9000, 0.5f}});
   sum_->seek(0);
   (void)read(3000);
