@@ -42,20 +42,20 @@ void Playback::decodeAhead(CMTime now) {
   for (int step = 0; burst_.isOn() && step < kStepsPerPump; ++step) {
     if (superseded()) return;
     switch (video_->stepNext(frame)) {
-      case TrackStep::Working:
+      case Outcome::Working:
         break;
-      case TrackStep::Again:
+      case Outcome::Again:
         waitsForSource_ = true;
         return;
-      case TrackStep::Frame:
+      case Outcome::Ready:
         videoEnd_ = endOf(frame);
         video_->hurryTo(videoEnd_ + kLateness < now ? now : kCMTimeInvalid);
         frames_->push(std::move(frame));
         return;
-      case TrackStep::Error:
+      case Outcome::Error:
         error_ = video_->error();
         [[fallthrough]];
-      case TrackStep::End:
+      case Outcome::End:
         videoEnded_ = true;
         burst_.stop();
         return;

@@ -52,14 +52,14 @@ void Playback::continueSeek() {
   VideoFrame frame;
   while (!superseded()) {
     switch (video_->stepSeek(frame)) {
-      case TrackStep::Working:
+      case Outcome::Working:
         break;
-      case TrackStep::Again:
+      case Outcome::Again:
         return;
-      case TrackStep::Frame:
+      case Outcome::Ready:
         return finishSeek(std::move(frame));
-      case TrackStep::End:
-      case TrackStep::Error:
+      case Outcome::End:
+      case Outcome::Error:
         return failSeek();
     }
   }
