@@ -47,21 +47,11 @@ bool PictureSupply::takeFirstFrame(CMTime target) {
   return true;
 }
 
-PictureSupply::Search PictureSupply::stepSearch() {
-  if (!track_ || found_.buffer) return Search::Found;
-  switch (track_->stepSeek(found_)) {
-    case TrackStep::Working:
-      return Search::Working;
-    case TrackStep::Again:
-      return Search::Waiting;
-    case TrackStep::Frame:
-      return Search::Found;
-    case TrackStep::End:
-    case TrackStep::Error:
-      error_ = track_->error();
-      return Search::Failed;
-  }
-  return Search::Failed;
+Outcome PictureSupply::stepSearch() {
+  if (!track_ || found_.buffer) return Outcome::Ready;
+  const Outcome outcome = track_->stepSeek(found_);
+  if (outcome == Outcome::End || outcome == Outcome::Error) error_ = track_->error();
+  return outcome;
 }
 
 void PictureSupply::showFound(CMTime position) {
@@ -87,20 +77,20 @@ void PictureSupply::decodeAhead(CMTime now, const std::function<bool()>& isSuper
 bool PictureSupply::step(CMTime now) {
   VideoFrame frame;
   switch (track_->stepNext(frame)) {
-    case TrackStep::Working:
+    case Outcome::Working:
       return true;
-    case TrackStep::Again:
+    case Outcome::Again:
       waits_ = true;
       return false;
-    case TrackStep::Frame:
+    case Outcome::Ready:
       endOfLast_ = endOf(frame);
       track_->hurryTo(endOfLast_ + kLateness < now ? now : kCMTimeInvalid);
       frames_->push(std::move(frame));
       return false;
-    case TrackStep::Error:
+    case Outcome::Error:
       error_ = track_->error();
       break;
-    case TrackStep::End:
+    case Outcome::End:
       break;
   }
   hasEnded_ = true;

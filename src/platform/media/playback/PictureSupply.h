@@ -18,13 +18,6 @@ namespace zaffo::media {
 /// Does nothing for an item without pictures. Thread: one at a time.
 class PictureSupply {
  public:
-  enum class Search {
-    Working,  ///< not there yet, call again
-    Waiting,  ///< the source has nothing yet; the ready handler will tell
-    Found,
-    Failed,  ///< there is no frame; error() may tell why
-  };
-
   /// The first video track of `source`. Frames are shown in `frames`; `duration` is the item's.
   PictureSupply(const std::shared_ptr<SampleSource>& source, std::shared_ptr<FrameStore> frames,
                 CMTime duration);
@@ -35,7 +28,9 @@ class PictureSupply {
 
   /// Forgets what waits behind the frame on show, and searches for another to go on from.
   void beginSearch(const SeekRequest& seek);
-  [[nodiscard]] Search stepSearch();
+  /// Ready when it is found; Again while the source has nothing yet, which the ready handler will
+  /// tell. End or Error when there is no such frame: error() may tell why.
+  [[nodiscard]] Outcome stepSearch();
   /// The presentation of what was found; invalid where there are no pictures.
   [[nodiscard]] CMTime foundTime() const { return found_.presentation; }
   /// Shows what was found, for a playback at `position`.

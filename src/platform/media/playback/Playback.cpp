@@ -123,13 +123,14 @@ void Playback::continueSeek() {
   if (state_ == PlaybackState::Running) return pump();
   while (seek_ && !commands_.isSuperseded()) {
     switch (pictures_.stepSearch()) {
-      case PictureSupply::Search::Working:
+      case Outcome::Working:
         break;
-      case PictureSupply::Search::Waiting:
+      case Outcome::Again:
         return;
-      case PictureSupply::Search::Found:
+      case Outcome::Ready:
         return finishSeek();
-      case PictureSupply::Search::Failed:
+      case Outcome::End:
+      case Outcome::Error:
         endSeek(false);
         return fail(pictures_.error() ? pictures_.error()
                                       : makeError(AVErrorDecodeFailed,

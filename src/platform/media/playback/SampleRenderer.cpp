@@ -169,24 +169,21 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
     demand.noneComing = prospect != MediaDataRequest::Prospect::Coming;
     demand.haveAllCome = prospect == MediaDataRequest::Prospect::Ended;
     switch (decoder_.step(demand, picture)) {
-      case DecodeStep::Working:
-        break;
-      case DecodeStep::Frame:
-        give(std::move(picture), demand.now);
-        return true;
-      case DecodeStep::Rewound:
+      case Outcome::Working:
+        if (!decoder_.takeRewind()) break;
         dropQueued();
         decoder_.goOnAfter(frames()->shownTime());
         break;
-      case DecodeStep::Stale:
+      case Outcome::Ready:
+        give(std::move(picture), demand.now);
         return true;
-      case DecodeStep::Failed:
+      case Outcome::Error:
         failed_ = fail(decoder_.error());
         return false;
-      case DecodeStep::Starved:
+      case Outcome::Again:
         awaitsQuiet_ = !demand.noneComing;
         return false;
-      case DecodeStep::Idle:
+      case Outcome::End:
         awaitsQuiet_ = !demand.noneComing && !decoder_.isSettled();
         if (timebase.rate() == 0 && !awaitsQuiet_) rest();
         return false;

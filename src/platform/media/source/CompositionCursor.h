@@ -23,7 +23,7 @@ class CompositionCursor : public SampleCursor {
       std::shared_ptr<CompositionSource> source, SegmentList segments, AVMediaType type,
       NSErrorPtr* error);
 
-  [[nodiscard]] ReadOutcome next(Sample& sample) override;
+  [[nodiscard]] Outcome next(Sample& sample) override;
   /// In a gap the frame before it stays on show, and what is heard next is after it.
   [[nodiscard]] bool seek(CMTime time) override;
   [[nodiscard]] NSErrorPtr error() const override { return error_; }
@@ -40,7 +40,7 @@ class CompositionCursor : public SampleCursor {
   [[nodiscard]] std::size_t segmentFor(CMTime time) const;
   [[nodiscard]] bool openInner();
   [[nodiscard]] bool enter(std::size_t index, CMTime sourceTime);
-  [[nodiscard]] ReadOutcome readOne();
+  [[nodiscard]] Outcome readOne();
   void place(Sample& sample);
   void cutPicture(Sample& sample) const;
   void cutSound(Sample& sample) const;
@@ -61,7 +61,7 @@ class CompositionCursor : public SampleCursor {
   CMTime lastDecode_;    ///< of the sample last given
   bool isFirst_ = true;  ///< none of this segment was given yet
   PacketPtr spare_;
-  ReadOutcome outcome_ = ReadOutcome::Sample;
+  Outcome outcome_ = Outcome::Ready;
   NSErrorPtr error_;
 };
 

@@ -11,8 +11,6 @@
 namespace zaffo::media {
 namespace {
 
-using Search = PictureSupply::Search;
-
 SeekRequest to(int64_t seconds) {
   return {CMTimeMake(seconds, 1), kCMTimeZero, kCMTimeZero, nullptr};
 }
@@ -23,15 +21,15 @@ class PictureSupplyTest : public testing::Test {
   PictureSupply picturesOf(const std::shared_ptr<SampleSource>& source) {
     return {source, frames_, source->duration()};
   }
-  static Search search(PictureSupply& pictures) {
-    Search step = Search::Working;
-    while (step == Search::Working) step = pictures.stepSearch();
+  static Outcome search(PictureSupply& pictures) {
+    Outcome step = Outcome::Working;
+    while (step == Outcome::Working) step = pictures.stepSearch();
     return step;
   }
   /// Finds and shows the frame of a time.
   static void goTo(PictureSupply& pictures, int64_t seconds) {
     pictures.beginSearch(to(seconds));
-    ASSERT_EQ(search(pictures), Search::Found);
+    ASSERT_EQ(search(pictures), Outcome::Ready);
     pictures.showFound(CMTimeMake(seconds, 1));
   }
   void decodeAhead(PictureSupply& pictures, CMTime now) {
@@ -52,7 +50,7 @@ TEST_F(PictureSupplyTest, AnItemWithoutPicturesHasFoundAllThereIs) {
   auto pictures = picturesOf(openClip(test::clip("loop_tone_3_s.mov")));
   EXPECT_FALSE(pictures.exist());
   pictures.beginSearch(to(1));
-  EXPECT_EQ(pictures.stepSearch(), Search::Found);
+  EXPECT_EQ(pictures.stepSearch(), Outcome::Ready);
   EXPECT_TRUE(CMTIME_IS_INVALID(pictures.foundTime()));
   pictures.showFound(CMTimeMake(1, 1));
   EXPECT_FALSE(frames_->hasFrame());
@@ -64,7 +62,7 @@ TEST_F(PictureSupplyTest, AnItemWithoutPicturesHasFoundAllThereIs) {
 TEST_F(PictureSupplyTest, ShowsWhatItFoundWhenItIsTold) {
   auto pictures = picturesOf(clip_);
   pictures.beginSearch(to(2));
-  ASSERT_EQ(search(pictures), Search::Found);
+  ASSERT_EQ(search(pictures), Outcome::Ready);
   EXPECT_EQ(pictures.foundTime(), CMTimeMake(2, 1));
   EXPECT_FALSE(frames_->hasFrame());
   pictures.showFound(CMTimeMake(2, 1));
@@ -77,7 +75,7 @@ TEST_F(PictureSupplyTest, TellsWhyThereIsNoFrame) {
   source->refusal = makeError(AVErrorUnknown, "scripted");
   auto pictures = picturesOf(source);
   pictures.beginSearch(to(0));
-  EXPECT_EQ(search(pictures), Search::Failed);
+  EXPECT_EQ(search(pictures), Outcome::Error);
   EXPECT_EQ(pictures.error(), source->refusal);
 }
 
@@ -87,10 +85,10 @@ TEST_F(PictureSupplyTest, WaitsForASourceThatHasNothingYet) {
   int ready = 0;
   pictures.setReadyHandler([&ready] { ++ready; });
   pictures.beginSearch(to(0));
-  EXPECT_EQ(search(pictures), Search::Waiting);
+  EXPECT_EQ(search(pictures), Outcome::Again);
   clip_->let(1'000'000);
   EXPECT_EQ(ready, 1);
-  EXPECT_EQ(search(pictures), Search::Found);
+  EXPECT_EQ(search(pictures), Outcome::Ready);
 }
 
 TEST_F(PictureSupplyTest, AWayBackToTheFirstFrameNeedsNoSample) {
