@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "platform/coremedia/CVPixelBuffer.h"
+#include "platform/foundation/Result.h"
 #include "platform/media/Sample.h"
 #include "platform/media/codec/DecodeOutcome.h"
 
@@ -21,9 +22,8 @@ struct VideoFrame {
 /// one alone. Thread: one at a time.
 class VideoDecoder {
  public:
-  /// Null with `error` set when there is no decoder or it refuses the parameters.
-  [[nodiscard]] static std::unique_ptr<VideoDecoder> open(const AVCodecParameters& parameters,
-                                                          NSErrorPtr* error);
+  /// Fails when there is no decoder or it refuses the parameters.
+  static Result<std::unique_ptr<VideoDecoder>> open(const AVCodecParameters& parameters);
   virtual ~VideoDecoder() = default;
 
   /// A sample that starts anew is taken whatever is still to be received: that is given first.
