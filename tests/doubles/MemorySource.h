@@ -84,11 +84,10 @@ class MemorySource final : public SampleSource, public std::enable_shared_from_t
   [[nodiscard]] CMTime emptyUntil(int trackID, CMTime time) const override {
     return emptyUntil_ ? emptyUntil_(trackID, time) : time;
   }
-  [[nodiscard]] std::unique_ptr<SampleCursor> openCursor(int trackID, NSErrorPtr* error) override {
+  Result<std::unique_ptr<SampleCursor>> openCursor(int trackID) override {
     ++cursors_;
     if (!refusesCursors_) return std::make_unique<Cursor>(shared_from_this(), trackID);
-    setError(error, makeError(AVErrorUnknown, "refused"));
-    return nullptr;
+    return makeError(AVErrorUnknown, "refused");
   }
 
  private:

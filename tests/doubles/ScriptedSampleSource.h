@@ -96,11 +96,10 @@ class ScriptedSampleSource final : public SampleSource {
     return tracks_;
   }
   CMTime duration() const override { return CMTimeMake(10, 1); }
-  std::unique_ptr<SampleCursor> openCursor(int /*trackID*/, NSErrorPtr* error) override {
+  Result<std::unique_ptr<SampleCursor>> openCursor(int /*trackID*/) override {
     ++cursors;
     if (!refusal) return std::make_unique<ScriptedSampleCursor>(script);
-    setError(error, refusal);
-    return nullptr;
+    return refusal;
   }
 
   const std::shared_ptr<SampleScript> script = std::make_shared<SampleScript>();

@@ -88,27 +88,26 @@ void decodeSome(SampleCursor& cursor, Decoder& decoder) {
 }
 
 template <typename Output, typename Decoder>
-void decodePlaces(SampleCursor& cursor, Decoder* decoder, const NSErrorPtr& error) {
-  require(decoder != nullptr || error != nullptr, "a refused track has an error");
-  if (!decoder) return;
-  decodeSome<Output>(cursor, *decoder);
+void decodePlaces(SampleCursor& cursor, const Result<std::unique_ptr<Decoder>>& opened) {
+  require(opened || opened.error(), "a refused track has an error");
+  if (!opened) return;
+  Decoder& decoder = **opened;
+  decodeSome<Output>(cursor, decoder);
   for (const CMTime place : kPlaces) {
-    decoder->reset();
-    if (cursor.seek(place)) decodeSome<Output>(cursor, *decoder);
+    decoder.reset();
+    if (cursor.seek(place)) decodeSome<Output>(cursor, decoder);
   }
 }
 
 void readTrack(FileSampleSource& source, const AVAssetTrack& track) {
-  NSErrorPtr error;
-  const auto cursor = source.openCursor(track.trackID, &error);
-  require(cursor != nullptr || error != nullptr, "a cursor that is not opened has an error");
-  if (!cursor) return;
+  const auto opened = source.openCursor(track.trackID);
+  require(opened || opened.error(), "a cursor that is not opened has an error");
+  if (!opened) return;
+  SampleCursor& cursor = **opened;
   if (track.mediaType == AVMediaTypeAudio) {
-    const auto decoder = AudioDecoder::open(cursor->codecParameters(), kOutputRate, &error);
-    decodePlaces<AudioBlock>(*cursor, decoder.get(), error);
+    decodePlaces<AudioBlock>(cursor, AudioDecoder::open(cursor.codecParameters(), kOutputRate));
   } else if (track.naturalSize.width * track.naturalSize.height <= kMostPixels) {
-    const auto decoder = VideoDecoder::open(cursor->codecParameters(), &error);
-    decodePlaces<VideoFrame>(*cursor, decoder.get(), error);
+    decodePlaces<VideoFrame>(cursor, VideoDecoder::open(cursor.codecParameters()));
   }
 }
 
@@ -119,10 +118,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   using namespace zaffo;
   static const fuzz::MemoryFile file;
   file.setContent({data, size});
-  NSErrorPtr error;
-  const auto source = media::FileSampleSource::open(file.path(), &error);
-  fuzz::require(source != nullptr || error != nullptr, "a file that is not opened has an error");
-  if (!source) return 0;
+  const auto opened = media::FileSampleSource::open(file.path());
+  fuzz::require(opened || opened.error(), "a file that is not opened has an error");
+  if (!opened) return 0;
+  const auto& source = *opened;
   fuzz::require(!source->tracks().empty(), "an opened file has tracks");
   std::set<int> ids;
   for (const auto& track : source->tracks()) {

@@ -25,14 +25,13 @@ Uint32 prepareContext(DisplayScreen::Drawing drawing) {
 
 }  // namespace
 
-std::unique_ptr<DisplayScreen> DisplayScreen::create(const Window::Options& options,
-                                                     Drawing drawing, NSErrorPtr* error) {
+Result<std::unique_ptr<DisplayScreen>> DisplayScreen::create(const Window::Options& options,
+                                                             Drawing drawing) {
   auto video = std::make_shared<SDLVideo>();
   if (!video->isReady()) {
-    *error = makeSDLError(WindowError::NoDisplay,
-                          "There is no display to open a window on. Set DISPLAY or "
-                          "WAYLAND_DISPLAY, or run without a window");
-    return nullptr;
+    return makeSDLError(WindowError::NoDisplay,
+                        "There is no display to open a window on. Set DISPLAY or "
+                        "WAYLAND_DISPLAY, or run without a window");
   }
   const Uint32 flags = prepareContext(drawing) | SDL_WINDOW_ALLOW_HIGHDPI | SDL_WINDOW_RESIZABLE |
                        (options.visible ? 0u : Uint32{SDL_WINDOW_HIDDEN});
@@ -40,10 +39,7 @@ std::unique_ptr<DisplayScreen> DisplayScreen::create(const Window::Options& opti
                                        SDL_WINDOWPOS_UNDEFINED,
                                        static_cast<int>(std::lround(options.size.width)),
                                        static_cast<int>(std::lround(options.size.height)), flags));
-  if (!window) {
-    *error = makeSDLError(WindowError::NoWindow, "The display refused to open a window");
-    return nullptr;
-  }
+  if (!window) return makeSDLError(WindowError::NoWindow, "The display refused to open a window");
   return std::unique_ptr<DisplayScreen>(
       new DisplayScreen(std::move(video), std::move(window), drawing));
 }
@@ -58,16 +54,16 @@ DisplayScreen::~DisplayScreen() {
 }
 
 RenderThread::MakeCanvas DisplayScreen::canvasMaker() const {
-  return [window = window_.get(), drawing = drawing_](NSErrorPtr* error) {
+  return [window = window_.get(), drawing = drawing_] {
     switch (drawing) {
       case Drawing::OpenGL:
-        return TextureCanvas::create(window, "opengl", error);
+        return TextureCanvas::create(window, "opengl");
       case Drawing::OpenGLES:
-        return TextureCanvas::create(window, "opengles2", error);
+        return TextureCanvas::create(window, "opengles2");
       case Drawing::Surface:
         break;
     }
-    return SurfaceCanvas::create(window, error);
+    return SurfaceCanvas::create(window);
   };
 }
 

@@ -14,9 +14,9 @@ class DisplayScreen : public Screen {
   /// How a window is drawn to, best first; each needs a window of its own kind.
   enum class Drawing { OpenGL, OpenGLES, Surface };
 
-  /// Null with `error` set when the display offers no such window.
-  [[nodiscard]] static std::unique_ptr<DisplayScreen> create(const Window::Options& options,
-                                                             Drawing drawing, NSErrorPtr* error);
+  /// Fails when the display offers no such window.
+  static Result<std::unique_ptr<DisplayScreen>> create(const Window::Options& options,
+                                                       Drawing drawing);
   ~DisplayScreen() override;
 
   /// Makes the canvas, on the render thread. The screen must outlive the canvas.

@@ -19,10 +19,9 @@ NSErrorPtr RenderThread::start(MakeCanvas makeCanvas) {
   thread_ = startThread("zaffo-draw",
                         [this, make = std::move(makeCanvas), made = std::move(made)]() mutable {
                           lowerThreadPriority();
-                          NSErrorPtr error;
-                          const std::unique_ptr<Canvas> canvas = make(&error);
-                          made.set_value(error);
-                          if (canvas) runTasks(*canvas);
+                          const auto canvas = make();
+                          made.set_value(canvas.error());
+                          if (canvas) runTasks(**canvas);
                         });
   return outcome.get();
 }

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "platform/Mutex.h"
-#include "platform/foundation/NSError.h"
+#include "platform/foundation/Result.h"
 #include "platform/window/Canvas.h"
 
 namespace zaffo::window {
@@ -16,7 +16,7 @@ namespace zaffo::window {
 /// there are none, and destroys the canvas where it was made. Thread: main, except where said.
 class RenderThread {
  public:
-  using MakeCanvas = std::function<std::unique_ptr<Canvas>(NSErrorPtr*)>;
+  using MakeCanvas = std::function<Result<std::unique_ptr<Canvas>>()>;
   using Task = std::function<void(Canvas&)>;
 
   RenderThread() = default;

@@ -2,11 +2,10 @@
 
 namespace zaffo::window {
 
-std::unique_ptr<Canvas> SurfaceCanvas::create(SDL_Window* window, NSErrorPtr* error) {
+Result<std::unique_ptr<Canvas>> SurfaceCanvas::create(SDL_Window* window) {
   if (SDL_GetWindowSurface(window)) return std::make_unique<SurfaceCanvas>(window);
-  *error = makeSDLError(WindowError::NoRenderer,
-                        "The display offers neither a graphics driver nor plain drawing.");
-  return nullptr;
+  return makeSDLError(WindowError::NoRenderer,
+                      "The display offers neither a graphics driver nor plain drawing.");
 }
 
 void SurfaceCanvas::present(const DisplayList& list) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/foundation/Result.h"
 #include "platform/window/Canvas.h"
 #include "platform/window/SDLCommon.h"
 #include "platform/window/SoftwareRenderer.h"
@@ -14,7 +15,7 @@ namespace zaffo::window {
 class SurfaceCanvas : public Canvas {
  public:
   /// The window must outlive the canvas.
-  [[nodiscard]] static std::unique_ptr<Canvas> create(SDL_Window* window, NSErrorPtr* error);
+  static Result<std::unique_ptr<Canvas>> create(SDL_Window* window);
   explicit SurfaceCanvas(SDL_Window* window) : window_(window) {}
 
   void present(const DisplayList& list) override;

@@ -41,8 +41,7 @@ SDL_FRect unturned(const PixelRect& rect, bool sideways) {
 
 }  // namespace
 
-std::unique_ptr<Canvas> TextureCanvas::create(SDL_Window* window, const char* driver,
-                                              NSErrorPtr* error) {
+Result<std::unique_ptr<Canvas>> TextureCanvas::create(SDL_Window* window, const char* driver) {
   const int index = indexOfDriver(driver);
   SDLRendererPtr renderer;
   if (index >= 0) {
@@ -50,9 +49,8 @@ std::unique_ptr<Canvas> TextureCanvas::create(SDL_Window* window, const char* dr
         SDL_CreateRenderer(window, index, SDL_RENDERER_ACCELERATED | SDL_RENDERER_PRESENTVSYNC));
   }
   if (renderer) return std::make_unique<TextureCanvas>(std::move(renderer));
-  *error = makeSDLError(WindowError::NoRenderer,
-                        std::string("The graphics driver offers no ") + driver + " renderer.");
-  return nullptr;
+  return makeSDLError(WindowError::NoRenderer,
+                      std::string("The graphics driver offers no ") + driver + " renderer.");
 }
 
 TextureCanvas::TextureCanvas(SDLRendererPtr renderer)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/Result.h"
 #include "platform/window/Canvas.h"
 #include "platform/window/SDLCommon.h"
 #include "platform/window/TextureCache.h"
@@ -11,8 +12,7 @@ namespace zaffo::window {
 class TextureCanvas : public Canvas {
  public:
   /// `driver` is SDL's name of the renderer. The window must outlive the canvas.
-  [[nodiscard]] static std::unique_ptr<Canvas> create(SDL_Window* window, const char* driver,
-                                                      NSErrorPtr* error);
+  static Result<std::unique_ptr<Canvas>> create(SDL_Window* window, const char* driver);
   explicit TextureCanvas(SDLRendererPtr renderer);
 
   void present(const DisplayList& list) override;

@@ -15,21 +15,21 @@ namespace {
 using window::DisplayScreen;
 using window::RenderThread;
 using window::TreeWindow;
-std::shared_ptr<Window> createOffscreen(const Window::Options& options, NSErrorPtr* error) {
+
+Result<std::shared_ptr<Window>> createOffscreen(const Window::Options& options) {
   auto thread = std::make_unique<RenderThread>();
-  *error = thread->start([](NSErrorPtr*) { return std::make_unique<window::MemoryCanvas>(); });
-  if (*error) return nullptr;
+  NSErrorPtr failure = thread->start([] { return std::make_unique<window::MemoryCanvas>(); });
+  if (failure) return failure;
   return TreeWindow::create(std::make_unique<window::OffscreenScreen>(options), std::move(thread));
 }
 
-std::shared_ptr<Window> createOnDisplay(const Window::Options& options,
-                                        DisplayScreen::Drawing drawing, NSErrorPtr* error) {
-  std::unique_ptr<DisplayScreen> screen = DisplayScreen::create(options, drawing, error);
-  if (!screen) return nullptr;
+Result<std::shared_ptr<Window>> createOnDisplay(const Window::Options& options,
+                                                DisplayScreen::Drawing drawing) {
+  auto screen = DisplayScreen::create(options, drawing);
+  if (!screen) return screen.error();
   auto thread = std::make_unique<RenderThread>();
-  *error = thread->start(screen->canvasMaker());
-  if (*error) return nullptr;
-  return TreeWindow::create(std::move(screen), std::move(thread));
+  if (NSErrorPtr failure = thread->start((*screen)->canvasMaker())) return failure;
+  return TreeWindow::create(*std::move(screen), std::move(thread));
 }
 
 /// Best first; SDL's own environment variable narrows the choice.
@@ -43,22 +43,25 @@ std::vector<DisplayScreen::Drawing> drawingsToTry() {
   return {Drawing::OpenGL, Drawing::OpenGLES, Drawing::Surface};
 }
 
+/// In the first of the ways to draw that the display offers; the last one's error when it offers
+/// none.
+Result<std::shared_ptr<Window>> createOnDisplay(const Window::Options& options) {
+  NSErrorPtr failure;
+  for (const auto drawing : drawingsToTry()) {
+    auto made = createOnDisplay(options, drawing);
+    if (made) return made;
+    failure = made.error();
+    if (failure->code() == static_cast<long>(WindowError::NoDisplay)) break;
+  }
+  return failure;
+}
+
 }  // namespace
 
 std::shared_ptr<Window> Window::create(const Options& options, NSErrorPtr* error) {
-  NSErrorPtr failure;
-  std::shared_ptr<Window> made;
-  if (options.offscreen) {
-    made = createOffscreen(options, &failure);
-  } else {
-    for (const auto drawing : drawingsToTry()) {
-      made = createOnDisplay(options, drawing, &failure);
-      const bool hopeless = failure && failure->code() == static_cast<long>(WindowError::NoDisplay);
-      if (made || hopeless) break;
-    }
-  }
-  if (error) *error = made ? nullptr : failure;
-  return made;
+  auto made = options.offscreen ? createOffscreen(options) : createOnDisplay(options);
+  if (error) *error = made.error();
+  return std::move(made).valueOr(nullptr);
 }
 
 }  // namespace zaffo

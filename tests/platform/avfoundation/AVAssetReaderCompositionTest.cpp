@@ -42,8 +42,8 @@ class AVAssetReaderCompositionTest : public AssetReaderFixture {
           decoder->drain();
           take();
         }
-        decoder = media::VideoDecoder::open(*media::codecParametersOf(*buffer->formatDescription()),
-                                            nullptr);
+        decoder = media::VideoDecoder::open(*media::codecParametersOf(*buffer->formatDescription()))
+                      .valueOr(nullptr);
       }
       media::Sample sample;
       EXPECT_TRUE(media::sampleFromBuffer(*buffer, sample));

@@ -28,7 +28,7 @@ class AVAssetReaderRangeTest : public AssetReaderFixture {
 /// The frame that decoding the buffers shows first: of those that may be shown, the earliest.
 std::optional<int> firstShownNumber(const Buffers& buffers) {
   const auto* parameters = media::codecParametersOf(*buffers.front()->formatDescription());
-  const auto decoder = media::VideoDecoder::open(*parameters, nullptr);
+  const auto decoder = media::VideoDecoder::open(*parameters).valueOr(nullptr);
   std::optional<media::VideoFrame> first;
   media::VideoFrame frame;
   const auto collect = [&] {

@@ -144,11 +144,11 @@ TEST(AVURLAsset, ASecondLoadSharesTheSource) {
 /// An opening of media that waits until a test lets it go on.
 class SlowOpening {
  public:
-  AssetLoading::Result open() {
+  Result<std::shared_ptr<media::SampleSource>> open() {
     ++started_;
     begun_.set_value();
     released_.get_future().wait();
-    return {nullptr, makeError(AVErrorUnknown, "slow")};
+    return makeError(AVErrorUnknown, "slow");
   }
   void waitUntilBegun() { begun_.get_future().wait(); }
   void release() { released_.set_value(); }
@@ -174,9 +174,8 @@ TEST(AssetLoading, CancellingEndsKeysUnderWayAndRunsTheirHandlers) {
 }
 
 TEST(AssetLoading, CancellingWithNothingUnderWayChangesNothing) {
-  const auto loading = std::make_shared<AssetLoading>([] {
-    return AssetLoading::Result{nullptr, makeError(AVErrorUnknown, "no")};
-  });
+  const auto loading =
+      std::make_shared<AssetLoading>([] { return makeError(AVErrorUnknown, "no"); });
   loading->cancel();
   EXPECT_EQ(loading->status("tracks", nullptr), AVKeyValueStatus::Unknown);
   std::promise<void> ended;
@@ -190,8 +189,7 @@ TEST(AssetLoading, CancelledKeysCanBeLoadedAgain) {
   std::atomic<int> passes = 0;
   const auto opening = std::make_shared<SlowOpening>();
   const auto loading = std::make_shared<AssetLoading>([&passes, opening] {
-    if (++passes == 1) return opening->open();
-    return AssetLoading::Result{nullptr, makeError(AVErrorUnknown, "second")};
+    return ++passes == 1 ? opening->open() : makeError(AVErrorUnknown, "second");
   });
   loading->load({"tracks"}, nullptr);
   opening->waitUntilBegun();

@@ -102,7 +102,7 @@ class CompositionPlaybackTest : public PlayerFixture {
   /// Where the last frame that can be read ends.
   static double secondsOfPicture(const AVAsset& asset) {
     const auto track = asset.tracksWithMediaType(AVMediaTypeVideo).front();
-    const auto cursor = asset.sampleSource()->openCursor(track->trackID, nullptr);
+    const auto cursor = asset.sampleSource()->openCursor(track->trackID).valueOr(nullptr);
     media::Sample sample;
     double end = 0;
     while (cursor->next(sample) == media::Outcome::Ready)

@@ -19,12 +19,15 @@ namespace zaffo::media {
 
 inline constexpr int kTestOutputRate = 48000;
 
+inline std::string textOf(const NSErrorPtr& error) {
+  return error ? error->localizedDescription() : "";
+}
+
 /// Opens a clip, or fails the test with its error.
 inline std::shared_ptr<FileSampleSource> openClip(const std::string& path) {
-  NSErrorPtr error;
-  auto source = FileSampleSource::open(path, &error);
-  EXPECT_TRUE(source) << path << ": " << (error ? error->localizedDescription() : "");
-  return source;
+  auto source = FileSampleSource::open(path);
+  EXPECT_TRUE(source) << path << ": " << textOf(source.error());
+  return std::move(source).valueOr(nullptr);
 }
 
 inline std::shared_ptr<const AVAssetTrack> trackOfType(const SampleSource& source,
@@ -37,10 +40,11 @@ inline std::shared_ptr<const AVAssetTrack> trackOfType(const SampleSource& sourc
 
 inline std::unique_ptr<SampleCursor> openTrack(SampleSource& source, AVMediaType type) {
   const auto track = trackOfType(source, type);
-  NSErrorPtr error;
-  auto cursor = track ? source.openCursor(track->trackID, &error) : nullptr;
-  EXPECT_TRUE(cursor) << (error ? error->localizedDescription() : "no such track");
-  return cursor;
+  EXPECT_TRUE(track) << "no such track";
+  if (!track) return nullptr;
+  auto cursor = source.openCursor(track->trackID);
+  EXPECT_TRUE(cursor) << textOf(cursor.error());
+  return std::move(cursor).valueOr(nullptr);
 }
 
 /// Every sample from where the cursor stands to its end.
@@ -85,17 +89,15 @@ std::vector<Output> decodeRest(SampleCursor& cursor, Decoder& decoder, int* erro
 }
 
 inline std::unique_ptr<VideoDecoder> openVideoDecoder(const SampleCursor& cursor) {
-  NSErrorPtr error;
-  auto decoder = VideoDecoder::open(cursor.codecParameters(), &error);
-  EXPECT_TRUE(decoder) << (error ? error->localizedDescription() : "");
-  return decoder;
+  auto decoder = VideoDecoder::open(cursor.codecParameters());
+  EXPECT_TRUE(decoder) << textOf(decoder.error());
+  return std::move(decoder).valueOr(nullptr);
 }
 
 inline std::unique_ptr<AudioDecoder> openAudioDecoder(const SampleCursor& cursor) {
-  NSErrorPtr error;
-  auto decoder = AudioDecoder::open(cursor.codecParameters(), kTestOutputRate, &error);
-  EXPECT_TRUE(decoder) << (error ? error->localizedDescription() : "");
-  return decoder;
+  auto decoder = AudioDecoder::open(cursor.codecParameters(), kTestOutputRate);
+  EXPECT_TRUE(decoder) << textOf(decoder.error());
+  return std::move(decoder).valueOr(nullptr);
 }
 
 inline std::vector<VideoFrame> decodeVideo(const std::string& path, int* errors = nullptr) {

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/foundation/MakeError.h"
 #include "platform/media/source/SampleSource.h"
 
 namespace zaffo::media {
@@ -45,14 +46,15 @@ class GatedSource final : public SampleSource, public std::enable_shared_from_th
   [[nodiscard]] CMTime emptyUntil(int trackID, CMTime time) const override {
     return inner_->emptyUntil(trackID, time);
   }
-  [[nodiscard]] std::unique_ptr<SampleCursor> openCursor(int trackID, NSErrorPtr* error) override {
-    if (trackID == refused_) return nullptr;
-    auto cursor = inner_->openCursor(trackID, error);
+  Result<std::unique_ptr<SampleCursor>> openCursor(int trackID) override {
+    if (trackID == refused_) return makeError(AVErrorUnknown, "refused");
+    auto cursor = inner_->openCursor(trackID);
+    if (!cursor) return cursor;
     const std::lock_guard lock(gateMutex_);
     const auto [place, isNew] = states_.try_emplace(trackID);
     if (isNew) place->second.left = initially_;
     ++place->second.opened;
-    return std::make_unique<Cursor>(shared_from_this(), trackID, std::move(cursor));
+    return std::make_unique<Cursor>(shared_from_this(), trackID, *std::move(cursor));
   }
 
  private:

@@ -132,8 +132,7 @@ TEST_F(SampleBuffers, FormatsDifferByCodecSizeAndWhatTheDecoderIsToldInAdvance) 
 }
 
 TEST_F(SampleBuffers, ADecoderTakesWhatCameBack) {
-  NSErrorPtr error;
-  const auto decoder = VideoDecoder::open(*codecParametersOf(*format_), &error);
+  const auto decoder = VideoDecoder::open(*codecParametersOf(*format_)).valueOr(nullptr);
   ASSERT_TRUE(decoder);
   Sample back;
   ASSERT_TRUE(sampleFromBuffer(*makeSampleBuffer(next(), format_), back));

@@ -37,9 +37,9 @@ class AssetImageGenerator : public AVAssetImageGenerator {
   CGImagePtr copyCGImageAtTime(CMTime time, CMTime* actualTime, NSErrorPtr* error) override;
 
  private:
-  [[nodiscard]] std::shared_ptr<const AVAssetTrack> videoTrack(NSErrorPtr* error) const;
-  [[nodiscard]] std::optional<media::VideoFrame> frameAt(CMTime time, NSErrorPtr* error) const;
-  [[nodiscard]] CGImagePtr render(const media::VideoFrame& frame, NSErrorPtr* error) const;
+  [[nodiscard]] Result<std::shared_ptr<const AVAssetTrack>> videoTrack() const;
+  [[nodiscard]] Result<media::VideoFrame> frameAt(CMTime time) const;
+  [[nodiscard]] Result<CGImagePtr> render(const media::VideoFrame& frame) const;
 
   const std::shared_ptr<AVAsset> asset_;
   CGSize maximumSize_;
@@ -54,42 +54,38 @@ NSErrorPtr refusal(CMTime time, CMTime duration) {
                    "The asset shows no picture at " + CMTimeDescription(time) + ".");
 }
 
-std::shared_ptr<const AVAssetTrack> AssetImageGenerator::videoTrack(NSErrorPtr* error) const {
-  *error = loadKeysAndWait(*asset_, {"tracks", "duration"});
-  if (*error) return nullptr;
+Result<std::shared_ptr<const AVAssetTrack>> AssetImageGenerator::videoTrack() const {
+  if (NSErrorPtr failure = loadKeysAndWait(*asset_, {"tracks", "duration"})) return failure;
   const auto tracks = asset_->tracksWithMediaType(AVMediaTypeVideo);
   const auto source = asset_->sampleSource();
   if (tracks.empty() || !source) {
-    *error = makeError(AVErrorNoImageAtTime, "The asset has no picture.");
-    return nullptr;
+    return makeError(AVErrorNoImageAtTime, "The asset has no picture.");
   }
-  *error = source->whyNotDecoded(tracks.front()->trackID);
-  return *error ? nullptr : tracks.front();
+  if (NSErrorPtr reason = source->whyNotDecoded(tracks.front()->trackID)) return reason;
+  return tracks.front();
 }
 
-std::optional<media::VideoFrame> AssetImageGenerator::frameAt(CMTime time,
-                                                              NSErrorPtr* error) const {
-  const auto track = videoTrack(error);
-  if (!track) return std::nullopt;
-  *error = refusal(time, asset_->duration());
-  if (*error) return std::nullopt;
-  auto cursor = asset_->sampleSource()->openCursor(track->trackID, error);
-  auto finder = cursor ? media::FrameFinder::open(std::move(cursor), error) : nullptr;
-  if (!finder) return std::nullopt;
-  return finder->frameAt(time, error);
+Result<media::VideoFrame> AssetImageGenerator::frameAt(CMTime time) const {
+  const auto track = videoTrack();
+  if (!track) return track.error();
+  if (NSErrorPtr reason = refusal(time, asset_->duration())) return reason;
+  auto cursor = asset_->sampleSource()->openCursor((*track)->trackID);
+  if (!cursor) return cursor.error();
+  const auto finder = media::FrameFinder::open(*std::move(cursor));
+  if (!finder) return finder.error();
+  return (*finder)->frameAt(time);
 }
 
 CGImagePtr AssetImageGenerator::copyCGImageAtTime(CMTime time, CMTime* actualTime,
                                                   NSErrorPtr* error) {
-  NSErrorPtr failure;
-  const std::optional<media::VideoFrame> frame = frameAt(time, &failure);
-  CGImagePtr image = frame ? render(*frame, &failure) : nullptr;
+  const Result<media::VideoFrame> frame = frameAt(time);
+  Result<CGImagePtr> image = frame ? render(*frame) : frame.error();
   if (image && actualTime) *actualTime = frame->presentation;
-  if (error) *error = image ? nullptr : failure;
-  return image;
+  if (error) *error = image.error();
+  return std::move(image).valueOr(nullptr);
 }
 
-CGImagePtr AssetImageGenerator::render(const media::VideoFrame& frame, NSErrorPtr* error) const {
+Result<CGImagePtr> AssetImageGenerator::render(const media::VideoFrame& frame) const {
   const CVPixelBuffer& buffer = *frame.buffer;
   const CGAffineTransform transform =
       asset_->tracksWithMediaType(AVMediaTypeVideo).front()->preferredTransform;
@@ -99,8 +95,9 @@ CGImagePtr AssetImageGenerator::render(const media::VideoFrame& frame, NSErrorPt
   const CGSize shown{std::max(1.0, std::round(buffer.cropWidth * buffer.pixelAspectRatio)),
                      static_cast<double>(buffer.cropHeight)};
   const PixelSize size = fitted(shown, bounds);
-  CGImagePtr image = media::makeImage(buffer, size.width, size.height, error);
-  return turns ? media::turnedImage(std::move(image), transform) : image;
+  auto image = media::makeImage(buffer, size.width, size.height);
+  if (image && turns) return media::turnedImage(*std::move(image), transform);
+  return image;
 }
 
 }  // namespace

@@ -26,9 +26,9 @@ void AssetLoading::load(const std::vector<std::string>& keys, std::function<void
   std::vector<std::function<void()>> handlers;
   {
     MutexLock lock(mutex_);
-    const AVKeyValueStatus reached = result_.source  ? AVKeyValueStatus::Loaded
-                                     : result_.error ? AVKeyValueStatus::Failed
-                                                     : AVKeyValueStatus::Loading;
+    const AVKeyValueStatus reached = source_  ? AVKeyValueStatus::Loaded
+                                     : error_ ? AVKeyValueStatus::Failed
+                                              : AVKeyValueStatus::Loading;
     for (const std::string& key : keys) {
       AVKeyValueStatus& status = statuses_[key];
       const bool open =
@@ -54,14 +54,15 @@ void AssetLoading::run(int pass) {
     MutexLock lock(mutex_);
     if (pass != pass_ || !passUnderWay_) return;
   }
-  Result result = open_();
+  auto opened = open_();
   std::vector<std::function<void()>> handlers;
   {
     MutexLock lock(mutex_);
     if (pass != pass_ || !passUnderWay_) return;
     passUnderWay_ = false;
-    result_ = std::move(result);
-    settleWhileLocked(result_.source ? AVKeyValueStatus::Loaded : AVKeyValueStatus::Failed);
+    error_ = opened.error();
+    source_ = std::move(opened).valueOr(nullptr);
+    settleWhileLocked(source_ ? AVKeyValueStatus::Loaded : AVKeyValueStatus::Failed);
     handlers = takeHandlersWhileLocked();
   }
   for (const auto& handler : handlers) handler();
@@ -116,8 +117,8 @@ AVKeyValueStatus AssetLoading::status(const std::string& key, NSErrorPtr* error)
   const AVKeyValueStatus status =
       found == statuses_.end() ? AVKeyValueStatus::Unknown : found->second;
   if (error && status == AVKeyValueStatus::Failed) {
-    *error = isKnown(key) ? result_.error
-                          : makeError(AVErrorUnknown, "An asset has no key \"" + key + "\".");
+    *error =
+        isKnown(key) ? error_ : makeError(AVErrorUnknown, "An asset has no key \"" + key + "\".");
   }
   return status;
 }
@@ -126,12 +127,12 @@ std::shared_ptr<media::SampleSource> AssetLoading::sourceForKey(const std::strin
   MutexLock lock(mutex_);
   const auto found = statuses_.find(key);
   const bool loaded = found != statuses_.end() && found->second == AVKeyValueStatus::Loaded;
-  return loaded ? result_.source : nullptr;
+  return loaded ? source_ : nullptr;
 }
 
 NSErrorPtr AssetLoading::error() const {
   MutexLock lock(mutex_);
-  return result_.error;
+  return error_;
 }
 
 }  // namespace zaffo

@@ -9,6 +9,7 @@
 #include "platform/Mutex.h"
 #include "platform/avfoundation/AVAsset.h"
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/Result.h"
 
 namespace zaffo {
 
@@ -25,12 +26,7 @@ namespace zaffo {
 /// Thread: any. Handlers run on the asset's own queue.
 class AssetLoading : public std::enable_shared_from_this<AssetLoading> {
  public:
-  /// What a pass over the media gave: a source, or why there is none.
-  struct Result {
-    std::shared_ptr<media::SampleSource> source;
-    NSErrorPtr error;
-  };
-  using Open = std::function<Result()>;
+  using Open = std::function<Result<std::shared_ptr<media::SampleSource>>()>;
 
   /// `open` may wait for the outside world; it runs on a queue that is made for that.
   explicit AssetLoading(Open open);
@@ -61,7 +57,8 @@ class AssetLoading : public std::enable_shared_from_this<AssetLoading> {
   mutable Mutex mutex_;
   std::map<std::string, AVKeyValueStatus> statuses_ ZAFFO_GUARDED_BY(mutex_);
   std::vector<Waiter> waiters_ ZAFFO_GUARDED_BY(mutex_);
-  Result result_ ZAFFO_GUARDED_BY(mutex_);
+  std::shared_ptr<media::SampleSource> source_ ZAFFO_GUARDED_BY(mutex_);
+  NSErrorPtr error_ ZAFFO_GUARDED_BY(mutex_);
   int pass_ ZAFFO_GUARDED_BY(mutex_) =
       0;  // the pass under way, or the last; a cancelled one is old
   bool passUnderWay_ ZAFFO_GUARDED_BY(mutex_) = false;

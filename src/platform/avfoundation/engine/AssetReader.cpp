@@ -43,13 +43,12 @@ bool AssetReader::startReading() {
   const auto started = outputs();
   if (!reading_->begin(started.size())) return false;
   for (const auto& output : started) {
-    NSErrorPtr error;
-    auto samples = media::SampleRange::open(*source_, *output->track(), range_, &error);
+    auto samples = media::SampleRange::open(*source_, *output->track(), range_);
     if (!samples) {
-      reading_->fail(std::move(error));
+      reading_->fail(samples.error());
       return false;
     }
-    output->start(reading_, std::move(samples));
+    output->start(reading_, *std::move(samples));
   }
   return status() == AVAssetReaderStatus::Reading;
 }

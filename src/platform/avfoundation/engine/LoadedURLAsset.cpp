@@ -8,17 +8,16 @@
 namespace zaffo {
 namespace {
 
-AssetLoading::Result open(const std::shared_ptr<const NSURL>& url) {
-  AssetLoading::Result result;
-  if (url && url->isFileURL()) {
-    result.source = media::FileSampleSource::open(url->path(), &result.error);
-  } else {
+Result<std::shared_ptr<media::SampleSource>> open(const std::shared_ptr<const NSURL>& url) {
+  if (!url || !url->isFileURL()) {
     const std::string text = url ? url->absoluteString() : "";
-    result.error = makeError(AVErrorUnsupportedURL, "The address \"" + text +
-                                                        "\" is not one of a local file; only "
-                                                        "those can be played.");
+    return makeError(
+        AVErrorUnsupportedURL,
+        "The address \"" + text + "\" is not one of a local file; only those can be played.");
   }
-  return result;
+  auto source = media::FileSampleSource::open(url->path());
+  if (!source) return source.error();
+  return *std::move(source);
 }
 
 }  // namespace

@@ -140,11 +140,11 @@ void SoftwareAudioDecoder::reset() {
 
 }  // namespace
 
-std::unique_ptr<AudioDecoder> AudioDecoder::open(const AVCodecParameters& parameters,
-                                                 int outputSampleRate, NSErrorPtr* error) {
-  CodecContextPtr context = openCodec(parameters, 1, error);
-  if (!context) return nullptr;
-  return std::make_unique<SoftwareAudioDecoder>(std::move(context), parameters, outputSampleRate);
+Result<std::unique_ptr<AudioDecoder>> AudioDecoder::open(const AVCodecParameters& parameters,
+                                                         int outputSampleRate) {
+  auto context = openCodec(parameters, 1);
+  if (!context) return context.error();
+  return std::make_unique<SoftwareAudioDecoder>(*std::move(context), parameters, outputSampleRate);
 }
 
 }  // namespace zaffo::media

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "platform/foundation/Result.h"
 #include "platform/media/Outcome.h"
 #include "platform/media/Sample.h"
 #include "platform/media/codec/AudioBlock.h"
@@ -15,8 +16,9 @@ namespace zaffo::media {
 /// Thread: one at a time.
 class AudioDecoder {
  public:
-  [[nodiscard]] static std::unique_ptr<AudioDecoder> open(const AVCodecParameters& parameters,
-                                                          int outputSampleRate, NSErrorPtr* error);
+  /// Fails when there is no decoder or it refuses the parameters.
+  static Result<std::unique_ptr<AudioDecoder>> open(const AVCodecParameters& parameters,
+                                                    int outputSampleRate);
   virtual ~AudioDecoder() = default;
 
   /// As those of VideoDecoder.

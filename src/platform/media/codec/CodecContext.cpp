@@ -1,4 +1,5 @@
 #include "platform/media/codec/CodecContext.h"
+#include "platform/foundation/MakeError.h"
 #include "platform/media/FFmpegError.h"
 
 #include <algorithm>
@@ -59,12 +60,9 @@ NSErrorPtr whyNotDecoded(const AVCodecParameters& parameters) {
   return nullptr;
 }
 
-CodecContextPtr openCodec(const AVCodecParameters& parameters, int threads, NSErrorPtr* error) {
+Result<CodecContextPtr> openCodec(const AVCodecParameters& parameters, int threads) {
   keepFFmpegQuiet();
-  if (NSErrorPtr reason = whyNotDecoded(parameters)) {
-    setError(error, std::move(reason));
-    return nullptr;
-  }
+  if (NSErrorPtr reason = whyNotDecoded(parameters)) return reason;
   const AVCodec* codec = findDecoder(parameters.codec_id);
   CodecContextPtr context(avcodec_alloc_context3(codec));
   int result =
@@ -76,10 +74,8 @@ CodecContextPtr openCodec(const AVCodecParameters& parameters, int threads, NSEr
     result = avcodec_open2(context.get(), codec, nullptr);
   }
   if (result >= 0) return context;
-  setError(error,
-           makeFFmpegError(AVErrorDecoderNotFound,
-                           "The \"" + nameOf(parameters) + "\" track cannot be decoded.", result));
-  return nullptr;
+  return makeFFmpegError(AVErrorDecoderNotFound,
+                         "The \"" + nameOf(parameters) + "\" track cannot be decoded.", result);
 }
 
 }  // namespace zaffo::media

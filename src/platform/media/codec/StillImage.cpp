@@ -76,15 +76,14 @@ SwsPtr makeScaler(const CVPixelBuffer& buffer, AVPixelFormat format, int width, 
 
 }  // namespace
 
-CGImagePtr makeImage(const CVPixelBuffer& buffer, int width, int height, NSErrorPtr* error) {
+Result<CGImagePtr> makeImage(const CVPixelBuffer& buffer, int width, int height) {
   const Layout layout = layoutOf(buffer.format);
   SwsPtr scaler =
       width > 0 && height > 0 ? makeScaler(buffer, layout.format, width, height) : nullptr;
   if (!scaler) {
-    setError(error, makeError(AVErrorNoImageAtTime, "The picture cannot be scaled to " +
-                                                        std::to_string(width) + "x" +
-                                                        std::to_string(height) + " pixels."));
-    return nullptr;
+    return makeError(AVErrorNoImageAtTime, "The picture cannot be scaled to " +
+                                               std::to_string(width) + "x" +
+                                               std::to_string(height) + " pixels.");
   }
   std::array<const uint8_t*, 4> source{};
   std::array<int, 4> sourceStrides{};

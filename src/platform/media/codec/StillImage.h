@@ -1,16 +1,15 @@
 #pragma once
 
 #include "platform/coremedia/CVPixelBuffer.h"
-#include "platform/foundation/MakeError.h"
+#include "platform/foundation/Result.h"
 #include "platform/uikit/CGImage.h"
 #include "platform/uikit/Geometry.h"
 
 namespace zaffo::media {
 
 /// Makes a still picture of `width` x `height` pixels of what a pixel buffer shows, with its matrix
-/// and range honoured. Null with `error` set when memory is short or the size is not positive.
-[[nodiscard]] CGImagePtr makeImage(const CVPixelBuffer& buffer, int width, int height,
-                                   NSErrorPtr* error);
+/// and range honoured. Fails when memory is short or the size is not positive.
+Result<CGImagePtr> makeImage(const CVPixelBuffer& buffer, int width, int height);
 
 /// Turns a picture by quarter turns and mirrors it, as `transform` says. Transforms of another kind
 /// leave it as it is.

@@ -86,9 +86,10 @@ bool SoftwareVideoDecoder::isBroken(const SampleTimes::Entry& times) const {
 bool SoftwareVideoDecoder::adoptParameters(const AVCodecParameters& parameters) {
   refusal_ = nullptr;
   if (isSameFormat(parameters, *parameters_)) return true;
-  CodecContextPtr context = openCodec(parameters, threadCount(parameters), &refusal_);
+  auto context = openCodec(parameters, threadCount(parameters));
+  refusal_ = context.error();
   if (!context) return false;
-  decoding_.startAnewWith(std::move(context));
+  decoding_.startAnewWith(*std::move(context));
   formerBuffers_ = std::move(buffers_);
   firstOfCodec_ = decoding_.nextNumber();
   describe(parameters);
@@ -144,11 +145,10 @@ void SoftwareVideoDecoder::reset() {
 
 }  // namespace
 
-std::unique_ptr<VideoDecoder> VideoDecoder::open(const AVCodecParameters& parameters,
-                                                 NSErrorPtr* error) {
-  CodecContextPtr context = openCodec(parameters, threadCount(parameters), error);
-  if (!context) return nullptr;
-  return std::make_unique<SoftwareVideoDecoder>(parameters, std::move(context));
+Result<std::unique_ptr<VideoDecoder>> VideoDecoder::open(const AVCodecParameters& parameters) {
+  auto context = openCodec(parameters, threadCount(parameters));
+  if (!context) return context.error();
+  return std::make_unique<SoftwareVideoDecoder>(parameters, *std::move(context));
 }
 
 }  // namespace zaffo::media

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "platform/coremedia/CVPixelBuffer.h"
+#include "platform/foundation/Result.h"
 #include "platform/media/Outcome.h"
 #include "platform/media/Sample.h"
 
@@ -21,9 +22,8 @@ struct VideoFrame {
 /// one alone. Thread: one at a time.
 class VideoDecoder {
  public:
-  /// Null with `error` set when there is no decoder or it refuses the parameters.
-  [[nodiscard]] static std::unique_ptr<VideoDecoder> open(const AVCodecParameters& parameters,
-                                                          NSErrorPtr* error);
+  /// Fails when there is no decoder or it refuses the parameters.
+  static Result<std::unique_ptr<VideoDecoder>> open(const AVCodecParameters& parameters);
   virtual ~VideoDecoder() = default;
 
   /// Ready when the sample was taken, Again when receive() comes first; after an Error the decoder

@@ -169,11 +169,10 @@ void AudioOutputEngine::sweep() {
 NSErrorPtr AudioOutputEngine::startRecording(const std::string& path) {
   assertMainThread();
   stopRecording();
-  NSErrorPtr error;
-  auto writer = WavWriter::create(path, kSampleRate, error);
-  if (!writer) return error;
+  auto writer = WavWriter::create(path, kSampleRate);
+  if (!writer) return writer.error();
   auto tap = std::make_shared<SampleTap>(kTapFrames);
-  recorder_ = std::make_shared<AudioRecorder>(std::move(writer), tap);
+  recorder_ = std::make_shared<AudioRecorder>(*std::move(writer), tap);
   recorder_->start();
   recording_.store(true);
   mixer_->setTap(std::move(tap));

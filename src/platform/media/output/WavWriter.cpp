@@ -77,18 +77,14 @@ NSErrorPtr posixError(int code, const std::string& path) {
 
 }  // namespace
 
-std::unique_ptr<WavWriter> WavWriter::create(const std::string& path, int sampleRate,
-                                             NSErrorPtr& error, uint64_t largestRiff) {
+Result<std::unique_ptr<WavWriter>> WavWriter::create(const std::string& path, int sampleRate,
+                                                     uint64_t largestRiff) {
   std::FILE* const file = std::fopen(path.c_str(), "wb");
-  if (!file) {
-    error = posixError(errno, path);
-    return nullptr;
-  }
+  if (!file) return posixError(errno, path);
   std::unique_ptr<WavWriter> writer(new WavWriter(file, sampleRate, largestRiff));
   writer->flush();
-  if (!writer->failed()) return writer;
-  error = posixError(errno, path);
-  return nullptr;
+  if (writer->failed()) return posixError(errno, path);
+  return writer;
 }
 
 WavWriter::WavWriter(std::FILE* file, int sampleRate, uint64_t largestRiff)

@@ -6,7 +6,7 @@
 #include <span>
 #include <string>
 
-#include "platform/foundation/NSError.h"
+#include "platform/foundation/Result.h"
 
 namespace zaffo::media {
 
@@ -19,10 +19,9 @@ class WavWriter {
   /// Above this many bytes of sound the file becomes RF64.
   static constexpr uint64_t kLargestRiff = 0xffffffffull - 128;
 
-  /// Creates or replaces the file at `path`. Null and `error` on failure (NSPOSIXErrorDomain).
-  [[nodiscard]] static std::unique_ptr<WavWriter> create(const std::string& path, int sampleRate,
-                                                         NSErrorPtr& error,
-                                                         uint64_t largestRiff = kLargestRiff);
+  /// Creates or replaces the file at `path`. Fails with an error in NSPOSIXErrorDomain.
+  static Result<std::unique_ptr<WavWriter>> create(const std::string& path, int sampleRate,
+                                                   uint64_t largestRiff = kLargestRiff);
   ~WavWriter();  ///< completes the file
 
   /// Appends interleaved stereo. After a failure (a full disk) nothing more is written.

@@ -136,7 +136,7 @@ bool AudioTrack::hasSoundBefore(int64_t frame) {
 
 bool AudioTrack::seekCursor() {
   if (!cursor_) {
-    cursor_ = source_->openCursor(trackID_, nullptr);
+    cursor_ = source_->openCursor(trackID_).valueOr(nullptr);
     if (cursor_ && readyHandler_) cursor_->setReadyHandler(readyHandler_);
   }
   cursorIsPlaced_ = cursor_ && cursor_->seek(CMTimeMake(nextFrame_, sampleRate_));
@@ -147,7 +147,7 @@ bool AudioTrack::seekCursor() {
 bool AudioTrack::openDecoder() {
   const AVCodecParameters& parameters = cursor_->codecParameters();
   if (decoder_ && decoder_->decodes(parameters)) return true;
-  decoder_ = AudioDecoder::open(parameters, sampleRate_, nullptr);
+  decoder_ = AudioDecoder::open(parameters, sampleRate_).valueOr(nullptr);
   if (!decoder_) fail();
   return decoder_ != nullptr;
 }

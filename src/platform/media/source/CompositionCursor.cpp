@@ -18,19 +18,16 @@ bool hasMedia(const AVCompositionTrackSegment& segment) {
 
 }  // namespace
 
-std::unique_ptr<CompositionCursor> CompositionCursor::open(
-    std::shared_ptr<CompositionSource> source, SegmentList segments, AVMediaType type,
-    NSErrorPtr* error) {
+Result<std::unique_ptr<SampleCursor>> CompositionCursor::open(
+    std::shared_ptr<CompositionSource> source, SegmentList segments, AVMediaType type) {
   std::unique_ptr<CompositionCursor> cursor(
       new CompositionCursor(std::move(source), std::move(segments), type));
   cursor->index_ = cursor->mediaFrom(0);
   if (cursor->index_ == cursor->segments_->size()) {
-    setError(error, makeError(AVErrorUnknown, "The composition's track is empty."));
-    return nullptr;
+    return makeError(AVErrorUnknown, "The composition's track is empty.");
   }
   if (cursor->openInner()) return cursor;
-  setError(error, cursor->error_);
-  return nullptr;
+  return cursor->error_;
 }
 
 CompositionCursor::CompositionCursor(std::shared_ptr<CompositionSource> source,
@@ -125,14 +122,22 @@ std::size_t CompositionCursor::segmentFor(CMTime time) const {
   return next;
 }
 
-/// Has the source's cursor for the present segment at hand; its place is none in particular.
+/// Has the source's cursor for the present segment at hand; its place is none in particular. False
+/// with error_ set when it cannot be opened.
 bool CompositionCursor::openInner() {
   const std::shared_ptr<SampleSource> wanted = segment().sourceTrack->source.lock();
   const int trackID = segment().sourceTrack->trackID;
   if (inner_ && wanted == innerSource_ && trackID == innerTrackID_) return true;
-  auto opened = wanted ? wanted->openCursor(trackID, &error_) : nullptr;
-  if (!opened) return false;
-  inner_ = std::move(opened);
+  if (!wanted) {
+    error_ = makeError(AVErrorInvalidSourceMedia, "A composition's source is gone.");
+    return false;
+  }
+  auto opened = wanted->openCursor(trackID);
+  if (!opened) {
+    error_ = opened.error();
+    return false;
+  }
+  inner_ = *std::move(opened);
   innerSource_ = wanted;
   innerTrackID_ = trackID;
   if (readyHandler_) inner_->setReadyHandler(readyHandler_);
@@ -143,14 +148,13 @@ bool CompositionCursor::enter(std::size_t index, CMTime sourceTime) {
   index_ = index;
   entered_ = true;
   isFirst_ = true;
-  if (!openInner()) {
-    if (!error_) error_ = makeError(AVErrorInvalidSourceMedia, "A composition's source is gone.");
-  } else if (!inner_->seek(sourceTime)) {
+  if (openInner()) {
+    if (inner_->seek(sourceTime)) {
+      offset_ = segment().target.start - segment().source.start;
+      window_ = SegmentWindow(type_, segment().source);
+      return true;
+    }
     error_ = inner_->error();
-  } else {
-    offset_ = segment().target.start - segment().source.start;
-    window_ = SegmentWindow(type_, segment().source);
-    return true;
   }
   window_ = SegmentWindow();
   outcome_ = Outcome::Error;

@@ -18,10 +18,9 @@ namespace zaffo::media {
 /// cut it. Decode times never go back. An empty segment is a gap in time.
 class CompositionCursor : public SampleCursor {
  public:
-  /// Null with `error` set when the first source cannot be read.
-  [[nodiscard]] static std::unique_ptr<CompositionCursor> open(
-      std::shared_ptr<CompositionSource> source, SegmentList segments, AVMediaType type,
-      NSErrorPtr* error);
+  /// Fails when the first source cannot be read.
+  static Result<std::unique_ptr<SampleCursor>> open(std::shared_ptr<CompositionSource> source,
+                                                    SegmentList segments, AVMediaType type);
 
   [[nodiscard]] Outcome next(Sample& sample) override;
   /// In a gap the frame before it stays on show, and what is heard next is after it.

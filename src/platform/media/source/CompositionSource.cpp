@@ -47,15 +47,11 @@ CMTime CompositionSource::emptyUntil(int trackID, CMTime time) const {
                                  : CMTimeMaximum(next->target.start, time);
 }
 
-std::unique_ptr<SampleCursor> CompositionSource::openCursor(int trackID, NSErrorPtr* error) {
+Result<std::unique_ptr<SampleCursor>> CompositionSource::openCursor(int trackID) {
   SegmentList segments = segmentsOf(trackID);
-  if (!segments) {
-    setError(error, makeError(AVErrorUnknown, "The composition has nothing in such a track."));
-    return nullptr;
-  }
+  if (!segments) return makeError(AVErrorUnknown, "The composition has nothing in such a track.");
   const auto track = std::ranges::find(tracks_, trackID, &AVAssetTrack::trackID);
-  return CompositionCursor::open(shared_from_this(), std::move(segments), (*track)->mediaType,
-                                 error);
+  return CompositionCursor::open(shared_from_this(), std::move(segments), (*track)->mediaType);
 }
 
 /// Null when the composition has nothing in such a track.

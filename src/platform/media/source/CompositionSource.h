@@ -35,7 +35,7 @@ class CompositionSource : public SampleSource,
   [[nodiscard]] NSErrorPtr whyNotDecoded(int trackID) const override;
   [[nodiscard]] bool soundTracksAreOne() const override { return true; }
   [[nodiscard]] CMTime emptyUntil(int trackID, CMTime time) const override;
-  [[nodiscard]] std::unique_ptr<SampleCursor> openCursor(int trackID, NSErrorPtr* error) override;
+  Result<std::unique_ptr<SampleCursor>> openCursor(int trackID) override;
 
  private:
   explicit CompositionSource(std::vector<std::shared_ptr<SampleSource>> sources)

@@ -1,4 +1,5 @@
 #include "platform/media/source/FileDemuxer.h"
+#include "platform/foundation/MakeError.h"
 #include "platform/media/FFmpegError.h"
 
 #include <algorithm>
@@ -37,13 +38,9 @@ void adoptContainerAspect(AVStream& stream) {
 
 }  // namespace
 
-std::unique_ptr<FileDemuxer> FileDemuxer::open(std::shared_ptr<const LocalFile> file,
-                                               NSErrorPtr* error) {
+Result<std::unique_ptr<FileDemuxer>> FileDemuxer::open(std::shared_ptr<const LocalFile> file) {
   std::unique_ptr<FileDemuxer> demuxer(new FileDemuxer(std::move(file)));
-  if (NSErrorPtr failure = demuxer->parse()) {
-    setError(error, std::move(failure));
-    return nullptr;
-  }
+  if (NSErrorPtr failure = demuxer->parse()) return failure;
   return demuxer;
 }
 

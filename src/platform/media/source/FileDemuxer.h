@@ -3,7 +3,7 @@
 #include <memory>
 #include <span>
 
-#include "platform/foundation/MakeError.h"
+#include "platform/foundation/Result.h"
 #include "platform/media/FFmpegCommon.h"
 #include "platform/media/source/ContainerFormat.h"
 #include "platform/media/source/LocalFile.h"
@@ -14,9 +14,8 @@ namespace zaffo::media {
 /// opens no other file and knows no protocol. Thread: one at a time.
 class FileDemuxer {
  public:
-  /// Parses the header. Null with `error` set when the file cannot be played.
-  [[nodiscard]] static std::unique_ptr<FileDemuxer> open(std::shared_ptr<const LocalFile> file,
-                                                         NSErrorPtr* error);
+  /// Parses the header. Fails when the file cannot be played.
+  static Result<std::unique_ptr<FileDemuxer>> open(std::shared_ptr<const LocalFile> file);
   ~FileDemuxer();
   FileDemuxer(const FileDemuxer&) = delete;
   FileDemuxer& operator=(const FileDemuxer&) = delete;

@@ -33,15 +33,13 @@ int64_t prerollMilliseconds(AVCodecID codec) {
 
 }  // namespace
 
-std::unique_ptr<FileSampleCursor> FileSampleCursor::open(std::shared_ptr<FileSampleSource> source,
-                                                         std::unique_ptr<FileDemuxer> demuxer,
-                                                         const AVAssetTrack& track,
-                                                         NSErrorPtr* error) {
+Result<std::unique_ptr<SampleCursor>> FileSampleCursor::open(
+    std::shared_ptr<FileSampleSource> source, std::unique_ptr<FileDemuxer> demuxer,
+    const AVAssetTrack& track) {
   std::unique_ptr<FileSampleCursor> cursor(
       new FileSampleCursor(std::move(source), std::move(demuxer), track));
   if (cursor->demuxer_->isAtStart() || cursor->rewind()) return cursor;
-  setError(error, cursor->error_);
-  return nullptr;
+  return cursor->error_;
 }
 
 FileSampleCursor::FileSampleCursor(std::shared_ptr<FileSampleSource> source,
@@ -177,12 +175,13 @@ bool FileSampleCursor::rewind() {
   outcome_ = Outcome::Ready;
   error_ = nullptr;
   if (demuxer_->isAtStart() || demuxer_->rewind(streamIndex_)) return true;
-  std::unique_ptr<FileDemuxer> fresh = source_->openDemuxer(&error_);
+  auto fresh = source_->openDemuxer();
   if (!fresh) {
+    error_ = fresh.error();
     outcome_ = Outcome::Error;
     return false;
   }
-  demuxer_ = std::move(fresh);
+  demuxer_ = *std::move(fresh);
   selectStream();
   return true;
 }

@@ -18,9 +18,9 @@ class FileSampleSource;
 /// does after a seek beyond the cut, which leaves none, and where the header is all there is.
 class FileSampleCursor : public SampleCursor {
  public:
-  [[nodiscard]] static std::unique_ptr<FileSampleCursor> open(
-      std::shared_ptr<FileSampleSource> source, std::unique_ptr<FileDemuxer> demuxer,
-      const AVAssetTrack& track, NSErrorPtr* error);
+  static Result<std::unique_ptr<SampleCursor>> open(std::shared_ptr<FileSampleSource> source,
+                                                    std::unique_ptr<FileDemuxer> demuxer,
+                                                    const AVAssetTrack& track);
   ~FileSampleCursor() override;
 
   [[nodiscard]] Outcome next(Sample& sample) override;

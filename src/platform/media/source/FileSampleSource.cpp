@@ -23,20 +23,18 @@ bool isEncrypted(const AVStream& stream, const std::vector<int>& encrypted) {
 
 }  // namespace
 
-std::shared_ptr<FileSampleSource> FileSampleSource::open(const std::string& path,
-                                                         NSErrorPtr* error) {
-  std::shared_ptr<const LocalFile> file = LocalFile::open(path, error);
-  if (!file) return nullptr;
-  std::shared_ptr<FileSampleSource> source(new FileSampleSource(std::move(file)));
-  std::unique_ptr<FileDemuxer> demuxer = source->openDemuxer(error);
-  if (!demuxer) return nullptr;
-  source->describe(*demuxer);
+Result<std::shared_ptr<FileSampleSource>> FileSampleSource::open(const std::string& path) {
+  auto file = LocalFile::open(path);
+  if (!file) return file.error();
+  std::shared_ptr<FileSampleSource> source(new FileSampleSource(*std::move(file)));
+  auto demuxer = source->openDemuxer();
+  if (!demuxer) return demuxer.error();
+  source->describe(**demuxer);
   if (source->tracks_.empty()) {
-    setError(error, makeError(AVErrorFileFormatNotRecognized,
-                              "The file \"" + path + "\" holds neither picture nor sound."));
-    return nullptr;
+    return makeError(AVErrorFileFormatNotRecognized,
+                     "The file \"" + path + "\" holds neither picture nor sound.");
   }
-  source->giveBack(std::move(demuxer));
+  source->giveBack(*std::move(demuxer));
   return source;
 }
 
@@ -62,20 +60,20 @@ NSErrorPtr FileSampleSource::whyNotDecoded(int trackID) const {
   return found == undecodable_.end() ? nullptr : found->second;
 }
 
-std::unique_ptr<SampleCursor> FileSampleSource::openCursor(int trackID, NSErrorPtr* error) {
+Result<std::unique_ptr<SampleCursor>> FileSampleSource::openCursor(int trackID) {
   const auto track = std::ranges::find(tracks_, trackID, &AVAssetTrack::trackID);
-  if (track == tracks_.end()) {
-    setError(error, makeError(AVErrorUnknown, "The asset has no such track."));
-    return nullptr;
-  }
+  if (track == tracks_.end()) return makeError(AVErrorUnknown, "The asset has no such track.");
   std::unique_ptr<FileDemuxer> demuxer = takeIdle();
-  if (!demuxer) demuxer = openDemuxer(error);
-  if (!demuxer) return nullptr;
-  return FileSampleCursor::open(shared_from_this(), std::move(demuxer), **track, error);
+  if (!demuxer) {
+    auto opened = openDemuxer();
+    if (!opened) return opened.error();
+    demuxer = *std::move(opened);
+  }
+  return FileSampleCursor::open(shared_from_this(), std::move(demuxer), **track);
 }
 
-std::unique_ptr<FileDemuxer> FileSampleSource::openDemuxer(NSErrorPtr* error) const {
-  return FileDemuxer::open(file_, error);
+Result<std::unique_ptr<FileDemuxer>> FileSampleSource::openDemuxer() const {
+  return FileDemuxer::open(file_);
 }
 
 std::unique_ptr<FileDemuxer> FileSampleSource::takeIdle() {

@@ -18,22 +18,21 @@ namespace zaffo::media {
 class FileSampleSource : public SampleSource,
                          public std::enable_shared_from_this<FileSampleSource> {
  public:
-  /// Reads and parses the header: may wait for the disk. Null with `error` set when the file is
-  /// missing, damaged, of no known format, or holds neither picture nor sound.
-  [[nodiscard]] static std::shared_ptr<FileSampleSource> open(const std::string& path,
-                                                              NSErrorPtr* error);
+  /// Reads and parses the header: may wait for the disk. Fails when the file is missing, damaged,
+  /// of no known format, or holds neither picture nor sound.
+  static Result<std::shared_ptr<FileSampleSource>> open(const std::string& path);
 
   [[nodiscard]] const std::vector<std::shared_ptr<const AVAssetTrack>>& tracks() const override {
     return tracks_;
   }
   [[nodiscard]] CMTime duration() const override { return duration_; }
   [[nodiscard]] NSErrorPtr whyNotDecoded(int trackID) const override;
-  [[nodiscard]] std::unique_ptr<SampleCursor> openCursor(int trackID, NSErrorPtr* error) override;
+  Result<std::unique_ptr<SampleCursor>> openCursor(int trackID) override;
 
   /// For cursors: keeps a demuxer that is no longer used for the next one.
   void giveBack(std::unique_ptr<FileDemuxer> demuxer);
   /// For cursors: parses the file again, on the same descriptor.
-  [[nodiscard]] std::unique_ptr<FileDemuxer> openDemuxer(NSErrorPtr* error) const;
+  Result<std::unique_ptr<FileDemuxer>> openDemuxer() const;
 
  private:
   explicit FileSampleSource(std::shared_ptr<const LocalFile> file) : file_(std::move(file)) {}

@@ -16,13 +16,10 @@ NSErrorPtr openFailed(const std::string& path, int number) {
 
 }  // namespace
 
-std::shared_ptr<const LocalFile> LocalFile::open(const std::string& path, NSErrorPtr* error) {
+Result<std::shared_ptr<const LocalFile>> LocalFile::open(const std::string& path) {
   // Opening a pipe without O_NONBLOCK would wait for its other end.
   const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor < 0) {
-    setError(error, openFailed(path, errno));
-    return nullptr;
-  }
+  if (descriptor < 0) return openFailed(path, errno);
   struct stat status {};
   const int failure = fstat(descriptor, &status) != 0 ? errno
                       : S_ISDIR(status.st_mode)       ? EISDIR
@@ -30,8 +27,7 @@ std::shared_ptr<const LocalFile> LocalFile::open(const std::string& path, NSErro
                                                       : 0;
   if (failure) {
     ::close(descriptor);
-    setError(error, openFailed(path, failure));
-    return nullptr;
+    return openFailed(path, failure);
   }
   return std::shared_ptr<const LocalFile>(new LocalFile(path, descriptor, status.st_size));
 }

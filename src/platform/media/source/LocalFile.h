@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include "platform/foundation/MakeError.h"
+#include "platform/foundation/Result.h"
 
 namespace zaffo::media {
 
@@ -13,9 +13,8 @@ namespace zaffo::media {
 /// Thread: any, several at once: a read names its own position.
 class LocalFile {
  public:
-  /// Null with `error` set when `path` is missing, not a regular file, or must not be read.
-  [[nodiscard]] static std::shared_ptr<const LocalFile> open(const std::string& path,
-                                                             NSErrorPtr* error);
+  /// Fails when `path` is missing, not a regular file, or must not be read.
+  static Result<std::shared_ptr<const LocalFile>> open(const std::string& path);
   ~LocalFile();
   LocalFile(const LocalFile&) = delete;
   LocalFile& operator=(const LocalFile&) = delete;

@@ -25,20 +25,18 @@ bool holdsNothing(CMTimeRange range, const AVAssetTrack& track) {
 
 }  // namespace
 
-std::unique_ptr<SampleRange> SampleRange::open(SampleSource& source, const AVAssetTrack& track,
-                                               CMTimeRange range, NSErrorPtr* error) {
+Result<std::unique_ptr<SampleRange>> SampleRange::open(SampleSource& source,
+                                                       const AVAssetTrack& track,
+                                                       CMTimeRange range) {
   range = meantBy(range);
   if (holdsNothing(range, track)) {
     return std::unique_ptr<SampleRange>(new SampleRange(nullptr, range, track.preferredTransform));
   }
-  std::unique_ptr<SampleCursor> cursor = source.openCursor(track.trackID, error);
-  if (!cursor) return nullptr;
-  if (range.start > kCMTimeZero && !cursor->seek(range.start)) {
-    setError(error, cursor->error());
-    return nullptr;
-  }
+  auto cursor = source.openCursor(track.trackID);
+  if (!cursor) return cursor.error();
+  if (range.start > kCMTimeZero && !(*cursor)->seek(range.start)) return (*cursor)->error();
   return std::unique_ptr<SampleRange>(
-      new SampleRange(std::move(cursor), range, track.preferredTransform));
+      new SampleRange(*std::move(cursor), range, track.preferredTransform));
 }
 
 void SampleRange::setReadyHandler(std::function<void()> handler) {

@@ -20,10 +20,9 @@ namespace zaffo::media {
 class SampleRange {
  public:
   /// Opens a cursor on the track and goes to the start. A start that is no number means the
-  /// beginning, a duration that is none the end. Null with `error` set when that cannot be read.
-  [[nodiscard]] static std::unique_ptr<SampleRange> open(SampleSource& source,
-                                                         const AVAssetTrack& track,
-                                                         CMTimeRange range, NSErrorPtr* error);
+  /// beginning, a duration that is none the end. Fails when that cannot be read.
+  static Result<std::unique_ptr<SampleRange>> open(SampleSource& source, const AVAssetTrack& track,
+                                                   CMTimeRange range);
 
   /// Reads the next sample. After End or Error it stays so.
   [[nodiscard]] Outcome next(Sample& sample);

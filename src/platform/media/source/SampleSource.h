@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "platform/foundation/Result.h"
 #include "platform/media/Outcome.h"
 #include "platform/media/Sample.h"
 
@@ -66,10 +67,9 @@ class SampleSource {
     return time;
   }
 
-  /// A new cursor at the start of a track, or null with `error` set. Takes microseconds for the
-  /// first cursor of a source and no longer than parsing the header again for further ones.
-  [[nodiscard]] virtual std::unique_ptr<SampleCursor> openCursor(int trackID,
-                                                                 NSErrorPtr* error) = 0;
+  /// A new cursor at the start of a track. Takes microseconds for the first cursor of a source and
+  /// no longer than parsing the header again for further ones.
+  virtual Result<std::unique_ptr<SampleCursor>> openCursor(int trackID) = 0;
 };
 
 }  // namespace zaffo::media

@@ -27,11 +27,10 @@ class FrameFinder::Arrival {
   bool arrived_ ZAFFO_GUARDED_BY(arrivalMutex_) = false;
 };
 
-std::unique_ptr<FrameFinder> FrameFinder::open(std::unique_ptr<SampleCursor> cursor,
-                                               NSErrorPtr* error) {
-  std::unique_ptr<VideoDecoder> decoder = VideoDecoder::open(cursor->codecParameters(), error);
-  if (!decoder) return nullptr;
-  return std::unique_ptr<FrameFinder>(new FrameFinder(std::move(cursor), std::move(decoder)));
+Result<std::unique_ptr<FrameFinder>> FrameFinder::open(std::unique_ptr<SampleCursor> cursor) {
+  auto decoder = VideoDecoder::open(cursor->codecParameters());
+  if (!decoder) return decoder.error();
+  return std::unique_ptr<FrameFinder>(new FrameFinder(std::move(cursor), *std::move(decoder)));
 }
 
 FrameFinder::FrameFinder(std::unique_ptr<SampleCursor> cursor,
@@ -44,11 +43,11 @@ FrameFinder::FrameFinder(std::unique_ptr<SampleCursor> cursor,
 
 FrameFinder::~FrameFinder() = default;
 
-std::optional<VideoFrame> FrameFinder::frameAt(CMTime time, NSErrorPtr* error) {
+Result<VideoFrame> FrameFinder::frameAt(CMTime time) {
   const std::optional<CMTime> target = presentationAt(time);
   std::optional<VideoFrame> frame = target ? decodeTo(*target) : std::nullopt;
-  if (!frame) setError(error, failure());
-  return frame;
+  if (!frame) return failure();
+  return *std::move(frame);
 }
 
 Outcome FrameFinder::next(Sample& sample) {

@@ -16,15 +16,14 @@ namespace zaffo::media {
 /// Thread: one at a time.
 class FrameFinder {
  public:
-  /// Null with `error` set when there is no decoder for the track.
-  [[nodiscard]] static std::unique_ptr<FrameFinder> open(std::unique_ptr<SampleCursor> cursor,
-                                                         NSErrorPtr* error);
+  /// Fails when there is no decoder for the track.
+  static Result<std::unique_ptr<FrameFinder>> open(std::unique_ptr<SampleCursor> cursor);
   ~FrameFinder();
 
-  /// Decodes the frame shown at `time`; nothing with `error` set when none can be decoded. A
-  /// damaged frame is replaced by the last one before it that is not, or by one after it that was
-  /// decoded on the way when there is none.
-  [[nodiscard]] std::optional<VideoFrame> frameAt(CMTime time, NSErrorPtr* error);
+  /// Decodes the frame shown at `time`; fails when none can be decoded. A damaged frame is replaced
+  /// by the last one before it that is not, or by one after it that was decoded on the way when
+  /// there is none.
+  Result<VideoFrame> frameAt(CMTime time);
 
  private:
   class Arrival;

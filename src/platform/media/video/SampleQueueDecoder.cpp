@@ -205,11 +205,17 @@ bool SampleQueueDecoder::hasFormatOf(const QueuedSample& next) const {
 
 bool SampleQueueDecoder::open() {
   const AVCodecParameters* parameters = codecParametersOf(*format_);
-  NSErrorPtr error;
-  if (parameters) decoder_ = VideoDecoder::open(*parameters, &error);
-  if (decoder_) return true;
-  error_ = error ? error : makeError(AVErrorDecoderNotFound, "The samples are of no known format.");
-  return false;
+  if (!parameters) {
+    error_ = makeError(AVErrorDecoderNotFound, "The samples are of no known format.");
+    return false;
+  }
+  auto decoder = VideoDecoder::open(*parameters);
+  if (!decoder) {
+    error_ = decoder.error();
+    return false;
+  }
+  decoder_ = *std::move(decoder);
+  return true;
 }
 
 Outcome SampleQueueDecoder::send(const QueuedSample& next) {

@@ -270,12 +270,12 @@ void VideoTrack::resumeAfter(const VideoFrame& frame) {
 }
 
 bool VideoTrack::openCursor() {
-  NSErrorPtr error;
-  cursor_ = source_->openCursor(trackID_, &error);
-  if (!cursor_) {
-    error_ = error;
+  auto cursor = source_->openCursor(trackID_);
+  if (!cursor) {
+    error_ = cursor.error();
     return false;
   }
+  cursor_ = *std::move(cursor);
   if (readyHandler_) cursor_->setReadyHandler(readyHandler_);
   return true;
 }
@@ -300,17 +300,19 @@ bool VideoTrack::prepareDecoderAt(CMTime time) {
 }
 
 bool VideoTrack::openOrResetDecoder() {
-  NSErrorPtr error;
   if (decoder_) {
     decoder_->reset();
     if (decoder_->adoptParameters(cursor_->codecParameters())) return true;
-    error = decoder_->error();
-  } else {
-    decoder_ = VideoDecoder::open(cursor_->codecParameters(), &error);
-    if (decoder_) return true;
+    error_ = decoder_->error();
+    return false;
   }
-  error_ = error;
-  return false;
+  auto decoder = VideoDecoder::open(cursor_->codecParameters());
+  if (!decoder) {
+    error_ = decoder.error();
+    return false;
+  }
+  decoder_ = *std::move(decoder);
+  return true;
 }
 
 Outcome VideoTrack::fail(NSErrorPtr error) {

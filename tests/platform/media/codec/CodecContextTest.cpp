@@ -1,3 +1,4 @@
+#include "platform/foundation/MakeError.h"
 #include "platform/media/FFmpegError.h"
 #include "platform/media/codec/CodecContext.h"
 
@@ -17,9 +18,7 @@ CodecParametersPtr video(AVCodecID codec, int width, int height) {
 
 /// The code of the error; 0 when it opens.
 long openError(const AVCodecParameters& parameters) {
-  NSErrorPtr error;
-  const CodecContextPtr context = openCodec(parameters, 1, &error);
-  EXPECT_EQ(context == nullptr, error != nullptr);
+  const NSErrorPtr error = openCodec(parameters, 1).error();
   if (!error) return 0;
   EXPECT_EQ(error->domain(), AVFoundationErrorDomain);
   EXPECT_FALSE(error->localizedDescription().empty());
@@ -27,9 +26,9 @@ long openError(const AVCodecParameters& parameters) {
 }
 
 TEST(CodecContext, OpensWithAsManyThreadsAsAskedFor) {
-  NSErrorPtr error;
-  const CodecContextPtr context = openCodec(*video(AV_CODEC_ID_H264, 64, 48), 2, &error);
-  ASSERT_TRUE(context);
+  const auto opened = openCodec(*video(AV_CODEC_ID_H264, 64, 48), 2);
+  ASSERT_TRUE(opened);
+  const CodecContextPtr& context = *opened;
   EXPECT_EQ(context->thread_count, 2);
   EXPECT_EQ(context->width, 64);
   EXPECT_EQ(context->codec_id, AV_CODEC_ID_H264);
@@ -77,8 +76,7 @@ TEST(CodecContext, WhatTheDecoderSaidLiesBeneathTheError) {
   CodecParametersPtr parameters(avcodec_parameters_alloc());
   parameters->codec_type = AVMEDIA_TYPE_AUDIO;
   parameters->codec_id = AV_CODEC_ID_VORBIS;  // which cannot be opened without its headers
-  NSErrorPtr error;
-  EXPECT_EQ(openCodec(*parameters, 1, &error), nullptr);
+  const NSErrorPtr error = openCodec(*parameters, 1).error();
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code(), AVErrorDecoderNotFound);
   ASSERT_TRUE(error->underlyingError());

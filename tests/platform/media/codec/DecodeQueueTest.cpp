@@ -12,10 +12,9 @@ namespace zaffo::media {
 namespace {
 
 CodecContextPtr openFor(const Encoded& encoded) {
-  NSErrorPtr error;
-  CodecContextPtr context = openCodec(*encoded.parameters, 1, &error);
+  auto context = openCodec(*encoded.parameters, 1);
   EXPECT_TRUE(context);
-  return context;
+  return std::move(context).valueOr(nullptr);
 }
 
 int numberOf(const AVFrame& frame) {

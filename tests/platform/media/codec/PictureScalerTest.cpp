@@ -7,6 +7,8 @@
 #include <memory>
 #include <vector>
 
+#include "platform/foundation/AVError.h"
+
 namespace zaffo::media {
 namespace {
 
@@ -40,10 +42,9 @@ void expectColour(const CGImage& image, std::array<int, 3> expected) {
 }
 
 CGImagePtr scaled(const CVPixelBuffer& buffer, int width, int height) {
-  NSErrorPtr error;
-  CGImagePtr image = makeImage(buffer, width, height, &error);
+  auto image = makeImage(buffer, width, height);
   EXPECT_TRUE(image);
-  return image;
+  return std::move(image).valueOr(nullptr);
 }
 
 TEST(PictureScaler, MakesAStillOfTheSizeAskedFor) {
@@ -99,8 +100,7 @@ TEST(PictureScaler, ShowsTheCleanApertureAlone) {
 TEST(PictureScaler, ThereIsNoStillWithoutASize) {
   const auto picture = evenPicture(16, 128, 128, CVColorMatrix::BT601, CVColorRange::Limited);
   for (const auto& [width, height] : {std::pair{0, 8}, std::pair{8, 0}, std::pair{-1, 8}}) {
-    NSErrorPtr error;
-    EXPECT_EQ(makeImage(*picture, width, height, &error), nullptr);
+    const NSErrorPtr error = makeImage(*picture, width, height).error();
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code(), AVErrorNoImageAtTime);
   }

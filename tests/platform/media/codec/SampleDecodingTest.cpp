@@ -14,8 +14,7 @@ namespace {
 class SampleDecodingTest : public testing::Test {
  protected:
   [[nodiscard]] CodecContextPtr open() {
-    NSErrorPtr error;
-    return openCodec(*encoded_.parameters, 1, &error);
+    return openCodec(*encoded_.parameters, 1).valueOr(nullptr);
   }
   /// The times of the samples whose pictures can be received.
   std::vector<CMTime> receiveAll() {

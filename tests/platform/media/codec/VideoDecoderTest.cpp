@@ -1,5 +1,6 @@
 #include "platform/media/codec/VideoDecoder.h"
 
+#include "platform/foundation/AVError.h"
 #include "platform/media/Decoding.h"
 
 namespace zaffo::media {
@@ -250,8 +251,7 @@ TEST(VideoDecoder, RefusesCodecsThatAreNotOnTheListAndSizesBeyondTheLimit) {
   for (const char* name : {"refused_codec.mp4", "unknown_codec.mp4", "absurd_size.mp4"}) {
     const auto source = openClip(clip(name));
     const auto cursor = openTrack(*source, AVMediaTypeVideo);
-    NSErrorPtr error;
-    EXPECT_FALSE(VideoDecoder::open(cursor->codecParameters(), &error)) << name;
+    const NSErrorPtr error = VideoDecoder::open(cursor->codecParameters()).error();
     ASSERT_TRUE(error) << name;
     EXPECT_EQ(error->domain(), AVFoundationErrorDomain);
     EXPECT_EQ(error->code(), AVErrorDecoderNotFound);

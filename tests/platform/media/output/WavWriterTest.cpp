@@ -17,10 +17,9 @@ class WavWriterTest : public testing::Test {
   ~WavWriterTest() override { std::filesystem::remove(path); }
 
   std::unique_ptr<WavWriter> create(uint64_t largestRiff = WavWriter::kLargestRiff) {
-    NSErrorPtr error;
-    auto writer = WavWriter::create(path, 48000, error, largestRiff);
-    EXPECT_EQ(error, nullptr);
-    return writer;
+    auto writer = WavWriter::create(path, 48000, largestRiff);
+    EXPECT_EQ(writer.error(), nullptr);
+    return std::move(writer).valueOr(nullptr);
   }
   std::string bytes() const {
     std::ifstream file(path, std::ios::binary);
@@ -98,8 +97,7 @@ TEST_F(WavWriterTest, AppendsSilence) {
 }
 
 TEST_F(WavWriterTest, SaysWhyAFileCannotBeWritten) {
-  NSErrorPtr error;
-  EXPECT_EQ(WavWriter::create("/nowhere/at/all.wav", 48000, error), nullptr);
+  const NSErrorPtr error = WavWriter::create("/nowhere/at/all.wav", 48000).error();
   ASSERT_NE(error, nullptr);
   EXPECT_NE(error->localizedDescription().find("/nowhere/at/all.wav"), std::string::npos);
   EXPECT_EQ(error->domain(), "NSPOSIXErrorDomain");
@@ -108,8 +106,7 @@ TEST_F(WavWriterTest, SaysWhyAFileCannotBeWritten) {
 
 TEST_F(WavWriterTest, StopsCleanlyWhenTheDiskIsFull) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "needs /dev/full";
-  NSErrorPtr error;
-  EXPECT_EQ(WavWriter::create("/dev/full", 48000, error), nullptr);
+  const NSErrorPtr error = WavWriter::create("/dev/full", 48000).error();
   ASSERT_NE(error, nullptr);
   EXPECT_EQ(error->code(), ENOSPC);
 }

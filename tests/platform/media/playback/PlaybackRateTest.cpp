@@ -39,8 +39,7 @@ class PlaybackRateTest : public testing::Test {
         media_[at] = media_[at + 1] = 0.5f * static_cast<float>(std::sin(phase));
       }
     }
-    NSErrorPtr error;
-    WavWriter::create(path_, kRate, error)->append(media_);
+    WavWriter::create(path_, kRate).valueOr(nullptr)->append(media_);
     playback_ = Playback::create(openClip(path_), output_, {});
     time_.settle();
   }

@@ -208,9 +208,9 @@ class TwoLanguages final : public SampleSource {
     return tracks_;
   }
   [[nodiscard]] CMTime duration() const override { return inner_->duration(); }
-  [[nodiscard]] std::unique_ptr<SampleCursor> openCursor(int, NSErrorPtr* error) override {
+  Result<std::unique_ptr<SampleCursor>> openCursor(int) override {
     ++opened;
-    return inner_->openCursor(kTrackA, error);
+    return inner_->openCursor(kTrackA);
   }
   int opened = 0;
 

@@ -2,6 +2,7 @@
 
 #include <random>
 
+#include "platform/foundation/AVError.h"
 #include "platform/media/source/Composing.h"
 
 namespace zaffo::media {
@@ -183,9 +184,9 @@ class CountingSource : public SampleSource {
     return tracks_;
   }
   CMTime duration() const override { return source_->duration(); }
-  std::unique_ptr<SampleCursor> openCursor(int trackID, NSErrorPtr* error) override {
+  Result<std::unique_ptr<SampleCursor>> openCursor(int trackID) override {
     ++opened;
-    return source_->openCursor(trackID, error);
+    return source_->openCursor(trackID);
   }
   /// Tracks that lead to `self`.
   static std::shared_ptr<CountingSource> of(std::shared_ptr<SampleSource> source) {
@@ -255,8 +256,7 @@ TEST(CompositionCursor, EmptyTracksAndUnknownOnesAreErrors) {
   const auto composition = compose({{nullptr, range(0, 100)}}, AVMediaTypeVideo);
   EXPECT_TRUE(composition->tracks().empty());
   EXPECT_EQ(composition->duration(), at(100));
-  NSErrorPtr error;
-  EXPECT_FALSE(composition->openCursor(1, &error));
+  const NSErrorPtr error = composition->openCursor(1).error();
   ASSERT_TRUE(error);
   EXPECT_EQ(error->domain(), AVFoundationErrorDomain);
 }

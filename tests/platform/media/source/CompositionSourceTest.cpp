@@ -102,8 +102,7 @@ TEST_F(CompositionSourceTest, ItsSoundTracksAreHeardTogether) {
 
 TEST_F(CompositionSourceTest, GivesTheSamplesOfASegmentAtItsPlace) {
   const auto source = compose({trackOf(1, {gap(range(0, 2)), cut(range(2, 4))})});
-  NSErrorPtr error;
-  const auto cursor = source->openCursor(1, &error);
+  const auto cursor = source->openCursor(1).valueOr(nullptr);
   ASSERT_TRUE(cursor);
   ASSERT_TRUE(cursor->seek(kCMTimeZero));
   std::vector<CMTime> times;
@@ -114,9 +113,7 @@ TEST_F(CompositionSourceTest, GivesTheSamplesOfASegmentAtItsPlace) {
 
 TEST_F(CompositionSourceTest, ATrackThatItDoesNotHaveCannotBeRead) {
   const auto source = compose({trackOf(1, {cut(range(0, 1))})});
-  NSErrorPtr error;
-  EXPECT_EQ(source->openCursor(2, &error), nullptr);
-  EXPECT_TRUE(error);
+  EXPECT_TRUE(source->openCursor(2).error());
 }
 
 }  // namespace

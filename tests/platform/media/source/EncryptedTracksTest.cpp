@@ -55,9 +55,9 @@ class EncryptedTracksTest : public testing::Test {
 
  private:
   static std::vector<int> ofFile(const std::string& path) {
-    const auto file = LocalFile::open(path, nullptr);
+    const auto file = LocalFile::open(path);
     EXPECT_TRUE(file) << path;
-    return file ? encryptedTracks(*file) : std::vector<int>();
+    return file ? encryptedTracks(**file) : std::vector<int>();
   }
 
   const std::string path_ = testing::TempDir() + "EncryptedTracks" + std::to_string(getpid());

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "fast/DamagedClip.h"
+#include "platform/foundation/AVError.h"
 #include "platform/media/Decoding.h"
 
 namespace zaffo::media {

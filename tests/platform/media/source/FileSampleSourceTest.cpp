@@ -15,9 +15,7 @@ using test::clip;
 using test::frameNumber;
 
 NSErrorPtr refusalOf(const std::string& path) {
-  NSErrorPtr error;
-  EXPECT_FALSE(FileSampleSource::open(path, &error)) << path;
-  return error;
+  return FileSampleSource::open(path).error();
 }
 
 void expectRefused(const std::string& path, AVError code, const std::string& text) {
@@ -147,9 +145,7 @@ TEST(FileSampleSource, ItsTracksNameItAndDoNotKeepIt) {
 
 TEST(FileSampleSource, RefusesATrackThatItHasNot) {
   const auto source = openClip(clip("video_only.mp4"));
-  NSErrorPtr error;
-  EXPECT_FALSE(source->openCursor(7, &error));
-  EXPECT_TRUE(error);
+  EXPECT_TRUE(source->openCursor(7).error());
 }
 
 TEST(FileSampleSource, AMissingFileIsAnErrorThatNamesIt) {

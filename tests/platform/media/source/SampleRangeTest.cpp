@@ -12,8 +12,12 @@ namespace {
 class SampleRangeTest : public testing::Test {
  protected:
   [[nodiscard]] std::unique_ptr<SampleRange> open(CMTime start, CMTime end) {
-    return SampleRange::open(source_, *source_.tracks().front(),
-                             {start, CMTIME_IS_NUMERIC(end) ? end - start : end}, &error_);
+    return openRange({start, CMTIME_IS_NUMERIC(end) ? end - start : end});
+  }
+  [[nodiscard]] std::unique_ptr<SampleRange> openRange(CMTimeRange range) {
+    auto opened = SampleRange::open(source_, *source_.tracks().front(), range);
+    error_ = opened.error();
+    return std::move(opened).valueOr(nullptr);
   }
   [[nodiscard]] std::unique_ptr<SampleRange> openFrom(CMTime start) {
     return open(start, kCMTimePositiveInfinity);
@@ -208,8 +212,7 @@ TEST_F(SampleRangeTest, HoldsNothingBeyondTheTrackOrWithoutLengthAndOpensNoCurso
                                         {kCMTimePositiveInfinity, kCMTimePositiveInfinity},
                                         {CMTimeMake(1, 1), kCMTimeZero},
                                         {CMTimeMake(1, 1), CMTimeMake(-1, 1)}}) {
-    const auto range =
-        SampleRange::open(source_, *source_.tracks().front(), {start, duration}, &error_);
+    const auto range = openRange({start, duration});
     ASSERT_TRUE(range);
     EXPECT_EQ(next(*range, Outcome::End), std::nullopt) << CMTimeDescription(start);
   }
@@ -223,8 +226,7 @@ TEST_F(SampleRangeTest, ATimeThatIsNoNumberStandsForTheBeginningOrTheEnd) {
       script().steps.clear();
       script().add(-1, 0);
       script().add(30, 30);
-      const auto range =
-          SampleRange::open(source_, *source_.tracks().front(), {start, duration}, &error_);
+      const auto range = openRange({start, duration});
       ASSERT_TRUE(range);
       EXPECT_EQ(rest(*range), (std::vector{0, 30}))
           << CMTimeDescription(start) << CMTimeDescription(duration);
@@ -237,7 +239,6 @@ TEST_F(SampleRangeTest, TellsWhyTheStartCannotBeRead) {
   script().refusesSeeks = true;
   EXPECT_EQ(openFrom(CMTimeMake(1, 1)), nullptr);
   EXPECT_NE(error_, nullptr);
-  error_ = nullptr;
   source_.refusal = makeError(AVErrorUnknown, "refused");
   EXPECT_EQ(openFrom(kCMTimeZero), nullptr);
   EXPECT_EQ(error_, source_.refusal);

@@ -25,13 +25,14 @@ class FrameFinderTest : public testing::Test {
                              .parameters = std::move(encoded_.parameters),
                              .samples = std::move(encoded_.samples),
                              .formats = {}});
-    finder_ = FrameFinder::open(source_->openCursor(trackID_, nullptr), &error_);
+    auto opened = FrameFinder::open(source_->openCursor(trackID_).valueOr(nullptr));
+    error_ = opened.error();
+    finder_ = std::move(opened).valueOr(nullptr);
   }
   /// The number of the frame found; nothing when there is none.
   std::optional<int> find(CMTime time) {
-    error_ = nullptr;
-    const std::optional<VideoFrame> frame = finder_->frameAt(time, &error_);
-    EXPECT_EQ(frame.has_value(), error_ == nullptr);
+    const Result<VideoFrame> frame = finder_->frameAt(time);
+    error_ = frame.error();
     return frame ? pictureNumber(frame->buffer) : std::nullopt;
   }
   static void damage(Sample& sample) {
