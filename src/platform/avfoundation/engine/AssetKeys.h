@@ -8,8 +8,8 @@
 
 namespace zaffo {
 
-/// Sees to it that the keys of an asset are loaded, waiting for them when they are not: not for the
-/// main thread, unless it knows that they are. Why one is not loaded, or null.
+/// Makes sure that the keys of an asset are loaded, and waits for those that are not: not to be
+/// called on the main thread unless they are. Returns why one is not loaded, or null.
 [[nodiscard]] NSErrorPtr loadKeysAndWait(AVAsset& asset, const std::vector<std::string>& keys);
 
 }  // namespace zaffo

@@ -8,7 +8,7 @@
 
 namespace zaffo {
 
-/// How a reader stands, told by it and by its outputs. Thread: any.
+/// The status of a reader, as it and its outputs report it. Thread: any.
 class AssetReading {
  public:
   [[nodiscard]] AVAssetReaderStatus status() const;
@@ -18,7 +18,7 @@ class AssetReading {
   [[nodiscard]] bool begin(std::size_t outputs);
   /// An output has given all its samples: after the last one the reader is Completed.
   void endOutput();
-  /// These change what is Unknown or Reading and nothing else.
+  /// Both take effect while the status is Unknown or Reading only.
   void fail(NSErrorPtr error);
   void cancel();
 

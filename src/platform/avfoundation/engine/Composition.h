@@ -9,8 +9,8 @@
 
 namespace zaffo {
 
-/// What compositions, those that change and those that do not, have in common: everything is known
-/// at once, and handlers are called all the same.
+/// What mutable and fixed compositions have in common: every key is loaded from the start, and
+/// handlers that wait for one are called all the same.
 class LoadedComposition {
  public:
   static void callLater(std::function<void()> handler);
@@ -43,8 +43,8 @@ class FixedComposition final : public AVAsset,
   const Tracks tracks_;
 };
 
-/// The platform's own AVMutableComposition: its tracks, and what they come to, worked out when it
-/// is asked for and kept until a track changes.
+/// The platform's own AVMutableComposition: its tracks, and a fixed composition of them that is
+/// made when it is first needed and kept until a track changes.
 class Composition final : public AVMutableComposition {
  public:
   std::shared_ptr<AVMutableCompositionTrack> addMutableTrackWithMediaType(

@@ -12,8 +12,8 @@ namespace zaffo {
 
 /// The status of a display layer as its observers know it. Each change is told once, one after the
 /// other, and the first no earlier than a whole turn of the main queue after the layer's first
-/// sample: whoever makes a layer, gives it samples and sets who is to hear of it in the next block
-/// of the main queue misses nothing, however soon it fails. Thread: any.
+/// sample: a client that makes a layer, enqueues samples and adds its observer in the next block of
+/// the main queue misses nothing, however soon the layer fails. Thread: any.
 class LayerStatus : public std::enable_shared_from_this<LayerStatus> {
  public:
   using Status = AVQueuedSampleBufferRenderingStatus;

@@ -4,8 +4,8 @@
 
 namespace zaffo {
 
-/// Where and how a layer shows a picture: upright after `preferredTransform`, in its own aspect or
-/// not as `gravity` says, in `bounds`. The buffer is not null.
+/// Where and how a layer shows a picture: turned upright by `preferredTransform` and fitted into
+/// `bounds` as `gravity` says. The buffer is not null.
 [[nodiscard]] LayerPicture placePicture(CVPixelBufferPtr buffer,
                                         CGAffineTransform preferredTransform, CGRect bounds,
                                         AVLayerVideoGravity gravity);

@@ -10,7 +10,7 @@
 
 namespace zaffo {
 
-/// The pictures of a player through the items it is given. Thread: any.
+/// The pictures of a player, from one item to the next. Thread: any.
 class PlayerVideoOutput final : public media::VideoOutput,
                                 public std::enable_shared_from_this<PlayerVideoOutput> {
  public:

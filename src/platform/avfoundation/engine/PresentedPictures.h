@@ -9,7 +9,7 @@
 
 namespace zaffo {
 
-/// What became of the pictures that a layer gave to be drawn. Thread: main; count() and
+/// Counts the pictures of a layer that reached the screen. Thread: main; count() and
 /// firstHostTime() any.
 class PresentedPictures {
  public:
@@ -19,7 +19,7 @@ class PresentedPictures {
     given_ = buffer;
   }
 
-  /// `buffer` was put on screen. A late word of another one than was given last does not count.
+  /// `buffer` was put on screen. A late report of any but the one given last does not count.
   void notePresented(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) {
     assertMainThread();
     if (!buffer || buffer != given_.lock() || buffer == presented_.lock()) return;

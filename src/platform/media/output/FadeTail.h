@@ -9,7 +9,7 @@ namespace zaffo::media {
 /// Length of every fade that keeps a cut in a waveform from clicking: 5 ms at 48 kHz.
 inline constexpr int kFadeFrames = 240;
 
-/// What still sounds of something that was cut off: a few milliseconds that run down to silence.
+/// The tail of a sound that was cut off: a few milliseconds that fade to silence.
 /// Render side only; allocates nothing.
 class FadeTail {
  public:

@@ -29,7 +29,7 @@ class InputChannel {
   // Any thread.
   void stop();
   void setVolume(float volume);
-  /// Whether nothing sounds or will, as of the last render.
+  /// Whether it was silent at the last render and stays so until it is restarted.
   [[nodiscard]] bool silent() const;
 
   // Render side: one thread at a time.

@@ -9,8 +9,8 @@ namespace zaffo::media {
 
 class AudioOutputEngine;
 
-/// The AudioInput that the engine hands out: a channel, and a word to the engine when something
-/// starts to sound or goes.
+/// The AudioInput that the engine hands out: a channel that tells the engine when it is about to
+/// sound and when it goes away.
 class MixedInput final : public AudioInput {
  public:
   MixedInput(std::shared_ptr<AudioMixer> mixer, std::shared_ptr<InputChannel> channel,

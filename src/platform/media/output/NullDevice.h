@@ -11,14 +11,14 @@
 
 namespace zaffo::media {
 
-/// Renders in step with the output's clock and plays it nowhere: every period up to one period
-/// beyond the present time, exactly, and nothing at all while it is stopped.
+/// Renders in step with the output's clock and throws the result away: always up to one period
+/// ahead of the present time, and nothing at all while it is stopped.
 /// Thread: the control queue, which must be serial; it may be destroyed, and stops then, on any.
 class NullDevice {
  public:
   static constexpr int64_t kPeriodNanoseconds = 20'000'000;
-  /// An interval for when nobody hears or records what is rendered: it can wait, and be done at
-  /// once.
+  /// An interval for when nobody hears or records what is rendered: it can wait and be done in
+  /// larger pieces.
   static constexpr int64_t kUnheardInterval = 5 * kPeriodNanoseconds;
   static constexpr RenderGate::Owner kOwner = 1;
 

@@ -6,8 +6,9 @@
 
 namespace zaffo::media {
 
-/// Who may render, one at a time: devices come and go on threads of their own, and two must never
-/// mix the same frames. The render side only ever tries; the control side hands the right on.
+/// Decides who may render, one at a time: devices come and go on threads of their own, and no two
+/// may mix the same frames. The render side only tries to enter; the control side passes the right
+/// on.
 class RenderGate {
  public:
   using Owner = uint32_t;  ///< below 2^24

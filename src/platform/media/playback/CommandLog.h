@@ -6,9 +6,9 @@
 
 namespace zaffo::media {
 
-/// The commands that an owner gives a playback, by number: those given on any thread, and those
-/// begun on the playback's queue. So the queue knows whether a newer seek makes its work useless,
-/// and the owner, which hears of an event later, whether it has given a command since. Thread: any.
+/// Numbers the commands that an owner gives a playback, and notes which ones its queue has begun.
+/// So the queue knows when a newer seek has made its work useless, and the owner, which learns of
+/// events with a delay, whether it has given another command since. Thread: any.
 class CommandLog {
  public:
   using Number = uint64_t;

@@ -5,7 +5,7 @@
 namespace zaffo::media {
 
 /// When to decode ahead: once hardly any decoded frame waits behind the one on show, until a few
-/// do. In one go the decoder finds its data still in the cache. Thread: one at a time.
+/// do. A decoder that works in bursts finds its data still in the cache. Thread: one at a time.
 class DecodeBurst {
  public:
   static constexpr std::size_t kFewFrames = 1;

@@ -6,15 +6,15 @@
 
 namespace zaffo::media {
 
-/// How far the pictures or the sound of an item have been given out.
+/// How far the pictures or the sound of an item have been read.
 struct DataEnd {
-  bool isOver = false;        ///< all that there is
-  std::optional<CMTime> end;  ///< where they end, as far as that is known
+  bool isOver = false;        ///< to the end
+  std::optional<CMTime> end;  ///< where they end, as far as that is known by now
 };
 
 /// When an item is over: at its duration, or where its data ends if that is earlier or if the
-/// container does not tell. Nothing while that is not known, or when nothing will ever tell. An
-/// item without pictures, or without sound, has no end of them.
+/// container gives no duration. None while that is not known yet, or if it never will be.
+/// `pictures` and `sound` are none for an item that has none.
 [[nodiscard]] std::optional<CMTime> endOfItem(CMTime duration,
                                               const std::optional<DataEnd>& pictures,
                                               const std::optional<DataEnd>& sound);

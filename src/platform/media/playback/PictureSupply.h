@@ -26,32 +26,34 @@ class PictureSupply {
   /// Called, on any thread, when the source has something again. Set before the first search.
   void setReadyHandler(const std::function<void()>& handler);
 
-  /// Forgets what waits behind the frame on show, and searches for another to go on from.
+  /// Forgets the frames that wait behind the one on show, and begins to look for the frame to go on
+  /// from.
   void beginSearch(const SeekRequest& seek);
   /// Ready when it is found; Again while the source has nothing yet, which the ready handler will
   /// tell. End or Error when there is no such frame: error() may tell why.
   [[nodiscard]] Outcome stepSearch();
   /// The presentation of what was found; invalid where there are no pictures.
   [[nodiscard]] CMTime foundTime() const { return found_.presentation; }
-  /// Shows what was found, for a playback at `position`.
+  /// Shows what was found. The playback stands at `position` then.
   void showFound(CMTime position);
 
-  /// Decodes one frame if it is time to: between two frames the queue looks at what else is due.
-  /// `now`: the time to be shown. Ends early once `isSuperseded`, which is asked again and again.
+  /// Decodes one frame if it is time to, so that the caller can see to other things between two.
+  /// `now` is the time that should be on show. Asks `isSuperseded` before each step, and stops when
+  /// it is.
   void decodeAhead(CMTime now, const std::function<bool()>& isSuperseded);
-  /// Whether decodeAhead() has more to do at once.
+  /// Whether decodeAhead() is to be called again at once.
   [[nodiscard]] bool isBusy() const { return burst_.isOn() && !waits_; }
-  /// The time at which it has more to do otherwise, if ever.
+  /// The media time at which it is to be called again otherwise, if that is known.
   [[nodiscard]] std::optional<CMTime> nextWake() const;
 
-  /// How far they have been decoded; nothing where there are none.
+  /// How far they have been decoded; none where there are no pictures.
   [[nodiscard]] std::optional<DataEnd> end() const;
   /// Until when the last frame is shown if none follows.
   [[nodiscard]] CMTime endOfLastFrame() const { return endOfLast_; }
-  /// Why no more can be decoded; null when all is well.
+  /// Why no more frames can be decoded; null while all is well.
   [[nodiscard]] const NSErrorPtr& error() const { return error_; }
 
-  /// Standing still: lets go of what can be had again quickly.
+  /// For a playback that stands still: lets go of the decoder if it is quickly had again.
   void rest();
   /// Lets go of everything; nothing is on show any more.
   void close();

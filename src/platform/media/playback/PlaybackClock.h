@@ -9,9 +9,9 @@
 
 namespace zaffo::media {
 
-/// Where a playback is on its time line: it stands at a place, or runs from one at a rate. A start
-/// may lie a little ahead, when its sound will be heard; until then the position is the place that
-/// it starts from.
+/// Where a playback is on its time line: it stands still at a time, or runs from one at a rate. A
+/// start may lie a little ahead, at the instant its sound will be heard; until then the position is
+/// the time it starts from.
 ///
 /// Told the host time (TimeSource, nanoseconds), never asks for it. Thread: any for positionAt()
 /// and what is const, one at a time for the rest.
@@ -20,21 +20,22 @@ class PlaybackClock {
   /// Stands at zero. Positions lie within `duration`, if that is known.
   explicit PlaybackClock(CMTime duration);
 
-  /// The nearest place to `time` that there is.
+  /// `time`, or the end of the item that it lies beyond.
   [[nodiscard]] CMTime clamped(CMTime time) const;
-  /// The position to be told.
+  /// The position of the playback, as its clients are told.
   [[nodiscard]] CMTime positionAt(int64_t host) const;
-  /// The time by the line alone: short of the position before a start, perhaps beyond the end.
+  /// The time of the timebase: behind the position until a start is heard, and perhaps beyond the
+  /// end of the item.
   [[nodiscard]] CMTime timeAt(int64_t host) const { return timebase_->timeAtHostTime(host); }
 
   /// Stands still at `time`.
   void standAt(CMTime time, int64_t host);
   /// Stands still where it is.
   void stop(int64_t host) { standAt(positionAt(host), host); }
-  /// Runs from its position on, which it leaves at host time `start`.
+  /// Runs from its position, which it leaves at host time `start`.
   void start(double rate, int64_t start, int64_t host);
-  /// Goes on at `rate`. False, and nothing changes, while a start lies ahead: that is to be made
-  /// anew.
+  /// Goes on at `rate`. Returns false and changes nothing while a start lies ahead: the caller
+  /// starts it again instead.
   [[nodiscard]] bool changeRate(double rate, int64_t host);
   /// Runs by `clock` from now on.
   void follow(std::shared_ptr<const CMClock> clock) { timebase_->setMasterClock(std::move(clock)); }

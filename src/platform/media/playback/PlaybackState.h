@@ -14,18 +14,18 @@ namespace zaffo::media {
 ///
 /// A seek leads to Seeking from anywhere, close() to Closed, and from there nothing leads on.
 enum class PlaybackState {
-  Seeking,  ///< looks for the frame of a place; one that was superseded gives way to the next
-  Ready,    ///< stands still with the frame of its position on show; the sound may be on its way
+  Seeking,  ///< looks for the frame of a position, or waits for the seek that supersedes this one
+  Ready,    ///< stands still with the frame of its position on show; the sound may not be there yet
   Running,  ///< the timebase moves
   Ended,    ///< came to a stop by itself
   Failed,   ///< cannot go on from here
   Closed,
 };
 
-/// Whether the drawing has an arrow from one to the other. What is there already may stay.
+/// Whether the drawing has an arrow from `from` to `to`, or lets it stay what it is.
 [[nodiscard]] constexpr bool mayFollow(PlaybackState from, PlaybackState to) {
   using enum PlaybackState;
-  if (from == Closed) return to == Closed;
+  if (from == to || from == Closed) return from == to;
   switch (to) {
     case Seeking:
     case Closed:
@@ -33,9 +33,9 @@ enum class PlaybackState {
     case Ready:
       return from == Seeking || from == Running;
     case Running:
-      return from == Ready || from == Running;
+      return from == Ready;
     case Ended:
-      return from == Running || from == Ended;
+      return from == Running;
     case Failed:
       return from != Running;
   }

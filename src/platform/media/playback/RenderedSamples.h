@@ -10,7 +10,7 @@
 
 namespace zaffo::media {
 
-/// How a renderer stands with the samples it was given.
+/// What became of the samples that a renderer was given.
 ///
 ///              enqueue                 nothing can be decoded
 ///     Unknown ─────────▶ Rendering ───────────────────────────▶ Failed
@@ -18,9 +18,10 @@ namespace zaffo::media {
 ///        └─────────────────── flush, picture removed ──────────────┘
 enum class RendererStatus { Unknown, Rendering, Failed };
 
-/// The samples that a renderer was given since the last flush, what is shown of them, and how they
-/// fare. All three change together, so that nothing is ever shown or told of samples that were
-/// flushed: whoever decodes names the generation (SampleQueue) that a picture or a failure is of.
+/// The samples that a renderer was given since the last flush, the pictures of them, and their
+/// status. All three change together, so that nothing is ever shown of samples that were flushed,
+/// and no failure of theirs told: pictures and failures come with the generation (see SampleQueue)
+/// that they belong to.
 /// Thread: any; one at a time for enqueue() and flush().
 class RenderedSamples {
  public:
@@ -42,10 +43,11 @@ class RenderedSamples {
     SampleQueue::Held held;  ///< to be let go of where that takes no one's time
     bool recovers = false;   ///< the status is Unknown again
   };
-  /// Begins a generation. A picture that is kept is a mere picture from now on, due at no time.
+  /// Begins a generation. A picture that is kept has no presentation time any more.
   [[nodiscard]] Flushed flush(Image image);
 
-  /// Shows `picture`, or has it wait until it is due. Whether another one is on show at `now`.
+  /// Shows `picture`, or queues it until it is due. Returns whether the picture on show at `now`
+  /// changes.
   [[nodiscard]] bool give(SampleQueueDecoder::Picture picture, uint64_t generation, CMTime now);
   /// Forgets what waits behind the picture on show.
   void dropQueued(uint64_t generation);

@@ -7,9 +7,9 @@
 
 namespace zaffo::media {
 
-/// How the time of a renderer's pictures goes by: notices when it goes back, and when a picture is
-/// long in coming. Told all times, those of the host in nanoseconds (TimeSource). Thread: one at a
-/// time.
+/// Keeps an eye on how a renderer's time passes: notices when it goes back, and when a picture is
+/// long overdue. It is told the time, that of the host in nanoseconds (TimeSource). Thread: one at
+/// a time.
 class RendererPace {
  public:
   /// After so long without a picture one that is late is better than none.
@@ -20,7 +20,7 @@ class RendererPace {
     lastTime_ = kCMTimeNegativeInfinity;
     lastPicture_ = host;
   }
-  /// The media is at `time`. Whether it was further on when this was told last.
+  /// The media time is `time` now. Returns whether it was later the last time.
   [[nodiscard]] bool goesBackTo(CMTime time) { return std::exchange(lastTime_, time) > time; }
   /// A picture was given.
   void notePicture(int64_t host) { lastPicture_ = host; }

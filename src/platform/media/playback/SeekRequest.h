@@ -7,16 +7,16 @@
 
 namespace zaffo::media {
 
-/// A request to go to a place: where to, how far from it will do, and who is told how it went. It
-/// ends once, whatever happens: found, or else not, when it fails, when another supersedes it, or
-/// when it is let go of. Thread: one at a time.
+/// A request to seek: where to, how far from there will do, and whom to tell how it went. It ends
+/// exactly once: finished when the frame was found, or else not finished, because there is no such
+/// frame, because a newer seek superseded it, or because it was destroyed. Thread: one at a time.
 class SeekRequest {
  public:
   using Completion = std::function<void(bool finished)>;
 
-  /// To the frame of `target`; a frame within [target - before, target + after] will do as well.
-  /// The sign of a tolerance does not matter; one that is no number is none, unless it is positive
-  /// infinity. `completion` may be empty.
+  /// To the frame shown at `target`, or to any frame within [target - before, target + after]. The
+  /// sign of a tolerance does not matter; of those that are not numeric, positive infinity is
+  /// without limit and all others are zero. `completion` may be empty.
   SeekRequest(CMTime target, CMTime before, CMTime after, Completion completion);
   ~SeekRequest() { end(false); }
   SeekRequest(const SeekRequest&) = delete;
@@ -26,8 +26,9 @@ class SeekRequest {
   [[nodiscard]] CMTime earliest() const { return earliest_; }
   [[nodiscard]] CMTime latest() const { return latest_; }
 
-  /// The position that a frame presented at `presentation` is for: its own time if that will do,
-  /// the target if not, as for a frame that lasts until then or where there is none (invalid).
+  /// Where playback stands with the frame presented at `presentation` on show: at the frame's own
+  /// time if that is near enough, otherwise at the target, as with a frame that began earlier and
+  /// lasts until then. `presentation` is invalid when there is no picture.
   [[nodiscard]] CMTime positionWith(CMTime presentation) const;
 
   /// Calls the completion, unless it was called before.

@@ -30,23 +30,23 @@ class SoundSupply {
   /// Whether there is sound, and none of it can be decoded.
   [[nodiscard]] bool failed() const { return track_ && track_->failed(); }
 
-  /// Starts a clock that stands still, at `rate`, and what was prefilled for its position with it:
-  /// as soon as the sound can be heard, at once where there is none.
+  /// Starts the sound that was prefilled for the position of `clock`, and the clock with it, so
+  /// that it leaves its position when the sound is heard; at once where there is no sound.
   void start(PlaybackClock& clock, double rate, int64_t host);
-  /// The clock runs at another rate: falls silent, and joins in a little later at its place. What
-  /// has gone by when that can be had is left out.
+  /// The clock runs at another rate now: falls silent, and joins in a little later in the right
+  /// place, or further on if that place has gone by before its sound could be decoded.
   void joinAgain(const PlaybackClock& clock, double rate);
-  /// Goes on with joining in, if that waits for the source.
+  /// Joins in now if that had to wait for the source.
   void join();
   void fill();
   void stop();
 
   /// Host time at which fill() has something to do again, if ever.
   [[nodiscard]] std::optional<int64_t> nextFillHostTime() const;
-  /// How far it has been given to the output; nothing where there is none.
+  /// How far it has been given to the output; none where there is no sound.
   [[nodiscard]] std::optional<DataEnd> end() const;
 
-  /// Standing still: lets go of all but what was prefilled.
+  /// For a playback that stands still: lets go of all but what was prefilled.
   void rest();
   /// Lets go of everything.
   void close();

@@ -47,7 +47,7 @@ class PictureSupplyTest : public testing::Test {
 };
 
 TEST_F(PictureSupplyTest, AnItemWithoutPicturesHasFoundAllThereIs) {
-  auto pictures = picturesOf(openClip(test::clip("loop_tone_3_s.mov")));
+  auto pictures = picturesOf(openClip(test::clip("audio_only.m4a")));
   EXPECT_FALSE(pictures.exist());
   pictures.beginSearch(to(1));
   EXPECT_EQ(pictures.stepSearch(), Outcome::Ready);

@@ -83,10 +83,12 @@ class PlaybackFailureTest : public testing::Test {
  protected:
   PlaybackFailureTest() {
     source_->refusal = makeError(AVErrorUnknown, "scripted");
-    playback_ = Playback::create(source_, output_, {.failed = [this](uint64_t command, auto error) {
-                                   EXPECT_EQ(error, source_->refusal);
-                                   commands_.push_back(command);
-                                 }});
+    Playback::Events events;
+    events.failed = [this](uint64_t command, const NSErrorPtr& error) {
+      EXPECT_EQ(error, source_->refusal);
+      commands_.push_back(command);
+    };
+    playback_ = Playback::create(source_, output_, std::move(events));
   }
   ~PlaybackFailureTest() override {
     playback_->close();
