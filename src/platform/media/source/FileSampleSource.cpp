@@ -30,6 +30,7 @@ std::shared_ptr<FileSampleSource> FileSampleSource::open(const std::string& path
   std::shared_ptr<FileSampleSource> source(new FileSampleSource(std::move(file)));
   std::unique_ptr<FileDemuxer> demuxer = source->openDemuxer(error);
   if (!demuxer) return nullptr;
+  demuxer->learnStarts();
   source->describe(*demuxer);
   if (source->tracks_.empty()) {
     setError(error, makeError(AVErrorFileFormatNotRecognized,
