@@ -27,6 +27,16 @@ enum class CVPixelFormat {
 enum class CVColorMatrix { BT601, BT709, BT2020 };
 enum class CVColorRange { Limited, Full };
 
+/// Where a sample of halved chroma lies, along one direction: on the first of the two pixels that
+/// share it, between them, or on the second.
+enum class CVChromaSite { First, Middle, Second };
+
+/// How far from the centre of the first of its two pixels that is, in halves of a pixel. Whatever
+/// interpolates chroma goes by this.
+[[nodiscard]] constexpr int halfPixelsFromFirst(CVChromaSite site) {
+  return site == CVChromaSite::First ? 0 : site == CVChromaSite::Middle ? 1 : 2;
+}
+
 /// One picture by reference: what a decoder made, in the decoder's own format. Immutable and
 /// shared; the memory lives as long as the object. Thread: any.
 struct CVPixelBuffer {
@@ -41,6 +51,8 @@ struct CVPixelBuffer {
   std::array<Plane, 3> planes{};
   CVColorMatrix matrix = CVColorMatrix::BT709;
   CVColorRange range = CVColorRange::Limited;
+  /// What the coded formats mean unless they say otherwise.
+  CVChromaSite chromaSiteX = CVChromaSite::First, chromaSiteY = CVChromaSite::Middle;
 
   /// Clean aperture, in coded pixels: the part that is shown.
   int cropLeft = 0, cropTop = 0, cropWidth = 0, cropHeight = 0;

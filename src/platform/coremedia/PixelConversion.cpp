@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdlib>
 #include <cstring>
 
 #include "platform/coremedia/ColorMatrix.h"
@@ -20,7 +21,7 @@ static_assert(std::endian::native == std::endian::little, "samples of 16 bits ar
 
 constexpr std::size_t kTile = 64;  // pixels
 constexpr std::size_t kChromaTile =
-    kTile / 2 + 16;  // samples: half a tile, the one after, and padding
+    kTile / 2 + 16;  // samples: one before, half a tile, the one after, and padding
 constexpr int kSampleBits = 7;
 constexpr int kMiddle = 128 << kSampleBits;
 
@@ -68,15 +69,21 @@ struct alignas(16) RawSamples {
   std::array<uint16_t, count> ten;
 };
 
-/// `available` samples from `source`, the last one repeated up to the end.
+/// Copies samples of a row from sample `first` on, which may be -1; each is `values` numbers that
+/// lie together. Beyond the row its first or last one is repeated.
 template <typename T, std::size_t count>
-void copyRepeating(std::array<T, count>& to, const uint8_t* source, int available) {
-  if (available >= static_cast<int>(count)) {
-    std::memcpy(to.data(), source, sizeof to);
-    return;
+void copyRepeating(std::array<T, count>& to, const uint8_t* row, int first, int rowLength,
+                   int values) {
+  const int before = std::max(0, -first) * values;
+  const int inside =
+      std::min(static_cast<int>(count) - before, (rowLength - std::max(0, first)) * values);
+  const std::ptrdiff_t start = std::ptrdiff_t{std::max(0, first)} * values;
+  std::memcpy(to.data() + before, row + start * static_cast<std::ptrdiff_t>(sizeof(T)),
+              static_cast<std::size_t>(inside) * sizeof(T));
+  std::copy_n(to.begin() + before, before, to.begin());
+  for (int i = before + inside; i < static_cast<int>(count); ++i) {
+    to[static_cast<std::size_t>(i)] = to[static_cast<std::size_t>(i - values)];
   }
-  std::memcpy(to.data(), source, static_cast<std::size_t>(available) * sizeof(T));
-  std::fill(to.begin() + available, to.end(), to[static_cast<std::size_t>(available - 1)]);
 }
 
 template <std::size_t count>
@@ -100,11 +107,10 @@ template <std::size_t count>
 void load(Samples<count>& to, const uint8_t* row, int first, int rowLength, Depth depth,
           int offset) {
   RawSamples<count> raw;
-  const int available = std::min(static_cast<int>(count), rowLength - first);
   if (depth == Depth::Eight) {
-    copyRepeating(raw.eight, row + first, available);
+    copyRepeating(raw.eight, row, first, rowLength, 1);
   } else {
-    copyRepeating(raw.ten, row + 2 * static_cast<std::ptrdiff_t>(first), available);
+    copyRepeating(raw.ten, row, first, rowLength, 1);
   }
   widen(to, raw, depth, offset);
 }
@@ -118,18 +124,10 @@ struct Chroma {
 template <std::size_t count>
 void loadPairs(Chroma<count>& to, const uint8_t* row, int first, int rowLength, Depth depth) {
   RawSamples<2 * count> raw;
-  const int available = 2 * std::min(static_cast<int>(count), rowLength - first);
-  // Whole pairs are repeated; a tile that is cut short is the last of its row.
-  const auto copy = [&](auto& samples, const uint8_t* source) {
-    copyRepeating(samples, source, available);
-    for (auto i = static_cast<std::size_t>(available); i < 2 * count; ++i) {
-      samples[i] = samples[i - 2];
-    }
-  };
   if (depth == Depth::Eight) {
-    copy(raw.eight, row + 2 * static_cast<std::ptrdiff_t>(first));
+    copyRepeating(raw.eight, row, first, rowLength, 2);
   } else {
-    copy(raw.ten, row + 4 * static_cast<std::ptrdiff_t>(first));
+    copyRepeating(raw.ten, row, first, rowLength, 2);
   }
   Samples<2 * count> pairs;
   widen(pairs, raw, depth, kMiddle);
@@ -144,20 +142,31 @@ int16_t add(int16_t a, int16_t b) {
   return static_cast<int16_t>(a + b);
 }
 
-/// Three quarters of `near` and one of `far`.
-template <std::size_t count>
-void blend(Samples<count>& near, const Samples<count>& far) {
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto difference = static_cast<int16_t>(far[i] - near[i]);
-    near[i] = add(near[i], static_cast<int16_t>(difference >> 2));
-  }
+/// How far a pixel is from the chroma sample that it shares, in quarters of the distance to the
+/// next sample: negative where it lies before its own.
+int quartersFromOwnSample(int pixel, CVChromaSite site) {
+  return 2 * (pixel % 2) - halfPixelsFromFirst(site);
 }
 
-/// Twice the samples, each second one the mean of its neighbours.
-void doubleAcross(Samples<2 * (kChromaTile - 8)>& to, const Samples<kChromaTile>& from) {
-  for (std::size_t i = 0; i < kChromaTile - 8; ++i) {
-    to[2 * i] = from[i];
-    to[2 * i + 1] = static_cast<int16_t>(add(from[i], from[i + 1]) >> 1);
+/// What lies `quarters` (up to two) of the way from `near` to `far`.
+int16_t between(int16_t near, int16_t far, int quarters) {
+  if (quarters == 0) return near;
+  const auto difference = static_cast<int16_t>(far - near);
+  return add(near, static_cast<int16_t>(difference >> (3 - quarters)));
+}
+
+constexpr std::size_t kWideTile = 2 * (kChromaTile - 8);
+
+/// Twice the samples from the second one on, for pixels that lie as far from theirs as `site` says.
+void doubleAcross(Samples<kWideTile>& to, const Samples<kChromaTile>& from, CVChromaSite site) {
+  for (const int pixel : {0, 1}) {
+    const int quarters = quartersFromOwnSample(pixel, site);
+    const std::size_t far = quarters < 0 ? 0 : 2;
+    const int weight = std::abs(quarters);
+    auto* out = to.data() + pixel;
+    for (std::size_t i = 0; i < kWideTile / 2; ++i) {
+      out[2 * i] = between(from[i + 1], from[i + far], weight);
+    }
   }
 }
 
@@ -184,9 +193,9 @@ class Converter {
   void convert(TilePixels& to, int x, int y) {
     load(luma_, row(0, y), x, buffer_.width, layout_.depth, 0);
     if (layout_.halvedAcross) {
-      loadChroma(narrow_, x / 2, y);
-      doubleAcross(wideU_, narrow_.u);
-      doubleAcross(wideV_, narrow_.v);
+      loadChroma(narrow_, x / 2 - 1, y);
+      doubleAcross(wideU_, narrow_.u, buffer_.chromaSiteX);
+      doubleAcross(wideV_, narrow_.v, buffer_.chromaSiteX);
       convertRow(matrix_, luma_.data(), wideU_.data() + x % 2, wideV_.data() + x % 2, to.data(),
                  int{kTile});
     } else {
@@ -210,17 +219,20 @@ class Converter {
     }
   }
 
-  /// `x` in samples of chroma, `y` in rows of pixels.
+  /// `x` in samples of chroma, from -1 on, `y` in rows of pixels.
   template <std::size_t count>
   void loadChroma(Chroma<count>& to, int x, int y) const {
     if (!layout_.halvedDown) return loadChromaRow(to, x, y);
     loadChromaRow(to, x, y / 2);
-    const int far = std::clamp(y % 2 == 0 ? y / 2 - 1 : y / 2 + 1, 0, chromaHeight_ - 1);
-    if (far == y / 2) return;
+    const int quarters = quartersFromOwnSample(y, buffer_.chromaSiteY);
+    const int far = std::clamp(quarters < 0 ? y / 2 - 1 : y / 2 + 1, 0, chromaHeight_ - 1);
+    if (quarters == 0 || far == y / 2) return;
     Chroma<count> other;
     loadChromaRow(other, x, far);
-    blend(to.u, other.u);
-    blend(to.v, other.v);
+    for (std::size_t i = 0; i < count; ++i) {
+      to.u[i] = between(to.u[i], other.u[i], std::abs(quarters));
+      to.v[i] = between(to.v[i], other.v[i], std::abs(quarters));
+    }
   }
 
   const CVPixelBuffer& buffer_;
@@ -231,7 +243,7 @@ class Converter {
   Samples<kTile> luma_{};
   Chroma<kTile> whole_;  // chroma a pixel; stays 0 for a picture without
   Chroma<kChromaTile> narrow_;
-  Samples<2 * (kChromaTile - 8)> wideU_{}, wideV_{};
+  Samples<kWideTile> wideU_{}, wideV_{};
 };
 
 bool hasAperture(const CVPixelBuffer& b) {

@@ -12,10 +12,9 @@ namespace zaffo {
 /// BGRA is copied with its alpha.
 ///
 /// Honours the matrix and the range of the buffer; components are within 1 of what the formula of
-/// the standards gives in exact arithmetic. Chroma that is halved is interpolated linearly, its
-/// samples taken to lie on the left pixel of two horizontally and between two rows vertically, as
-/// the coded formats have it unless they say otherwise. What it needs of the picture beyond the
-/// clean aperture it takes from there; beyond the coded picture it repeats the edge.
+/// the standards gives in exact arithmetic. Chroma that is halved is interpolated linearly from
+/// where the buffer says that its samples lie. What it needs of the picture beyond the clean
+/// aperture it takes from there; beyond the coded picture it repeats the edge.
 ///
 /// Writes nothing when the clean aperture is empty or reaches beyond the coded size, or a plane is
 /// missing. One thread, no allocation; about a nanosecond a pixel. Thread: any.

@@ -120,12 +120,18 @@ struct PictureScaler::Packed {
 void PictureScaler::prepareAxes(const CVPixelBuffer& p, const Stretch& s) {
   const Layout layout = layoutOf(p.format);
   const PixelRect& part = s.part;
-  lumaX_.prepare({p.cropLeft, p.cropWidth, 1, s.width, s.flippedX, part.x, part.width});
-  lumaY_.prepare({p.cropTop, p.cropHeight, 1, s.height, s.flippedY, part.y, part.height});
-  chromaX_.prepare(
-      {p.cropLeft, p.cropWidth, layout.chromaX, s.width, s.flippedX, part.x, part.width});
-  chromaY_.prepare(
-      {p.cropTop, p.cropHeight, layout.chromaY, s.height, s.flippedY, part.y, part.height});
+  const auto across = [&](int subsampling) {
+    return ScaleAxis::Mapping{p.cropLeft, p.cropWidth, subsampling, p.chromaSiteX,
+                              s.width,    s.flippedX,  part.x,      part.width};
+  };
+  const auto down = [&](int subsampling) {
+    return ScaleAxis::Mapping{p.cropTop, p.cropHeight, subsampling, p.chromaSiteY,
+                              s.height,  s.flippedY,   part.y,      part.height};
+  };
+  lumaX_.prepare(across(1));
+  lumaY_.prepare(down(1));
+  chromaX_.prepare(across(layout.chromaX));
+  chromaY_.prepare(down(layout.chromaY));
 }
 
 void PictureScaler::scale(const CVPixelBuffer& p, const Stretch& stretch, const Bitmap& target) {
@@ -165,8 +171,10 @@ void PictureScaler::scale(const CGImage& image, const Stretch& stretch, const Bi
 
 void PictureScaler::scalePacked(const Packed& packed, const Stretch& s, const Bitmap& target) {
   const PixelRect& crop = packed.crop;
-  lumaX_.prepare({crop.x, crop.width, 1, s.width, s.flippedX, s.part.x, s.part.width});
-  lumaY_.prepare({crop.y, crop.height, 1, s.height, s.flippedY, s.part.y, s.part.height});
+  const auto onePerPixel = CVChromaSite::First;
+  lumaX_.prepare({crop.x, crop.width, 1, onePerPixel, s.width, s.flippedX, s.part.x, s.part.width});
+  lumaY_.prepare(
+      {crop.y, crop.height, 1, onePerPixel, s.height, s.flippedY, s.part.y, s.part.height});
   const int begin = lumaX_.begin(), count = 4 * (lumaX_.end() - begin);
   blended_.resize(static_cast<std::size_t>(count));
 

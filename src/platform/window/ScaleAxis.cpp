@@ -9,6 +9,8 @@ void ScaleAxis::prepare(const Mapping& m) {
   const int firstSample = m.cropStart / m.subsampling;
   const int lastSample = (m.cropStart + m.cropLength - 1) / m.subsampling;
   const double pixelsPerOutput = static_cast<double>(m.cropLength) / m.outputLength;
+  // The centres of pixels lie at halves.
+  const double firstCentre = m.subsampling == 1 ? 0.5 : 0.5 + halfPixelsFromFirst(m.site) / 2.0;
 
   taps_.resize(static_cast<std::size_t>(m.outputCount));
   begin_ = lastSample;
@@ -16,8 +18,8 @@ void ScaleAxis::prepare(const Mapping& m) {
   identity_ = true;
   for (int n = 0; n < m.outputCount; ++n) {
     const int output = m.flipped ? m.outputLength - 1 - (m.outputStart + n) : m.outputStart + n;
-    // Centres of pixels lie at halves; so do those of samples that cover several pixels.
-    const double position = (m.cropStart + (output + 0.5) * pixelsPerOutput) / m.subsampling - 0.5;
+    const double pixel = m.cropStart + (output + 0.5) * pixelsPerOutput;
+    const double position = (pixel - firstCentre) / m.subsampling;
     const double inside = std::clamp<double>(position, firstSample, lastSample);
     const int first = static_cast<int>(inside);
     const int weight = static_cast<int>(std::lround((inside - first) * 256));

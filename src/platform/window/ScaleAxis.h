@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "platform/coremedia/CVPixelBuffer.h"
+
 namespace zaffo::window {
 
 /// Which two neighbouring samples of a plane, and how much of each, make an output sample: the
@@ -16,9 +18,10 @@ class ScaleAxis {
   };
 
   struct Mapping {
-    int cropStart = 0, cropLength = 0;  ///< the shown part, in pixels of the picture
-    int subsampling = 1;                ///< pixels a sample of this plane covers: 1 or 2
-    int outputLength = 0;               ///< what the shown part is stretched to
+    int cropStart = 0, cropLength = 0;        ///< the shown part, in pixels of the picture
+    int subsampling = 1;                      ///< pixels a sample of this plane covers: 1 or 2
+    CVChromaSite site = CVChromaSite::First;  ///< where among two pixels their sample lies
+    int outputLength = 0;                     ///< what the shown part is stretched to
     bool flipped = false;
     int outputStart = 0, outputCount = 0;  ///< which of the output samples are wanted
   };

@@ -14,8 +14,16 @@ SDL_YUV_CONVERSION_MODE nativeMode(const CVPixelBuffer& p) {
   if (p.format != CVPixelFormat::I420 && p.format != CVPixelFormat::NV12) {
     return SDL_YUV_CONVERSION_AUTOMATIC;
   }
-  // An odd edge would fall into the middle of a chroma sample.
-  if (p.cropLeft % 2 != 0 || p.cropTop % 2 != 0) return SDL_YUV_CONVERSION_AUTOMATIC;
+  // An odd edge falls into the middle of a chroma sample, and half a sample's chroma would be
+  // stretched over a whole one's place.
+  const bool evenX = p.cropLeft % 2 == 0 && p.cropWidth % 2 == 0;
+  const bool evenY = p.cropTop % 2 == 0 && p.cropHeight % 2 == 0;
+  if (!evenX || !evenY) return SDL_YUV_CONVERSION_AUTOMATIC;
+  // The processor takes chroma to lie amid its pixels. What lies left of that is moved on its way
+  // there.
+  if (p.chromaSiteX == CVChromaSite::Second || p.chromaSiteY != CVChromaSite::Middle) {
+    return SDL_YUV_CONVERSION_AUTOMATIC;
+  }
   const bool full = p.range == CVColorRange::Full;
   if (p.matrix == CVColorMatrix::BT601) {
     return full ? SDL_YUV_CONVERSION_JPEG : SDL_YUV_CONVERSION_BT601;
@@ -24,19 +32,37 @@ SDL_YUV_CONVERSION_MODE nativeMode(const CVPixelBuffer& p) {
   return SDL_YUV_CONVERSION_AUTOMATIC;
 }
 
-/// Only the clean aperture is uploaded: what surrounds it must not bleed in at the edges.
-bool uploadPlanes(const CVPixelBuffer& p, SDL_Texture* texture) {
-  const auto cropped = [&](std::size_t plane, int bytesAcross, int subsampling) {
-    return p.planes[plane].data + p.planes[plane].stride * (p.cropTop / subsampling) +
-           p.cropLeft / subsampling * bytesAcross;
-  };
-  const auto stride = [&](std::size_t plane) { return static_cast<int>(p.planes[plane].stride); };
-  if (p.format == CVPixelFormat::NV12) {
-    return SDL_UpdateNVTexture(texture, nullptr, cropped(0, 1, 1), stride(0), cropped(1, 2, 2),
-                               stride(1)) == 0;
+/// Where the clean aperture begins in a plane. It alone is uploaded: what surrounds it must not
+/// bleed in at the edges.
+CVPixelBuffer::Plane cropped(const CVPixelBuffer& p, std::size_t plane, int bytesAcross,
+                             int subsampling) {
+  const auto& [data, stride] = p.planes[plane];
+  return {data + stride * (p.cropTop / subsampling) +
+              std::ptrdiff_t{p.cropLeft / subsampling} * bytesAcross,
+          stride};
+}
+
+/// Moves samples that lie on the left one of their two pixels into the middle: a quarter of the way
+/// to the next sample. `values` numbers make a sample; the last one of a row stays.
+void centreRow(const uint8_t* row, int samples, int values, uint8_t* centred) {
+  const int moved = (samples - 1) * values;
+  for (int i = 0; i < moved; ++i) {
+    centred[i] = static_cast<uint8_t>((3 * row[i] + row[i + values] + 2) >> 2);
   }
-  return SDL_UpdateYUVTexture(texture, nullptr, cropped(0, 1, 1), stride(0), cropped(1, 1, 2),
-                              stride(1), cropped(2, 1, 2), stride(2)) == 0;
+  std::copy_n(row + moved, values, centred + moved);
+}
+
+CVPixelBuffer::Plane centred(const CVPixelBuffer& p, std::size_t plane, int values,
+                             std::vector<uint8_t>& memory) {
+  const CVPixelBuffer::Plane from = cropped(p, plane, values, 2);
+  if (p.chromaSiteX == CVChromaSite::Middle) return from;
+  const int samples = p.cropWidth / 2, rows = p.cropHeight / 2;
+  const std::ptrdiff_t stride = std::ptrdiff_t{samples} * values;
+  memory.resize(static_cast<std::size_t>(stride * rows));
+  for (int y = 0; y < rows; ++y) {
+    centreRow(from.data + from.stride * y, samples, values, memory.data() + stride * y);
+  }
+  return {memory.data(), stride};
 }
 
 template <class Picture>
@@ -59,6 +85,21 @@ TextureCache::TextureCache(SDL_Renderer* renderer) : renderer_(renderer) {
   // Zero means that any size will do.
   largestWidth_ = info.max_texture_width > 0 ? info.max_texture_width : 16384;
   largestHeight_ = info.max_texture_height > 0 ? info.max_texture_height : 16384;
+}
+
+bool TextureCache::uploadPlanes(const CVPixelBuffer& p, SDL_Texture* texture) {
+  const CVPixelBuffer::Plane luma = cropped(p, 0, 1, 1);
+  const auto stride = [](const CVPixelBuffer::Plane& plane) {
+    return static_cast<int>(plane.stride);
+  };
+  if (p.format == CVPixelFormat::NV12) {
+    const CVPixelBuffer::Plane pairs = centred(p, 1, 2, chroma_[0]);
+    return SDL_UpdateNVTexture(texture, nullptr, luma.data, stride(luma), pairs.data,
+                               stride(pairs)) == 0;
+  }
+  const CVPixelBuffer::Plane u = centred(p, 1, 1, chroma_[0]), v = centred(p, 2, 1, chroma_[1]);
+  return SDL_UpdateYUVTexture(texture, nullptr, luma.data, stride(luma), u.data, stride(u), v.data,
+                              stride(v)) == 0;
 }
 
 TextureCache::Shape TextureCache::packedShape(int width, int height, int drawnWidth,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -52,12 +53,14 @@ class TextureCache {
   PictureTexture find(const std::shared_ptr<const Picture>& picture, const Shape& shape,
                       const Upload& upload);
   [[nodiscard]] Entry makeEntry(const Shape& shape);
+  [[nodiscard]] bool uploadPlanes(const CVPixelBuffer& picture, SDL_Texture* texture);
   [[nodiscard]] Shape packedShape(int width, int height, int drawnWidth, int drawnHeight) const;
 
   SDL_Renderer* renderer_;
   int largestWidth_ = 0, largestHeight_ = 0;
   std::vector<Entry> entries_;
   PictureScaler scaler_;
+  std::array<std::vector<uint8_t>, 2> chroma_;  // moved to where the processor takes it to lie
   uint64_t uploads_ = 0;
 };
 

@@ -75,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(Clips, ReadingFromEveryFrame,
                          testing::Values("h264_25.mp4", "h264_ntsc.mp4", "open_gop.mp4", "hevc.mp4",
                                          "interlaced.mp4", "vfr.mp4", "h264.mkv", "vp9_opus.webm",
                                          "mpeg4_mp3.mp4", "edit_list.mp4", "rotated_90.mp4",
-                                         "late_video.mp4"),
+                                         "late_video.mp4", "fragmented_late.mp4"),
                          [](const testing::TestParamInfo<const char*>& clipInfo) {
                            std::string name = clipInfo.param;
                            std::ranges::replace(name, '.', '_');

@@ -116,6 +116,18 @@ TEST_F(PlayerPlaybackTest, PlaysToItsEndSaysSoOnceAndStands) {
   EXPECT_EQ(*ended, 1);
 }
 
+TEST_F(PlayerPlaybackTest, AFragmentedClipWhosePicturesComeLatePlaysToItsLastOne) {
+  open("fragmented_late.mp4");  // from 2/30 s on
+  const auto ended = count(AVPlayerItemDidPlayToEndTimeNotification);
+  start();
+  time_.advance(2050 * kMillisecond);
+  EXPECT_EQ(shown(), 59);
+  EXPECT_EQ(*ended, 0);
+  time_.advance(50 * kMillisecond);
+  EXPECT_EQ(*ended, 1);
+  EXPECT_EQ(shown(), 59);
+}
+
 TEST_F(PlayerPlaybackTest, TheEndIsToldWithinAFrameOfItsTime) {
   open("video_only.mp4");
   const auto ended = count(AVPlayerItemDidPlayToEndTimeNotification);

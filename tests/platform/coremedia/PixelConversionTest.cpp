@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace zaffo {
@@ -120,13 +121,21 @@ class Picture {
   }
   double acrossAt(const std::vector<int>& samples, int x, int y) const {
     if (!isHalvedAcross(buffer.format)) return sampleAt(samples, x, y);
-    if (x % 2 == 0) return sampleAt(samples, x / 2, y);
-    return (sampleAt(samples, x / 2, y) + sampleAt(samples, x / 2 + 1, y)) / 2;
+    const auto [first, way] = placeOf(x, buffer.chromaSiteX);
+    return sampleAt(samples, first, y) * (1 - way) + sampleAt(samples, first + 1, y) * way;
   }
   double chromaAt(const std::vector<int>& samples, int x, int y) const {
     if (!isHalvedDown(buffer.format)) return acrossAt(samples, x, y);
-    const int far = y % 2 == 0 ? y / 2 - 1 : y / 2 + 1;
-    return 0.75 * acrossAt(samples, x, y / 2) + 0.25 * acrossAt(samples, x, far);
+    const auto [first, way] = placeOf(y, buffer.chromaSiteY);
+    return acrossAt(samples, x, first) * (1 - way) + acrossAt(samples, x, first + 1) * way;
+  }
+  /// The sample before a pixel, and how far from there to the next one the pixel is.
+  static std::pair<int, double> placeOf(int pixel, CVChromaSite site) {
+    const double toSample = site == CVChromaSite::First    ? 0
+                            : site == CVChromaSite::Middle ? 0.5
+                                                           : 1;
+    const double place = (pixel - toSample) / 2;
+    return {static_cast<int>(std::floor(place)), place - std::floor(place)};
   }
 
   void setPlane(std::size_t index, const std::vector<int>& samples, int perRow) {
@@ -154,6 +163,27 @@ TEST(PixelConversion, IsWithinOneOfTheFormulaForEveryFormatMatrixAndRange) {
         EXPECT_LE(picture.greatestError(), 1.0)
             << "format " << static_cast<int>(format) << " matrix " << static_cast<int>(matrix)
             << " range " << static_cast<int>(range);
+      }
+    }
+  }
+}
+
+TEST(PixelConversion, TakesChromaToLieWhereTheBufferSays) {
+  using enum CVChromaSite;
+  for (const CVPixelFormat format : kVideoFormats) {
+    for (const CVChromaSite across : {First, Middle, Second}) {
+      for (const CVChromaSite down : {First, Middle, Second}) {
+        for (const int left : {0, 1}) {
+          Picture picture(format, 133, 9, 6);
+          picture.buffer.chromaSiteX = across;
+          picture.buffer.chromaSiteY = down;
+          picture.buffer.cropLeft = picture.buffer.cropTop = left;
+          picture.buffer.cropWidth -= left;
+          picture.buffer.cropHeight -= left;
+          EXPECT_LE(picture.greatestError(), 1.0)
+              << static_cast<int>(format) << ": " << static_cast<int>(across) << ", "
+              << static_cast<int>(down);
+        }
       }
     }
   }

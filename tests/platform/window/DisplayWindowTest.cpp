@@ -109,8 +109,9 @@ TEST_P(DisplayWindow, ShowsOnTheScreenWhatASnapshotShows) {
       differing += distance(pixel, pixelAt(expected, x, row)) > 8;
     }
   }
-  // Edges between quarters may fall a fraction of a pixel apart.
-  EXPECT_LT(differing, 200 * 300 / 50);
+  // Edges between quarters may fall a fraction of a pixel apart, and a graphics processor blurs
+  // them: it interpolates chroma that was moved to where it takes it to lie.
+  EXPECT_LT(differing, 200 * 300 / 30);
   if (const char* folder = std::getenv("ZAFFO_TEST_PICTURES")) {
     const std::string base = std::string(folder) + "/" + GetParam();
     EXPECT_EQ(shown->writePNG(base + "-screen.png"), nullptr);

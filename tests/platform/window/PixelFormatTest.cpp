@@ -1,5 +1,6 @@
 #include "PixelBuffers.h"
 #include "WindowTestSupport.h"
+#include "platform/coremedia/PixelConversion.h"
 #include "platform/window/SoftwareRenderer.h"
 
 namespace zaffo {
@@ -66,6 +67,28 @@ TEST_P(EveryPixelFormat, ReadsPicturesOfOddSizes) {
   const CGImagePtr image = drawn(makeBuffer(kind(), 13, 7, color), 13, 7);
   expectNear(pixelAt(image, 0, 6), kRed, 2);
   expectNear(pixelAt(image, 12, 6), kBlue, 2);
+}
+
+TEST_P(EveryPixelFormat, TakesChromaFromWhereTheBufferSaysThatItLies) {
+  using enum CVChromaSite;
+  const auto waves = [](int x, int y) {
+    return Pixel{128 + static_cast<int>(90 * std::sin(x / 3.0)), 128,
+                 128 + static_cast<int>(90 * std::sin(y / 3.0))};
+  };
+  for (const CVChromaSite across : {First, Middle, Second}) {
+    for (const CVChromaSite down : {First, Middle, Second}) {
+      CVPixelBuffer buffer = *makeBuffer(kind(), 25, 19, waves);
+      buffer.chromaSiteX = across;
+      buffer.chromaSiteY = down;
+      std::vector<uint8_t> converted(25 * 19 * 4);
+      convertToBGRA(buffer, converted.data(), 100);
+      const auto expected = std::make_shared<const CGImage>(25, 19, 100, std::move(converted));
+      const CGImagePtr image = drawn(std::make_shared<const CVPixelBuffer>(buffer), 25, 19);
+      for (int n = 0; n < 25 * 19; ++n) {
+        expectNear(pixelAt(image, n % 25, n / 25), pixelAt(expected, n % 25, n / 25), 2);
+      }
+    }
+  }
 }
 
 TEST_P(EveryPixelFormat, CropsAtOddEdgesToo) {

@@ -83,11 +83,23 @@ CVColorMatrix colorMatrix(AVColorSpace space, int width, int height) {
   return width >= 1280 || height >= 720 ? CVColorMatrix::BT709 : CVColorMatrix::BT601;
 }
 
+void setChromaSites(CVPixelBuffer& buffer, AVChromaLocation location) {
+  using enum CVChromaSite;
+  buffer.chromaSiteX = location == AVCHROMA_LOC_CENTER || location == AVCHROMA_LOC_TOP ||
+                               location == AVCHROMA_LOC_BOTTOM
+                           ? Middle
+                           : First;
+  const bool top = location == AVCHROMA_LOC_TOPLEFT || location == AVCHROMA_LOC_TOP;
+  const bool bottom = location == AVCHROMA_LOC_BOTTOMLEFT || location == AVCHROMA_LOC_BOTTOM;
+  buffer.chromaSiteY = top ? First : bottom ? Second : Middle;
+}
+
 }  // namespace
 
 PixelBuffers::PixelBuffers(const AVCodecParameters& parameters)
     : colorSpace_(parameters.color_space),
       colorRange_(parameters.color_range),
+      chromaLocation_(parameters.chroma_location),
       pixelAspect_(parameters.sample_aspect_ratio) {}
 
 PixelBuffers::~PixelBuffers() = default;
@@ -110,6 +122,8 @@ CVPixelBufferPtr PixelBuffers::wrap(FramePtr frame) {
       frame->color_range != AVCOL_RANGE_UNSPECIFIED ? frame->color_range : colorRange_;
   const bool full = range == AVCOL_RANGE_JPEG || isFullRangeFormat(frame->format);
   buffer->range = full ? CVColorRange::Full : CVColorRange::Limited;
+  const bool tells = frame->chroma_location != AVCHROMA_LOC_UNSPECIFIED;
+  setChromaSites(*buffer, tells ? frame->chroma_location : chromaLocation_);
   const AVRational aspect = pixelAspect_.num > 0 ? pixelAspect_ : frame->sample_aspect_ratio;
   if (aspect.num > 0 && aspect.den > 0) buffer->pixelAspectRatio = av_q2d(aspect);
   buffer->owner = std::shared_ptr<const void>(

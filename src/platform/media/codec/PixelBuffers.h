@@ -9,7 +9,8 @@ namespace zaffo::media {
 /// converted to the nearest one they know otherwise. Thread: one at a time.
 class PixelBuffers {
  public:
-  /// `parameters` tells what the frames themselves leave open: matrix, range, pixel aspect.
+  /// `parameters` tells what the frames themselves leave open: matrix, range, where chroma lies,
+  /// pixel aspect.
   explicit PixelBuffers(const AVCodecParameters& parameters);
   ~PixelBuffers();
 
@@ -21,6 +22,7 @@ class PixelBuffers {
 
   AVColorSpace colorSpace_;
   AVColorRange colorRange_;
+  AVChromaLocation chromaLocation_;
   AVRational pixelAspect_;
   SwsPtr scaler_;
 };

@@ -9,97 +9,58 @@ extern "C" {
 #include <cstring>
 #include <vector>
 
+#include "platform/coremedia/PixelConversion.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/FFmpegCommon.h"
 
 namespace zaffo::media {
 namespace {
 
-struct Layout {
-  AVPixelFormat format;
-  int chromaShiftX;
-  int chromaShiftY;
-  int bytesPerSample;
-};
+using Pixels = std::vector<uint8_t>;
 
-Layout layoutOf(CVPixelFormat format) {
-  switch (format) {
-    case CVPixelFormat::I420:
-      return {AV_PIX_FMT_YUV420P, 1, 1, 1};
-    case CVPixelFormat::I422:
-      return {AV_PIX_FMT_YUV422P, 1, 0, 1};
-    case CVPixelFormat::I444:
-      return {AV_PIX_FMT_YUV444P, 0, 0, 1};
-    case CVPixelFormat::I420P10:
-      return {AV_PIX_FMT_YUV420P10LE, 1, 1, 2};
-    case CVPixelFormat::I422P10:
-      return {AV_PIX_FMT_YUV422P10LE, 1, 0, 2};
-    case CVPixelFormat::I444P10:
-      return {AV_PIX_FMT_YUV444P10LE, 0, 0, 2};
-    // Two chroma samples side by side take the width that halving them saved.
-    case CVPixelFormat::NV12:
-      return {AV_PIX_FMT_NV12, 0, 1, 1};
-    case CVPixelFormat::P010:
-      return {AV_PIX_FMT_P010LE, 0, 1, 2};
-    case CVPixelFormat::Gray8:
-      return {AV_PIX_FMT_GRAY8, 0, 0, 1};
-    case CVPixelFormat::BGRA:
-      return {AV_PIX_FMT_BGRA, 0, 0, 4};
-  }
-  return {AV_PIX_FMT_NONE, 0, 0, 1};
+std::size_t bytesPerRow(int width) {
+  return std::size_t{4} * static_cast<std::size_t>(width);
 }
 
-int coefficientsOf(CVColorMatrix matrix) {
-  switch (matrix) {
-    case CVColorMatrix::BT601:
-      return SWS_CS_ITU601;
-    case CVColorMatrix::BT709:
-      return SWS_CS_ITU709;
-    case CVColorMatrix::BT2020:
-      return SWS_CS_BT2020;
-  }
-  return SWS_CS_DEFAULT;
-}
-
-SwsPtr makeScaler(const CVPixelBuffer& buffer, AVPixelFormat format, int width, int height) {
+bool scale(const CVPixelBuffer& buffer, int width, int height, Pixels& pixels) {
+  const bool hasAlpha = buffer.format == CVPixelFormat::BGRA;
   constexpr int kFlags = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
-  SwsPtr scaler(sws_getContext(buffer.cropWidth, buffer.cropHeight, format, width, height,
-                               AV_PIX_FMT_BGRA, kFlags, nullptr, nullptr, nullptr));
-  if (!scaler) return nullptr;
-  constexpr int kUnity = 1 << 16;
-  const bool full = buffer.range == CVColorRange::Full;
-  // Fails for sources that are RGB already, which need no matrix.
-  (void)sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(coefficientsOf(buffer.matrix)),
-                                 full, sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, kUnity, kUnity);
-  return scaler;
+  const SwsPtr scaler(sws_getContext(buffer.cropWidth, buffer.cropHeight,
+                                     hasAlpha ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR0, width, height,
+                                     AV_PIX_FMT_BGRA, kFlags, nullptr, nullptr, nullptr));
+  if (!scaler) return false;
+  const std::size_t stride = bytesPerRow(buffer.cropWidth);
+  Pixels whole(stride * static_cast<std::size_t>(buffer.cropHeight));
+  convertToBGRA(buffer, whole.data(), static_cast<std::ptrdiff_t>(stride));
+  const std::array<const uint8_t*, 4> source{whole.data()};
+  const std::array<uint8_t*, 4> target{pixels.data()};
+  const std::array<int, 4> sourceStrides{static_cast<int>(stride)};
+  const std::array<int, 4> targetStrides{static_cast<int>(bytesPerRow(width))};
+  sws_scale(scaler.get(), source.data(), sourceStrides.data(), 0, buffer.cropHeight, target.data(),
+            targetStrides.data());
+  return true;
+}
+
+bool draw(const CVPixelBuffer& buffer, int width, int height, Pixels& pixels) {
+  if (buffer.cropWidth != width || buffer.cropHeight != height) {
+    return scale(buffer, width, height, pixels);
+  }
+  convertToBGRA(buffer, pixels.data(), static_cast<std::ptrdiff_t>(bytesPerRow(width)));
+  return true;
 }
 
 }  // namespace
 
 Result<CGImagePtr> makeImage(const CVPixelBuffer& buffer, int width, int height) {
-  const Layout layout = layoutOf(buffer.format);
-  SwsPtr scaler =
-      width > 0 && height > 0 ? makeScaler(buffer, layout.format, width, height) : nullptr;
-  if (!scaler) {
+  Pixels pixels;
+  const bool positive = width > 0 && height > 0;
+  if (positive) pixels.resize(bytesPerRow(width) * static_cast<std::size_t>(height));
+  if (!positive || !draw(buffer, width, height, pixels)) {
     return makeError(AVErrorNoImageAtTime, "The picture cannot be scaled to " +
                                                std::to_string(width) + "x" +
                                                std::to_string(height) + " pixels.");
   }
-  std::array<const uint8_t*, 4> source{};
-  std::array<int, 4> sourceStrides{};
-  for (std::size_t i = 0; i < buffer.planes.size() && buffer.planes[i].data; ++i) {
-    const int x = i > 0 ? buffer.cropLeft >> layout.chromaShiftX : buffer.cropLeft;
-    const int y = i > 0 ? buffer.cropTop >> layout.chromaShiftY : buffer.cropTop;
-    source[i] = buffer.planes[i].data + y * buffer.planes[i].stride + x * layout.bytesPerSample;
-    sourceStrides[i] = static_cast<int>(buffer.planes[i].stride);
-  }
-  const std::size_t stride = static_cast<std::size_t>(width) * 4;
-  std::vector<uint8_t> pixels(stride * static_cast<std::size_t>(height));
-  const std::array<uint8_t*, 4> target{pixels.data()};
-  const std::array<int, 4> targetStrides{static_cast<int>(stride)};
-  sws_scale(scaler.get(), source.data(), sourceStrides.data(), 0, buffer.cropHeight, target.data(),
-            targetStrides.data());
-  return std::make_shared<const CGImage>(width, height, stride, std::move(pixels));
+  return std::make_shared<const CGImage>(width, height, bytesPerRow(width), std::move(pixels));
 }
 
 bool isQuarterTurn(CGAffineTransform t) {

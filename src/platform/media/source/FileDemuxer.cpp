@@ -102,6 +102,28 @@ bool FileDemuxer::lacksPictureSize() const {
   });
 }
 
+bool FileDemuxer::lacksStart(const AVStream& stream) const {
+  return format_->hasCompleteIndex && stream.start_time == AV_NOPTS_VALUE &&
+         stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+}
+
+void FileDemuxer::learnStarts() {
+  const PacketPtr packet(av_packet_alloc());
+  for (AVStream* stream : streams()) {
+    if (!lacksStart(*stream)) continue;
+    for (AVStream* other : streams()) {
+      other->discard = other == stream ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    }
+    setMoved();
+    if (!rewind(stream->index)) continue;
+    // Once it has a packet of the stream, FFmpeg knows when the stream starts.
+    while (stream->start_time == AV_NOPTS_VALUE &&
+           av_read_frame(context_.get(), packet.get()) >= 0) {
+      av_packet_unref(packet.get());
+    }
+  }
+}
+
 bool FileDemuxer::rewind(int streamIndex) {
   AVStream* stream = context_->streams[streamIndex];
   const AVIndexEntry* first = avformat_index_get_entry(stream, 0);

@@ -30,6 +30,9 @@ class FileDemuxer {
   [[nodiscard]] std::span<AVStream* const> streams() const {
     return {context_->streams, context_->nb_streams};
   }
+  /// Reads the first sample of each picture stream whose header leaves open when it is shown: that
+  /// of a fragmented file tells lengths, and not how much later than decoding showing begins.
+  void learnStarts();
   /// The timestamp, in the stream's time base, that is time zero of the asset.
   [[nodiscard]] int64_t timelineStart(const AVStream& stream) const;
   /// Whether the index of each stream names every sample of the file.
@@ -46,6 +49,7 @@ class FileDemuxer {
   [[nodiscard]] NSErrorPtr recognise();
   [[nodiscard]] NSErrorPtr parse();
   [[nodiscard]] bool lacksPictureSize() const;
+  [[nodiscard]] bool lacksStart(const AVStream& stream) const;
 
   static int readPacket(void* opaque, uint8_t* buffer, int size);
   static int64_t seekTo(void* opaque, int64_t offset, int whence);

@@ -29,6 +29,7 @@ Result<std::shared_ptr<FileSampleSource>> FileSampleSource::open(const std::stri
   std::shared_ptr<FileSampleSource> source(new FileSampleSource(*std::move(file)));
   auto demuxer = source->openDemuxer();
   if (!demuxer) return demuxer.error();
+  (*demuxer)->learnStarts();
   source->describe(**demuxer);
   if (source->tracks_.empty()) {
     return makeError(AVErrorFileFormatNotRecognized,

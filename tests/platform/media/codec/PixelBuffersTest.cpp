@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <utility>
 
 namespace zaffo::media {
 namespace {
@@ -46,6 +47,24 @@ TEST_F(PixelBuffersTest, AKnownFormatIsHandedOnByReference) {
   EXPECT_EQ(buffer->planes[0].data, luma);
   EXPECT_EQ(buffer->planes[1].stride, stride);
   EXPECT_EQ(buffer->planes[2].data, chroma);
+}
+
+TEST_F(PixelBuffersTest, ChromaLiesWhereTheFrameSaysOrElseTheFileOrElseOnTheLeft) {
+  using enum CVChromaSite;
+  const auto sitesOf = [&](AVChromaLocation location) {
+    const auto buffer = wrapChanged([&](AVFrame& frame) { frame.chroma_location = location; });
+    return std::pair{buffer->chromaSiteX, buffer->chromaSiteY};
+  };
+  EXPECT_EQ(sitesOf(AVCHROMA_LOC_UNSPECIFIED), std::pair(First, Middle));
+  EXPECT_EQ(sitesOf(AVCHROMA_LOC_LEFT), std::pair(First, Middle));
+  EXPECT_EQ(sitesOf(AVCHROMA_LOC_CENTER), std::pair(Middle, Middle));
+  EXPECT_EQ(sitesOf(AVCHROMA_LOC_TOPLEFT), std::pair(First, First));
+  EXPECT_EQ(sitesOf(AVCHROMA_LOC_TOP), std::pair(Middle, First));
+  EXPECT_EQ(sitesOf(AVCHROMA_LOC_BOTTOMLEFT), std::pair(First, Second));
+  EXPECT_EQ(sitesOf(AVCHROMA_LOC_BOTTOM), std::pair(Middle, Second));
+  parameters_->chroma_location = AVCHROMA_LOC_CENTER;
+  EXPECT_EQ(sitesOf(AVCHROMA_LOC_UNSPECIFIED), std::pair(Middle, Middle));
+  EXPECT_EQ(sitesOf(AVCHROMA_LOC_TOPLEFT), std::pair(First, First));
 }
 
 TEST_F(PixelBuffersTest, TheFrameLivesAsLongAsTheBuffer) {

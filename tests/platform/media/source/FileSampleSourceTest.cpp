@@ -93,6 +93,15 @@ TEST(FileSampleSource, TheDurationIsTheLongestTracks) {
   EXPECT_NEAR(CMTimeGetSeconds(openClip(clip("fragmented.mp4"))->duration()), 2, 0.1);
 }
 
+TEST(FileSampleSource, AFragmentedFileEndsWhenItsLastPictureDoes) {
+  const auto source = openClip(clip("fragmented_late.mp4"));
+  const CMTimeRange range = trackOfType(*source, AVMediaTypeVideo)->timeRange;
+  EXPECT_NEAR(CMTimeGetSeconds(range.start), 2 / 30.0, 1e-3);
+  EXPECT_NEAR(CMTimeGetSeconds(CMTimeRangeGetEnd(range)), 62 / 30.0, 1e-3);
+  const auto cursor = openTrack(*source, AVMediaTypeVideo);
+  EXPECT_EQ(readAll(*cursor).size(), 60u);  // from the first one on
+}
+
 TEST(FileSampleSource, DurationsThatCannotBeTrueAreMeasured) {
   EXPECT_NEAR(CMTimeGetSeconds(openClip(clip("zero_duration.mp4"))->duration()), 4, 0.1);
   EXPECT_NEAR(CMTimeGetSeconds(openClip(clip("absurd_duration.mp4"))->duration()), 4, 0.1);
