@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/TimeSource.h"
 #include "platform/avfoundation/AVAssetTrack.h"
 
 namespace zaffo::media {
@@ -10,8 +11,6 @@ namespace {
 
 /// Steps of decoding between two looks at what else is to be done.
 constexpr int kStepsPerPump = 16;
-/// A decoder this far behind leaves out frames that no other refers to.
-constexpr CMTime kLateness = CMTimeMake(1, 10);
 
 std::unique_ptr<VideoTrack> firstVideoTrack(const std::shared_ptr<SampleSource>& source) {
   for (const auto& track : source->tracks()) {
@@ -84,7 +83,8 @@ bool PictureSupply::step(CMTime now) {
       return false;
     case Outcome::Ready:
       endOfLast_ = endOf(frame);
-      track_->hurryTo(endOfLast_ + kLateness < now ? now : kCMTimeInvalid);
+      lateness_.gave(endOfLast_, TimeSource::now());
+      track_->hurryTo(lateness_.hurries(now) ? now : kCMTimeInvalid);
       frames_->push(std::move(frame));
       return false;
     case Outcome::Error:

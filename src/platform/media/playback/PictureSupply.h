@@ -9,6 +9,7 @@
 #include "platform/media/playback/ItemEnd.h"
 #include "platform/media/playback/SeekRequest.h"
 #include "platform/media/video/FrameStore.h"
+#include "platform/media/video/Lateness.h"
 #include "platform/media/video/VideoTrack.h"
 
 namespace zaffo::media {
@@ -72,6 +73,7 @@ class PictureSupply {
   CMTime endOfLast_ = kCMTimeZero;
   NSErrorPtr error_;
   DecodeBurst burst_;
+  Lateness lateness_;
   bool hasEnded_ = false;
   bool waits_ = false;  ///< for the source
 };

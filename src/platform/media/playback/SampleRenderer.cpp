@@ -128,7 +128,8 @@ void SampleRenderer::pump() {
   const CMTime shown = frames()->shownTime();
   samples_.queue().trim(decoder_.generation(), shown);
   // Back before the frame on show: shows an earlier one if that is at hand.
-  if (pace_.goesBackTo(now) && now < shown && decoder_.goBackTo(now)) dropQueued();
+  const bool wentBack = std::exchange(lastTime_, now) > now;
+  if (wentBack && now < shown && decoder_.goBackTo(now)) dropQueued();
   const bool isBusy = decode(*timebase, hostNow);
   const std::size_t late = decoder_.takeLate();
   if (timebase->rate() != 0 && CMTIME_IS_VALID(shown)) frames()->noteLate(late);
@@ -141,7 +142,8 @@ void SampleRenderer::beginGeneration() {
   decoder_.begin();
   burst_.stop();
   failed_ = false;
-  pace_.begin(TimeSource::now());
+  lastTime_ = kCMTimeNegativeInfinity;
+  lateness_.begin(TimeSource::now());
 }
 
 SampleQueueDecoder::Demand SampleRenderer::demandAt(const CMTimebase& timebase, int64_t hostNow) {
@@ -154,7 +156,7 @@ SampleQueueDecoder::Demand SampleRenderer::demandAt(const CMTimebase& timebase, 
   SampleQueueDecoder::Demand demand;
   demand.now = timebase.timeAtHostTime(hostNow);
   demand.ahead = burst_.isOn() && isPlaying;
-  demand.overdue = isPlaying && pace_.isOverdue(hostNow);
+  demand.overdue = isPlaying && lateness_.isOverdue(hostNow);
   return demand;
 }
 
@@ -194,8 +196,8 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
 
 /// Puts a frame where whoever draws finds it, unless the samples were flushed meanwhile.
 void SampleRenderer::give(SampleQueueDecoder::Picture picture, CMTime now) {
+  lateness_.gave(picture.frame.presentation + picture.frame.duration, TimeSource::now());
   const bool changes = samples_.give(std::move(picture), decoder_.generation(), now);
-  pace_.notePicture(TimeSource::now());
   if (changes) events_.pictureChanged();
 }
 
@@ -241,7 +243,7 @@ std::optional<int64_t> SampleRenderer::nextPumpHostTime(const CMTimebase& timeba
     next.add(timebase.hostTimeAtTime(frames()->shownTime() - CMTimeMake(1, 1'000'000)));
   }
   if (awaitsQuiet_) next.add(dataRequest_->quietAt());
-  if (decoder_.holdsLateFrame() && timebase.rate() > 0) next.add(pace_.overdueAt());
+  if (decoder_.holdsLateFrame() && timebase.rate() > 0) next.add(lateness_.overdueAt());
   return next.time();
 }
 

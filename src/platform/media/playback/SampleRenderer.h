@@ -11,7 +11,7 @@
 #include "platform/dispatch/DispatchTimer.h"
 #include "platform/media/playback/DecodeBurst.h"
 #include "platform/media/playback/RenderedSamples.h"
-#include "platform/media/playback/RendererPace.h"
+#include "platform/media/video/Lateness.h"
 #include "platform/media/video/MediaDataRequest.h"
 
 namespace zaffo::media {
@@ -90,7 +90,8 @@ class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
 
   SampleQueueDecoder decoder_{samples_.queue()};
   DecodeBurst burst_;
-  RendererPace pace_;
+  CMTime lastTime_ = kCMTimeNegativeInfinity;  ///< at the last pump of this generation
+  Lateness lateness_;
   bool failed_ = false;       ///< until the next generation
   bool awaitsQuiet_ = false;  ///< more is known once no sample is on its way
   DispatchTimerPtr timer_;

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <span>
+#include <utility>
 
 #include "platform/foundation/MakeError.h"
 #include "platform/media/MediaTime.h"
 #include "platform/media/source/FileSampleSource.h"
+#include "platform/media/source/GradualRefresh.h"
 #include "platform/media/source/SoundGrid.h"
 
 namespace zaffo::media {
@@ -69,9 +71,13 @@ void FileSampleCursor::selectStream() {
 
 Outcome FileSampleCursor::next(Sample& sample) {
   if (outcome_ != Outcome::Ready) return outcome_;
-  if (!pending_) outcome_ = read();
-  pending_ = false;
-  if (outcome_ == Outcome::Ready) fill(sample);
+  if (!std::exchange(pending_, false)) outcome_ = read();
+  if (outcome_ != Outcome::Ready) return outcome_;
+  // What is shown right behind it cannot be decoded from there: only what the place was taken for.
+  if (!std::exchange(isFirst_, false) && beginsGradualRefresh(*packet_, codecParameters())) {
+    packet_->flags &= ~AV_PKT_FLAG_KEY;
+  }
+  fill(sample);
   return outcome_;
 }
 
@@ -142,12 +148,13 @@ bool FileSampleCursor::seek(CMTime time) {
 }
 
 // The demuxer's index is by decoding time: the key frame it gives may be shown after `timestamp`,
-// and then the one before it is needed.
+// and then the one before it is needed; so it is where pictures are only whole some time later.
 bool FileSampleCursor::seekVideo(int64_t timestamp) {
   int64_t wanted = timestamp;
   while (landAt(wanted)) {
     const int64_t shownAt = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
-    if (shownAt <= timestamp || outcome_ != Outcome::Ready) return true;
+    if (outcome_ != Outcome::Ready) return true;
+    if (shownAt <= timestamp && !beginsGradualRefresh(*packet_, codecParameters())) return true;
     if (packet_->dts == AV_NOPTS_VALUE || packet_->dts > wanted) return false;
     wanted = packet_->dts - 1;
   }
@@ -163,6 +170,7 @@ bool FileSampleCursor::landAt(int64_t timestamp) {
     return false;
   }
   lastDecode_ = AV_NOPTS_VALUE;
+  isFirst_ = true;
   outcome_ = read();
   pending_ = outcome_ == Outcome::Ready;
   return outcome_ != Outcome::Error || demuxer_->hasCompleteIndex();
@@ -171,6 +179,7 @@ bool FileSampleCursor::landAt(int64_t timestamp) {
 // Parsing anew is the one way to the start that every format and every damaged index allows.
 bool FileSampleCursor::rewind() {
   lastDecode_ = AV_NOPTS_VALUE;
+  isFirst_ = true;
   pending_ = false;
   outcome_ = Outcome::Ready;
   error_ = nullptr;

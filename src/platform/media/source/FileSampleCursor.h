@@ -47,6 +47,7 @@ class FileSampleCursor : public SampleCursor {
   PacketPtr packet_;                     // the one that was read last
   int64_t lastDecode_ = AV_NOPTS_VALUE;  // read since the place was taken
   bool pending_ = false;                 // packet_ was read by a seek and not given yet
+  bool isFirst_ = true;                  // the next sample is the one that the place was taken for
   Outcome outcome_ = Outcome::Ready;
   NSErrorPtr error_;
 };

@@ -166,6 +166,12 @@ std::size_t SampleQueue::skip(uint64_t generation, std::size_t count) {
   return shown;
 }
 
+void SampleQueue::forgetSent(uint64_t generation) {
+  Held forgotten;
+  MutexLock lock(samplesMutex_);
+  if (generation == generation_) forgetWhileLocked(next_, forgotten);
+}
+
 bool SampleQueue::startsSyncWhileLocked() const {
   return !samples_.empty() && samples_.front()->sample.sync;
 }

@@ -70,6 +70,8 @@ class SampleQueue {
   /// Forgets the first `count` of those that wait, and what is kept. How many of the former were to
   /// be shown.
   std::size_t skip(uint64_t generation, std::size_t count);
+  /// Forgets what is kept: decoding goes on, and nothing is to be decoded again.
+  void forgetSent(uint64_t generation);
   /// Goes back to the first one that is kept; false, and nothing changes, when decoding cannot
   /// start there.
   [[nodiscard]] bool rewind(uint64_t generation);

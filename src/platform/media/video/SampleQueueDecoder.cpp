@@ -16,6 +16,8 @@ namespace {
 constexpr std::size_t kMostUnanswered = 300;
 /// What is decoded again within some twenty milliseconds.
 constexpr int64_t kCheapPixels = int64_t{16} << 20;
+/// So many samples are decoded once more without anybody noticing.
+constexpr std::size_t kCheapToRepeat = 16;
 
 CMTime laterOf(CMTime a, CMTime b) {
   if (CMTIME_IS_INVALID(a)) return b;
@@ -35,7 +37,7 @@ bool isToShow(const Sample& sample) {
 void SampleQueueDecoder::begin() {
   generation_ = sampleQueue_.generation();
   restartDecoder();
-  passed_ = atOnce_ = kCMTimeInvalid;
+  passed_ = atOnce_ = answered_ = kCMTimeInvalid;
   wantsFirst_ = false;
   gaveNothing_ = true;
   unanswered_ = 0;
@@ -104,7 +106,8 @@ CMTime SampleQueueDecoder::dueInDecoder(CMTime now) const {
 /// A frame came out of the decoder that is not too early.
 Outcome SampleQueueDecoder::take(VideoFrame frame, const Demand& demand, Picture& picture) {
   cameOut(frame.presentation);
-  const bool drained = drain_ == Drain::AtOnce;
+  const bool drained = drain_ == Drain::AtOnce || drain_ == Drain::Sought;
+  const bool standsIn = isStandIn(frame.presentation, demand.now);
   if (drained) {
     drain_ = Drain::None;
     isSpent_ = true;
@@ -120,16 +123,16 @@ Outcome SampleQueueDecoder::take(VideoFrame frame, const Demand& demand, Picture
     return Outcome::Ready;
   }
   decoder_->forgetHeldBack();
-  const bool standsIn = atOnce && isStandIn(frame.presentation, demand.now);
-  if (!standsIn) passed_ = frame.presentation;
-  picture = {std::move(frame), atOnce, standsIn};
+  if (drained) answered_ = frame.presentation;
+  if (!atOnce || !standsIn) passed_ = frame.presentation;
+  picture = {std::move(frame), atOnce, atOnce && standsIn};
   return Outcome::Ready;
 }
 
-/// Whether a frame that is given before its time came out only because samples ran out, and those
-/// of earlier frames may still come.
+/// Whether a frame that is given before its time came out only because the decoder was drained, and
+/// the samples of earlier frames may still come.
 bool SampleQueueDecoder::isStandIn(CMTime presentation, CMTime now) const {
-  return drain_ == Drain::End && !isComplete_ && presentation > now;
+  return drain_ != Drain::None && drain_ != Drain::NewRun && !isComplete_ && presentation > now;
 }
 
 bool SampleQueueDecoder::takeHeldBack(Picture& picture) {
@@ -168,22 +171,24 @@ Outcome SampleQueueDecoder::feed(const Demand& demand) {
   const bool asksAtOnce = wantsFirst_ || (next && isWantedAtOnce(*next)) ||
                           (CMTIME_IS_VALID(atOnce_) && isAfter(atOnce_, passed_));
   if (!demand.ahead && !asksAtOnce && CMTIME_IS_INVALID(due_)) return Outcome::End;
-  if (!next) return feedNothing(demand);
+  const bool isTorn = isSpent_ && !pending_.empty();  // drained before everything came out
+  if (!next && !(isTorn && demand.noneComing)) return feedNothing(demand);
   if (isSpent_) {
     // Even a sync sample may be followed by some that lean on what precedes it.
     restartDecoder();
-    if (!next->sample.isDiscontinuity && sampleQueue_.rewind(generation_)) {
+    if ((isTorn || !next->sample.isDiscontinuity) && sampleQueue_.rewind(generation_)) {
       unanswered_ = 0;
       rewound_ = true;
       return Outcome::Working;
     }
+    if (!next) return Outcome::Again;
   }
   const bool sameFormat = format_ == next->format || (format_ && hasFormatOf(*next));
   if (sent_ > 0 && (next->sample.isDiscontinuity || !sameFormat)) return drain(Drain::NewRun);
   if (!sameFormat) decoder_.reset();
   format_ = next->format;
   if (!decoder_ && !open()) return Outcome::Error;
-  return send(*next);
+  return send(*next, demand);
 }
 
 /// There are no more samples. What the decoder still holds is all, if none is on its way.
@@ -194,7 +199,9 @@ Outcome SampleQueueDecoder::feedNothing(const Demand& demand) {
 
 bool SampleQueueDecoder::isWantedAtOnce(const QueuedSample& next) const {
   if (!next.displayImmediately) return false;
-  return !next.sample.decodeOnly ? isAfter(next.sample.presentation, passed_) : gaveNothing_;
+  if (next.sample.decodeOnly) return gaveNothing_;
+  // One that stood for an earlier frame comes again at its time.
+  return isAfter(next.sample.presentation, passed_) && next.sample.presentation != answered_;
 }
 
 bool SampleQueueDecoder::hasFormatOf(const QueuedSample& next) const {
@@ -218,7 +225,7 @@ bool SampleQueueDecoder::open() {
   return true;
 }
 
-Outcome SampleQueueDecoder::send(const QueuedSample& next) {
+Outcome SampleQueueDecoder::send(const QueuedSample& next, const Demand& demand) {
   const Sample& sample = next.sample;
   const bool atOnce = isWantedAtOnce(next);
   const bool drainsAtOnce =
@@ -238,7 +245,13 @@ Outcome SampleQueueDecoder::send(const QueuedSample& next) {
   if (isWanted) pending_.push_back(sample.presentation);
   if (isNew && isLate) ++late_;
   if (gaveNothing_ && isToShow(sample)) ++unanswered_;
-  return Outcome::Working;
+  return isSought(sample, demand) ? drain(Drain::Sought) : Outcome::Working;
+}
+
+/// Whether `sample` is, for sure, that of the frame that is sought.
+bool SampleQueueDecoder::isSought(const Sample& sample, const Demand& demand) const {
+  return CMTIME_IS_VALID(demand.sought) && sample.presentation == demand.sought &&
+         !sample.decodeOnly && sent_ <= kCheapToRepeat && !wantsFirst_;
 }
 
 Outcome SampleQueueDecoder::drain(Drain reason) {
@@ -251,10 +264,11 @@ Outcome SampleQueueDecoder::drain(Drain reason) {
 Outcome SampleQueueDecoder::finishDrain(Picture& picture) {
   pending_.clear();
   const Drain reason = std::exchange(drain_, Drain::None);
-  if (reason == Drain::AtOnce) {
-    // One sample was not enough: a damaged one, or one that leans on what follows.
+  if (reason == Drain::AtOnce || reason == Drain::Sought) {
+    // What was sent was not enough: it is damaged, or leans on what follows.
     wantsFirst_ = true;
     restartDecoder();
+    if (reason == Drain::Sought) (void)sampleQueue_.rewind(generation_);
     return Outcome::Working;
   }
   const bool isLast = CMTIME_IS_INVALID(dueLater_);

@@ -12,9 +12,10 @@
 
 namespace zaffo::media {
 
-/// Decodes a queue just as far as it takes to show the right picture. Of the frames that are due
-/// the last one alone is given; those before it are decoded only if others refer to them. Works a
-/// sample at a time. Thread: one at a time.
+/// Decodes a queue just as far as it takes to show the right picture, for both players: whoever
+/// fills the queue and says what is wanted has the policy. Of the frames that are due the last one
+/// alone is given; those before it are decoded only if others refer to them. Works a sample at a
+/// time. Thread: one at a time.
 ///
 /// A first sample that is to be displayed immediately is drained out of the decoder without waiting
 /// for those that follow. What follows is then decoded from it again, if it is ever asked for;
@@ -30,6 +31,9 @@ class SampleQueueDecoder {
     bool noneComing = false;   ///< no sample is on its way: what the decoder holds back is wanted
     bool haveAllCome = false;  ///< besides, these are all that there are
     bool overdue = false;      ///< nothing was shown for long: a late frame is better than none
+    /// The presentation of a frame that is known to be the one for `now`: it is had as soon as its
+    /// sample is in, if that is one of the first.
+    CMTime sought = kCMTimeInvalid;
   };
   struct Picture {
     VideoFrame frame;
@@ -64,6 +68,12 @@ class SampleQueueDecoder {
   /// again takes no more than a moment. True when there is no decoder any more, and the frames
   /// after the one on show will be given again.
   [[nodiscard]] bool letGoIfCheap(CMTime shown);
+  /// Whether what follows is decoded from the sync sample again: the decoder was drained before.
+  [[nodiscard]] bool isSpent() const { return isSpent_; }
+  /// Lets go of the decoder if it holds nothing.
+  void letGoIfSpent() {
+    if (isSpent_ || sent_ == 0) decoder_.reset();
+  }
   /// Starts again from the kept samples if they have a frame for `time`, which lies before what
   /// was given last. The frames after that one will be given again.
   [[nodiscard]] bool goBackTo(CMTime time);
@@ -74,7 +84,7 @@ class SampleQueueDecoder {
 
  private:
   static constexpr uint64_t kNoGeneration = ~uint64_t{0};
-  enum class Drain { None, AtOnce, NewRun, End };
+  enum class Drain { None, AtOnce, Sought, NewRun, End };
 
   [[nodiscard]] CMTime dueInDecoder(CMTime now) const;
   [[nodiscard]] Outcome take(VideoFrame frame, const Demand& demand, Picture& picture);
@@ -89,7 +99,8 @@ class SampleQueueDecoder {
   [[nodiscard]] bool isWantedAtOnce(const QueuedSample& next) const;
   [[nodiscard]] bool hasFormatOf(const QueuedSample& next) const;
   [[nodiscard]] bool open();
-  [[nodiscard]] Outcome send(const QueuedSample& next);
+  [[nodiscard]] Outcome send(const QueuedSample& next, const Demand& demand);
+  [[nodiscard]] bool isSought(const Sample& sample, const Demand& demand) const;
   [[nodiscard]] Outcome drain(Drain reason);
   [[nodiscard]] Outcome finishDrain(Picture& picture);
   [[nodiscard]] bool isHopeless(const Demand& demand, bool hasNext) const;
@@ -115,9 +126,10 @@ class SampleQueueDecoder {
 
   DecodeOnlyRun decodeOnlyRun_;
   bool isSettled_ = false;
-  bool isComplete_ = false;         ///< no sample can come any more for the time asked for
-  bool wantsFirst_ = false;         ///< the next frame that is given is to be shown at once
-  CMTime atOnce_ = kCMTimeInvalid;  ///< the frame at this time is
+  bool isComplete_ = false;           ///< no sample can come any more for the time asked for
+  bool wantsFirst_ = false;           ///< the next frame that is given is to be shown at once
+  CMTime atOnce_ = kCMTimeInvalid;    ///< the frame at this time is
+  CMTime answered_ = kCMTimeInvalid;  ///< the frame that the decoder was drained for
   std::size_t late_ = 0;
   bool gaveNothing_ = true;     ///< since begin()
   bool rewound_ = false;        ///< by the last step

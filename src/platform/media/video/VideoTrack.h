@@ -1,25 +1,23 @@
 #pragma once
 
+#include <functional>
 #include <memory>
-#include <optional>
 
 #include "platform/media/ReorderHorizon.h"
-#include "platform/media/codec/VideoDecoder.h"
 #include "platform/media/source/SampleSource.h"
-#include "platform/media/video/DecodeOnlyRun.h"
+#include "platform/media/video/SampleQueueDecoder.h"
 
 namespace zaffo::media {
 
 /// The pictures of one video track: finds the frame of any time exactly, then gives the frames that
-/// follow it in order. Works a sample at a time, so that its owner can turn to something newer
-/// between two steps. Thread: one at a time.
+/// follow it in order. Reads a sample at a time into a queue, as the decoder of that asks for them,
+/// so that its owner can turn to something newer between two steps. Thread: one at a time.
 ///
-/// The frame at a sync sample is drained out of the decoder as soon as that one sample is in,
-/// without waiting for the frames that would confirm its place (where it lies after the time, the
-/// samples behind it are read first, for one that is presented before it); and so is the frame at
-/// time zero that is not a sync sample, once its own sample and the few before it are in. What
-/// follows is then decoded from the sync sample again, if it is ever asked for; until then the
-/// decoder may be let go.
+/// Where the first sample read tells that its frame is the one sought, that is had without waiting
+/// for the samples that would confirm its place (where it lies after the time, those behind it are
+/// read first, for one that is presented before it); and so is the frame at time zero that is not a
+/// sync sample, once its own sample and the few before it are in. What follows is then decoded from
+/// the sync sample again, if it is ever asked for; until then the decoder may be let go.
 class VideoTrack {
  public:
   VideoTrack(std::shared_ptr<SampleSource> source, int trackID);
@@ -39,7 +37,7 @@ class VideoTrack {
   void hurryTo(CMTime time) { hurryTo_ = time; }
 
   /// Lets go of the decoder when it can be rebuilt from the sync sample last shown.
-  void releaseDecoderIfRebuildable();
+  void releaseDecoderIfRebuildable() { decoder_.letGoIfSpent(); }
   /// Goes on after `frame`, which was given for the sync sample at or before it, decoder let go.
   void resumeAfter(const VideoFrame& frame);
 
@@ -51,63 +49,52 @@ class VideoTrack {
   void setReadyHandler(std::function<void()> handler) { readyHandler_ = std::move(handler); }
 
  private:
-  [[nodiscard]] bool prepareDecoderAt(CMTime time);
-  [[nodiscard]] bool openCursor();
-  [[nodiscard]] bool openOrResetDecoder();
-  void send(const Sample& sample);
-  [[nodiscard]] bool isSoughtFirstFrame(const Sample& sample) const;
-  [[nodiscard]] Outcome searchAgain();
-  [[nodiscard]] Outcome feed();
-  [[nodiscard]] bool maySkip(const Sample& sample);
-  [[nodiscard]] Outcome decideSearch();
-  [[nodiscard]] Outcome stepToNextSync();
-  [[nodiscard]] Outcome stepBehindSync();
-  [[nodiscard]] Outcome drainSync(const Sample& sample);
-  [[nodiscard]] Outcome stepDrainedSync(VideoFrame& frame);
-  [[nodiscard]] Outcome stepExact(VideoFrame& frame);
-  [[nodiscard]] Outcome fail(NSErrorPtr error);
-
   /// How the frame that is sought is found.
   enum class Search {
     None,
-    Undecided,    ///< the first sample will tell
-    NextSync,     ///< the sync sample after the time may do: look for it without decoding
-    BehindSync,   ///< the first one lies after the time: look for what is presented before it
-    DrainedSync,  ///< the sync sample itself is wanted: drain it out
-    Exact,        ///< decode up to the first frame after the time
+    Undecided,   ///< the first sample will tell
+    NextSync,    ///< the sync sample after the time may do: look for it without decoding
+    BehindSync,  ///< the first one lies after the time: look for what is presented before it
+    Decoding,    ///< decode up to the frame
   };
+
+  [[nodiscard]] bool placeAt(CMTime time);
+  [[nodiscard]] bool openCursor();
+  [[nodiscard]] Outcome read(Sample& sample);
+  void enqueue(Sample sample);
+  [[nodiscard]] Outcome decideSearch();
+  [[nodiscard]] Outcome stepToNextSync();
+  [[nodiscard]] Outcome stepBehindSync();
+  [[nodiscard]] Outcome stepDecoding(VideoFrame& frame);
+  [[nodiscard]] Outcome takeSyncAt(CMTime time);
+  [[nodiscard]] Outcome searchAgain(CMTime from);
+  [[nodiscard]] Outcome step(SampleQueueDecoder::Demand demand, VideoFrame& frame);
+  [[nodiscard]] Outcome feed();
+  [[nodiscard]] Outcome fail(NSErrorPtr error);
 
   const std::shared_ptr<SampleSource> source_;
   const int trackID_;
   std::function<void()> readyHandler_;
   std::unique_ptr<SampleCursor> cursor_;
-  std::unique_ptr<VideoDecoder> decoder_;
+  std::shared_ptr<const CMFormatDescription> format_;  ///< of the samples that are read
+  SampleQueue samples_;
+  SampleQueueDecoder decoder_{samples_};
+  DecodeOnlyRun decodeOnlyRun_;  ///< of what is read
   NSErrorPtr error_;
-  NSErrorPtr readError_;  ///< the source gave no more; what was read before is still decoded
+  NSErrorPtr readError_;   ///< the source gave no more; what was read before is still decoded
+  bool hasEnded_ = false;  ///< the source gave all
 
   Search search_ = Search::None;
   CMTime target_ = kCMTimeInvalid;
   CMTime earliest_ = kCMTimeInvalid;
   CMTime latest_ = kCMTimeInvalid;
-  bool passedNewStart_ = false;  ///< on the way to the next sync sample
-  Sample lateSync_;              ///< the sync sample that lies after the time
-  ReorderHorizon horizon_;       ///< of it and what was read behind it
-  VideoFrame candidate_;
-  std::optional<VideoFrame> lookahead_;
+  CMTime sought_ = kCMTimeInvalid;  ///< the frame's own time, where that is known
+  bool passedNewStart_ = false;     ///< on the way to the next sync sample
+  CMTime lateSync_;                 ///< of the sync sample that lies after the time
+  ReorderHorizon horizon_;          ///< of it and what was read behind it
 
-  CMTime skipUpTo_ = kCMTimeInvalid;  ///< frames up to it may be left out if unreferenced
-  CMTime latestSentUpTo_ =
-      kCMTimeInvalid;                    ///< latest presentation sent that is not after skipUpTo_
-  CMTime dropThrough_ = kCMTimeInvalid;  ///< frames up to it were given already
   CMTime hurryTo_ = kCMTimeInvalid;
-  bool needsRestart_ = false;  ///< the decoder is drained or gone; go on from restartAt_
-  CMTime restartAt_ = kCMTimeZero;
-  bool draining_ = false;
-  bool drainsAtTarget_ = false;   ///< when the sample of the frame sought is in
-  bool drainedAtTarget_ = false;  ///< it is
-  int sentSincePrepared_ = 0;
-  DecodeOnlyRun decodeOnlyRun_;
-  bool gaveFrame_ = false;  ///< since the decoder was last prepared
+  CMTime resumeAt_ = kCMTimeInvalid;  ///< nothing of what follows it was read
 };
 
 }  // namespace zaffo::media

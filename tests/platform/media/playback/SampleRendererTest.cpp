@@ -1,6 +1,9 @@
 #include "platform/media/playback/SampleRenderer.h"
 
+#include <functional>
+
 #include "doubles/HeldQueue.h"
+#include "platform/media/Encoding.h"
 #include "platform/media/playback/RendererFixture.h"
 
 namespace zaffo::media {
@@ -317,6 +320,31 @@ TEST_F(SampleRendererTest, AnOpenGroupIsShownWhole) {
   timebase_->setRate(1);
   enterPeriod();
   expectEveryFrame(0, 60);
+}
+
+TEST_F(SampleRendererTest, PicturesThatLeadUpToTheFirstSyncSampleAreShownBeforeIt) {
+  constexpr int kCount = 24;
+  Encoded encoded = encodePictures({.codec = "libx265",
+                                    .options = "g=8;bf=3;crf=4;x265-params=min-keyint=8:b-adapt=0:"
+                                               "radl=2:scenecut=0:log-level=none",
+                                    .count = kCount,
+                                    .size = 64});
+  auto& decoded = encoded.samples;
+  decoded.erase(decoded.begin(),
+                std::find_if(decoded.begin() + 1, decoded.end(), std::mem_fn(&Sample::sync)));
+  const CMTime first = std::ranges::min_element(decoded, {}, &Sample::presentation)->presentation;
+  ASSERT_LT(first, decoded.front().presentation);
+  const auto format = makeFormatDescription(*encoded.parameters);
+  std::vector<QueuedSample> samples;
+  for (Sample& sample : decoded) samples.push_back({std::move(sample), format, false});
+  start(std::move(samples), first);
+  time_.settle();
+  timebase_->setRate(1);
+  enterPeriod();
+  for (auto number = static_cast<int>(first.value); number < kCount; ++number) {
+    EXPECT_EQ(pictureNumber(renderer_->frames()->bufferAtHostTime(TimeSource::now())), number);
+    time_.advance(kNanosecondsPerSecond / 30 + 1);
+  }
 }
 
 // Runs that do not continue each other.

@@ -52,7 +52,8 @@ INSTANTIATE_TEST_SUITE_P(Clips, SeekingToEveryFrame,
                                          "interlaced.mp4", "vfr.mp4", "h264.mkv", "vp9_opus.webm",
                                          "vp8_vorbis.webm", "av1.mp4", "mpeg4_mp3.mp4",
                                          "fragmented.mp4", "edit_list.mp4", "edit_list_hevc.mp4",
-                                         "hevc.mkv", "no_b_frames.mp4"),
+                                         "hevc.mkv", "no_b_frames.mp4", "gradual_refresh.mkv",
+                                         "gradual_refresh_fragmented.mp4"),
                          [](const testing::TestParamInfo<const char*>& clipInfo) {
                            std::string name = clipInfo.param;
                            std::replace(name.begin(), name.end(), '.', '_');

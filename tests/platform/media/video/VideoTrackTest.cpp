@@ -126,6 +126,38 @@ TEST_F(VideoTrackTest, ASeekToleratesTheSyncFrameThatIsEarlyEnough) {
   EXPECT_EQ(shown(), start + 5);
 }
 
+TEST_F(VideoTrackTest, ASeekToleratesTheNextSyncFrameThatIsNotTooLate) {
+  const int start = secondStart();
+  open();
+  const auto seekUpTo = [&](double latest) {
+    track_->beginSeek(frames(start - 2), frames(start - 2), frames(latest));
+    return seekOn();
+  };
+  ASSERT_EQ(seekUpTo(start), Outcome::Ready);
+  EXPECT_EQ(shown(), start);
+  EXPECT_EQ(rest(), range(start + 1));
+  ASSERT_EQ(seekUpTo(start - 0.25), Outcome::Ready);
+  EXPECT_EQ(shown(), start - 2);
+  EXPECT_EQ(rest(), range(start - 1));
+}
+
+TEST_F(VideoTrackTest, ASyncFrameThatWouldHaveDoneAndIsDamagedIsLeftForTheOneSought) {
+  const int start = secondStart();
+  damage(sampleOf(start));
+  open();
+  track_->beginSeek(frames(start - 2), frames(start - 2), frames(start));
+  ASSERT_EQ(seekOn(), Outcome::Ready);
+  EXPECT_EQ(shown(), start - 2);
+}
+
+TEST_F(VideoTrackTest, WhatFollowsADrainedFrameIsNotReadAgain) {
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
+  const int reads = source_->reads();
+  EXPECT_EQ(rest(), range(1));
+  EXPECT_EQ(source_->reads(), reads + kCount - 1) << "none is read twice";
+}
+
 TEST_F(VideoTrackTest, BehindTheLastFrameIsTheLastFrame) {
   open();
   ASSERT_EQ(seek(frames(1000)), Outcome::Ready);

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/media/FFmpegCommon.h"
+
+namespace zaffo::media {
+
+/// Whether an H.264 sample begins a gradual refresh: the picture is renewed a part at a time, and
+/// what is decoded from there on is whole only some frames later, with B frames even behind the
+/// next such sample. Containers mark them as sync samples. `parameters`: of the track. Thread: any.
+[[nodiscard]] bool beginsGradualRefresh(const AVPacket& packet,
+                                        const AVCodecParameters& parameters);
+
+}  // namespace zaffo::media

@@ -1,0 +1,255 @@
+#include "platform/media/video/SampleQueueDecoder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+#include <vector>
+
+#include "platform/media/Encoding.h"
+#include "platform/media/SampleBuffers.h"
+
+namespace zaffo::media {
+namespace {
+
+constexpr int kCount = 24;
+
+CMTime frames(double count) {
+  return CMTimeMake(std::llround(count * 4), 4 * kEncodedRate);
+}
+
+/// A queue with the samples of a script, and what is decoded of it.
+class SampleQueueDecoderTest : public testing::Test {
+ protected:
+  using Demand = SampleQueueDecoder::Demand;
+
+  explicit SampleQueueDecoderTest(const PictureScript& script = {.options = "g=12;bf=2",
+                                                                 .count = kCount})
+      : encoded_(encodePictures(script)), format_(makeFormatDescription(*encoded_.parameters)) {}
+
+  /// So many samples more come, the very first of which may be wanted at once.
+  void push(std::size_t count, bool atOnce = false) {
+    for (; count > 0 && next_ < encoded_.samples.size(); --count, ++next_) {
+      (void)queue_.push({std::move(encoded_.samples[next_]), format_, atOnce && next_ == 0});
+    }
+  }
+  /// Steps until something comes of it.
+  Outcome step(const Demand& demand) {
+    Outcome outcome = Outcome::Working;
+    while (outcome == Outcome::Working) outcome = decoder_.step(demand, picture_);
+    return outcome;
+  }
+  /// The numbers of the frames that are given as time goes on by a frame each, from `first` on.
+  std::vector<int> play(int first, int end = kCount) {
+    std::vector<int> numbers;
+    for (int now = first; now < end; ++now) {
+      const Demand demand{.now = frames(now), .noneComing = true, .haveAllCome = true};
+      while (step(demand) == Outcome::Ready) {
+        EXPECT_EQ(picture_.frame.presentation, frames(shown()));
+        numbers.push_back(shown());
+      }
+    }
+    return numbers;
+  }
+  [[nodiscard]] int shown() const { return pictureNumber(picture_.frame.buffer).value_or(-1); }
+
+  static std::vector<int> range(int first, int end = kCount) {
+    std::vector<int> numbers;
+    for (int i = first; i < end; ++i) numbers.push_back(i);
+    return numbers;
+  }
+  Sample& sampleOf(int number) {
+    return *std::ranges::find(encoded_.samples, frames(number), &Sample::presentation);
+  }
+  static void damage(Sample& sample) {
+    ASSERT_GE(av_packet_make_writable(sample.packet.get()), 0);
+    std::fill_n(sample.packet->data, sample.packet->size, uint8_t{0});
+  }
+  void begin() { decoder_.begin(); }
+
+  Encoded encoded_;
+  const std::shared_ptr<const CMFormatDescription> format_;
+  std::size_t next_ = 0;
+  SampleQueue queue_;
+  SampleQueueDecoder decoder_{queue_};
+  SampleQueueDecoder::Picture picture_;
+};
+
+TEST_F(SampleQueueDecoderTest, TheFrameWantedAtOnceComesOutOfItsSampleAlone) {
+  push(1, true);
+  begin();
+  ASSERT_EQ(step({.now = frames(9)}), Outcome::Ready);
+  EXPECT_EQ(shown(), 0);
+  EXPECT_TRUE(picture_.atOnce);
+  EXPECT_FALSE(picture_.isStandIn);
+  EXPECT_TRUE(decoder_.isSpent());
+}
+
+TEST_F(SampleQueueDecoderTest, WhatFollowsADrainedFrameIsDecodedFromTheSyncSampleAgain) {
+  push(kCount, true);
+  begin();
+  ASSERT_EQ(step({.now = frames(0)}), Outcome::Ready);
+  EXPECT_FALSE(decoder_.takeRewind());
+  EXPECT_EQ(play(1), range(1));
+  EXPECT_TRUE(decoder_.takeRewind());
+  EXPECT_FALSE(decoder_.takeRewind());
+}
+
+TEST_F(SampleQueueDecoderTest, OfTheFramesThatAreDueTheLastAloneIsGiven) {
+  push(kCount);
+  begin();
+  for (const double now : {7.0, 9.5, 20.0}) {
+    ASSERT_EQ(step({.now = frames(now)}), Outcome::Ready);
+    EXPECT_EQ(shown(), static_cast<int>(now));
+    EXPECT_EQ(step({.now = frames(now)}), Outcome::End) << "that was all";
+  }
+  EXPECT_GT(decoder_.takeLate(), 0u);
+  EXPECT_EQ(decoder_.takeLate(), 0u);
+}
+
+TEST_F(SampleQueueDecoderTest, FramesThatAreNotDueAreDecodedAheadAlone) {
+  for (Sample& sample : encoded_.samples) sample.presentation = sample.presentation + frames(3);
+  tellDecodeTimes(encoded_.samples);
+  push(kCount);
+  begin();
+  EXPECT_EQ(step({.now = frames(2)}), Outcome::End);
+  ASSERT_EQ(step({.now = frames(2), .ahead = true}), Outcome::Ready);
+  EXPECT_EQ(shown(), 0);
+}
+
+TEST_F(SampleQueueDecoderTest, AsksForSamplesUntilTheLastFrameThatIsDueIsKnown) {
+  begin();
+  EXPECT_EQ(step({.now = frames(1), .ahead = true}), Outcome::Again);
+  push(2);
+  EXPECT_EQ(step({.now = frames(1), .ahead = true}), Outcome::Again);
+  EXPECT_FALSE(decoder_.isSettled());
+  push(kCount);
+  ASSERT_EQ(step({.now = frames(1), .ahead = true}), Outcome::Ready);
+  EXPECT_EQ(shown(), 1);
+}
+
+TEST_F(SampleQueueDecoderTest, WhatTheDecoderHoldsIsHadWhenNoSampleIsOnItsWay) {
+  push(kCount);
+  begin();
+  ASSERT_EQ(step({.now = frames(100), .noneComing = true}), Outcome::Ready);
+  EXPECT_EQ(shown(), kCount - 1);
+}
+
+TEST_F(SampleQueueDecoderTest, ALateFrameIsGivenWhenNothingWasShownForLong) {
+  push(4);
+  begin();
+  ASSERT_EQ(step({.now = frames(20)}), Outcome::Again);
+  EXPECT_TRUE(decoder_.holdsLateFrame());
+  ASSERT_EQ(step({.now = frames(20), .overdue = true}), Outcome::Ready);
+  EXPECT_LT(shown(), 4);
+}
+
+TEST_F(SampleQueueDecoderTest, ASoughtFrameComesWithItsSampleAndThoseItLeansOn) {
+  const auto needed = std::ranges::find(encoded_.samples, frames(1), &Sample::presentation) -
+                      encoded_.samples.begin() + 1;
+  push(static_cast<std::size_t>(needed));
+  begin();
+  ASSERT_EQ(step({.now = frames(1), .ahead = true, .sought = frames(1)}), Outcome::Ready);
+  EXPECT_EQ(shown(), 1);
+  push(kCount);
+  EXPECT_EQ(play(2), range(2));
+}
+
+TEST_F(SampleQueueDecoderTest, WhatWasSentBesideASoughtFrameIsNotLostAtTheEnd) {
+  // In the order of decoding 0, 3, 1: the frame after the one that is sought is in, too.
+  push(3);
+  begin();
+  ASSERT_EQ(step({.now = frames(1), .ahead = true, .sought = frames(1)}), Outcome::Ready);
+  EXPECT_EQ(shown(), 1);
+  EXPECT_EQ(play(2, 5), std::vector<int>(1, 3));
+}
+
+TEST_F(SampleQueueDecoderTest, ASoughtFrameThatIsDamagedGivesWayToTheNext) {
+  damage(sampleOf(0));
+  for (Sample& sample : encoded_.samples) sample.sync = true;
+  push(kCount);
+  begin();
+  const Demand demand{.now = frames(0), .ahead = true, .sought = frames(0)};
+  ASSERT_EQ(step(demand), Outcome::Ready);
+  EXPECT_GT(picture_.frame.presentation, frames(0));
+}
+
+TEST_F(SampleQueueDecoderTest, AFlushedQueueGivesNothingUntilItIsBegunAnew) {
+  push(8);
+  begin();
+  ASSERT_EQ(step({.now = frames(3)}), Outcome::Ready);
+  (void)queue_.flush();
+  EXPECT_EQ(step({.now = frames(5)}), Outcome::Again);
+  while (!encoded_.samples[next_].sync) ++next_;
+  push(kCount);
+  EXPECT_EQ(step({.now = frames(5)}), Outcome::Again);
+  begin();
+  ASSERT_EQ(step({.now = frames(20), .noneComing = true}), Outcome::Ready);
+  EXPECT_EQ(shown(), 20);
+}
+
+TEST_F(SampleQueueDecoderTest, FailsWhenNothingOfAllThereIsCanBeDecoded) {
+  for (Sample& sample : encoded_.samples) damage(sample);
+  push(kCount);
+  begin();
+  EXPECT_EQ(step({.now = frames(3), .noneComing = true}), Outcome::End) << "more may come";
+  EXPECT_EQ(step({.now = frames(3), .ahead = true, .noneComing = true, .haveAllCome = true}),
+            Outcome::Error);
+  EXPECT_TRUE(decoder_.error());
+}
+
+TEST_F(SampleQueueDecoderTest, GoesBackToAFrameWhoseSamplesAreHeld) {
+  push(kCount);
+  begin();
+  ASSERT_EQ(step({.now = frames(8)}), Outcome::Ready);
+  ASSERT_TRUE(decoder_.goBackTo(frames(2)));
+  ASSERT_EQ(step({.now = frames(2)}), Outcome::Ready);
+  EXPECT_EQ(shown(), 2);
+  EXPECT_FALSE(decoder_.goBackTo(frames(-1)));
+}
+
+TEST_F(SampleQueueDecoderTest, TheDecoderIsLetGoOfWhereItIsSoonHadAgain) {
+  push(kCount);
+  begin();
+  ASSERT_EQ(step({.now = frames(3)}), Outcome::Ready);
+  EXPECT_FALSE(decoder_.letGoIfCheap(kCMTimeInvalid)) << "nothing is on show";
+  EXPECT_TRUE(decoder_.letGoIfCheap(frames(3)));
+  EXPECT_TRUE(decoder_.isSpent());
+  EXPECT_EQ(play(4), range(4));
+}
+
+/// The same with an HEVC stream that begins with a sync sample which others are shown before.
+class LeadingPicturesDecoderTest : public SampleQueueDecoderTest {
+ protected:
+  LeadingPicturesDecoderTest()
+      : SampleQueueDecoderTest({.codec = "libx265",
+                                .options = "g=8;bf=3;crf=4;x265-params=min-keyint=8:b-adapt=0:"
+                                           "radl=2:scenecut=0:log-level=none",
+                                .count = kCount,
+                                .size = 64}) {
+    auto& samples = encoded_.samples;
+    samples.erase(samples.begin(),
+                  std::find_if(samples.begin() + 1, samples.end(), std::mem_fn(&Sample::sync)));
+  }
+};
+
+TEST_F(LeadingPicturesDecoderTest, AFrameThatWasShownBeforeThoseThatLeadUpToItComesAgain) {
+  const CMTime sync = encoded_.samples.front().presentation;
+  const CMTime first =
+      std::ranges::min_element(encoded_.samples, {}, &Sample::presentation)->presentation;
+  ASSERT_LT(first, sync);
+  push(1, true);
+  begin();
+  ASSERT_EQ(step({.now = first}), Outcome::Ready);
+  EXPECT_EQ(picture_.frame.presentation, sync);
+  EXPECT_TRUE(picture_.isStandIn);
+  EXPECT_EQ(step({.now = first}), Outcome::End) << "nothing else came";
+  push(kCount);
+  const auto number = static_cast<int>(CMTimeConvertScale(first, kEncodedRate).value);
+  EXPECT_EQ(play(number), range(number));
+  EXPECT_FALSE(picture_.isStandIn);
+}
+
+}  // namespace
+}  // namespace zaffo::media
