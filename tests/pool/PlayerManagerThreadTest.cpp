@@ -33,6 +33,11 @@ TEST_F(PlayerManagerThreadDeathTest, VideosAreAskedForOnTheMainThread) {
   expectDeathElsewhere([this] { (void)request("a"); });
 }
 
+TEST_F(PlayerManagerThreadDeathTest, RoomIsMadeOnTheMainThread) {
+  const auto item = ScriptedAVPlayerItem::create(true);
+  expectDeathElsewhere([&] { (void)manager->makeRoom(*item); });
+}
+
 }  // namespace
 }  // namespace zaffo
 
