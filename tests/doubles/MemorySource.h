@@ -98,19 +98,19 @@ class MemorySource final : public SampleSource, public std::enable_shared_from_t
           track_(*source_->data_[static_cast<std::size_t>(trackID - 1)]),
           parameters_(track_.parameters.get()) {}
 
-    ReadOutcome next(Sample& sample) override {
-      if (error_) return ReadOutcome::Error;
+    Outcome next(Sample& sample) override {
+      if (error_) return Outcome::Error;
       if (next_ >= source_->failsBehind_) {
         error_ = makeError(AVErrorUnknown, "torn");
-        return ReadOutcome::Error;
+        return Outcome::Error;
       }
-      if (next_ == track_.samples.size()) return ReadOutcome::End;
-      if (!source_->takesOne()) return ReadOutcome::Again;
+      if (next_ == track_.samples.size()) return Outcome::End;
+      if (!source_->takesOne()) return Outcome::Again;
       if (const auto format = track_.formats.find(next_); format != track_.formats.end()) {
         parameters_ = format->second;
       }
       sample = copyOf(track_.samples[next_++]);
-      return ReadOutcome::Sample;
+      return Outcome::Ready;
     }
     bool seek(CMTime time) override {
       ++source_->seeks_;

@@ -16,7 +16,7 @@ namespace zaffo::media {
 /// What a ScriptedSampleSource gives. One cursor reads it. Thread: any.
 struct SampleScript {
   struct Step {
-    ReadOutcome outcome = ReadOutcome::Sample;
+    Outcome outcome = Outcome::Ready;
     Sample sample;
     int width = 0;  ///< of the format from this sample on; 0 to go on as before
   };
@@ -53,13 +53,13 @@ class ScriptedSampleCursor final : public SampleCursor {
     parameters_->width = 16;
   }
 
-  ReadOutcome next(Sample& sample) override {
+  Outcome next(Sample& sample) override {
     const std::lock_guard lock(script_->mutex);
     ++script_->reads;
-    if (script_->steps.empty()) return script_->open ? ReadOutcome::Again : ReadOutcome::End;
+    if (script_->steps.empty()) return script_->open ? Outcome::Again : Outcome::End;
     SampleScript::Step step = std::move(script_->steps.front());
     script_->steps.pop_front();
-    if (step.outcome == ReadOutcome::Error) error_ = makeError(AVErrorUnknown, "scripted");
+    if (step.outcome == Outcome::Error) error_ = makeError(AVErrorUnknown, "scripted");
     if (step.width > 0) parameters_->width = step.width;
     sample = std::move(step.sample);
     return step.outcome;

@@ -28,7 +28,7 @@ TEST_P(ReleasedInAnyStateTest, LeavesNoCallbackThreadDescriptorOrMemoryBehind) {
   session.reset();
   item.reset();
   time.advance(20 * kNanosecondsPerSecond);
-  const size_t threads = threadCount(), descriptors = descriptorCount();
+  const size_t threads = threadCountBesideQueues(), descriptors = descriptorCount();
   for (int round = 0; round < 2; ++round) {
     item = itemAt(test::clip(GetParam().clip));
     session = PlaybackSession::create(item);
@@ -46,7 +46,7 @@ TEST_P(ReleasedInAnyStateTest, LeavesNoCallbackThreadDescriptorOrMemoryBehind) {
     EXPECT_TRUE(weakItem.expired());
     EXPECT_THAT(ends, IsEmpty());
     EXPECT_FALSE(time.hasTimer());
-    EXPECT_LE(threadCount(), threads);
+    EXPECT_LE(threadCountBesideQueues(), threads);
     EXPECT_EQ(descriptorCount(), descriptors);
   }
 }

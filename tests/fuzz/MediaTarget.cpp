@@ -56,14 +56,14 @@ void examine(const AudioBlock& block) {
 }
 
 template <typename Output, typename Decoder>
-void receiveAll(Decoder& decoder, DecodeOutcome last) {
+void receiveAll(Decoder& decoder, Outcome last) {
   for (int i = 0; i < kReceivesUntilStuck; ++i) {
     Output output;
-    const DecodeOutcome outcome = decoder.receive(output);
-    if (outcome == DecodeOutcome::Ok) examine(output);
-    if (outcome == DecodeOutcome::Error) require(decoder.error() != nullptr, "an error is told");
+    const Outcome outcome = decoder.receive(output);
+    if (outcome == Outcome::Ready) examine(output);
+    if (outcome == Outcome::Error) require(decoder.error() != nullptr, "an error is told");
     if (outcome == last) return;
-    require(outcome == DecodeOutcome::Ok || outcome == DecodeOutcome::Error,
+    require(outcome == Outcome::Ready || outcome == Outcome::Error,
             "only a drained decoder ends, and it does not ask for more");
   }
   require(false, "a decoder comes to an end");
@@ -74,18 +74,17 @@ template <typename Output, typename Decoder>
 void decodeSome(SampleCursor& cursor, Decoder& decoder) {
   for (int i = 0; i < kSamplesAtAPlace; ++i) {
     Sample sample;
-    const ReadOutcome outcome = cursor.next(sample);
-    require(outcome != ReadOutcome::Again, "a file never waits");
-    if (outcome == ReadOutcome::Error) require(cursor.error() != nullptr, "an error is told");
-    if (outcome != ReadOutcome::Sample) break;
+    const Outcome outcome = cursor.next(sample);
+    require(outcome != Outcome::Again, "a file never waits");
+    if (outcome == Outcome::Error) require(cursor.error() != nullptr, "an error is told");
+    if (outcome != Outcome::Ready) break;
     require(sample.packet != nullptr, "a sample has data");
-    const DecodeOutcome sent = decoder.send(sample);
-    require(sent == DecodeOutcome::Ok || sent == DecodeOutcome::Error,
-            "an emptied decoder takes a sample");
-    receiveAll<Output>(decoder, DecodeOutcome::Again);
+    const Outcome sent = decoder.send(sample);
+    require(sent == Outcome::Ready || sent == Outcome::Error, "an emptied decoder takes a sample");
+    receiveAll<Output>(decoder, Outcome::Again);
   }
   decoder.drain();
-  receiveAll<Output>(decoder, DecodeOutcome::End);
+  receiveAll<Output>(decoder, Outcome::End);
 }
 
 template <typename Output, typename Decoder>

@@ -43,18 +43,24 @@ void BlockingThreads::execute(std::shared_ptr<Runnable> work) {
 
 void BlockingThreads::serve() {
   lowerThreadPriority();
+  becomeFree();
   while (auto work = waitForWork()) {
     work->run();
     work.reset();  // what goes with it may queue more, which the count must not miss
+    becomeFree();  // before the count ends: who waits for it finds this thread free
     WorkCount::shared().end();
   }
 }
 
-/// The oldest waiting work; null when the calling thread is to end.
+void BlockingThreads::becomeFree() {
+  MutexLock lock(waitingWorkMutex_);
+  ++freeThreads_;
+}
+
+/// The oldest waiting work, whose thread is no longer free; null when the calling thread is to end.
 std::shared_ptr<Runnable> BlockingThreads::waitForWork() {
   const auto deadline = std::chrono::steady_clock::now() + freeLifetime_;
   MutexLock lock(waitingWorkMutex_);
-  ++freeThreads_;
   bool timedOut = false;
   while (waitingWork_.empty() && !stopped_ && !timedOut) {
     timedOut = workArrived_.wait_until(waitingWorkMutex_, deadline) == std::cv_status::timeout;

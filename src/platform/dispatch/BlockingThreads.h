@@ -33,6 +33,7 @@ class BlockingThreads final : public Executor {
   ~BlockingThreads() override = default;
   void stop();
   void serve();
+  void becomeFree();
   [[nodiscard]] std::shared_ptr<Runnable> waitForWork();
 
   const std::chrono::milliseconds freeLifetime_;

@@ -29,12 +29,4 @@ struct Sample {
   CMTime heardUntil;
 };
 
-/// What reading one step gave. Waiting and ending are outcomes, not errors.
-enum class ReadOutcome {
-  Sample,  ///< one was read
-  Again,   ///< none is there yet; the cursor's ready handler will tell
-  End,     ///< no more
-  Error,   ///< see the cursor's error()
-};
-
 }  // namespace zaffo::media

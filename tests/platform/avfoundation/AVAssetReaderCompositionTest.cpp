@@ -32,7 +32,7 @@ class AVAssetReaderCompositionTest : public AssetReaderFixture {
     std::unique_ptr<media::VideoDecoder> decoder;
     media::VideoFrame frame;
     const auto take = [&] {
-      while (decoder->receive(frame) == media::DecodeOutcome::Ok) {
+      while (decoder->receive(frame) == media::Outcome::Ready) {
         shown.emplace_back(frame.presentation, test::frameNumber(frame.buffer).value_or(-1));
       }
     };
@@ -47,7 +47,7 @@ class AVAssetReaderCompositionTest : public AssetReaderFixture {
       }
       media::Sample sample;
       EXPECT_TRUE(media::sampleFromBuffer(*buffer, sample));
-      EXPECT_EQ(decoder->send(sample), media::DecodeOutcome::Ok);
+      EXPECT_EQ(decoder->send(sample), media::Outcome::Ready);
       take();
     }
     decoder->drain();

@@ -32,7 +32,7 @@ std::optional<int> firstShownNumber(const Buffers& buffers) {
   std::optional<media::VideoFrame> first;
   media::VideoFrame frame;
   const auto collect = [&] {
-    while (decoder->receive(frame) == media::DecodeOutcome::Ok) {
+    while (decoder->receive(frame) == media::Outcome::Ready) {
       if (!first || frame.presentation < first->presentation) first = std::move(frame);
       frame = {};
     }
@@ -41,7 +41,7 @@ std::optional<int> firstShownNumber(const Buffers& buffers) {
   for (std::size_t i = 0; i < buffers.size() && i < 60; ++i) {
     media::Sample sample;
     EXPECT_TRUE(media::sampleFromBuffer(*buffers[i], sample));
-    EXPECT_EQ(decoder->send(sample), media::DecodeOutcome::Ok);
+    EXPECT_EQ(decoder->send(sample), media::Outcome::Ready);
     collect();
   }
   decoder->drain();

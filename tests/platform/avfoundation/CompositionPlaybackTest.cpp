@@ -105,7 +105,7 @@ class CompositionPlaybackTest : public PlayerFixture {
     const auto cursor = asset.sampleSource()->openCursor(track->trackID).valueOr(nullptr);
     media::Sample sample;
     double end = 0;
-    while (cursor->next(sample) == media::ReadOutcome::Sample)
+    while (cursor->next(sample) == media::Outcome::Ready)
       end = std::max(end, CMTimeGetSeconds(sample.presentation + sample.duration));
     return end;
   }

@@ -48,11 +48,11 @@ inline std::unique_ptr<SampleCursor> openTrack(SampleSource& source, AVMediaType
 }
 
 /// Every sample from where the cursor stands to its end.
-inline std::vector<Sample> readAll(SampleCursor& cursor, ReadOutcome expected = ReadOutcome::End) {
+inline std::vector<Sample> readAll(SampleCursor& cursor, Outcome expected = Outcome::End) {
   std::vector<Sample> samples;
   Sample sample;
-  ReadOutcome outcome;
-  while ((outcome = cursor.next(sample)) == ReadOutcome::Sample) {
+  Outcome outcome;
+  while ((outcome = cursor.next(sample)) == Outcome::Ready) {
     samples.push_back(std::move(sample));
     sample = Sample();
   }
@@ -62,14 +62,14 @@ inline std::vector<Sample> readAll(SampleCursor& cursor, ReadOutcome expected = 
 
 /// Takes what a decoder has ready; counts errors instead of stopping at them.
 template <typename Decoder, typename Output>
-DecodeOutcome collect(Decoder& decoder, std::vector<Output>& output, int* errors = nullptr) {
+Outcome collect(Decoder& decoder, std::vector<Output>& output, int* errors = nullptr) {
   for (;;) {
     Output one;
-    const DecodeOutcome outcome = decoder.receive(one);
-    if (outcome == DecodeOutcome::Again || outcome == DecodeOutcome::End) return outcome;
-    if (outcome == DecodeOutcome::Ok) output.push_back(std::move(one));
-    if (outcome == DecodeOutcome::Error && errors) ++*errors;
-    if (outcome == DecodeOutcome::Error && !errors) ADD_FAILURE() << "decoding failed";
+    const Outcome outcome = decoder.receive(one);
+    if (outcome == Outcome::Again || outcome == Outcome::End) return outcome;
+    if (outcome == Outcome::Ready) output.push_back(std::move(one));
+    if (outcome == Outcome::Error && errors) ++*errors;
+    if (outcome == Outcome::Error && !errors) ADD_FAILURE() << "decoding failed";
   }
 }
 
@@ -77,14 +77,14 @@ template <typename Output, typename Decoder>
 std::vector<Output> decodeRest(SampleCursor& cursor, Decoder& decoder, int* errors = nullptr) {
   std::vector<Output> output;
   Sample sample;
-  while (cursor.next(sample) == ReadOutcome::Sample) {
-    const DecodeOutcome sent = decoder.send(sample);
-    if (sent == DecodeOutcome::Error && errors) ++*errors;
-    if (sent == DecodeOutcome::Error && !errors) ADD_FAILURE() << "a sample was refused";
+  while (cursor.next(sample) == Outcome::Ready) {
+    const Outcome sent = decoder.send(sample);
+    if (sent == Outcome::Error && errors) ++*errors;
+    if (sent == Outcome::Error && !errors) ADD_FAILURE() << "a sample was refused";
     (void)collect(decoder, output, errors);
   }
   decoder.drain();
-  EXPECT_EQ(collect(decoder, output, errors), DecodeOutcome::End);
+  EXPECT_EQ(collect(decoder, output, errors), Outcome::End);
   return output;
 }
 

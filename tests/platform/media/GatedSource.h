@@ -70,8 +70,8 @@ class GatedSource final : public SampleSource, public std::enable_shared_from_th
    public:
     Cursor(std::shared_ptr<GatedSource> source, int trackID, std::unique_ptr<SampleCursor> inner)
         : source_(std::move(source)), trackID_(trackID), inner_(std::move(inner)) {}
-    [[nodiscard]] ReadOutcome next(Sample& sample) override {
-      return source_->passes(trackID_) ? inner_->next(sample) : ReadOutcome::Again;
+    [[nodiscard]] Outcome next(Sample& sample) override {
+      return source_->passes(trackID_) ? inner_->next(sample) : Outcome::Again;
     }
     [[nodiscard]] bool seek(CMTime time) override { return inner_->seek(time); }
     [[nodiscard]] NSErrorPtr error() const override { return inner_->error(); }

@@ -14,7 +14,7 @@ class SampleBuffers : public testing::Test {
  protected:
   Sample next() {
     Sample sample;
-    EXPECT_EQ(cursor_->next(sample), ReadOutcome::Sample);
+    EXPECT_EQ(cursor_->next(sample), Outcome::Ready);
     return sample;
   }
 
@@ -136,10 +136,10 @@ TEST_F(SampleBuffers, ADecoderTakesWhatCameBack) {
   ASSERT_TRUE(decoder);
   Sample back;
   ASSERT_TRUE(sampleFromBuffer(*makeSampleBuffer(next(), format_), back));
-  ASSERT_EQ(decoder->send(back), DecodeOutcome::Ok);
+  ASSERT_EQ(decoder->send(back), Outcome::Ready);
   decoder->drain();
   VideoFrame frame;
-  ASSERT_EQ(decoder->receive(frame), DecodeOutcome::Ok);
+  ASSERT_EQ(decoder->receive(frame), Outcome::Ready);
   EXPECT_EQ(frameNumber(frame.buffer), 0);
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "platform/dispatch/Confinement.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/source/SampleSource.h"
 
@@ -48,6 +49,7 @@ void AssetLoading::startPassWhileLocked() {
 }
 
 void AssetLoading::run(int pass) {
+  assertCurrent(*queue_);
   {
     MutexLock lock(mutex_);
     if (pass != pass_ || !passUnderWay_) return;

@@ -51,14 +51,14 @@ bool AssetTrackOutput::giveBack(std::unique_ptr<media::SampleRange> samples) {
 }
 
 /// Waits while nothing is there yet; Again when it was stopped meanwhile.
-media::ReadOutcome AssetTrackOutput::read(media::SampleRange& samples, media::Sample& sample) {
+media::Outcome AssetTrackOutput::read(media::SampleRange& samples, media::Sample& sample) {
   for (;;) {
     {
       MutexLock lock(samplesMutex_);
       isReady_ = false;
     }
-    const media::ReadOutcome outcome = samples.next(sample);
-    if (outcome != media::ReadOutcome::Again) return outcome;
+    const media::Outcome outcome = samples.next(sample);
+    if (outcome != media::Outcome::Again) return outcome;
     MutexLock lock(samplesMutex_);
     while (running_ && !isReady_) ready_.wait(samplesMutex_);
     if (!running_) return outcome;
@@ -75,19 +75,20 @@ std::shared_ptr<CMSampleBuffer> AssetTrackOutput::copyNextSampleBuffer() {
   }
   media::Sample sample;
   switch (read(*samples, sample)) {
-    case media::ReadOutcome::Sample: {
+    case media::Outcome::Ready: {
       if (copies_ && !media::takeOwnBytes(sample)) break;
       auto buffer = media::makeSampleBuffer(std::move(sample), samples->format());
       return giveBack(std::move(samples)) ? buffer : nullptr;
     }
-    case media::ReadOutcome::End:
+    case media::Outcome::End:
       samples.reset();
       reading->endOutput();
       break;
-    case media::ReadOutcome::Error:
+    case media::Outcome::Error:
       reading->fail(samples->error());
       break;
-    case media::ReadOutcome::Again:
+    case media::Outcome::Working:
+    case media::Outcome::Again:
       break;
   }
   return nullptr;

@@ -30,7 +30,7 @@ class AssetTrackOutput final : public AVAssetReaderTrackOutput,
  private:
   [[nodiscard]] std::unique_ptr<media::SampleRange> takeSamples();
   [[nodiscard]] bool giveBack(std::unique_ptr<media::SampleRange> samples);
-  [[nodiscard]] media::ReadOutcome read(media::SampleRange& samples, media::Sample& sample);
+  [[nodiscard]] media::Outcome read(media::SampleRange& samples, media::Sample& sample);
   void wake();
 
   const std::shared_ptr<const AVAssetTrack> track_;

@@ -144,6 +144,7 @@ void EnginePlayer::replaceCurrentItemWithPlayerItem(std::shared_ptr<AVPlayerItem
 }
 
 void EnginePlayer::itemSettled(const std::shared_ptr<PlayerItem>& item) {
+  assertMainThread();
   if (playback()) return;
   if (item->status() == AVPlayerItemStatus::ReadyToPlay && !error()) {
     openPlayback();
@@ -153,6 +154,7 @@ void EnginePlayer::itemSettled(const std::shared_ptr<PlayerItem>& item) {
 }
 
 void EnginePlayer::openPlayback() {
+  assertMainThread();
   std::shared_ptr<PlayerItem> item;
   {
     MutexLock lock(itemMutex_);
@@ -187,6 +189,7 @@ void EnginePlayer::closePlayback() {
 
 /// A player made before a reset is of no use any more.
 void EnginePlayer::mediaServicesWereReset() {
+  assertMainThread();
   closePlayback();
   failPrerolls();
   rate_ = 0;
@@ -218,6 +221,7 @@ media::Playback::Events EnginePlayer::eventsFor(const std::shared_ptr<PlayerItem
 
 /// A stop that crossed a newer command on its way here is not told: the command goes on from it.
 void EnginePlayer::playbackStopped(uint64_t command, const NSErrorPtr& error) {
+  assertMainThread();
   const auto current = playback();
   if (!current || !current->isLatestCommand(command)) return;
   rate_ = 0;
@@ -294,11 +298,11 @@ std::shared_ptr<void> EnginePlayer::addObserver(std::shared_ptr<TimeObserver> ob
 
 void EnginePlayer::removeTimeObserver(const std::shared_ptr<void>& token) {
   assertMainThread();
-  std::erase_if(observers_, [&token](const auto& observer) {
-    if (observer != token) return false;
-    observer->cancel();
-    return true;
-  });
+  const auto found = std::ranges::find(observers_, token);
+  if (found == observers_.end()) return;
+  const auto removed = std::move(*found);
+  observers_.erase(found);
+  removed->cancel();
 }
 
 }  // namespace zaffo

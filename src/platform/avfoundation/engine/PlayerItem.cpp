@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/NSThread.h"
 #include "platform/media/source/SampleSource.h"
 
 namespace zaffo {
@@ -48,6 +49,7 @@ void PlayerItem::setAudioMix(std::shared_ptr<const AVAudioMix> mix) {
 }
 
 void PlayerItem::prepare(std::function<void()> settled) {
+  assertMainThread();
   if (status() != AVPlayerItemStatus::Unknown) return;
   bool loaded = true;
   for (const char* key : kNeededKeys) loaded &= hasEnded(asset_->statusOfValueForKey(key));

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "platform/coremedia/CVPixelBuffer.h"
+#include "platform/foundation/NSThread.h"
 
 namespace zaffo {
 
@@ -13,10 +14,14 @@ namespace zaffo {
 class PresentedPictures {
  public:
   /// `buffer`, null when there is none, was given to be drawn.
-  void noteGiven(const CVPixelBufferPtr& buffer) { given_ = buffer; }
+  void noteGiven(const CVPixelBufferPtr& buffer) {
+    assertMainThread();
+    given_ = buffer;
+  }
 
   /// `buffer` was put on screen. A late word of another one than was given last does not count.
   void notePresented(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) {
+    assertMainThread();
     if (!buffer || buffer != given_.lock() || buffer == presented_.lock()) return;
     presented_ = buffer;
     ++count_;

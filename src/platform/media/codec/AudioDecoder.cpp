@@ -33,8 +33,8 @@ class SoftwareAudioDecoder : public AudioDecoder {
         AV_CODEC_FLAG2_SKIP_MANUAL;  // trimming needs the place of what is left
   }
 
-  DecodeOutcome send(const Sample& sample) override { return decoding_.send(sample); }
-  DecodeOutcome receive(AudioBlock& block) override;
+  Outcome send(const Sample& sample) override { return decoding_.send(sample); }
+  Outcome receive(AudioBlock& block) override;
   void drain() override { decoding_.drain(); }
   void reset() override;
   bool decodes(const AVCodecParameters& parameters) const override {
@@ -65,7 +65,7 @@ class SoftwareAudioDecoder : public AudioDecoder {
   bool hasTailCut_ = true;   // frame_ is not heard up to its end
 };
 
-DecodeOutcome SoftwareAudioDecoder::receive(AudioBlock& block) {
+Outcome SoftwareAudioDecoder::receive(AudioBlock& block) {
   decoding_.clearError();
   for (;;) {
     const int decoded = hasFrame_ ? 0 : nextFrame();
@@ -73,10 +73,10 @@ DecodeOutcome SoftwareAudioDecoder::receive(AudioBlock& block) {
     if (run_.active() && (decoded == AVERROR_EOF || !continuesRun())) {
       if (const int result = run_.finish(block); result < 0) return decoding_.fail(result);
     } else {
-      if (decoded == AVERROR_EOF) return DecodeOutcome::End;
+      if (decoded == AVERROR_EOF) return Outcome::End;
       if (const int result = convertFrame(block); result < 0) return decoding_.fail(result);
     }
-    if (!block.samples.empty()) return DecodeOutcome::Ok;
+    if (!block.samples.empty()) return Outcome::Ready;
   }
 }
 

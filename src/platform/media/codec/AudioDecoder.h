@@ -3,9 +3,9 @@
 #include <memory>
 
 #include "platform/foundation/Result.h"
+#include "platform/media/Outcome.h"
 #include "platform/media/Sample.h"
 #include "platform/media/codec/AudioBlock.h"
-#include "platform/media/codec/DecodeOutcome.h"
 
 namespace zaffo::media {
 
@@ -21,8 +21,9 @@ class AudioDecoder {
                                                     int outputSampleRate);
   virtual ~AudioDecoder() = default;
 
-  [[nodiscard]] virtual DecodeOutcome send(const Sample& sample) = 0;
-  [[nodiscard]] virtual DecodeOutcome receive(AudioBlock& block) = 0;
+  /// As those of VideoDecoder.
+  [[nodiscard]] virtual Outcome send(const Sample& sample) = 0;
+  [[nodiscard]] virtual Outcome receive(AudioBlock& block) = 0;
   virtual void drain() = 0;
   virtual void reset() = 0;
   /// Whether samples with these parameters can be sent, after a reset() at the latest.

@@ -3,7 +3,7 @@
 
 namespace zaffo::media {
 
-DecodeOutcome SampleDecoding::send(const Sample& sample) {
+Outcome SampleDecoding::send(const Sample& sample) {
   clearError();
   if (sample.isDiscontinuity) queue_.startAnew();
   if (const int result = av_packet_ref(packet_.get(), sample.packet.get()); result < 0) {
@@ -16,7 +16,7 @@ DecodeOutcome SampleDecoding::send(const Sample& sample) {
   const int result = queue_.send(*packet_);
   av_packet_unref(packet_.get());
   if (result == AVERROR(EAGAIN)) times_.forgetLast();
-  return result >= 0 ? DecodeOutcome::Ok : fail(result);
+  return result >= 0 ? Outcome::Ready : fail(result);
 }
 
 void SampleDecoding::reset() {
@@ -24,11 +24,11 @@ void SampleDecoding::reset() {
   clearError();
 }
 
-DecodeOutcome SampleDecoding::fail(int averror) {
-  if (averror == AVERROR(EAGAIN)) return DecodeOutcome::Again;
-  if (averror == AVERROR_EOF) return DecodeOutcome::End;
+Outcome SampleDecoding::fail(int averror) {
+  if (averror == AVERROR(EAGAIN)) return Outcome::Again;
+  if (averror == AVERROR_EOF) return Outcome::End;
   error_ = makeFFmpegError(AVErrorDecodeFailed, failure_, averror);
-  return DecodeOutcome::Error;
+  return Outcome::Error;
 }
 
 }  // namespace zaffo::media

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "platform/foundation/MakeError.h"
-#include "platform/media/codec/DecodeOutcome.h"
+#include "platform/media/Outcome.h"
 #include "platform/media/codec/DecodeQueue.h"
 #include "platform/media/codec/SampleTimes.h"
 
@@ -22,7 +22,7 @@ class SampleDecoding {
   [[nodiscard]] AVCodecID codecID() const { return queue_.codecID(); }
 
   /// Never Again for a sample that starts anew: what comes before it is received first.
-  [[nodiscard]] DecodeOutcome send(const Sample& sample);
+  [[nodiscard]] Outcome send(const Sample& sample);
   /// Puts a frame into `frame`, taking over what it held for later use. 0 or an AVERROR.
   [[nodiscard]] int receive(FramePtr& frame) { return queue_.receive(frame); }
   /// The sample that a received frame came out of; null for a further frame of the same sample.
@@ -37,7 +37,7 @@ class SampleDecoding {
   void reset();
 
   /// What an AVERROR means to who decodes; it is kept as error() when it means Error.
-  [[nodiscard]] DecodeOutcome fail(int averror);
+  [[nodiscard]] Outcome fail(int averror);
   void clearError() { error_ = nullptr; }
   [[nodiscard]] NSErrorPtr error() const { return error_; }
 

@@ -25,14 +25,14 @@ class SoftwareVideoDecoder : public VideoDecoder {
     describe(parameters);
   }
 
-  DecodeOutcome send(const Sample& sample) override;
+  Outcome send(const Sample& sample) override;
   bool adoptParameters(const AVCodecParameters& parameters) override;
-  DecodeOutcome receive(VideoFrame& frame) override;
+  Outcome receive(VideoFrame& frame) override;
   void drain() override { decoding_.drain(); }
   void reset() override;
   void holdBackBefore(CMTime time) override { holdBackBefore_ = time; }
   CMTime heldBack() const override { return heldBackTimes_.presentation; }
-  DecodeOutcome receiveHeldBack(VideoFrame& frame) override;
+  Outcome receiveHeldBack(VideoFrame& frame) override;
   void forgetHeldBack() override;
   void setSkipsUnreferencedFrames(bool skips) override { skips_ = skips; }
   NSErrorPtr error() const override { return refusal_ ? refusal_ : decoding_.error(); }
@@ -44,7 +44,7 @@ class SoftwareVideoDecoder : public VideoDecoder {
   [[nodiscard]] bool isEarly(CMTime presentation) const {
     return CMTIME_IS_VALID(holdBackBefore_) && presentation < holdBackBefore_;
   }
-  DecodeOutcome give(const SampleTimes::Entry& times, FramePtr decoded, VideoFrame& frame);
+  Outcome give(const SampleTimes::Entry& times, FramePtr decoded, VideoFrame& frame);
 
   SampleDecoding decoding_;
   CodecParametersPtr parameters_;
@@ -61,8 +61,8 @@ class SoftwareVideoDecoder : public VideoDecoder {
   SampleTimes::Entry heldBackTimes_;
 };
 
-DecodeOutcome SoftwareVideoDecoder::send(const Sample& sample) {
-  if (refusal_) return DecodeOutcome::Error;
+Outcome SoftwareVideoDecoder::send(const Sample& sample) {
+  if (refusal_) return Outcome::Error;
   decoding_.context().skip_frame =
       skips_ || sample.decodeOnly ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
   noteStart(sample);
@@ -102,7 +102,7 @@ void SoftwareVideoDecoder::describe(const AVCodecParameters& parameters) {
   buffers_ = std::make_unique<PixelBuffers>(parameters);
 }
 
-DecodeOutcome SoftwareVideoDecoder::receive(VideoFrame& frame) {
+Outcome SoftwareVideoDecoder::receive(VideoFrame& frame) {
   decoding_.clearError();
   for (;;) {
     const int result = decoding_.receive(frame_);
@@ -116,18 +116,18 @@ DecodeOutcome SoftwareVideoDecoder::receive(VideoFrame& frame) {
   }
 }
 
-DecodeOutcome SoftwareVideoDecoder::give(const SampleTimes::Entry& times, FramePtr decoded,
-                                         VideoFrame& frame) {
+Outcome SoftwareVideoDecoder::give(const SampleTimes::Entry& times, FramePtr decoded,
+                                   VideoFrame& frame) {
   frame.presentation = times.presentation;
   frame.duration = times.duration;
   PixelBuffers& buffers = times.number < firstOfCodec_ ? *formerBuffers_ : *buffers_;
   frame.buffer = buffers.wrap(std::move(decoded));
-  return frame.buffer ? DecodeOutcome::Ok : decoding_.fail(AVERROR(ENOMEM));
+  return frame.buffer ? Outcome::Ready : decoding_.fail(AVERROR(ENOMEM));
 }
 
-DecodeOutcome SoftwareVideoDecoder::receiveHeldBack(VideoFrame& frame) {
-  if (!heldBack_) return DecodeOutcome::Again;
-  const DecodeOutcome outcome = give(heldBackTimes_, std::move(heldBack_), frame);
+Outcome SoftwareVideoDecoder::receiveHeldBack(VideoFrame& frame) {
+  if (!heldBack_) return Outcome::Again;
+  const Outcome outcome = give(heldBackTimes_, std::move(heldBack_), frame);
   forgetHeldBack();
   return outcome;
 }

@@ -4,8 +4,8 @@
 
 #include "platform/coremedia/CVPixelBuffer.h"
 #include "platform/foundation/Result.h"
+#include "platform/media/Outcome.h"
 #include "platform/media/Sample.h"
-#include "platform/media/codec/DecodeOutcome.h"
 
 namespace zaffo::media {
 
@@ -26,14 +26,17 @@ class VideoDecoder {
   static Result<std::unique_ptr<VideoDecoder>> open(const AVCodecParameters& parameters);
   virtual ~VideoDecoder() = default;
 
-  /// A sample that starts anew is taken whatever is still to be received: that is given first.
-  [[nodiscard]] virtual DecodeOutcome send(const Sample& sample) = 0;
+  /// Ready when the sample was taken, Again when receive() comes first; after an Error the decoder
+  /// goes on with a later one. A sample that starts anew is taken whatever is still to be received:
+  /// that is given first.
+  [[nodiscard]] virtual Outcome send(const Sample& sample) = 0;
   /// To be told before a sample that starts anew is sent, and after reset(): the samples from now
   /// on have these parameters. Nothing happens when they are the ones it has; otherwise another
   /// codec is opened, and what the old one holds is given first. False with error() set when there
   /// is no decoder for them: samples are then refused until it is told others.
   [[nodiscard]] virtual bool adoptParameters(const AVCodecParameters& parameters) = 0;
-  [[nodiscard]] virtual DecodeOutcome receive(VideoFrame& frame) = 0;
+  /// Again when send() comes first; End when it was drained and has given all.
+  [[nodiscard]] virtual Outcome receive(VideoFrame& frame) = 0;
   /// No more samples come: receive() gives all that is left, then End. reset() before the next
   /// send.
   virtual void drain() = 0;
@@ -43,8 +46,8 @@ class VideoDecoder {
   virtual void holdBackBefore(CMTime time) = 0;
   /// The presentation time of the frame held back last; invalid when there is none.
   [[nodiscard]] virtual CMTime heldBack() const = 0;
-  /// Gives that frame, after all: Ok once, then Again.
-  [[nodiscard]] virtual DecodeOutcome receiveHeldBack(VideoFrame& frame) = 0;
+  /// Gives that frame, after all: Ready once, then Again.
+  [[nodiscard]] virtual Outcome receiveHeldBack(VideoFrame& frame) = 0;
   virtual void forgetHeldBack() = 0;
   /// Whether frames that no other frame refers to may be skipped, for samples sent from now on.
   virtual void setSkipsUnreferencedFrames(bool skips) = 0;

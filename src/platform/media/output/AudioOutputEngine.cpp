@@ -8,6 +8,7 @@
 #include "platform/TimeSource.h"
 #include "platform/dispatch/Confinement.h"
 #include "platform/dispatch/DispatchTimer.h"
+#include "platform/foundation/NSThread.h"
 #include "platform/media/FrameTime.h"
 #include "platform/media/output/CubebDevice.h"
 #include "platform/media/output/MixedInput.h"
@@ -49,7 +50,7 @@ AudioOutputEngine::AudioOutputEngine(DispatchQueuePtr control, OpenAudioDevice o
       deviceClock_(CMAudioClock::create()),
       clock_(deviceClock_),
       mixer_(std::make_shared<AudioMixer>()),
-      nullDevice_(*mixer_, *clock_, kSampleRate),
+      nullDevice_(*mixer_, *clock_, kSampleRate, control_),
       device_(std::make_shared<DeviceControl>(mixer_, deviceClock_, kSampleRate, control_,
                                               std::move(openDevice))) {
   deviceClock_->setAnchor(0, TimeSource::now());
@@ -129,7 +130,6 @@ void AudioOutputEngine::renderNull() {
   onDevice_.store(false);
   const bool heard = route_ == Route::Device || recording_.load();
   nullDevice_.start(
-      control_,
       [weak = weak_from_this()] {
         if (const auto self = weak.lock()) self->tick();
       },
@@ -167,6 +167,7 @@ void AudioOutputEngine::sweep() {
 }
 
 NSErrorPtr AudioOutputEngine::startRecording(const std::string& path) {
+  assertMainThread();
   stopRecording();
   auto writer = WavWriter::create(path, kSampleRate);
   if (!writer) return writer.error();
@@ -180,6 +181,7 @@ NSErrorPtr AudioOutputEngine::startRecording(const std::string& path) {
 }
 
 void AudioOutputEngine::stopRecording() {
+  assertMainThread();
   if (!recorder_) return;
   const uint64_t lastRender = mixer_->setTap(nullptr);
   recording_.store(false);

@@ -29,17 +29,16 @@ void DeviceControl::want() {
   state_ = State::Opening;
   openedAt_ = now;
   const RenderGate::Owner owner = nextOwner_++;
-  session_ = std::make_shared<DeviceSession>(mixer_, owner,
-                                             [weak = weak_from_this(), owner, control = control_] {
-                                               control->async([weak, owner] {
-                                                 if (const auto self = weak.lock())
-                                                   self->failed(owner);
-                                               });
-                                             });
-  sessionQueue_ = dispatch_queue_create_blocking("com.zaffo.audio.device");
+  session_ = std::make_shared<DeviceSession>(
+      mixer_, owner, dispatch_queue_create_blocking("com.zaffo.audio.device"),
+      [weak = weak_from_this(), owner, control = control_] {
+        control->async([weak, owner] {
+          if (const auto self = weak.lock()) self->failed(owner);
+        });
+      });
   askedAt_ = std::nullopt;
-  sessionQueue_->async([weak = weak_from_this(), session = session_, control = control_,
-                        open = openDevice_, rate = sampleRate_] {
+  session_->queue()->async([weak = weak_from_this(), session = session_, control = control_,
+                            open = openDevice_, rate = sampleRate_] {
     const bool succeeded = session->open(open, rate);
     control->async([weak, session, succeeded] {
       if (const auto self = weak.lock()) self->opened(session, succeeded);
@@ -92,7 +91,7 @@ void DeviceControl::poll() {
     failed(session_->owner());
   } else if (!askedAt_) {
     askedAt_ = now;
-    sessionQueue_->async([weak = weak_from_this(), session = session_, control = control_] {
+    session_->queue()->async([weak = weak_from_this(), session = session_, control = control_] {
       const int64_t before = TimeSource::now();
       const auto heard = session->framesHeard();
       const int64_t host = before + (TimeSource::now() - before) / 2;
@@ -136,9 +135,8 @@ void DeviceControl::dropSession() {
     const int64_t now = TimeSource::now();
     clock_->setAnchor(clock_->nanosecondsAtHostTime(now), now);
   }
-  sessionQueue_->async([session = std::move(session_)] { session->close(); });
-  session_ = nullptr;
-  sessionQueue_ = nullptr;
+  const auto session = std::exchange(session_, nullptr);
+  session->queue()->async([session] { session->close(); });
 }
 
 }  // namespace zaffo::media

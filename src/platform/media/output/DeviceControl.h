@@ -83,7 +83,6 @@ class DeviceControl : public std::enable_shared_from_this<DeviceControl> {
   int64_t openedAt_ = 0;
   int64_t openAgainAt_ = 0;
   std::shared_ptr<DeviceSession> session_;
-  DispatchQueuePtr sessionQueue_;
   std::optional<DeviceClockTracker> tracker_;
   DispatchTimerPtr pollTimer_;
   std::optional<int64_t> askedAt_;  ///< since when the device owes an answer

@@ -3,11 +3,16 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/dispatch/Confinement.h"
+
 namespace zaffo::media {
 
 DeviceSession::DeviceSession(std::shared_ptr<AudioMixer> mixer, RenderGate::Owner owner,
-                             std::function<void()> failed)
-    : mixer_(std::move(mixer)), owner_(owner), failed_(std::move(failed)) {}
+                             DispatchQueuePtr queue, std::function<void()> failed)
+    : mixer_(std::move(mixer)),
+      owner_(owner),
+      queue_(std::move(queue)),
+      failed_(std::move(failed)) {}
 
 DeviceSession::~DeviceSession() = default;
 
@@ -26,19 +31,22 @@ void DeviceSession::deviceFailed() {
 }
 
 bool DeviceSession::open(const OpenAudioDevice& openDevice, int sampleRate) {
+  assertCurrent(*queue_);
   device_ = openDevice(sampleRate, *this);
   return device_ && device_->start();
 }
 
 void DeviceSession::close() {
+  assertCurrent(*queue_);
   device_.reset();
 }
 
 std::optional<int64_t> DeviceSession::framesHeard() {
+  assertCurrent(*queue_);
   if (!device_) return std::nullopt;
   const auto heard = device_->framesHeard();
   if (!heard) return std::nullopt;
-  if (*heard < framesGiven_.load()) framesHeard_ = *heard;
+  if (*heard <= framesGiven_.load()) framesHeard_ = *heard;
   return framesHeard_;
 }
 

@@ -20,35 +20,13 @@ void addScaled(std::span<const float> in, float gain, std::span<float> out) {
   for (size_t i = 0; i < count; ++i) to[i] += gain * from[i];
 }
 
-void storeMaximum(std::atomic<uint64_t>& value, uint64_t candidate) {
-  uint64_t present = value.load();
-  while (present < candidate && !value.compare_exchange_weak(present, candidate)) {
-  }
-}
-
 }  // namespace
 
 InputChannel::InputChannel(int64_t capacityFrames, const std::atomic<int64_t>& consumed)
-    : capacity_(capacityFrames), consumed_(consumed) {}
+    : consumed_(consumed), mailbox_(capacityFrames) {}
 
 void InputChannel::restart(int64_t firstOutputFrame) {
-  // What was published but never taken comes back, so that two rings are enough for ever.
-  FrameRing* ring = pending_.exchange(nullptr);
-  if (!ring) ring = &freeRing();
-  const uint64_t serial = latestSerial_.load(std::memory_order_relaxed) + 1;
-  ring->restart(firstOutputFrame, serial);
-  writing_ = ring;
-  latestSerial_.store(serial);
-  pending_.store(ring);
-}
-
-FrameRing& InputChannel::freeRing() {
-  const uint64_t released = releasedSerial_.load();
-  for (const auto& ring : rings_) {
-    if (ring->serial() <= released) return *ring;
-  }
-  rings_.push_back(std::make_unique<FrameRing>(capacity_));
-  return *rings_.back();
+  writing_ = &mailbox_.post(firstOutputFrame);
 }
 
 int64_t InputChannel::write(std::span<const float> interleaved) {
@@ -64,7 +42,7 @@ int64_t InputChannel::nextOutputFrame() const {
 }
 
 void InputChannel::stop() {
-  storeMaximum(stoppedSerial_, latestSerial_.load());
+  mailbox_.callOff();
 }
 
 void InputChannel::setVolume(float volume) {
@@ -73,13 +51,12 @@ void InputChannel::setVolume(float volume) {
 }
 
 bool InputChannel::silent() const {
-  const bool stopped = stoppedSerial_.load() >= latestSerial_.load();
-  return stopped && !inUse_.load(std::memory_order_acquire);
+  return mailbox_.isCalledOff() && !inUse_.load(std::memory_order_acquire);
 }
 
 bool InputChannel::mix(int64_t first, std::span<float> out) {
   if (ring_ && first != position_) cut();
-  takeRequests();
+  turnToLatest();
   const int64_t frames = static_cast<int64_t>(out.size() / 2);
   position_ = first + frames;
   if (!ring_) {
@@ -110,24 +87,25 @@ void InputChannel::mixPause(std::span<float> out) {
   tail_.mix(out);
 }
 
-void InputChannel::takeRequests() {
-  if (pending_.load(std::memory_order_relaxed)) {
-    if (FrameRing* next = pending_.exchange(nullptr)) {
-      cut();
-      release();
-      ring_ = next;
-    }
+void InputChannel::turnToLatest() {
+  if (mailbox_.holdsRing()) {
+    leaveRing();
+    ring_ = mailbox_.take();
   }
-  if (ring_ && ring_->serial() <= stoppedSerial_.load()) {
-    cut();
-    release();
-  }
+  if (ring_ && mailbox_.isCalledOff(*ring_)) leaveRing();
+}
+
+void InputChannel::leaveRing() {
+  if (!ring_) return;
+  cut();
+  mailbox_.giveBack(*ring_);
+  ring_ = nullptr;
 }
 
 /// Moves what would have sounded next into the tail.
 void InputChannel::cut() {
   if (presence_ == 0) return;
-  const int64_t end = ring_ ? ring_->end() : position_;
+  const int64_t end = ring_->end();
   const float gain = gain_ * static_cast<float>(presence_) / kFadeFrames;
   float frame[2] = {last_[0], last_[1]};
   for (int i = 0; i < kFadeFrames; ++i) {
@@ -139,12 +117,6 @@ void InputChannel::cut() {
     tail_.add(i, frame[0], frame[1]);
   }
   presence_ = 0;
-}
-
-void InputChannel::release() {
-  if (!ring_) return;
-  storeMaximum(releasedSerial_, ring_->serial());
-  ring_ = nullptr;
 }
 
 void InputChannel::mixFrames(int64_t first, std::span<float> out) {

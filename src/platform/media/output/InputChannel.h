@@ -2,26 +2,19 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <span>
-#include <vector>
 
 #include "platform/media/output/FadeTail.h"
-#include "platform/media/output/FrameRing.h"
+#include "platform/media/output/RingMailbox.h"
 
 namespace zaffo::media {
 
 /// A change of volume from 0 to 1 takes this long: 10 ms at 48 kHz.
 inline constexpr int kVolumeRampFrames = 480;
 
-/// Both sides of one input of the mix.
-///
-///     writer: restart() publishes a ring ──pending──▶ render side adopts it, fades the old one out
-///                 ▲                                               │
-///                 └───────── releasedSerial: the old ring ◀───────┘
-///
-/// So there are at most two rings, and neither side ever waits for the other. The render side
-/// allocates nothing, locks nothing and frees nothing.
+/// Both sides of one input of the mix: the writer fills rings, the render side plays the latest one
+/// and fades out the one before it. A mailbox hands them over, so that neither side ever waits for
+/// the other. The render side allocates nothing, locks nothing and frees nothing.
 class InputChannel {
  public:
   /// `consumed`: every output frame below it has been rendered. Outlives the channel.
@@ -46,31 +39,23 @@ class InputChannel {
   void mixPause(std::span<float> out);
 
  private:
-  FrameRing& freeRing();
-  void takeRequests();
+  void turnToLatest();
+  void leaveRing();
   void cut();
-  void release();
   void mixFrames(int64_t first, std::span<float> out);
   void mixRamping(std::span<const float> in, std::span<float> out);
   void reportInUse(bool inUse);
 
-  const int64_t capacity_;
   const std::atomic<int64_t>& consumed_;
-
-  // Writer side.
-  std::vector<std::unique_ptr<FrameRing>> rings_;
-  FrameRing* writing_ = nullptr;
-
-  // Shared.
-  std::atomic<FrameRing*> pending_{nullptr};
-  std::atomic<uint64_t> latestSerial_{0};
-  std::atomic<uint64_t> stoppedSerial_{0};
-  std::atomic<uint64_t> releasedSerial_{0};
+  RingMailbox mailbox_;
   std::atomic<bool> inUse_{false};
   std::atomic<float> volume_{1.0f};
 
+  // Writer side.
+  FrameRing* writing_ = nullptr;
+
   // Render side.
-  FrameRing* ring_ = nullptr;
+  const FrameRing* ring_ = nullptr;
   int64_t position_ = 0;  ///< the frame that follows the last one mixed
   int presence_ = 0;      ///< frames of the fade-in done, up to kFadeFrames; 0 while silent
   float gain_ = 1.0f;

@@ -4,17 +4,20 @@
 #include <utility>
 
 #include "platform/TimeSource.h"
+#include "platform/dispatch/Confinement.h"
 
 namespace zaffo::media {
 
-NullDevice::NullDevice(AudioMixer& mixer, const CMClock& clock, int sampleRate)
-    : mixer_(mixer), clock_(clock), sampleRate_(sampleRate) {}
+NullDevice::NullDevice(AudioMixer& mixer, const CMClock& clock, int sampleRate,
+                       DispatchQueuePtr control)
+    : mixer_(mixer), clock_(clock), sampleRate_(sampleRate), control_(std::move(control)) {}
 
 NullDevice::~NullDevice() {
-  stop();
+  cancelTimer();
 }
 
-void NullDevice::start(const DispatchQueuePtr& queue, DispatchBlock tick, int64_t interval) {
+void NullDevice::start(DispatchBlock tick, int64_t interval) {
+  assertCurrent(*control_);
   if (timer_ && interval == interval_) return;
   if (!timer_) {
     const int64_t now = clock_.nanosecondsAtHostTime(TimeSource::now());
@@ -22,17 +25,23 @@ void NullDevice::start(const DispatchQueuePtr& queue, DispatchBlock tick, int64_
     unheard_.resize(static_cast<size_t>(2 * framesAtNanoseconds(kPeriodNanoseconds, sampleRate_)));
     mixer_.gate().passTo(kOwner);
   }
-  stop();
+  cancelTimer();
   interval_ = interval;
-  timer_ = dispatch_timer_every(interval, queue, std::move(tick));
+  timer_ = dispatch_timer_every(interval, control_, std::move(tick));
 }
 
 void NullDevice::stop() {
+  assertCurrent(*control_);
+  cancelTimer();
+}
+
+void NullDevice::cancelTimer() {
   if (timer_) timer_->cancel();
   timer_ = nullptr;
 }
 
 void NullDevice::render() {
+  assertCurrent(*control_);
   const int64_t now = clock_.nanosecondsAtHostTime(TimeSource::now());
   const int64_t due = framesAtNanoseconds(now + kPeriodNanoseconds, sampleRate_);
   while (frame_ < due && mixer_.gate().tryEnter(kOwner)) {

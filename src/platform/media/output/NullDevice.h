@@ -13,7 +13,7 @@ namespace zaffo::media {
 
 /// Renders in step with the output's clock and plays it nowhere: every period up to one period
 /// beyond the present time, exactly, and nothing at all while it is stopped.
-/// Thread: the control queue, which must be serial. Destroying it stops it.
+/// Thread: the control queue, which must be serial; it may be destroyed, and stops then, on any.
 class NullDevice {
  public:
   static constexpr int64_t kPeriodNanoseconds = 20'000'000;
@@ -22,13 +22,14 @@ class NullDevice {
   static constexpr int64_t kUnheardInterval = 5 * kPeriodNanoseconds;
   static constexpr RenderGate::Owner kOwner = 1;
 
-  NullDevice(AudioMixer& mixer, const CMClock& clock, int sampleRate);
+  /// `control`: the queue that it lives on. `mixer` and `clock` outlive it.
+  NullDevice(AudioMixer& mixer, const CMClock& clock, int sampleRate, DispatchQueuePtr control);
   ~NullDevice();
 
   /// Takes the right to render; goes on where rendering stopped, or from the present time when that
-  /// is later. Calls `tick` on `queue` every `interval` nanoseconds from then on, so that the owner
-  /// can render and look after things; a further call changes the interval.
-  void start(const DispatchQueuePtr& queue, DispatchBlock tick, int64_t interval);
+  /// is later. Calls `tick` every `interval` nanoseconds from then on, so that the owner can render
+  /// and look after things; a further call changes the interval.
+  void start(DispatchBlock tick, int64_t interval);
   void stop();
   [[nodiscard]] bool running() const { return timer_ != nullptr; }
 
@@ -36,9 +37,12 @@ class NullDevice {
   void render();
 
  private:
+  void cancelTimer();
+
   AudioMixer& mixer_;
   const CMClock& clock_;
   const int sampleRate_;
+  const DispatchQueuePtr control_;
   int64_t frame_ = 0;
   DispatchTimerPtr timer_;
   int64_t interval_ = 0;

@@ -25,4 +25,16 @@ namespace zaffo::media {
   return std::max(due, TimeSource::now() + kShortestNapNanoseconds);
 }
 
+/// The earliest of several times, of which some may never come.
+class EarliestTime {
+ public:
+  void add(std::optional<int64_t> time) {
+    if (time && (!earliest_ || *time < *earliest_)) earliest_ = time;
+  }
+  [[nodiscard]] std::optional<int64_t> time() const { return earliest_; }
+
+ private:
+  std::optional<int64_t> earliest_;
+};
+
 }  // namespace zaffo::media

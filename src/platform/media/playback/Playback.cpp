@@ -1,114 +1,81 @@
 #include "platform/media/playback/Playback.h"
 
-#include <algorithm>
-#include <cmath>
 #include <utility>
 
+#include "platform/FatalError.h"
 #include "platform/TimeSource.h"
-#include "platform/avfoundation/AVAssetTrack.h"
 #include "platform/dispatch/Confinement.h"
+#include "platform/foundation/AVError.h"
+#include "platform/foundation/MakeError.h"
+#include "platform/media/playback/DueTime.h"
 
 namespace zaffo::media {
-
-namespace {
-
-/// Time given to decoding when sound is to start at a place while playing.
-constexpr double kSoundStartSeconds = 0.02;
-
-CMTime clamped(CMTime time, CMTime duration) {
-  if (CMTIME_IS_NUMERIC(duration)) time = CMTimeMinimum(time, duration);
-  return CMTimeMaximum(time, kCMTimeZero);
-}
-
-/// How far from its time a seek may end.
-CMTime reachOf(CMTime tolerance) {
-  if (CMTIME_IS_NUMERIC(tolerance)) return CMTimeAbsoluteValue(tolerance);
-  return CMTIME_IS_POSITIVE_INFINITY(tolerance) ? tolerance : kCMTimeZero;
-}
-
-}  // namespace
 
 std::shared_ptr<Playback> Playback::create(std::shared_ptr<SampleSource> source,
                                            AudioOutput& output, Events events,
                                            std::span<const TrackVolume> volumes) {
   const std::shared_ptr<Playback> playback(
-      new Playback(std::move(source), output, std::move(events)));
-  playback->openTracks(volumes);
-  playback->frames_->setDrawingHandler([weakPlayback = std::weak_ptr(playback)] {
-    if (const auto drawn = weakPlayback.lock()) drawn->post(&Playback::pump);
-  });
+      new Playback(source, output, std::move(events), volumes));
+  playback->pictures_.setReadyHandler(playback->posting(&Playback::continueSeek));
+  playback->sound_.setReadyHandler(playback->posting(&Playback::soundIsReady));
+  playback->frames_->setDrawingHandler(playback->posting(&Playback::pump));
   playback->seek(kCMTimeZero, kCMTimeZero, kCMTimeZero, nullptr);
   return playback;
 }
 
-Playback::Playback(std::shared_ptr<SampleSource> source, AudioOutput& output, Events events)
-    : source_(std::move(source)),
-      output_(output),
-      duration_(source_->duration()),
-      queue_(dispatch_queue_create("com.zaffo.playback")),
-      timebase_(CMTimebase::create(CMClockGetHostTimeClock())),
-      frames_(std::make_shared<FrameStore>(timebase_)),
-      events_(std::move(events)) {}
+Playback::Playback(const std::shared_ptr<SampleSource>& source, AudioOutput& output, Events events,
+                   std::span<const TrackVolume> volumes)
+    : queue_(dispatch_queue_create("com.zaffo.playback")),
+      clock_(source->duration()),
+      frames_(std::make_shared<FrameStore>(clock_.timebase())),
+      events_(std::move(events)),
+      pictures_(source, frames_, source->duration()),
+      sound_(source, volumes, output) {}
 
 Playback::~Playback() = default;
 
-void Playback::openTracks(std::span<const TrackVolume> volumes) {
-  for (const auto& track : source_->tracks()) {
-    if (track->mediaType == AVMediaTypeVideo && !video_) {
-      video_ = std::make_unique<VideoTrack>(source_, track->trackID);
-    }
-  }
-  sound_ = Soundtrack::create(source_, volumes, output_);
-  if (!sound_) return;
-  sound_->setReadyHandler([weakSelf = weak_from_this()] {
-    if (const auto self = weakSelf.lock()) self->post(&Playback::soundIsReady);
-  });
-}
-
-/// Runs a step on the queue, unless the playback is gone by then.
-void Playback::post(void (Playback::*step)()) {
-  queue_->async([weakSelf = weak_from_this(), step] {
-    const auto self = weakSelf.lock();
-    if (self && !self->closed_) ((*self).*step)();
-  });
+/// What runs a step on the queue, from any thread, unless the playback is gone by then.
+std::function<void()> Playback::posting(void (Playback::*step)()) {
+  return [weakSelf = weak_from_this(), queue = queue_, step] {
+    queue->async([weakSelf, step] {
+      const auto self = weakSelf.lock();
+      if (self && !self->commands_.isClosed()) ((*self).*step)();
+    });
+  };
 }
 
 // Commands: any thread.
 
 void Playback::setRate(double rate) {
-  queue_->async([self = shared_from_this(), rate, command = ++commands_] {
-    self->handledCommand_ = command;
-    if (!self->closed_) self->applyRate(rate);
+  queue_->async([self = shared_from_this(), rate, command = commands_.giveRate()] {
+    self->commands_.begin(command);
+    if (!self->commands_.isClosed()) self->applyRate(rate);
   });
 }
 
 void Playback::setVolume(float volume) {
-  queue_->async([self = shared_from_this(), volume] {
-    if (!self->closed_ && self->sound_) self->sound_->setVolume(volume);
-  });
+  queue_->async([self = shared_from_this(), volume] { self->sound_.setVolume(volume); });
 }
 
 void Playback::seek(CMTime time, CMTime before, CMTime after, Completion completion) {
-  if (CMTIME_IS_INVALID(time) || CMTIME_IS_INDEFINITE(time) || closed_) {
-    if (completion) queue_->async([completion = std::move(completion)] { completion(false); });
+  const bool isTime = CMTIME_IS_VALID(time) && !CMTIME_IS_INDEFINITE(time);
+  auto request = std::make_shared<SeekRequest>(isTime ? clock_.clamped(time) : kCMTimeInvalid,
+                                               before, after, std::move(completion));
+  if (!isTime || commands_.isClosed()) {
+    queue_->async([request = std::move(request)] { request->end(false); });
     return;
   }
-  const CMTime target = clamped(time, duration_);
-  const CMTime earliest = target - reachOf(before);
-  const CMTime latest = target + reachOf(after);
-  const uint64_t generation = ++newestSeek_;
-  queue_->async(
-      [self = shared_from_this(), command = ++commands_,
-       seek = Seek{generation, target, earliest, latest, std::move(completion)}]() mutable {
-        self->handledCommand_ = command;
-        self->beginSeek(std::move(seek));
-      });
+  queue_->async([self = shared_from_this(), command = commands_.giveSeek(),
+                 request = std::move(request)]() mutable {
+    self->commands_.begin(command);
+    self->beginSeek(std::move(request));
+  });
 }
 
 void Playback::preroll(Completion completion) {
   queue_->async([self = shared_from_this(), completion = std::move(completion)]() mutable {
     self->prerolls_.push_back(std::move(completion));
-    if (self->closed_ || self->error_) return self->completePrerolls(false);
+    if (self->commands_.isClosed() || self->error_) return self->completePrerolls(false);
     self->settle();
   });
 }
@@ -118,130 +85,218 @@ void Playback::cancelPrerolls() {
 }
 
 void Playback::close() {
-  closed_ = true;
-  queue_->async([self = shared_from_this()] {
-    self->running_ = false;
-    if (self->timer_) self->timer_->cancel();
-    if (self->sound_) self->sound_->release();
-    self->completeSeek(false);
-    self->completePrerolls(false);
-    self->events_ = {};
-    self->video_.reset();
-    self->sound_.reset();
-    self->firstFrame_.reset();
-    self->frames_->show({});
-  });
+  commands_.close();
+  queue_->async([self = shared_from_this()] { self->letGo(); });
 }
 
 CMTime Playback::currentTime() const {
-  CMTime time = timebase_->time();
-  {
-    MutexLock lock(positionMutex_);
-    time = CMTimeMaximum(time, position_);
+  return clock_.positionAt(TimeSource::now());
+}
+
+// The queue.
+
+void Playback::enter(PlaybackState state) {
+  assertCurrent(*queue_);
+#ifndef NDEBUG
+  if (!mayFollow(state_, state)) fatalError("A playback's state has no such way to go.");
+#endif
+  state_ = state;
+}
+
+// Seeks: first the picture, then the sound.
+
+void Playback::beginSeek(Seek seek) {
+  assertCurrent(*queue_);
+  endSeek(false);
+  seek_ = std::move(seek);
+  if (commands_.isSuperseded()) return endSeek(false);
+  if (state_ == PlaybackState::Running) pause();
+  enter(PlaybackState::Seeking);
+  error_ = nullptr;
+  pictures_.beginSearch(*seek_);
+  continueSeek();
+}
+
+/// A step at a time, to give way as soon as something newer waits for the queue.
+void Playback::continueSeek() {
+  assertCurrent(*queue_);
+  if (state_ == PlaybackState::Running) return pump();
+  while (seek_ && !commands_.isSuperseded()) {
+    switch (pictures_.stepSearch()) {
+      case Outcome::Working:
+        break;
+      case Outcome::Again:
+        return;
+      case Outcome::Ready:
+        return finishSeek();
+      case Outcome::End:
+      case Outcome::Error:
+        endSeek(false);
+        return fail(pictures_.error() ? pictures_.error()
+                                      : makeError(AVErrorDecodeFailed,
+                                                  "The video has no picture that can be decoded."));
+    }
   }
-  return clamped(time, duration_);
+  endSeek(false);
+}
+
+void Playback::finishSeek() {
+  const CMTime position = seek_->positionWith(pictures_.foundTime());
+  clock_.standAt(position, TimeSource::now());
+  pictures_.showFound(position);
+  if (events_.pictureChanged) events_.pictureChanged();
+  enter(PlaybackState::Ready);
+  endSeek(true);
+  settle();
+}
+
+void Playback::endSeek(bool finished) {
+  if (const Seek ended = std::exchange(seek_, nullptr)) ended->end(finished);
+}
+
+/// After the picture, the sound: then prerolls are done, and playing goes on or all is let go of
+/// that can be had again quickly.
+void Playback::settle() {
+  assertCurrent(*queue_);
+  const bool stands = state_ == PlaybackState::Ready || state_ == PlaybackState::Ended;
+  if (!stands && state_ != PlaybackState::Running) return;
+  if (stands && !sound_.prefill(clock_.timeAt(TimeSource::now()))) return;
+  if (stands && sound_.failed() && !pictures_.exist()) {
+    return fail(makeError(AVErrorDecodeFailed, "The sound cannot be decoded."));
+  }
+  completePrerolls(true);
+  if (state_ == PlaybackState::Running) return;
+  if (rate_ > 0) return startRunning();
+  pictures_.rest();
+  sound_.rest();
+}
+
+void Playback::completePrerolls(bool finished) {
+  for (const auto& completion : std::exchange(prerolls_, {})) completion(finished);
 }
 
 // Rate.
 
 void Playback::applyRate(double rate) {
   assertCurrent(*queue_);
-  const double before = std::exchange(rate_, rate);
-  if (rate == before) return;
-  if (rate == 0) {
-    if (running_) pause();
-  } else if (atEnd_) {
-    finish(timebase_->time());
-  } else if (running_) {
-    changeRate();
-  } else {
-    settle();
+  if (std::exchange(rate_, rate) == rate) return;
+  switch (state_) {
+    case PlaybackState::Seeking:
+    case PlaybackState::Closed:
+      return;
+    case PlaybackState::Ready:
+      if (rate > 0) settle();
+      return;
+    case PlaybackState::Running:
+      if (rate > 0) return changeRate();
+      return pause();
+    case PlaybackState::Ended:
+      return finish(clock_.timeAt(TimeSource::now()));
+    case PlaybackState::Failed:
+      return fail(error_);
   }
 }
 
 void Playback::startRunning() {
-  const CMTime position = currentTime();
-  int64_t hostStart = TimeSource::now();
-  if (sound_) {
-    const int64_t firstFrame = output_.earliestStartFrame();
-    const double seconds = static_cast<double>(firstFrame) / output_.sampleRate();
-    hostStart = output_.clock()->hostTimeAtNanoseconds(std::llround(seconds * 1e9));
-    sound_->start(firstFrame, rate_);
-    timebase_->setMasterClock(output_.clock());
-  }
-  setPosition(position);
-  timebase_->setRateAndAnchorTime(rate_, position, hostStart);
-  running_ = true;
+  enter(PlaybackState::Running);
+  sound_.start(clock_, rate_, TimeSource::now());
   pump();
 }
 
 /// The picture changes pace at once; the sound joins it a little later, at its place.
 void Playback::changeRate() {
-  const CMTime present = timebase_->time();
-  if (present < currentTime()) return startRunning();  // the start is not heard yet
-  setPosition(present);
-  timebase_->setRate(rate_);
-  if (sound_) {
-    const int64_t firstFrame = output_.earliestStartFrame() +
-                               static_cast<int64_t>(kSoundStartSeconds * output_.sampleRate());
-    const double seconds = static_cast<double>(firstFrame) / output_.sampleRate();
-    joint_ = {timebase_->timeAtHostTime(
-                  output_.clock()->hostTimeAtNanoseconds(std::llround(seconds * 1e9))),
-              firstFrame};
-    sound_->stop();
-    joinSound();
-  }
-  pump();
-}
-
-/// Starts the sound where it is to join in, once it can be had; what has gone by then is left out.
-void Playback::joinSound() {
-  if (!joint_ || !sound_->prefill(joint_->time)) return;
-  sound_->start(joint_->outputFrame, rate_);
-  joint_.reset();
-}
-
-void Playback::soundIsReady() {
-  assertCurrent(*queue_);
-  if (!running_) return settle();
-  joinSound();
+  if (!clock_.changeRate(rate_, TimeSource::now())) return startRunning();
+  sound_.joinAgain(clock_, rate_);
   pump();
 }
 
 void Playback::pause() {
-  running_ = false;
-  const CMTime position = currentTime();
-  timebase_->setRate(0);
-  timebase_->setTime(position);
-  setPosition(position);
+  enter(PlaybackState::Ready);
+  clock_.stop(TimeSource::now());
   if (timer_) timer_->cancel();
-  joint_.reset();
-  if (sound_) {
-    sound_->stop();
-    soundIsPrefilled_ = false;
+  sound_.stop();
+}
+
+void Playback::soundIsReady() {
+  if (state_ != PlaybackState::Running) return settle();
+  sound_.join();
+  pump();
+}
+
+// Running.
+
+/// Goes to the frame that is due, decodes a little ahead, tops up the sound, and asks to be woken
+/// for the next thing due.
+void Playback::pump() {
+  assertCurrent(*queue_);
+  if (state_ != PlaybackState::Running) return;
+  const CMTime now = clock_.timeAt(TimeSource::now());
+  if (frames_->advance(now) && events_.pictureChanged) events_.pictureChanged();
+  sound_.fill();
+  pictures_.decodeAhead(now, [this] { return commands_.isSuperseded(); });
+  if (pictures_.error()) error_ = pictures_.error();
+  const auto end = endTime();
+  if (end && now >= *end) return finish(*end);
+  schedulePump();
+}
+
+void Playback::schedulePump() {
+  if (timer_) timer_->cancel();
+  timer_ = nullptr;
+  if (pictures_.isBusy()) return post(&Playback::pump);
+  const auto due = nextPumpHostTime();
+  if (!due) return;
+  timer_ = dispatch_timer_at(wakeHostTime(*due), queue_, [weakSelf = weak_from_this()] {
+    const auto self = weakSelf.lock();
+    if (self && !self->commands_.isClosed()) self->pump();
+  });
+}
+
+/// The host time of the next thing to do; none while only the source can bring it.
+std::optional<int64_t> Playback::nextPumpHostTime() const {
+  EarliestTime next;
+  if (const auto wake = pictures_.nextWake()) next.add(dueHostTime(*clock_.timebase(), *wake));
+  next.add(sound_.nextFillHostTime());
+  if (const auto end = endTime()) next.add(dueHostTime(*clock_.timebase(), *end));
+  return next.time();
+}
+
+/// Where the picture fails the item is over, too: the sound of a loop could go on for long.
+std::optional<CMTime> Playback::endTime() const {
+  if (error_) return pictures_.endOfLastFrame();
+  return endOfItem(clock_.duration(), pictures_.end(), sound_.end());
+}
+
+// Coming to a stop.
+
+void Playback::finish(CMTime end) {
+  enter(PlaybackState::Ended);
+  rate_ = 0;
+  clock_.standAt(end, TimeSource::now());
+  sound_.stop();
+  if (error_) {
+    if (events_.failed) events_.failed(commands_.begun(), error_);
+  } else if (events_.ended) {
+    events_.ended(commands_.begun());
   }
 }
 
-/// Keeps the frame on show and the first sound, and lets go of what can be had again quickly.
-void Playback::collapse() {
-  if (video_) video_->releaseDecoderIfRebuildable();
-  if (sound_) sound_->release();
-}
-
-void Playback::setPosition(CMTime time) {
-  MutexLock lock(positionMutex_);
-  position_ = time;
-}
-
 void Playback::fail(NSErrorPtr error) {
+  enter(PlaybackState::Failed);
   error_ = error;
   rate_ = 0;
-  if (events_.failed) events_.failed(handledCommand_, std::move(error));
+  if (events_.failed) events_.failed(commands_.begun(), std::move(error));
   completePrerolls(false);
 }
 
-void Playback::completePrerolls(bool finished) {
-  for (const auto& completion : std::exchange(prerolls_, {})) completion(finished);
+void Playback::letGo() {
+  enter(PlaybackState::Closed);
+  if (timer_) timer_->cancel();
+  endSeek(false);
+  completePrerolls(false);
+  events_ = {};
+  pictures_.close();
+  sound_.close();
 }
 
 }  // namespace zaffo::media

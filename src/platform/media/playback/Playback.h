@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -8,12 +7,12 @@
 #include <span>
 #include <vector>
 
-#include "platform/coremedia/CMTimebase.h"
 #include "platform/dispatch/DispatchTimer.h"
-#include "platform/media/playback/DecodeBurst.h"
-#include "platform/media/soundtrack/Soundtrack.h"
-#include "platform/media/video/FrameStore.h"
-#include "platform/media/video/VideoTrack.h"
+#include "platform/media/playback/CommandLog.h"
+#include "platform/media/playback/PictureSupply.h"
+#include "platform/media/playback/PlaybackClock.h"
+#include "platform/media/playback/PlaybackState.h"
+#include "platform/media/playback/SoundSupply.h"
 
 namespace zaffo::media {
 
@@ -21,11 +20,8 @@ namespace zaffo::media {
 /// queue of its own, woken by commands, by the source, and by a timer for the next thing due; while
 /// it stands still nothing runs. Commands return at once. Thread: any.
 ///
-///                    setRate > 0                      end or failure
-///     seeking ───> ready ─────────────> running ───────────────────> ready (at the end)
-///        ^           │ ^                   │
-///        └───────────┘ └───────────────────┘
-///            seek            setRate 0            close, from anywhere: gone
+/// It decides what is done next (see PlaybackState); where it is, what is seen and what is heard
+/// are its clock's, its pictures' and its sound's.
 ///
 /// An idle playback at the first frame keeps that frame and the first stretch of sound, nothing
 /// else; playing on decodes again from the sync sample.
@@ -39,7 +35,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
     std::function<void(uint64_t command)> ended;
     std::function<void(uint64_t command, NSErrorPtr)> failed;
   };
-  using Completion = std::function<void(bool finished)>;
+  using Completion = SeekRequest::Completion;
 
   /// Starts at once to find the first frame. `volumes`: of the sound tracks that are not heard at
   /// full volume.
@@ -65,95 +61,54 @@ class Playback : public std::enable_shared_from_this<Playback> {
   void close();
 
   /// Whether no rate was set and no seek asked for since `command`, which an event told.
-  [[nodiscard]] bool isLatestCommand(uint64_t command) const { return commands_ == command; }
+  [[nodiscard]] bool isLatestCommand(uint64_t command) const { return commands_.isLatest(command); }
 
   [[nodiscard]] CMTime currentTime() const;
-  [[nodiscard]] const std::shared_ptr<CMTimebase>& timebase() const { return timebase_; }
+  [[nodiscard]] const std::shared_ptr<CMTimebase>& timebase() const { return clock_.timebase(); }
   [[nodiscard]] const std::shared_ptr<FrameStore>& frames() const { return frames_; }
-  [[nodiscard]] CMTime duration() const { return duration_; }
 
  private:
-  struct Seek {
-    uint64_t generation = 0;
-    CMTime time, earliest, latest;
-    Completion completion;
-  };
+  using Seek = std::shared_ptr<SeekRequest>;
 
-  /// Where sound that starts while playing comes in.
-  struct Joint {
-    CMTime time;
-    int64_t outputFrame = 0;
-  };
+  Playback(const std::shared_ptr<SampleSource>& source, AudioOutput& output, Events events,
+           std::span<const TrackVolume> volumes);
+  [[nodiscard]] std::function<void()> posting(void (Playback::*step)());
+  void post(void (Playback::*step)()) { posting(step)(); }
 
-  Playback(std::shared_ptr<SampleSource> source, AudioOutput& output, Events events);
-  void openTracks(std::span<const TrackVolume> volumes);
-  void post(void (Playback::*step)());
-
+  // All below is the queue's.
+  void enter(PlaybackState state);
   void beginSeek(Seek seek);
   void continueSeek();
-  void finishSeek(VideoFrame frame);
-  void failSeek();
-  void completeSeek(bool finished);
+  void finishSeek();
+  void endSeek(bool finished);
   void settle();
-  [[nodiscard]] bool showFirstFrameFor(const Seek& seek);
-
+  void completePrerolls(bool finished);
   void applyRate(double rate);
   void startRunning();
   void changeRate();
-  void joinSound();
-  void soundIsReady();
   void pause();
-  void collapse();
-
+  void soundIsReady();
   void pump();
-  void decodeAhead(CMTime now);
-  [[nodiscard]] std::size_t framesForDecodeOnlyRun() const;
   void schedulePump();
-  void finish(CMTime end);
-  [[nodiscard]] CMTime endOf(const VideoFrame& frame) const;
-  [[nodiscard]] std::optional<CMTime> endTime() const;
   [[nodiscard]] std::optional<int64_t> nextPumpHostTime() const;
-
-  [[nodiscard]] bool superseded() const;
+  [[nodiscard]] std::optional<CMTime> endTime() const;
+  void finish(CMTime end);
   void fail(NSErrorPtr error);
-  void completePrerolls(bool finished);
-  void setPosition(CMTime time);
+  void letGo();
 
-  const std::shared_ptr<SampleSource> source_;
-  AudioOutput& output_;
-  const CMTime duration_;
   const DispatchQueuePtr queue_;
-  const std::shared_ptr<CMTimebase> timebase_;
+  PlaybackClock clock_;
   const std::shared_ptr<FrameStore> frames_;
+  CommandLog commands_;
 
-  std::atomic<bool> closed_{false};
-  std::atomic<uint64_t> newestSeek_{0};
-  std::atomic<uint64_t> commands_{0};
-
-  /// Where playback started last; the timebase is behind it until the sound is heard.
-  mutable Mutex positionMutex_;
-  CMTime position_ ZAFFO_GUARDED_BY(positionMutex_) = kCMTimeZero;
-
-  // All below is the queue's.
   Events events_;
-  std::unique_ptr<VideoTrack> video_;
-  std::unique_ptr<Soundtrack> sound_;
+  PlaybackState state_ = PlaybackState::Seeking;
+  PictureSupply pictures_;
+  SoundSupply sound_;
   double rate_ = 0;
-  bool ready_ = false;    ///< the frame of the present position is on show
-  bool running_ = false;  ///< the timebase moves
-  std::optional<Seek> seek_;
-  uint64_t handledSeek_ = 0;  ///< generation of the last seek begun
+  Seek seek_;  ///< none when the one that was sought last was superseded
   std::vector<Completion> prerolls_;
-  bool soundIsPrefilled_ = false;
-  std::optional<Joint> joint_;   ///< where the sound waits to join in
-  uint64_t handledCommand_ = 0;  ///< the last rate or seek that was begun
-  bool atEnd_ = false;           ///< stopped by itself, not sought since
-  std::optional<VideoFrame> firstFrame_;
-  bool videoEnded_ = false;
-  bool waitsForSource_ = false;
-  DecodeBurst burst_;
-  CMTime videoEnd_ = kCMTimeZero;
-  NSErrorPtr error_;
+  NSErrorPtr error_;  ///< why it cannot go on, or not for long
   DispatchTimerPtr timer_;
 };
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/TimeSource.h"
+#include "platform/dispatch/Confinement.h"
 #include "platform/media/playback/DueTime.h"
 
 namespace zaffo::media {
@@ -11,8 +12,6 @@ namespace {
 
 /// Steps of decoding between two looks at what else is to be done.
 constexpr int kStepsPerPump = 16;
-/// A picture that stands for so long while others are due is replaced by one that is late too.
-constexpr int64_t kOverdueNanoseconds = 100'000'000;
 
 std::shared_ptr<CMTimebase> hostTimebase() {
   auto timebase = CMTimebase::create(CMClockGetHostTimeClock());
@@ -28,7 +27,7 @@ std::shared_ptr<SampleRenderer> SampleRenderer::create(Events events) {
   const auto wake = [weakRenderer = std::weak_ptr(renderer)] {
     if (const auto woken = weakRenderer.lock()) woken->wake();
   };
-  renderer->frames_->setDrawingHandler(wake);
+  renderer->frames()->setDrawingHandler(wake);
   renderer->dataRequest_->setAnsweredHandler(wake);
   return renderer;
 }
@@ -36,66 +35,52 @@ std::shared_ptr<SampleRenderer> SampleRenderer::create(Events events) {
 SampleRenderer::SampleRenderer(Events events)
     : events_(std::move(events)),
       queue_(dispatch_queue_create("com.zaffo.samplerenderer")),
-      frames_(std::make_shared<FrameStore>(hostTimebase())) {}
+      samples_(hostTimebase()) {}
 
 // Calls: any thread.
 
 void SampleRenderer::setTimebase(std::shared_ptr<CMTimebase> timebase) {
+  observe(timebase);
+  frames()->setTimebase(timebase ? std::move(timebase) : hostTimebase());
+  wake();
+}
+
+/// Is woken by changes of a timebase from now on, none with null.
+void SampleRenderer::observe(const std::shared_ptr<CMTimebase>& timebase) {
   std::shared_ptr<void> observation;
   if (timebase) {
     observation = timebase->observeChanges([weakSelf = weak_from_this()] {
       if (const auto self = weakSelf.lock()) self->wake();
     });
   }
-  frames_->setTimebase(timebase ? std::move(timebase) : hostTimebase());
-  {
-    MutexLock lock(statusMutex_);
-    timebaseObservation_.swap(observation);
-  }
-  wake();
+  // What was observed before is let go of with no lock held.
+  MutexLock lock(observationMutex_);
+  timebaseObservation_.swap(observation);
 }
 
 void SampleRenderer::enqueue(QueuedSample sample) {
   // First of all: to a pump that finds the sample it must not look like the last one of long ago.
   dataRequest_->noteSample(TimeSource::now());
-  bool begins = false;
-  bool isAwaited = false;
-  {
-    MutexLock lock(statusMutex_);
-    if (closed_ || status_ == Status::Failed) return;
-    begins = std::exchange(status_, Status::Rendering) == Status::Unknown;
-    isAwaited = sampleQueue_.push(std::move(sample));
-  }
-  if (!sampleQueue_.hasRoom(now())) dataRequest_->owe();
-  if (isAwaited) wake();
-  if (begins) events_.statusChanged();
+  if (closed_) return;
+  const auto enqueued = samples_.enqueue(std::move(sample));
+  if (!enqueued.isTaken) return;
+  if (!samples_.queue().hasRoom(now())) dataRequest_->owe();
+  if (enqueued.isAwaited) wake();
+  if (enqueued.isFirst) events_.statusChanged();
 }
 
 void SampleRenderer::flush(Image image) {
-  SampleQueue::Held held;
-  bool recovers = false;
-  {
-    MutexLock lock(statusMutex_);
-    held = sampleQueue_.flush();
-    dataRequest_->beginRun(sampleQueue_.generation());
-    if (image == Image::Keep) {
-      frames_->keepPicture();
-    } else {
-      frames_->show({});
-      recovers = status_ == Status::Failed;
-      if (recovers) status_ = Status::Unknown;
-      error_ = nullptr;
-    }
-  }
-  queue_->async([held = std::move(held)] {});
+  auto flushed = samples_.flush(image);
+  dataRequest_->beginRun(samples_.queue().generation());
+  queue_->async([held = std::move(flushed.held)] {});
   wake();
   if (image == Image::Remove) events_.pictureChanged();
-  if (recovers) events_.statusChanged();
+  if (flushed.recovers) events_.statusChanged();
 }
 
 bool SampleRenderer::isReadyForMore() {
   if (status() == Status::Failed) return false;
-  if (sampleQueue_.hasRoom(now())) return true;
+  if (samples_.queue().hasRoom(now())) return true;
   dataRequest_->owe();
   return false;
 }
@@ -111,32 +96,13 @@ void SampleRenderer::stopRequesting() {
   wake();
 }
 
-SampleRenderer::Status SampleRenderer::status() const {
-  MutexLock lock(statusMutex_);
-  return status_;
-}
-
-NSErrorPtr SampleRenderer::error() const {
-  MutexLock lock(statusMutex_);
-  return error_;
-}
-
 CMTime SampleRenderer::now() const {
-  return frames_->timebase()->time();
+  return frames()->timebase()->time();
 }
 
 void SampleRenderer::close() {
   closed_ = true;
-  queue_->async([self = shared_from_this(), request = dataRequest_->stop()] {
-    if (self->timer_) self->timer_->cancel();
-    self->timer_ = nullptr;
-    self->decoder_.close();
-    static_cast<void>(self->sampleQueue_.flush());
-    self->frames_->show({});
-    std::shared_ptr<void> observation;
-    MutexLock lock(self->statusMutex_);
-    observation.swap(self->timebaseObservation_);
-  });
+  queue_->async([self = shared_from_this(), request = dataRequest_->stop()] { self->letGo(); });
 }
 
 // The queue.
@@ -151,21 +117,23 @@ void SampleRenderer::wake() {
 }
 
 void SampleRenderer::pump() {
+  assertCurrent(*queue_);
   wakePosted_ = false;
-  if (sampleQueue_.generation() != decoder_.generation()) beginGeneration();
+  if (samples_.queue().generation() != decoder_.generation()) beginGeneration();
   if (failed_) return;
-  const auto timebase = frames_->timebase();
+  const auto timebase = frames()->timebase();
   const int64_t hostNow = TimeSource::now();
   const CMTime now = timebase->timeAtHostTime(hostNow);
-  if (frames_->advance(now)) events_.pictureChanged();
-  const CMTime shown = frames_->shownTime();
-  sampleQueue_.trim(decoder_.generation(), shown);
-  if (std::exchange(lastTime_, now) > now && now < shown) goBackTo(now);
+  if (frames()->advance(now)) events_.pictureChanged();
+  const CMTime shown = frames()->shownTime();
+  samples_.queue().trim(decoder_.generation(), shown);
+  // Back before the frame on show: shows an earlier one if that is at hand.
+  if (pace_.goesBackTo(now) && now < shown && decoder_.goBackTo(now)) dropQueued();
   const bool isBusy = decode(*timebase, hostNow);
   const std::size_t late = decoder_.takeLate();
-  if (timebase->rate() != 0 && CMTIME_IS_VALID(shown)) frames_->noteLate(late);
+  if (timebase->rate() != 0 && CMTIME_IS_VALID(shown)) frames()->noteLate(late);
   if (failed_) return;
-  askForMore(now);
+  if (dataRequest_->owesCall() && samples_.queue().hasAmpleRoom(now)) dataRequest_->call();
   schedule(*timebase, isBusy);
 }
 
@@ -173,30 +141,26 @@ void SampleRenderer::beginGeneration() {
   decoder_.begin();
   burst_.stop();
   failed_ = false;
-  lastGiven_ = TimeSource::now();
-  lastTime_ = kCMTimeNegativeInfinity;
+  pace_.begin(TimeSource::now());
 }
 
-/// Time went back, before the frame on show: shows an earlier one if that is at hand.
-void SampleRenderer::goBackTo(CMTime time) {
-  if (decoder_.goBackTo(time)) dropQueued();
-}
-
-void SampleRenderer::dropQueued() {
-  MutexLock lock(statusMutex_);
-  if (sampleQueue_.generation() == decoder_.generation()) frames_->dropQueued();
+SampleQueueDecoder::Demand SampleRenderer::demandAt(const CMTimebase& timebase, int64_t hostNow) {
+  const bool isPlaying = timebase.rate() > 0;
+  // A decode-only run that has begun is seen through.
+  const bool isInDecodeOnlyRun = burst_.isOn() && decoder_.isInDecodeOnlyRun();
+  if (!isInDecodeOnlyRun) {
+    burst_.update(frames()->queued(), samples_.queue().framesForDecodeOnlyRun());
+  }
+  SampleQueueDecoder::Demand demand;
+  demand.now = timebase.timeAtHostTime(hostNow);
+  demand.ahead = burst_.isOn() && isPlaying;
+  demand.overdue = isPlaying && pace_.isOverdue(hostNow);
+  return demand;
 }
 
 /// Decodes one frame if it is time to. False when there is nothing to do until something happens.
 bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
-  const bool isPlaying = timebase.rate() > 0;
-  SampleQueueDecoder::Demand demand;
-  demand.now = timebase.timeAtHostTime(hostNow);
-  // A decode-only run that has begun is seen through.
-  const bool isInDecodeOnlyRun = burst_.isOn() && decoder_.isInDecodeOnlyRun();
-  if (!isInDecodeOnlyRun) burst_.update(frames_->queued(), sampleQueue_.framesForDecodeOnlyRun());
-  demand.ahead = burst_.isOn() && isPlaying;
-  demand.overdue = isPlaying && hostNow - lastGiven_ >= kOverdueNanoseconds;
+  SampleQueueDecoder::Demand demand = demandAt(timebase, hostNow);
   awaitsQuiet_ = false;
   SampleQueueDecoder::Picture picture;
   for (int step = 0; step < kStepsPerPump; ++step) {
@@ -205,24 +169,21 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
     demand.noneComing = prospect != MediaDataRequest::Prospect::Coming;
     demand.haveAllCome = prospect == MediaDataRequest::Prospect::Ended;
     switch (decoder_.step(demand, picture)) {
-      case DecodeStep::Working:
+      case Outcome::Working:
+        if (!decoder_.takeRewind()) break;
+        dropQueued();
+        decoder_.goOnAfter(frames()->shownTime());
         break;
-      case DecodeStep::Frame:
+      case Outcome::Ready:
         give(std::move(picture), demand.now);
         return true;
-      case DecodeStep::Rewound:
-        dropQueued();
-        decoder_.goOnAfter(frames_->shownTime());
-        break;
-      case DecodeStep::Stale:
-        return true;
-      case DecodeStep::Failed:
+      case Outcome::Error:
         failed_ = fail(decoder_.error());
         return false;
-      case DecodeStep::Starved:
+      case Outcome::Again:
         awaitsQuiet_ = !demand.noneComing;
         return false;
-      case DecodeStep::Idle:
+      case Outcome::End:
         awaitsQuiet_ = !demand.noneComing && !decoder_.isSettled();
         if (timebase.rate() == 0 && !awaitsQuiet_) rest();
         return false;
@@ -233,41 +194,26 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
 
 /// Puts a frame where whoever draws finds it, unless the samples were flushed meanwhile.
 void SampleRenderer::give(SampleQueueDecoder::Picture picture, CMTime now) {
-  bool changes = picture.atOnce;
-  {
-    MutexLock lock(statusMutex_);
-    if (sampleQueue_.generation() != decoder_.generation()) return;
-    if (picture.atOnce) {
-      frames_->show(std::move(picture.frame));
-      if (picture.isStandIn) frames_->keepPicture();
-    } else {
-      frames_->push(std::move(picture.frame));
-      changes = frames_->advance(now);
-    }
-  }
-  lastGiven_ = TimeSource::now();
+  const bool changes = samples_.give(std::move(picture), decoder_.generation(), now);
+  pace_.notePicture(TimeSource::now());
   if (changes) events_.pictureChanged();
+}
+
+void SampleRenderer::dropQueued() {
+  samples_.dropQueued(decoder_.generation());
 }
 
 /// Standing still: keeps the frame on show and the samples, and lets go of what can be had again
 /// quickly.
 void SampleRenderer::rest() {
-  if (decoder_.letGoIfCheap(frames_->shownTime())) dropQueued();
-}
-
-void SampleRenderer::askForMore(CMTime now) {
-  if (dataRequest_->owesCall() && sampleQueue_.hasAmpleRoom(now)) dataRequest_->call();
+  if (decoder_.letGoIfCheap(frames()->shownTime())) dropQueued();
 }
 
 /// False when nobody is to hear of it: the samples were flushed, or are about to be.
 bool SampleRenderer::fail(NSErrorPtr error) {
-  {
-    MutexLock lock(statusMutex_);
-    const uint64_t run = decoder_.generation();
-    if (sampleQueue_.generation() != run || dataRequest_->isLeft(run)) return false;
-    status_ = Status::Failed;
-    error_ = std::move(error);
-  }
+  const uint64_t generation = decoder_.generation();
+  if (dataRequest_->isLeft(generation) || !samples_.fail(std::move(error), generation))
+    return false;
   decoder_.close();
   events_.statusChanged();
   return true;
@@ -277,25 +223,35 @@ void SampleRenderer::schedule(const CMTimebase& timebase, bool isBusy) {
   if (timer_) timer_->cancel();
   timer_ = nullptr;
   if (isBusy) return wake();
-  std::optional<int64_t> next;
-  const auto consider = [&next](std::optional<int64_t> time) {
-    if (time && (!next || *time < *next)) next = time;
-  };
-  const std::size_t few = DecodeBurst::kFewFrames + sampleQueue_.framesForDecodeOnlyRun();
-  if (const auto presentation = frames_->nextWake(few)) {
-    consider(dueHostTime(timebase, *presentation));
-  }
-  // Backwards, the frame on show is over when the time falls below its own.
-  if (timebase.rate() < 0 && frames_->somebodyDraws()) {
-    consider(timebase.hostTimeAtTime(frames_->shownTime() - CMTimeMake(1, 1'000'000)));
-  }
-  if (awaitsQuiet_) consider(dataRequest_->quietAt());
-  if (decoder_.holdsLateFrame() && timebase.rate() > 0) consider(lastGiven_ + kOverdueNanoseconds);
+  const auto next = nextPumpHostTime(timebase);
   if (!next) return;
   timer_ = dispatch_timer_at(wakeHostTime(*next), queue_, [weakSelf = weak_from_this()] {
     const auto self = weakSelf.lock();
     if (self && !self->closed_) self->pump();
   });
+}
+
+/// The host time of the next thing to do; none while only samples or a change can bring it.
+std::optional<int64_t> SampleRenderer::nextPumpHostTime(const CMTimebase& timebase) const {
+  EarliestTime next;
+  const std::size_t few = DecodeBurst::kFewFrames + samples_.queue().framesForDecodeOnlyRun();
+  if (const auto wake = frames()->nextWake(few)) next.add(dueHostTime(timebase, *wake));
+  // Backwards, the frame on show is over when the time falls below its own.
+  if (timebase.rate() < 0 && frames()->somebodyDraws()) {
+    next.add(timebase.hostTimeAtTime(frames()->shownTime() - CMTimeMake(1, 1'000'000)));
+  }
+  if (awaitsQuiet_) next.add(dataRequest_->quietAt());
+  if (decoder_.holdsLateFrame() && timebase.rate() > 0) next.add(pace_.overdueAt());
+  return next.time();
+}
+
+void SampleRenderer::letGo() {
+  assertCurrent(*queue_);
+  if (timer_) timer_->cancel();
+  timer_ = nullptr;
+  decoder_.close();
+  static_cast<void>(samples_.flush(Image::Remove));
+  observe(nullptr);
 }
 
 }  // namespace zaffo::media

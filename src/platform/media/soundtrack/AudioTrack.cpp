@@ -50,15 +50,16 @@ void AudioTrack::release() {
   ended_ = true;
 }
 
-AudioTrack::Outcome AudioTrack::read(int64_t frame, AudioBlock& block) {
+Outcome AudioTrack::read(int64_t frame, AudioBlock& block) {
+  block.samples.clear();
   if (!ended_ && !cursorIsPlaced_) {
-    if (!hasSoundBefore(frame)) return ended_ ? Outcome::End : Outcome::Silence;
+    if (!hasSoundBefore(frame)) return ended_ ? Outcome::End : Outcome::Ready;
     if (!seekCursor()) fail();
   }
   while (!ended_) {
     if (!block_.samples.empty()) return give(frame, block);
     if (receive()) continue;
-    if (const auto outcome = feed(frame)) return *outcome;
+    if (const Outcome outcome = feed(frame); outcome != Outcome::Working) return outcome;
   }
   return Outcome::End;
 }
@@ -68,17 +69,18 @@ AudioTrack::Outcome AudioTrack::read(int64_t frame, AudioBlock& block) {
 bool AudioTrack::receive() {
   while (!decoderIsEmpty_) {
     switch (decoder_->receive(block_)) {
-      case DecodeOutcome::Ok:
+      case Outcome::Ready:
         if (isWanted()) return true;
         if (!isOutOfReach(block_.firstFrame)) break;
         block_.samples.clear();
         end();
         return true;
-      case DecodeOutcome::Error:
+      case Outcome::Error:
         break;  // a damaged sample is a gap in the sound; the next one goes on in its place
-      case DecodeOutcome::Again:
+      case Outcome::Working:
+      case Outcome::Again:
         return false;
-      case DecodeOutcome::End:
+      case Outcome::End:
         resetDecoder();
         if (sample_) return false;
         end();
@@ -89,44 +91,36 @@ bool AudioTrack::receive() {
   return false;
 }
 
-/// Feeds the decoder with the next sample; unless its sound begins at `frame` or later, or there is
-/// none now.
-std::optional<AudioTrack::Outcome> AudioTrack::feed(int64_t frame) {
-  switch (readSample()) {
-    case ReadOutcome::Sample:
-      break;
-    case ReadOutcome::Again:
-      return Outcome::Waiting;
-    case ReadOutcome::End:
-    case ReadOutcome::Error:
-      drain();
-      return std::nullopt;
-  }
-  if (sample_->isDiscontinuity && !decoderIsEmpty_) {
+/// Feeds the decoder with the next sample; unless its sound begins at `frame` or later, which is
+/// Ready, or there is none now.
+Outcome AudioTrack::feed(int64_t frame) {
+  const Outcome outcome = readSample();
+  if (outcome == Outcome::Again) return outcome;
+  if (outcome != Outcome::Ready || (sample_->isDiscontinuity && !decoderIsEmpty_)) {
     drain();
-    return std::nullopt;
+    return Outcome::Working;
   }
   if (decoderIsEmpty_) {
     // An empty decoder gives nothing before the first sample that it is sent.
     skipSilenceUntil(soundStart(*sample_));
-    if (nextFrame_ >= frame) return Outcome::Silence;
-    if (!openDecoder()) return std::nullopt;
+    if (nextFrame_ >= frame) return Outcome::Ready;
+    if (!openDecoder()) return Outcome::Working;
   }
   // One that the decoder refuses is damaged, too.
   static_cast<void>(decoder_->send(*sample_));
   decoderIsEmpty_ = false;
   sample_.reset();
-  return std::nullopt;
+  return Outcome::Working;
 }
 
 /// Gives the block, unless it begins at `frame` or later.
-AudioTrack::Outcome AudioTrack::give(int64_t frame, AudioBlock& block) {
+Outcome AudioTrack::give(int64_t frame, AudioBlock& block) {
   nextFrame_ = std::max(nextFrame_, block_.firstFrame);
-  if (nextFrame_ >= frame) return Outcome::Silence;
+  if (nextFrame_ >= frame) return Outcome::Ready;
   block = std::exchange(block_, {});
   nextFrame_ = block.end();
   volume_.apply(block.firstFrame, block.samples);
-  return Outcome::Block;
+  return Outcome::Ready;
 }
 
 /// As far as the source tells without being read.
@@ -158,11 +152,11 @@ bool AudioTrack::openDecoder() {
   return decoder_ != nullptr;
 }
 
-ReadOutcome AudioTrack::readSample() {
-  if (sample_) return ReadOutcome::Sample;
+Outcome AudioTrack::readSample() {
+  if (sample_) return Outcome::Ready;
   Sample sample;
-  const ReadOutcome outcome = cursor_->next(sample);
-  if (outcome == ReadOutcome::Sample) sample_ = std::move(sample);
+  const Outcome outcome = cursor_->next(sample);
+  if (outcome == Outcome::Ready) sample_ = std::move(sample);
   return outcome;
 }
 

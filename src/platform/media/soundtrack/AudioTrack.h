@@ -32,13 +32,9 @@ class AudioTrack {
   /// All sound before it has been read; kForEver when nothing follows.
   [[nodiscard]] int64_t knownUntil() const { return ended_ ? kForEver : nextFrame_; }
 
-  enum class Outcome {
-    Block,    ///< a block was read; it begins at or after what knownUntil() was
-    Silence,  ///< there is no sound up to the frame that was asked for
-    Waiting,  ///< the source has nothing yet; the ready handler will tell
-    End,      ///< nothing follows
-  };
-  /// Reads on towards `frame`.
+  /// Reads on towards `frame`: the next block, which begins at or after what knownUntil() was, or
+  /// an empty one when there is no sound up to `frame`. Again while the source has nothing yet,
+  /// which the ready handler will tell.
   [[nodiscard]] Outcome read(int64_t frame, AudioBlock& block);
 
   /// Whether there is no sound because it cannot be had.
@@ -46,17 +42,17 @@ class AudioTrack {
   /// The frame after the last of the sound, once it was read.
   [[nodiscard]] std::optional<int64_t> endFrame() const { return endFrame_; }
 
-  /// Called, on any thread, when reading may give more than Waiting. Set before the first seek.
+  /// Called, on any thread, when reading may give more than Again. Set before the first seek.
   void setReadyHandler(std::function<void()> handler) { readyHandler_ = std::move(handler); }
 
  private:
   [[nodiscard]] bool receive();
-  [[nodiscard]] std::optional<Outcome> feed(int64_t frame);
+  [[nodiscard]] Outcome feed(int64_t frame);
   [[nodiscard]] Outcome give(int64_t frame, AudioBlock& block);
   [[nodiscard]] bool hasSoundBefore(int64_t frame);
   [[nodiscard]] bool seekCursor();
   [[nodiscard]] bool openDecoder();
-  [[nodiscard]] ReadOutcome readSample();
+  [[nodiscard]] Outcome readSample();
   [[nodiscard]] bool isWanted();
   void drain();
   void resetDecoder();

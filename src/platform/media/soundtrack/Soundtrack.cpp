@@ -56,7 +56,7 @@ bool Soundtrack::prefill(CMTime time) {
   }
   const auto wanted = static_cast<std::size_t>(kPrefillSeconds * sampleRate_) * 2;
   while (prefilled_.size() < wanted && !ended_) {
-    if (readSome() == TrackMixer::Outcome::Waiting) return false;
+    if (readSome() == Outcome::Again) return false;
     prefilled_.insert(prefilled_.end(), sound_.begin(), sound_.end());
   }
   prefilling_ = false;
@@ -93,7 +93,7 @@ void Soundtrack::fill() {
   const auto ahead = static_cast<int64_t>(kAheadSeconds * sampleRate_);
   while (pendingOffset_ == pending_.size() && !ended_ &&
          input_->nextOutputFrame() - output_.earliestStartFrame() < ahead) {
-    if (readSome() == TrackMixer::Outcome::Waiting) return;
+    if (readSome() == Outcome::Again) return;
     append(sound_);
     if (ended_) endSound();
     writePending();
@@ -139,10 +139,10 @@ void Soundtrack::seek(int64_t mediaFrame) {
 }
 
 /// Reads the next sound, and notes when there is none, or none yet.
-TrackMixer::Outcome Soundtrack::readSome() {
-  const TrackMixer::Outcome outcome = sum_.read(kPieceFrames, sound_);
-  waiting_ = outcome == TrackMixer::Outcome::Waiting;
-  ended_ = outcome == TrackMixer::Outcome::End;
+Outcome Soundtrack::readSome() {
+  const Outcome outcome = sum_.read(kPieceFrames, sound_);
+  waiting_ = outcome == Outcome::Again;
+  ended_ = outcome == Outcome::End;
   return outcome;
 }
 

@@ -67,7 +67,7 @@ class Soundtrack {
 
  private:
   void seek(int64_t mediaFrame);
-  [[nodiscard]] TrackMixer::Outcome readSome();
+  [[nodiscard]] Outcome readSome();
   void append(std::span<const float> samples);
   void writePending();
   void endSound();

@@ -20,7 +20,7 @@ void TrackMixer::release() {
   for (const auto& track : tracks_) track->release();
 }
 
-TrackMixer::Outcome TrackMixer::read(int64_t frames, std::vector<float>& sound) {
+Outcome TrackMixer::read(int64_t frames, std::vector<float>& sound) {
   sound.clear();
   const int64_t target = *position_ + frames;
   bool waiting = false;
@@ -28,23 +28,14 @@ TrackMixer::Outcome TrackMixer::read(int64_t frames, std::vector<float>& sound) 
     AudioTrack& track = leastKnown();
     if (track.knownUntil() >= target) break;
     AudioBlock block;
-    switch (track.read(target, block)) {
-      case AudioTrack::Outcome::Block:
-        add(std::move(block));
-        break;
-      case AudioTrack::Outcome::Waiting:
-        waiting = true;
-        break;
-      case AudioTrack::Outcome::Silence:
-      case AudioTrack::Outcome::End:
-        break;
-    }
+    waiting = track.read(target, block) == Outcome::Again;
+    if (!block.samples.empty()) add(std::move(block));
   }
   const int64_t known = leastKnown().knownUntil();
   const int64_t wanted = known == AudioTrack::kForEver ? mixedEnd() : std::max(target, mixedEnd());
   give(std::min(known, wanted), sound);
-  if (!sound.empty()) return Outcome::Sound;
-  return waiting ? Outcome::Waiting : Outcome::End;
+  if (!sound.empty()) return Outcome::Ready;
+  return waiting ? Outcome::Again : Outcome::End;
 }
 
 bool TrackMixer::failed() const {

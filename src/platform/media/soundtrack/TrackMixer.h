@@ -24,13 +24,9 @@ class TrackMixer {
   /// The frame that is read next; none before the first seek and after release().
   [[nodiscard]] std::optional<int64_t> position() const { return position_; }
 
-  enum class Outcome {
-    Sound,    ///< something was read
-    Waiting,  ///< a source has nothing yet; the ready handler will tell
-    End,      ///< nothing follows
-  };
   /// Puts interleaved stereo from position() on into `sound`, replacing it: `frames` frames or a
-  /// little more, and less where the end or a source that waits comes first.
+  /// little more, and less where the end or a source that waits comes first. Where that leaves
+  /// nothing, Again while a source has nothing yet, which the ready handler will tell.
   [[nodiscard]] Outcome read(int64_t frames, std::vector<float>& sound);
 
   /// Whether no track can be decoded.

@@ -39,45 +39,46 @@ void CompositionCursor::setReadyHandler(std::function<void()> handler) {
   inner_->setReadyHandler(readyHandler_);
 }
 
-ReadOutcome CompositionCursor::next(Sample& sample) {
-  if (!entered_ && outcome_ == ReadOutcome::Sample) {
+Outcome CompositionCursor::next(Sample& sample) {
+  if (!entered_ && outcome_ == Outcome::Ready) {
     (void)enter(index_, segment().source.start);
   }
   PacketPtr used = std::move(sample.packet);
-  while (outcome_ == ReadOutcome::Sample) {
+  while (outcome_ == Outcome::Ready) {
     if (window_.give(sample)) {
       place(sample);
       if (used) spare_ = std::move(used);
-      return ReadOutcome::Sample;
+      return Outcome::Ready;
     }
     if (!window_.isComplete()) {
-      if (readOne() == ReadOutcome::Again) return ReadOutcome::Again;
+      if (readOne() == Outcome::Again) return Outcome::Again;
     } else if (error_) {
-      outcome_ = ReadOutcome::Error;
+      outcome_ = Outcome::Error;
     } else if (const std::size_t index = mediaFrom(index_ + 1); index < segments_->size()) {
       (void)enter(index, (*segments_)[index].source.start);
     } else {
-      outcome_ = ReadOutcome::End;
+      outcome_ = Outcome::End;
     }
   }
   return outcome_;
 }
 
 /// Lets the window have the source's next sample. What was read before an error is given first.
-ReadOutcome CompositionCursor::readOne() {
+Outcome CompositionCursor::readOne() {
   Sample sample;
   sample.packet = std::move(spare_);
-  const ReadOutcome outcome = inner_->next(sample);
+  const Outcome outcome = inner_->next(sample);
   switch (outcome) {
-    case ReadOutcome::Sample:
+    case Outcome::Ready:
       window_.take(std::move(sample));
       break;
-    case ReadOutcome::Again:
+    case Outcome::Working:
+    case Outcome::Again:
       break;
-    case ReadOutcome::Error:
+    case Outcome::Error:
       error_ = inner_->error();
       [[fallthrough]];
-    case ReadOutcome::End:
+    case Outcome::End:
       window_.finish();
       break;
   }
@@ -86,7 +87,7 @@ ReadOutcome CompositionCursor::readOne() {
 
 bool CompositionCursor::seek(CMTime time) {
   error_ = nullptr;
-  outcome_ = ReadOutcome::Sample;
+  outcome_ = Outcome::Ready;
   lastDecode_ = kCMTimeInvalid;
   if (!CMTIME_IS_NUMERIC(time) && !CMTIME_IS_POSITIVE_INFINITY(time)) time = kCMTimeZero;
   const std::size_t index = segmentFor(time);
@@ -156,7 +157,7 @@ bool CompositionCursor::enter(std::size_t index, CMTime sourceTime) {
     error_ = inner_->error();
   }
   window_ = SegmentWindow();
-  outcome_ = ReadOutcome::Error;
+  outcome_ = Outcome::Error;
   return false;
 }
 

@@ -22,7 +22,7 @@ class CompositionCursor : public SampleCursor {
   static Result<std::unique_ptr<SampleCursor>> open(std::shared_ptr<CompositionSource> source,
                                                     SegmentList segments, AVMediaType type);
 
-  [[nodiscard]] ReadOutcome next(Sample& sample) override;
+  [[nodiscard]] Outcome next(Sample& sample) override;
   /// In a gap the frame before it stays on show, and what is heard next is after it.
   [[nodiscard]] bool seek(CMTime time) override;
   [[nodiscard]] NSErrorPtr error() const override { return error_; }
@@ -39,7 +39,7 @@ class CompositionCursor : public SampleCursor {
   [[nodiscard]] std::size_t segmentFor(CMTime time) const;
   [[nodiscard]] bool openInner();
   [[nodiscard]] bool enter(std::size_t index, CMTime sourceTime);
-  [[nodiscard]] ReadOutcome readOne();
+  [[nodiscard]] Outcome readOne();
   void place(Sample& sample);
   void cutPicture(Sample& sample) const;
   void cutSound(Sample& sample) const;
@@ -60,7 +60,7 @@ class CompositionCursor : public SampleCursor {
   CMTime lastDecode_;    ///< of the sample last given
   bool isFirst_ = true;  ///< none of this segment was given yet
   PacketPtr spare_;
-  ReadOutcome outcome_ = ReadOutcome::Sample;
+  Outcome outcome_ = Outcome::Ready;
   NSErrorPtr error_;
 };
 

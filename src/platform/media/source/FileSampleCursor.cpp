@@ -67,32 +67,32 @@ void FileSampleCursor::selectStream() {
   }
 }
 
-ReadOutcome FileSampleCursor::next(Sample& sample) {
-  if (outcome_ != ReadOutcome::Sample) return outcome_;
+Outcome FileSampleCursor::next(Sample& sample) {
+  if (outcome_ != Outcome::Ready) return outcome_;
   if (!pending_) outcome_ = read();
   pending_ = false;
-  if (outcome_ == ReadOutcome::Sample) fill(sample);
+  if (outcome_ == Outcome::Ready) fill(sample);
   return outcome_;
 }
 
-ReadOutcome FileSampleCursor::read() {
+Outcome FileSampleCursor::read() {
   demuxer_->setMoved();
   int result = 0;
   do {
     av_packet_unref(packet_.get());
     result = av_read_frame(demuxer_->context(), packet_.get());
   } while (result >= 0 && packet_->stream_index != streamIndex_);
-  if (result == AVERROR_EOF && !endsEarly()) return ReadOutcome::End;
+  if (result == AVERROR_EOF && !endsEarly()) return Outcome::End;
   if (result >= 0 && av_packet_get_side_data(packet_.get(), AV_PKT_DATA_ENCRYPTION_INFO, nullptr)) {
     error_ = contentIsProtected();
-    return ReadOutcome::Error;
+    return Outcome::Error;
   }
   if (result >= 0 && !(packet_->flags & AV_PKT_FLAG_CORRUPT)) {
     lastDecode_ = packet_->dts;
-    return ReadOutcome::Sample;
+    return Outcome::Ready;
   }
   error_ = demuxer_->readFailed(result < 0 ? result : AVERROR_INVALIDDATA);
-  return ReadOutcome::Error;
+  return Outcome::Error;
 }
 
 // Whether the index names samples after the last one that was read; any at all when none was read
@@ -127,7 +127,7 @@ void FileSampleCursor::fill(Sample& sample) {
 
 bool FileSampleCursor::seek(CMTime time) {
   error_ = nullptr;
-  outcome_ = ReadOutcome::Sample;
+  outcome_ = Outcome::Ready;
   pending_ = false;
   const int64_t start = demuxer_->timelineStart(*stream_);
   if (!CMTIME_IS_NUMERIC(time) && !CMTIME_IS_POSITIVE_INFINITY(time)) return rewind();
@@ -147,7 +147,7 @@ bool FileSampleCursor::seekVideo(int64_t timestamp) {
   int64_t wanted = timestamp;
   while (landAt(wanted)) {
     const int64_t shownAt = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
-    if (shownAt <= timestamp || outcome_ != ReadOutcome::Sample) return true;
+    if (shownAt <= timestamp || outcome_ != Outcome::Ready) return true;
     if (packet_->dts == AV_NOPTS_VALUE || packet_->dts > wanted) return false;
     wanted = packet_->dts - 1;
   }
@@ -164,21 +164,21 @@ bool FileSampleCursor::landAt(int64_t timestamp) {
   }
   lastDecode_ = AV_NOPTS_VALUE;
   outcome_ = read();
-  pending_ = outcome_ == ReadOutcome::Sample;
-  return outcome_ != ReadOutcome::Error || demuxer_->hasCompleteIndex();
+  pending_ = outcome_ == Outcome::Ready;
+  return outcome_ != Outcome::Error || demuxer_->hasCompleteIndex();
 }
 
 // Parsing anew is the one way to the start that every format and every damaged index allows.
 bool FileSampleCursor::rewind() {
   lastDecode_ = AV_NOPTS_VALUE;
   pending_ = false;
-  outcome_ = ReadOutcome::Sample;
+  outcome_ = Outcome::Ready;
   error_ = nullptr;
   if (demuxer_->isAtStart() || demuxer_->rewind(streamIndex_)) return true;
   auto fresh = source_->openDemuxer();
   if (!fresh) {
     error_ = fresh.error();
-    outcome_ = ReadOutcome::Error;
+    outcome_ = Outcome::Error;
     return false;
   }
   demuxer_ = *std::move(fresh);

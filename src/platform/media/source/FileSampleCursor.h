@@ -23,7 +23,7 @@ class FileSampleCursor : public SampleCursor {
                                                     const AVAssetTrack& track);
   ~FileSampleCursor() override;
 
-  [[nodiscard]] ReadOutcome next(Sample& sample) override;
+  [[nodiscard]] Outcome next(Sample& sample) override;
   [[nodiscard]] bool seek(CMTime time) override;
   [[nodiscard]] NSErrorPtr error() const override { return error_; }
   [[nodiscard]] const AVCodecParameters& codecParameters() const override;
@@ -31,7 +31,7 @@ class FileSampleCursor : public SampleCursor {
  private:
   FileSampleCursor(std::shared_ptr<FileSampleSource> source, std::unique_ptr<FileDemuxer> demuxer,
                    const AVAssetTrack& track);
-  [[nodiscard]] ReadOutcome read();
+  [[nodiscard]] Outcome read();
   [[nodiscard]] bool rewind();
   [[nodiscard]] bool seekVideo(int64_t timestamp);
   [[nodiscard]] bool landAt(int64_t timestamp);
@@ -47,7 +47,7 @@ class FileSampleCursor : public SampleCursor {
   PacketPtr packet_;                     // the one that was read last
   int64_t lastDecode_ = AV_NOPTS_VALUE;  // read since the place was taken
   bool pending_ = false;                 // packet_ was read by a seek and not given yet
-  ReadOutcome outcome_ = ReadOutcome::Sample;
+  Outcome outcome_ = Outcome::Ready;
   NSErrorPtr error_;
 };
 

@@ -43,30 +43,30 @@ void SampleRange::setReadyHandler(std::function<void()> handler) {
   if (cursor_) cursor_->setReadyHandler(std::move(handler));
 }
 
-ReadOutcome SampleRange::next(Sample& sample) {
+Outcome SampleRange::next(Sample& sample) {
   while (ahead_.empty() || !isSettled(ahead_.front().sample)) {
-    if (outcome_ == ReadOutcome::Sample && readOne() == ReadOutcome::Again) {
-      return ReadOutcome::Again;
+    if (outcome_ == Outcome::Ready && readOne() == Outcome::Again) {
+      return Outcome::Again;
     }
-    if (outcome_ == ReadOutcome::Sample) continue;
+    if (outcome_ == Outcome::Ready) continue;
     if (ahead_.empty()) return outcome_;
     passedStart_ = true;
   }
   give(sample);
-  return ReadOutcome::Sample;
+  return Outcome::Ready;
 }
 
 /// Reads one sample into ahead_. Again leaves everything as it is.
-ReadOutcome SampleRange::readOne() {
+Outcome SampleRange::readOne() {
   Sample sample;
-  const ReadOutcome read = cursor_ ? cursor_->next(sample) : ReadOutcome::End;
-  if (read == ReadOutcome::Again) return read;
+  const Outcome read = cursor_ ? cursor_->next(sample) : Outcome::End;
+  if (read == Outcome::Again) return read;
   outcome_ = read;
-  if (read == ReadOutcome::Error) error_ = cursor_->error();
-  if (read != ReadOutcome::Sample) return read;
+  if (read == Outcome::Error) error_ = cursor_->error();
+  if (read != Outcome::Ready) return read;
   horizon_.pass(sample);
-  if (horizon_.time() >= end_) return outcome_ = ReadOutcome::End;
-  if (!adoptFormat(sample.isDiscontinuity)) return outcome_ = ReadOutcome::Error;
+  if (horizon_.time() >= end_) return outcome_ = Outcome::End;
+  if (!adoptFormat(sample.isDiscontinuity)) return outcome_ = Outcome::Error;
   if (sample.presentation >= end_) sample.decodeOnly = true;
   if (!sample.decodeOnly && sample.presentation <= start_) {
     atStart_ = CMTimeMaximum(atStart_, sample.presentation);

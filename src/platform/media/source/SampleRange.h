@@ -25,7 +25,7 @@ class SampleRange {
                                                    CMTimeRange range);
 
   /// Reads the next sample. After End or Error it stays so.
-  [[nodiscard]] ReadOutcome next(Sample& sample);
+  [[nodiscard]] Outcome next(Sample& sample);
   /// The format of the sample that was given last: the same object until the format changes.
   [[nodiscard]] const std::shared_ptr<const CMFormatDescription>& format() const {
     return givenFormat_;
@@ -47,7 +47,7 @@ class SampleRange {
         preferredTransform_(preferredTransform),
         start_(range.start),
         end_(CMTimeRangeGetEnd(range)) {}
-  [[nodiscard]] ReadOutcome readOne();
+  [[nodiscard]] Outcome readOne();
   [[nodiscard]] bool isSettled(const Sample& sample) const;
   [[nodiscard]] bool adoptFormat(bool isDiscontinuity);
   void give(Sample& sample);
@@ -60,7 +60,7 @@ class SampleRange {
   CMTime atStart_ = kCMTimeNegativeInfinity;  // the last presentation up to the start, so far
   bool passedStart_ = false;                  // no further sample is presented up to the start
   ReorderHorizon horizon_;                    // of what was read
-  ReadOutcome outcome_ = ReadOutcome::Sample;
+  Outcome outcome_ = Outcome::Ready;
   NSErrorPtr error_;
 };
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/foundation/Result.h"
+#include "platform/media/Outcome.h"
 #include "platform/media/Sample.h"
 
 namespace zaffo {
@@ -18,8 +19,9 @@ class SampleCursor {
  public:
   virtual ~SampleCursor() = default;
 
-  /// Reads the next sample. After End or Error it stays so until seek().
-  [[nodiscard]] virtual ReadOutcome next(Sample& sample) = 0;
+  /// Reads the next sample. Again: none is there yet, which the ready handler will tell. After End
+  /// or Error it stays so until seek().
+  [[nodiscard]] virtual Outcome next(Sample& sample) = 0;
 
   /// Goes to the last sync sample that decoding of what is shown at `time` can start from; the
   /// first one when `time` lies before it. False when it cannot; a lost sample is next()'s Error.

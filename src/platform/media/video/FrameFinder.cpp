@@ -50,10 +50,10 @@ Result<VideoFrame> FrameFinder::frameAt(CMTime time) {
   return *std::move(frame);
 }
 
-ReadOutcome FrameFinder::next(Sample& sample) {
+Outcome FrameFinder::next(Sample& sample) {
   for (;;) {
-    const ReadOutcome outcome = cursor_->next(sample);
-    if (outcome != ReadOutcome::Again) return outcome;
+    const Outcome outcome = cursor_->next(sample);
+    if (outcome != Outcome::Again) return outcome;
     arrival_->wait();
   }
 }
@@ -68,7 +68,7 @@ std::optional<CMTime> FrameFinder::presentationAt(CMTime time) {
   const auto isSettled = [&] {
     return last ? horizon.time() > time : first && horizon.time() >= *first;
   };
-  while (!isSettled() && next(sample) == ReadOutcome::Sample) {
+  while (!isSettled() && next(sample) == Outcome::Ready) {
     horizon.pass(sample);
     if (sample.decodeOnly || !CMTIME_IS_NUMERIC(sample.presentation)) continue;
     const CMTime shownAt = sample.presentation;
@@ -86,10 +86,10 @@ std::optional<VideoFrame> FrameFinder::decodeTo(CMTime target) {
   // Segments of a composition may be of different codecs.
   if (!decoder_->adoptParameters(cursor_->codecParameters())) return best;
   bool wanted = false;
-  while (!wanted && next(sample) == ReadOutcome::Sample) {
+  while (!wanted && next(sample) == Outcome::Ready) {
     wanted = !sample.decodeOnly && sample.presentation == target;
     decoder_->setSkipsUnreferencedFrames(!wanted);
-    while (decoder_->send(sample) == DecodeOutcome::Again) {
+    while (decoder_->send(sample) == Outcome::Again) {
       if (take(target, best)) return best;
     }
   }
@@ -103,9 +103,9 @@ std::optional<VideoFrame> FrameFinder::decodeTo(CMTime target) {
 bool FrameFinder::take(CMTime target, std::optional<VideoFrame>& best) {
   VideoFrame frame;
   for (;;) {
-    const DecodeOutcome outcome = decoder_->receive(frame);
-    if (outcome == DecodeOutcome::Again || outcome == DecodeOutcome::End) return false;
-    if (outcome == DecodeOutcome::Error) continue;
+    const Outcome outcome = decoder_->receive(frame);
+    if (outcome == Outcome::Again || outcome == Outcome::End) return false;
+    if (outcome == Outcome::Error) continue;
     if (best && frame.presentation > CMTimeMaximum(best->presentation, target)) continue;
     best = frame;
     if (frame.presentation == target) return true;

@@ -29,7 +29,7 @@ class FrameFinder {
   class Arrival;
   FrameFinder(std::unique_ptr<SampleCursor> cursor, std::unique_ptr<VideoDecoder> decoder);
 
-  [[nodiscard]] ReadOutcome next(Sample& sample);
+  [[nodiscard]] Outcome next(Sample& sample);
   [[nodiscard]] std::optional<CMTime> presentationAt(CMTime time);
   [[nodiscard]] std::optional<VideoFrame> decodeTo(CMTime target);
   [[nodiscard]] bool take(CMTime target, std::optional<VideoFrame>& best);

@@ -59,14 +59,14 @@ void SampleQueueDecoder::close() {
   lookahead_.reset();
 }
 
-DecodeStep SampleQueueDecoder::step(const Demand& demand, Picture& picture) {
+Outcome SampleQueueDecoder::step(const Demand& demand, Picture& picture) {
   if (lookahead_) {
     picture = std::move(*lookahead_);
     lookahead_.reset();
-    return DecodeStep::Frame;
+    return Outcome::Ready;
   }
   const SampleQueue::Outlook outlook = sampleQueue_.outlook(generation_, passed_, demand.now);
-  if (outlook.stale) return DecodeStep::Stale;
+  if (outlook.stale) return Outcome::Again;
   const CMTime inDecoder = dueInDecoder(demand.now);
   dueLater_ = outlook.due;
   due_ = laterOf(outlook.due, inDecoder);
@@ -81,13 +81,13 @@ DecodeStep SampleQueueDecoder::step(const Demand& demand, Picture& picture) {
     const CMTime earliest = laterOf(isSettled_ ? due_ : demand.now, passed_);
     decoder_->holdBackBefore(drain_ == Drain::AtOnce ? kCMTimeInvalid : earliest);
     VideoFrame frame;
-    const DecodeOutcome outcome = decoder_->receive(frame);
+    const Outcome outcome = decoder_->receive(frame);
     noteHeldBack();
-    if (outcome == DecodeOutcome::Ok) return take(std::move(frame), demand, picture);
-    if (outcome == DecodeOutcome::End) return finishDrain(picture);
-    if (outcome == DecodeOutcome::Error) return noteError();
+    if (outcome == Outcome::Ready) return take(std::move(frame), demand, picture);
+    if (outcome == Outcome::End) return finishDrain(picture);
+    if (outcome == Outcome::Error) return noteError();
     const bool isLast = isSettled_ && (CMTIME_IS_INVALID(due_) || due_ <= decoder_->heldBack());
-    if ((isLast || demand.overdue) && takeHeldBack(picture)) return DecodeStep::Frame;
+    if ((isLast || demand.overdue) && takeHeldBack(picture)) return Outcome::Ready;
   }
   return feed(demand);
 }
@@ -102,14 +102,14 @@ CMTime SampleQueueDecoder::dueInDecoder(CMTime now) const {
 }
 
 /// A frame came out of the decoder that is not too early.
-DecodeStep SampleQueueDecoder::take(VideoFrame frame, const Demand& demand, Picture& picture) {
+Outcome SampleQueueDecoder::take(VideoFrame frame, const Demand& demand, Picture& picture) {
   cameOut(frame.presentation);
   const bool drained = drain_ == Drain::AtOnce;
   if (drained) {
     drain_ = Drain::None;
     isSpent_ = true;
   }
-  if (!isAfter(frame.presentation, passed_)) return DecodeStep::Working;
+  if (!isAfter(frame.presentation, passed_)) return Outcome::Working;
   const bool isAskedFor = drained || frame.presentation == atOnce_;
   const bool atOnce = std::exchange(wantsFirst_, false) || isAskedFor;
   // The one before it is the last that is due: what was expected there is damaged, or came when it
@@ -117,13 +117,13 @@ DecodeStep SampleQueueDecoder::take(VideoFrame frame, const Demand& demand, Pict
   if (!isAskedFor && frame.presentation > demand.now && takeHeldBack(picture)) {
     passed_ = frame.presentation;
     lookahead_ = Picture{.frame = std::move(frame)};
-    return DecodeStep::Frame;
+    return Outcome::Ready;
   }
   decoder_->forgetHeldBack();
   const bool standsIn = atOnce && isStandIn(frame.presentation, demand.now);
   if (!standsIn) passed_ = frame.presentation;
   picture = {std::move(frame), atOnce, standsIn};
-  return DecodeStep::Frame;
+  return Outcome::Ready;
 }
 
 /// Whether a frame that is given before its time came out only because samples ran out, and those
@@ -135,7 +135,7 @@ bool SampleQueueDecoder::isStandIn(CMTime presentation, CMTime now) const {
 bool SampleQueueDecoder::takeHeldBack(Picture& picture) {
   const CMTime heldBack = decoder_->heldBack();
   if (CMTIME_IS_INVALID(heldBack) || !isAfter(heldBack, passed_)) return false;
-  if (decoder_->receiveHeldBack(picture.frame) != DecodeOutcome::Ok) return false;
+  if (decoder_->receiveHeldBack(picture.frame) != Outcome::Ready) return false;
   picture.atOnce = picture.isStandIn = wantsFirst_ = false;
   passed_ = heldBack;
   return true;
@@ -156,39 +156,40 @@ void SampleQueueDecoder::cameOut(CMTime presentation) {
   std::erase_if(pending_, [presentation](CMTime each) { return each <= presentation; });
 }
 
-DecodeStep SampleQueueDecoder::noteError() {
+Outcome SampleQueueDecoder::noteError() {
   error_ = decoder_->error();
-  return DecodeStep::Working;
+  return Outcome::Working;
 }
 
 /// Sends the next sample, if what is asked for needs it.
-DecodeStep SampleQueueDecoder::feed(const Demand& demand) {
+Outcome SampleQueueDecoder::feed(const Demand& demand) {
   const QueuedSamplePtr next = sampleQueue_.next(generation_);
   if (isHopeless(demand, next != nullptr)) return failWithoutPicture();
   const bool asksAtOnce = wantsFirst_ || (next && isWantedAtOnce(*next)) ||
                           (CMTIME_IS_VALID(atOnce_) && isAfter(atOnce_, passed_));
-  if (!demand.ahead && !asksAtOnce && CMTIME_IS_INVALID(due_)) return DecodeStep::Idle;
+  if (!demand.ahead && !asksAtOnce && CMTIME_IS_INVALID(due_)) return Outcome::End;
   if (!next) return feedNothing(demand);
   if (isSpent_) {
     // Even a sync sample may be followed by some that lean on what precedes it.
     restartDecoder();
     if (!next->sample.isDiscontinuity && sampleQueue_.rewind(generation_)) {
       unanswered_ = 0;
-      return DecodeStep::Rewound;
+      rewound_ = true;
+      return Outcome::Working;
     }
   }
   const bool sameFormat = format_ == next->format || (format_ && hasFormatOf(*next));
   if (sent_ > 0 && (next->sample.isDiscontinuity || !sameFormat)) return drain(Drain::NewRun);
   if (!sameFormat) decoder_.reset();
   format_ = next->format;
-  if (!decoder_ && !open()) return DecodeStep::Failed;
+  if (!decoder_ && !open()) return Outcome::Error;
   return send(*next);
 }
 
 /// There are no more samples. What the decoder still holds is all, if none is on its way.
-DecodeStep SampleQueueDecoder::feedNothing(const Demand& demand) {
+Outcome SampleQueueDecoder::feedNothing(const Demand& demand) {
   if (demand.noneComing && holdsFrames()) return drain(Drain::End);
-  return DecodeStep::Starved;
+  return Outcome::Again;
 }
 
 bool SampleQueueDecoder::isWantedAtOnce(const QueuedSample& next) const {
@@ -217,7 +218,7 @@ bool SampleQueueDecoder::open() {
   return true;
 }
 
-DecodeStep SampleQueueDecoder::send(const QueuedSample& next) {
+Outcome SampleQueueDecoder::send(const QueuedSample& next) {
   const Sample& sample = next.sample;
   const bool atOnce = isWantedAtOnce(next);
   const bool drainsAtOnce =
@@ -226,7 +227,7 @@ DecodeStep SampleQueueDecoder::send(const QueuedSample& next) {
   const bool isNew = isToShow(sample) && isAfter(sample.presentation, passed_);
   const bool isWanted = isNew && !isLate;
   decoder_->setSkipsUnreferencedFrames(!isWanted && !atOnce && !wantsFirst_);
-  if (decoder_->send(sample) == DecodeOutcome::Error) error_ = decoder_->error();
+  if (decoder_->send(sample) == Outcome::Error) error_ = decoder_->error();
   ++sent_;
   if (isToShow(sample)) ++sentToShow_;
   decodeOnlyRun_.sent(sample);
@@ -237,30 +238,30 @@ DecodeStep SampleQueueDecoder::send(const QueuedSample& next) {
   if (isWanted) pending_.push_back(sample.presentation);
   if (isNew && isLate) ++late_;
   if (gaveNothing_ && isToShow(sample)) ++unanswered_;
-  return DecodeStep::Working;
+  return Outcome::Working;
 }
 
-DecodeStep SampleQueueDecoder::drain(Drain reason) {
+Outcome SampleQueueDecoder::drain(Drain reason) {
   decoder_->drain();
   drain_ = reason;
-  return DecodeStep::Working;
+  return Outcome::Working;
 }
 
 /// Everything came out of the decoder.
-DecodeStep SampleQueueDecoder::finishDrain(Picture& picture) {
+Outcome SampleQueueDecoder::finishDrain(Picture& picture) {
   pending_.clear();
   const Drain reason = std::exchange(drain_, Drain::None);
   if (reason == Drain::AtOnce) {
     // One sample was not enough: a damaged one, or one that leans on what follows.
     wantsFirst_ = true;
     restartDecoder();
-    return DecodeStep::Working;
+    return Outcome::Working;
   }
   const bool isLast = CMTIME_IS_INVALID(dueLater_);
   const bool gives = isLast && takeHeldBack(picture);
   if (reason == Drain::NewRun) restartDecoder();
   if (reason == Drain::End) isSpent_ = true;
-  return gives ? DecodeStep::Frame : DecodeStep::Working;
+  return gives ? Outcome::Ready : Outcome::Working;
 }
 
 /// Whether there is no picture where there should be: enough was tried, or all there is.
@@ -269,11 +270,11 @@ bool SampleQueueDecoder::isHopeless(const Demand& demand, bool hasNext) const {
   return unanswered_ >= kMostUnanswered || (demand.haveAllCome && !hasNext && isSpent_);
 }
 
-DecodeStep SampleQueueDecoder::failWithoutPicture() {
+Outcome SampleQueueDecoder::failWithoutPicture() {
   if (!error_) {
     error_ = makeError(AVErrorDecodeFailed, "The video has no picture that can be decoded.");
   }
-  return DecodeStep::Failed;
+  return Outcome::Error;
 }
 
 bool SampleQueueDecoder::goBackTo(CMTime time) {

@@ -12,17 +12,6 @@
 
 namespace zaffo::media {
 
-/// What a step of decoding gave.
-enum class DecodeStep {
-  Working,  ///< not there yet, call again
-  Frame,    ///< a picture was given
-  Idle,     ///< nothing to do for what was asked
-  Starved,  ///< there is no sample; the queue's push() will tell of one
-  Rewound,  ///< decodes again: forget what is not shown yet, and goOnAfter() what is
-  Stale,    ///< the queue was flushed: begin() again
-  Failed,   ///< see error()
-};
-
 /// Decodes a queue just as far as it takes to show the right picture. Of the frames that are due
 /// the last one alone is given; those before it are decoded only if others refer to them. Works a
 /// sample at a time. Thread: one at a time.
@@ -53,7 +42,12 @@ class SampleQueueDecoder {
   /// Turns to the samples of the queue's present generation.
   void begin();
   [[nodiscard]] uint64_t generation() const { return generation_; }
-  [[nodiscard]] DecodeStep step(const Demand& demand, Picture& picture);
+  /// Again when there is no sample, which the queue's push() will tell of, or when the queue was
+  /// flushed; End when there is nothing to do for what was asked.
+  [[nodiscard]] Outcome step(const Demand& demand, Picture& picture);
+  /// Whether the last step went back to decode again: what is not shown yet is then to be
+  /// forgotten, and goOnAfter() told what is.
+  [[nodiscard]] bool takeRewind() { return std::exchange(rewound_, false); }
   /// The frame at `shown` is on show, none with an invalid time: gives those that follow it.
   void goOnAfter(CMTime shown) { passed_ = shown; }
   /// Why the last step failed.
@@ -83,23 +77,23 @@ class SampleQueueDecoder {
   enum class Drain { None, AtOnce, NewRun, End };
 
   [[nodiscard]] CMTime dueInDecoder(CMTime now) const;
-  [[nodiscard]] DecodeStep take(VideoFrame frame, const Demand& demand, Picture& picture);
+  [[nodiscard]] Outcome take(VideoFrame frame, const Demand& demand, Picture& picture);
   [[nodiscard]] bool isStandIn(CMTime presentation, CMTime now) const;
   [[nodiscard]] bool takeHeldBack(Picture& picture);
   void noteHeldBack();
   void cameOut(CMTime presentation);
-  [[nodiscard]] DecodeStep noteError();
-  [[nodiscard]] DecodeStep feed(const Demand& demand);
-  [[nodiscard]] DecodeStep feedNothing(const Demand& demand);
+  [[nodiscard]] Outcome noteError();
+  [[nodiscard]] Outcome feed(const Demand& demand);
+  [[nodiscard]] Outcome feedNothing(const Demand& demand);
   [[nodiscard]] bool holdsFrames() const { return decoder_ && sentToShow_ > 0 && !isSpent_; }
   [[nodiscard]] bool isWantedAtOnce(const QueuedSample& next) const;
   [[nodiscard]] bool hasFormatOf(const QueuedSample& next) const;
   [[nodiscard]] bool open();
-  [[nodiscard]] DecodeStep send(const QueuedSample& next);
-  [[nodiscard]] DecodeStep drain(Drain reason);
-  [[nodiscard]] DecodeStep finishDrain(Picture& picture);
+  [[nodiscard]] Outcome send(const QueuedSample& next);
+  [[nodiscard]] Outcome drain(Drain reason);
+  [[nodiscard]] Outcome finishDrain(Picture& picture);
   [[nodiscard]] bool isHopeless(const Demand& demand, bool hasNext) const;
-  [[nodiscard]] DecodeStep failWithoutPicture();
+  [[nodiscard]] Outcome failWithoutPicture();
   void restartDecoder();
 
   SampleQueue& sampleQueue_;
@@ -126,6 +120,7 @@ class SampleQueueDecoder {
   CMTime atOnce_ = kCMTimeInvalid;  ///< the frame at this time is
   std::size_t late_ = 0;
   bool gaveNothing_ = true;     ///< since begin()
+  bool rewound_ = false;        ///< by the last step
   std::size_t unanswered_ = 0;  ///< samples to be shown that were sent while nothing came out
 };
 

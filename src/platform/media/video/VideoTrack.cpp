@@ -28,10 +28,10 @@ void VideoTrack::beginSeek(CMTime time, CMTime earliest, CMTime latest) {
   if (!prepareDecoderAt(time)) search_ = Search::None;
 }
 
-TrackStep VideoTrack::stepSeek(VideoFrame& frame) {
+Outcome VideoTrack::stepSeek(VideoFrame& frame) {
   switch (search_) {
     case Search::None:
-      return TrackStep::Error;
+      return Outcome::Error;
     case Search::Undecided:
       return decideSearch();
     case Search::NextSync:
@@ -43,21 +43,14 @@ TrackStep VideoTrack::stepSeek(VideoFrame& frame) {
     case Search::Exact:
       return stepExact(frame);
   }
-  return TrackStep::Error;
+  return Outcome::Error;
 }
 
-TrackStep VideoTrack::decideSearch() {
+Outcome VideoTrack::decideSearch() {
   Sample sample;
-  switch (cursor_->next(sample)) {
-    case ReadOutcome::Again:
-      return TrackStep::Again;
-    case ReadOutcome::Error:
-      return fail(cursor_->error());
-    case ReadOutcome::End:
-      return TrackStep::End;
-    case ReadOutcome::Sample:
-      break;
-  }
+  const Outcome outcome = cursor_->next(sample);
+  if (outcome == Outcome::Error) return fail(cursor_->error());
+  if (outcome != Outcome::Ready) return outcome;
   const bool wanted = sample.sync && !sample.decodeOnly &&
                       (sample.presentation >= target_ || sample.presentation >= earliest_);
   if (sample.presentation <= target_) latestSentUpTo_ = sample.presentation;
@@ -66,88 +59,88 @@ TrackStep VideoTrack::decideSearch() {
     horizon_ = {};
     horizon_.pass(sample);
     lateSync_ = std::move(sample);
-    return TrackStep::Working;
+    return Outcome::Working;
   }
   if (wanted) return drainSync(sample);
   passedNewStart_ = sample.isDiscontinuity;
   search_ = latest_ > target_ ? Search::NextSync : Search::Exact;
-  if (search_ == Search::NextSync) return TrackStep::Working;
+  if (search_ == Search::NextSync) return Outcome::Working;
   skipUpTo_ = target_;
   send(sample);
-  return TrackStep::Working;
+  return Outcome::Working;
 }
 
 /// Reads on to the next sync sample: nothing before it needs to be decoded if it will do.
-TrackStep VideoTrack::stepToNextSync() {
+Outcome VideoTrack::stepToNextSync() {
   Sample sample;
-  const ReadOutcome outcome = cursor_->next(sample);
-  if (outcome == ReadOutcome::Again) return TrackStep::Again;
-  if (outcome != ReadOutcome::Sample) return searchAgain();
+  const Outcome outcome = cursor_->next(sample);
+  if (outcome == Outcome::Again) return Outcome::Again;
+  if (outcome != Outcome::Ready) return searchAgain();
   passedNewStart_ = passedNewStart_ || sample.isDiscontinuity;
   const bool isBeyond = CMTIME_IS_NUMERIC(sample.decode) && sample.decode > latest_;
   const bool isSync = sample.sync && !sample.decodeOnly && sample.presentation > target_;
   if (isBeyond || (isSync && sample.presentation > latest_)) return searchAgain();
-  if (!isSync) return TrackStep::Working;
+  if (!isSync) return Outcome::Working;
   sample.isDiscontinuity = passedNewStart_;
   return drainSync(sample);
 }
 
 /// Nothing is decoded until it is known whether the sync sample is that of the first frame.
-TrackStep VideoTrack::stepBehindSync() {
+Outcome VideoTrack::stepBehindSync() {
   Sample sample;
-  ReadOutcome outcome = ReadOutcome::End;
+  Outcome outcome = Outcome::End;
   if (horizon_.time() < lateSync_.presentation) outcome = cursor_->next(sample);
-  if (outcome == ReadOutcome::Again) return TrackStep::Again;
-  if (outcome != ReadOutcome::Sample) return drainSync(std::exchange(lateSync_, {}));
+  if (outcome == Outcome::Again) return Outcome::Again;
+  if (outcome != Outcome::Ready) return drainSync(std::exchange(lateSync_, {}));
   horizon_.pass(sample);
   const bool isEarlier = !sample.decodeOnly && sample.presentation < lateSync_.presentation;
   // Behind a new start the cursor tells the parameters of what begins there.
-  if (!isEarlier && !sample.isDiscontinuity) return TrackStep::Working;
+  if (!isEarlier && !sample.isDiscontinuity) return Outcome::Working;
   lateSync_ = {};
   return searchAgain();
 }
 
-TrackStep VideoTrack::drainSync(const Sample& sample) {
+Outcome VideoTrack::drainSync(const Sample& sample) {
   search_ = Search::DrainedSync;
   send(sample);
   decoder_->drain();
   draining_ = true;
-  return TrackStep::Working;
+  return Outcome::Working;
 }
 
-TrackStep VideoTrack::stepDrainedSync(VideoFrame& frame) {
-  if (decoder_->receive(frame) == DecodeOutcome::Ok) {
+Outcome VideoTrack::stepDrainedSync(VideoFrame& frame) {
+  if (decoder_->receive(frame) == Outcome::Ready) {
     search_ = Search::None;
     resumeAfter(frame);
-    return TrackStep::Frame;
+    return Outcome::Ready;
   }
   // One sample was not enough: a damaged one, or one that leans on what follows.
   return searchAgain();
 }
 
 /// Searches from the sync sample on once more, and waits for the frames that confirm the one found.
-TrackStep VideoTrack::searchAgain() {
+Outcome VideoTrack::searchAgain() {
   search_ = Search::Exact;
   drainsAtTarget_ = false;
   candidate_ = {};
-  if (!prepareDecoderAt(target_)) return TrackStep::Error;
+  if (!prepareDecoderAt(target_)) return Outcome::Error;
   skipUpTo_ = target_;
-  return TrackStep::Working;
+  return Outcome::Working;
 }
 
-TrackStep VideoTrack::stepExact(VideoFrame& frame) {
+Outcome VideoTrack::stepExact(VideoFrame& frame) {
   VideoFrame decoded;
   switch (decoder_->receive(decoded)) {
-    case DecodeOutcome::Ok:
+    case Outcome::Ready:
       gaveFrame_ = true;
       if (drainedAtTarget_ && decoded.presentation == target_) {
         frame = std::move(decoded);
         resumeAfter(frame);
-        return TrackStep::Frame;
+        return Outcome::Ready;
       }
       if (decoded.presentation <= target_) {
         candidate_ = std::move(decoded);
-        return TrackStep::Working;
+        return Outcome::Working;
       }
       if (candidate_.buffer) {
         lookahead_ = std::move(decoded);
@@ -156,18 +149,19 @@ TrackStep VideoTrack::stepExact(VideoFrame& frame) {
         frame = std::move(decoded);
       }
       break;
-    case DecodeOutcome::End:
+    case Outcome::End:
       if (drainedAtTarget_) return searchAgain();
       if (!candidate_.buffer) {
         if (readError_) return fail(readError_);
-        return error_ ? TrackStep::Error : TrackStep::End;
+        return error_ ? Outcome::Error : Outcome::End;
       }
       frame = std::move(candidate_);
       break;
-    case DecodeOutcome::Error:
+    case Outcome::Error:
       error_ = decoder_->error();
-      return TrackStep::Working;
-    case DecodeOutcome::Again:
+      return Outcome::Working;
+    case Outcome::Working:
+    case Outcome::Again:
       return feed();
   }
   search_ = Search::None;
@@ -175,60 +169,56 @@ TrackStep VideoTrack::stepExact(VideoFrame& frame) {
   dropThrough_ = frame.presentation;
   restartAt_ = frame.presentation;
   error_ = nullptr;
-  return TrackStep::Frame;
+  return Outcome::Ready;
 }
 
-TrackStep VideoTrack::stepNext(VideoFrame& frame) {
+Outcome VideoTrack::stepNext(VideoFrame& frame) {
   if (lookahead_) {
     frame = std::move(*lookahead_);
     lookahead_.reset();
     dropThrough_ = restartAt_ = frame.presentation;
-    return TrackStep::Frame;
+    return Outcome::Ready;
   }
   if (needsRestart_) {
     needsRestart_ = false;
-    if (!prepareDecoderAt(restartAt_)) return TrackStep::Error;
+    if (!prepareDecoderAt(restartAt_)) return Outcome::Error;
     skipUpTo_ = dropThrough_;
   }
   switch (decoder_->receive(frame)) {
-    case DecodeOutcome::Ok:
+    case Outcome::Ready:
       gaveFrame_ = true;
       if (CMTIME_IS_VALID(dropThrough_) && frame.presentation <= dropThrough_) {
-        return TrackStep::Working;
+        return Outcome::Working;
       }
       dropThrough_ = restartAt_ = frame.presentation;
       decodeOnlyRun_.gave(frame.presentation);
       error_ = nullptr;
-      return TrackStep::Frame;
-    case DecodeOutcome::End:
+      return Outcome::Ready;
+    case Outcome::End:
       if (readError_) return fail(readError_);
-      return error_ && !gaveFrame_ ? TrackStep::Error : TrackStep::End;
-    case DecodeOutcome::Error:
+      return error_ && !gaveFrame_ ? Outcome::Error : Outcome::End;
+    case Outcome::Error:
       error_ = decoder_->error();
-      return TrackStep::Working;
-    case DecodeOutcome::Again:
+      return Outcome::Working;
+    case Outcome::Working:
+    case Outcome::Again:
       if (CMTIME_IS_VALID(hurryTo_)) skipUpTo_ = hurryTo_;
       return feed();
   }
-  return TrackStep::Error;
+  return Outcome::Error;
 }
 
 /// Sends one sample, or starts draining at the end of the track.
-TrackStep VideoTrack::feed() {
-  if (draining_) return TrackStep::Working;
+Outcome VideoTrack::feed() {
+  if (draining_) return Outcome::Working;
   Sample sample;
-  switch (cursor_->next(sample)) {
-    case ReadOutcome::Again:
-      return TrackStep::Again;
-    case ReadOutcome::Error:
-      readError_ = cursor_->error();
-      [[fallthrough]];
-    case ReadOutcome::End:
-      decoder_->drain();
-      draining_ = true;
-      return TrackStep::Working;
-    case ReadOutcome::Sample:
-      break;
+  const Outcome outcome = cursor_->next(sample);
+  if (outcome == Outcome::Again) return outcome;
+  if (outcome != Outcome::Ready) {
+    if (outcome == Outcome::Error) readError_ = cursor_->error();
+    decoder_->drain();
+    draining_ = true;
+    return Outcome::Working;
   }
   decoder_->setSkipsUnreferencedFrames(maySkip(sample));
   send(sample);
@@ -236,7 +226,7 @@ TrackStep VideoTrack::feed() {
     decoder_->drain();
     draining_ = drainedAtTarget_ = true;
   }
-  return TrackStep::Working;
+  return Outcome::Working;
 }
 
 void VideoTrack::send(const Sample& sample) {
@@ -244,7 +234,7 @@ void VideoTrack::send(const Sample& sample) {
     error_ = decoder_->error();
   }
   decodeOnlyRun_.sent(sample);
-  if (decoder_->send(sample) == DecodeOutcome::Error) error_ = decoder_->error();
+  if (decoder_->send(sample) == Outcome::Error) error_ = decoder_->error();
   ++sentSincePrepared_;
 }
 
@@ -325,9 +315,9 @@ bool VideoTrack::openOrResetDecoder() {
   return true;
 }
 
-TrackStep VideoTrack::fail(NSErrorPtr error) {
+Outcome VideoTrack::fail(NSErrorPtr error) {
   error_ = std::move(error);
-  return TrackStep::Error;
+  return Outcome::Error;
 }
 
 }  // namespace zaffo::media

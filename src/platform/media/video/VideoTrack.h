@@ -10,15 +10,6 @@
 
 namespace zaffo::media {
 
-/// What a step towards a frame gave.
-enum class TrackStep {
-  Working,  ///< not there yet, call again
-  Frame,    ///< a frame was given
-  Again,    ///< the source has nothing yet; its ready handler will tell
-  End,      ///< there are no more frames
-  Error,    ///< see error()
-};
-
 /// The pictures of one video track: finds the frame of any time exactly, then gives the frames that
 /// follow it in order. Works a sample at a time, so that its owner can turn to something newer
 /// between two steps. Thread: one at a time.
@@ -36,11 +27,12 @@ class VideoTrack {
   /// Starts the search for the frame shown at `time`; a sync sample's frame from `earliest` to
   /// `latest` will do as well.
   void beginSeek(CMTime time, CMTime earliest, CMTime latest);
-  /// A step of the search: Frame when found.
-  [[nodiscard]] TrackStep stepSeek(VideoFrame& frame);
+  /// A step of the search: Ready when found. Again while the source has nothing yet, which its
+  /// ready handler will tell.
+  [[nodiscard]] Outcome stepSeek(VideoFrame& frame);
 
-  /// A step towards the frame after the last one given.
-  [[nodiscard]] TrackStep stepNext(VideoFrame& frame);
+  /// A step towards the frame after the last one given; End when there is none.
+  [[nodiscard]] Outcome stepNext(VideoFrame& frame);
 
   /// Frames after the last one given that will be too late: those that no other refers to may be
   /// left out up to `time`.
@@ -64,16 +56,16 @@ class VideoTrack {
   [[nodiscard]] bool openOrResetDecoder();
   void send(const Sample& sample);
   [[nodiscard]] bool isSoughtFirstFrame(const Sample& sample) const;
-  [[nodiscard]] TrackStep searchAgain();
-  [[nodiscard]] TrackStep feed();
+  [[nodiscard]] Outcome searchAgain();
+  [[nodiscard]] Outcome feed();
   [[nodiscard]] bool maySkip(const Sample& sample);
-  [[nodiscard]] TrackStep decideSearch();
-  [[nodiscard]] TrackStep stepToNextSync();
-  [[nodiscard]] TrackStep stepBehindSync();
-  [[nodiscard]] TrackStep drainSync(const Sample& sample);
-  [[nodiscard]] TrackStep stepDrainedSync(VideoFrame& frame);
-  [[nodiscard]] TrackStep stepExact(VideoFrame& frame);
-  [[nodiscard]] TrackStep fail(NSErrorPtr error);
+  [[nodiscard]] Outcome decideSearch();
+  [[nodiscard]] Outcome stepToNextSync();
+  [[nodiscard]] Outcome stepBehindSync();
+  [[nodiscard]] Outcome drainSync(const Sample& sample);
+  [[nodiscard]] Outcome stepDrainedSync(VideoFrame& frame);
+  [[nodiscard]] Outcome stepExact(VideoFrame& frame);
+  [[nodiscard]] Outcome fail(NSErrorPtr error);
 
   /// How the frame that is sought is found.
   enum class Search {

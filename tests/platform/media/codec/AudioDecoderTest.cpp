@@ -94,12 +94,12 @@ TEST(AudioDecoder, AJumpInTheTimesMovesTheSoundAfterIt) {
   const auto decoder = openAudioDecoder(*cursor);
   std::vector<AudioBlock> blocks;
   Sample sample;
-  while (cursor->next(sample) == ReadOutcome::Sample) {
+  while (cursor->next(sample) == Outcome::Ready) {
     sample.heardUntil = kCMTimeInvalid;
     if (sample.presentation >= CMTimeMake(1, 1)) {
       sample.presentation = sample.presentation + CMTimeMake(1, 2);
     }
-    ASSERT_EQ(decoder->send(sample), DecodeOutcome::Ok);
+    ASSERT_EQ(decoder->send(sample), Outcome::Ready);
     (void)collect(*decoder, blocks);
   }
   decoder->drain();
@@ -115,9 +115,9 @@ TEST(AudioDecoder, SmallUnsteadinessOfTheTimesLeavesTheSoundWhole) {
   const auto decoder = openAudioDecoder(*cursor);
   std::vector<AudioBlock> blocks;
   Sample sample;
-  for (int i = 0; cursor->next(sample) == ReadOutcome::Sample; ++i) {
+  for (int i = 0; cursor->next(sample) == Outcome::Ready; ++i) {
     if (i > 3) sample.presentation = sample.presentation + CMTimeMake(i % 3 - 1, 100);
-    ASSERT_EQ(decoder->send(sample), DecodeOutcome::Ok);
+    ASSERT_EQ(decoder->send(sample), Outcome::Ready);
     (void)collect(*decoder, blocks);
   }
   EXPECT_EQ(join(blocks).jumps, 0);
@@ -130,12 +130,12 @@ TEST(AudioDecoder, SamplesMarkedNotShownAreSilentAndWhatFollowsKeepsItsPlace) {
   std::vector<AudioBlock> blocks;
   Sample sample;
   int64_t firstShown = -1;
-  while (cursor->next(sample) == ReadOutcome::Sample) {
+  while (cursor->next(sample) == Outcome::Ready) {
     sample.decodeOnly = sample.presentation < CMTimeMake(1, 2);
     if (!sample.decodeOnly && firstShown < 0) {
       firstShown = CMTimeConvertScale(sample.presentation, kTestOutputRate).value;
     }
-    ASSERT_EQ(decoder->send(sample), DecodeOutcome::Ok);
+    ASSERT_EQ(decoder->send(sample), Outcome::Ready);
     (void)collect(*decoder, blocks);
   }
   EXPECT_EQ(blocks.front().firstFrame, firstShown);
@@ -147,10 +147,10 @@ TEST(AudioDecoder, WhatLiesOutsideTheHeardRangeIsLeftOutToTheSample) {
   const auto decoder = openAudioDecoder(*cursor);
   std::vector<AudioBlock> blocks;
   Sample sample;
-  while (cursor->next(sample) == ReadOutcome::Sample) {
+  while (cursor->next(sample) == Outcome::Ready) {
     sample.heardFrom = CMTimeMake(1001, 1000);
     sample.heardUntil = CMTimeMake(1502, 1000);
-    ASSERT_EQ(decoder->send(sample), DecodeOutcome::Ok);
+    ASSERT_EQ(decoder->send(sample), Outcome::Ready);
     (void)collect(*decoder, blocks);
   }
   decoder->drain();
@@ -172,7 +172,7 @@ TEST(AudioDecoder, GoesOnAfterDamagedSamples) {
       ASSERT_GE(av_packet_make_writable(sample.packet.get()), 0);
       for (int i = 0; i < sample.packet->size; ++i) sample.packet->data[i] ^= 0x5A;
     }
-    errors += decoder->send(sample) == DecodeOutcome::Error;
+    errors += decoder->send(sample) == Outcome::Error;
     (void)collect(*decoder, blocks, &errors);
   }
   EXPECT_GT(errors, 0);

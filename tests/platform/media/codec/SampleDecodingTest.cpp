@@ -43,7 +43,7 @@ TEST_F(SampleDecodingTest, APictureFindsTheSampleItCameOutOfWhateverTheTimes) {
   }
   std::vector<CMTime> times;
   for (const Sample& sample : encoded_.samples) {
-    ASSERT_EQ(decoding_.send(sample), DecodeOutcome::Ok);
+    ASSERT_EQ(decoding_.send(sample), Outcome::Ready);
     for (const CMTime time : receiveAll()) times.push_back(time);
   }
   decoding_.drain();
@@ -52,23 +52,23 @@ TEST_F(SampleDecodingTest, APictureFindsTheSampleItCameOutOfWhateverTheTimes) {
 }
 
 TEST_F(SampleDecodingTest, SaysAgainWhileAPictureWaitsAndLosesNoNumberByIt) {
-  ASSERT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
-  ASSERT_EQ(decoding_.send(encoded_.samples[1]), DecodeOutcome::Ok);
+  ASSERT_EQ(decoding_.send(encoded_.samples[0]), Outcome::Ready);
+  ASSERT_EQ(decoding_.send(encoded_.samples[1]), Outcome::Ready);
   const int64_t next = decoding_.nextNumber();
-  EXPECT_EQ(decoding_.send(encoded_.samples[2]), DecodeOutcome::Again);
+  EXPECT_EQ(decoding_.send(encoded_.samples[2]), Outcome::Again);
   EXPECT_EQ(decoding_.nextNumber(), next);
   EXPECT_EQ(decoding_.error(), nullptr);
   EXPECT_EQ(receiveAll(), std::vector<CMTime>{encoded_.samples[0].presentation});
-  EXPECT_EQ(decoding_.send(encoded_.samples[2]), DecodeOutcome::Ok);
+  EXPECT_EQ(decoding_.send(encoded_.samples[2]), Outcome::Ready);
 }
 
 TEST_F(SampleDecodingTest, ASampleThatStartsAnewIsTakenWhileAPictureWaits) {
-  ASSERT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
-  ASSERT_EQ(decoding_.send(encoded_.samples[1]), DecodeOutcome::Ok);
+  ASSERT_EQ(decoding_.send(encoded_.samples[0]), Outcome::Ready);
+  ASSERT_EQ(decoding_.send(encoded_.samples[1]), Outcome::Ready);
   Sample again = copyOf(encoded_.samples[0]);
   again.isDiscontinuity = true;
   again.presentation = CMTimeMake(9, 1);
-  EXPECT_EQ(decoding_.send(again), DecodeOutcome::Ok);
+  EXPECT_EQ(decoding_.send(again), Outcome::Ready);
   decoding_.drain();
   EXPECT_EQ(receiveAll(),
             (std::vector<CMTime>{encoded_.samples[0].presentation, encoded_.samples[1].presentation,
@@ -78,7 +78,7 @@ TEST_F(SampleDecodingTest, ASampleThatStartsAnewIsTakenWhileAPictureWaits) {
 TEST_F(SampleDecodingTest, ASampleThatTheFileDiscardsIsDecoded) {
   Sample discarded = copyOf(encoded_.samples[0]);
   discarded.packet->flags |= AV_PKT_FLAG_DISCARD;
-  ASSERT_EQ(decoding_.send(discarded), DecodeOutcome::Ok);
+  ASSERT_EQ(decoding_.send(discarded), Outcome::Ready);
   decoding_.drain();
   EXPECT_EQ(receiveAll().size(), 1u);
 }
@@ -87,8 +87,8 @@ TEST_F(SampleDecodingTest, TheSampleIsLeftAsItWas) {
   const Sample& sample = encoded_.samples[1];
   const int64_t pts = sample.packet->pts, dts = sample.packet->dts;
   const uint8_t* const bytes = sample.packet->data;
-  ASSERT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
-  ASSERT_EQ(decoding_.send(sample), DecodeOutcome::Ok);
+  ASSERT_EQ(decoding_.send(encoded_.samples[0]), Outcome::Ready);
+  ASSERT_EQ(decoding_.send(sample), Outcome::Ready);
   EXPECT_EQ(sample.packet->pts, pts);
   EXPECT_EQ(sample.packet->dts, dts);
   EXPECT_EQ(sample.packet->data, bytes);
@@ -99,35 +99,35 @@ TEST_F(SampleDecodingTest, AnErrorSaysWhatItMeansToAPersonAndIsForgottenWithTheN
   ASSERT_GE(av_packet_make_writable(damaged.packet.get()), 0);
   std::fill_n(damaged.packet->data, damaged.packet->size, uint8_t{0});
   int result = 0;
-  DecodeOutcome outcome = decoding_.send(damaged);
-  if (outcome == DecodeOutcome::Ok && (result = decoding_.receive(frame_)) < 0) {
+  Outcome outcome = decoding_.send(damaged);
+  if (outcome == Outcome::Ready && (result = decoding_.receive(frame_)) < 0) {
     outcome = decoding_.fail(result);
   }
-  ASSERT_EQ(outcome, DecodeOutcome::Error);
+  ASSERT_EQ(outcome, Outcome::Error);
   ASSERT_TRUE(decoding_.error());
   EXPECT_EQ(decoding_.error()->domain(), AVFoundationErrorDomain);
   EXPECT_EQ(decoding_.error()->code(), AVErrorDecodeFailed);
   EXPECT_EQ(decoding_.error()->localizedDescription(), "It cannot be decoded.");
-  EXPECT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
+  EXPECT_EQ(decoding_.send(encoded_.samples[0]), Outcome::Ready);
   EXPECT_EQ(decoding_.error(), nullptr);
 }
 
 TEST_F(SampleDecodingTest, WaitingAndTheEndAreNoErrors) {
-  EXPECT_EQ(decoding_.fail(AVERROR(EAGAIN)), DecodeOutcome::Again);
-  EXPECT_EQ(decoding_.fail(AVERROR_EOF), DecodeOutcome::End);
+  EXPECT_EQ(decoding_.fail(AVERROR(EAGAIN)), Outcome::Again);
+  EXPECT_EQ(decoding_.fail(AVERROR_EOF), Outcome::End);
   EXPECT_EQ(decoding_.error(), nullptr);
-  EXPECT_EQ(decoding_.fail(AVERROR_INVALIDDATA), DecodeOutcome::Error);
+  EXPECT_EQ(decoding_.fail(AVERROR_INVALIDDATA), Outcome::Error);
   decoding_.reset();
   EXPECT_EQ(decoding_.error(), nullptr);
 }
 
 TEST_F(SampleDecodingTest, NumbersGoOnRisingOverAResetAndAnotherCodec) {
-  ASSERT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
+  ASSERT_EQ(decoding_.send(encoded_.samples[0]), Outcome::Ready);
   const int64_t next = decoding_.nextNumber();
   decoding_.reset();
   EXPECT_EQ(decoding_.nextNumber(), next);
   decoding_.startAnewWith(open());
-  ASSERT_EQ(decoding_.send(encoded_.samples[0]), DecodeOutcome::Ok);
+  ASSERT_EQ(decoding_.send(encoded_.samples[0]), Outcome::Ready);
   EXPECT_EQ(decoding_.nextNumber(), next + 1);
 }
 

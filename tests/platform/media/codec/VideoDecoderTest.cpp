@@ -79,11 +79,11 @@ TEST(VideoDecoder, DoesNotGiveAPictureWithoutATime) {
   ASSERT_EQ(samples.size(), 60U);
   samples[7].presentation = kCMTimeInvalid;
   for (const Sample& sample : samples) {
-    ASSERT_EQ(decoder->send(sample), DecodeOutcome::Ok);
-    EXPECT_EQ(collect(*decoder, frames), DecodeOutcome::Again);
+    ASSERT_EQ(decoder->send(sample), Outcome::Ready);
+    EXPECT_EQ(collect(*decoder, frames), Outcome::Again);
   }
   decoder->drain();
-  EXPECT_EQ(collect(*decoder, frames), DecodeOutcome::End);
+  EXPECT_EQ(collect(*decoder, frames), Outcome::End);
   ASSERT_EQ(frames.size(), 59U);
   EXPECT_EQ(frameNumber(frames[6].buffer), 6);
   EXPECT_EQ(frameNumber(frames[7].buffer), 8);
@@ -94,13 +94,13 @@ TEST(VideoDecoder, GivesTheFirstPictureOfASingleSampleWhenDrained) {
   const auto cursor = openTrack(*source, AVMediaTypeVideo);
   const auto decoder = openVideoDecoder(*cursor);
   Sample sample;
-  ASSERT_EQ(cursor->next(sample), ReadOutcome::Sample);
-  ASSERT_EQ(decoder->send(sample), DecodeOutcome::Ok);
+  ASSERT_EQ(cursor->next(sample), Outcome::Ready);
+  ASSERT_EQ(decoder->send(sample), Outcome::Ready);
   decoder->drain();
   VideoFrame frame;
-  ASSERT_EQ(decoder->receive(frame), DecodeOutcome::Ok);
+  ASSERT_EQ(decoder->receive(frame), Outcome::Ready);
   EXPECT_EQ(frameNumber(frame.buffer), 0);
-  EXPECT_EQ(decoder->receive(frame), DecodeOutcome::End);
+  EXPECT_EQ(decoder->receive(frame), Outcome::End);
 }
 
 TEST(VideoDecoder, DecodesOnAfterAResetFromASyncSample) {
@@ -121,9 +121,9 @@ TEST(VideoDecoder, FramesMarkedNotShownAreDecodedAndNotGiven) {
   const auto decoder = openVideoDecoder(*cursor);
   std::vector<VideoFrame> frames;
   Sample sample;
-  while (cursor->next(sample) == ReadOutcome::Sample) {
+  while (cursor->next(sample) == Outcome::Ready) {
     sample.decodeOnly = sample.presentation < CMTimeMake(1, 2);
-    ASSERT_EQ(decoder->send(sample), DecodeOutcome::Ok);
+    ASSERT_EQ(decoder->send(sample), Outcome::Ready);
     (void)collect(*decoder, frames);
   }
   decoder->drain();
@@ -154,10 +154,10 @@ TEST(VideoDecoder, TimesOfTheSamplesComeBackEvenWhenTheyRepeatAndTheirScaleChang
     ASSERT_TRUE(cursor->seek(kCMTimeZero));
     for (int i = 0; i < 10; ++i) {
       Sample sample;
-      ASSERT_EQ(cursor->next(sample), ReadOutcome::Sample);
+      ASSERT_EQ(cursor->next(sample), Outcome::Ready);
       sample.presentation = CMTimeMake(1000 * loop + i, 7919);
       sample.duration = CMTimeMake(3, 7919);
-      ASSERT_EQ(decoder->send(sample), DecodeOutcome::Ok);
+      ASSERT_EQ(decoder->send(sample), Outcome::Ready);
       (void)collect(*decoder, frames);
     }
   }
@@ -185,7 +185,7 @@ TEST(VideoDecoder, GoesOnAfterDamagedSamples) {
       ASSERT_GE(av_packet_make_writable(sample.packet.get()), 0);
       for (int i = 0; i < sample.packet->size; ++i) sample.packet->data[i] ^= 0x5A;
     }
-    errors += decoder->send(sample) == DecodeOutcome::Error;
+    errors += decoder->send(sample) == Outcome::Error;
     if (decoder->error()) {
       EXPECT_EQ(decoder->error()->domain(), AVFoundationErrorDomain);
       EXPECT_EQ(decoder->error()->code(), AVErrorDecodeFailed);

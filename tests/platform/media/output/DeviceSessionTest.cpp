@@ -5,6 +5,8 @@
 #include <thread>
 #include <vector>
 
+#include "doubles/HeldQueue.h"
+
 namespace zaffo::media {
 namespace {
 
@@ -51,11 +53,28 @@ class DeviceSessionTest : public testing::Test {
     return out;
   }
 
+  // What belongs on the session's queue.
+  void onQueue(DispatchBlock block) {
+    queue->async(std::move(block));
+    queue->runAll();
+  }
+  bool open() {
+    bool isOpen = false;
+    onQueue([&] { isOpen = session.open(bench.opener(), kRate); });
+    return isOpen;
+  }
+  std::optional<int64_t> framesHeard() {
+    std::optional<int64_t> heard;
+    onQueue([&] { heard = session.framesHeard(); });
+    return heard;
+  }
+
   Bench bench;
   std::shared_ptr<AudioMixer> mixer = std::make_shared<AudioMixer>();
   std::shared_ptr<InputChannel> input;
   std::atomic<int> failures{0};
-  DeviceSession session{mixer, kOwner, [this] { ++failures; }};
+  std::shared_ptr<HeldQueue> queue = std::make_shared<HeldQueue>();
+  DeviceSession session{mixer, kOwner, queue, [this] { ++failures; }};
 };
 
 TEST_F(DeviceSessionTest, GivesSilenceUntilItTakesOver) {
@@ -80,7 +99,7 @@ TEST_F(DeviceSessionTest, ItsFramesStandForThoseFromItsOffsetOn) {
 }
 
 TEST_F(DeviceSessionTest, TheSessionThatTookOverLastRendersAlone) {
-  DeviceSession other(mixer, kOwner + 1, [] {});
+  DeviceSession other(mixer, kOwner + 1, queue, [] {});
   playOnes();
   session.takeOver();
   other.takeOver();
@@ -89,44 +108,51 @@ TEST_F(DeviceSessionTest, TheSessionThatTookOverLastRendersAlone) {
 }
 
 TEST_F(DeviceSessionTest, OpensTheDeviceAtTheRateOfTheOutput) {
-  EXPECT_TRUE(session.open(bench.opener(), kRate));
+  EXPECT_TRUE(open());
   EXPECT_TRUE(bench.open);
   EXPECT_EQ(bench.rate, kRate);
 }
 
 TEST_F(DeviceSessionTest, IsNotOpenWithoutADeviceOrOneThatDoesNotStart) {
   bench.exists = false;
-  EXPECT_FALSE(session.open(bench.opener(), kRate));
+  EXPECT_FALSE(open());
   bench.exists = true;
   bench.starts = false;
-  EXPECT_FALSE(session.open(bench.opener(), kRate));
+  EXPECT_FALSE(open());
 }
 
 TEST_F(DeviceSessionTest, ClosesTheDevice) {
-  ASSERT_TRUE(session.open(bench.opener(), kRate));
-  session.close();
+  ASSERT_TRUE(open());
+  onQueue([this] { session.close(); });
   EXPECT_FALSE(bench.open);
-  EXPECT_EQ(session.framesHeard(), std::nullopt);
+  EXPECT_EQ(framesHeard(), std::nullopt);
 }
 
 TEST_F(DeviceSessionTest, DoesNotKnowWhatADeviceCannotTell) {
-  EXPECT_EQ(session.framesHeard(), std::nullopt);
-  ASSERT_TRUE(session.open(bench.opener(), kRate));
+  EXPECT_EQ(framesHeard(), std::nullopt);
+  ASSERT_TRUE(open());
   bench.heard = std::nullopt;
-  EXPECT_EQ(session.framesHeard(), std::nullopt);
+  EXPECT_EQ(framesHeard(), std::nullopt);
 }
 
 TEST_F(DeviceSessionTest, NoMoreWasHeardThanWasGiven) {
-  ASSERT_TRUE(session.open(bench.opener(), kRate));
+  ASSERT_TRUE(open());
   bench.heard = 20'000;
-  EXPECT_EQ(session.framesHeard(), 0);
+  EXPECT_EQ(framesHeard(), 0);
   (void)ask(session);
   bench.heard = 300;
-  EXPECT_EQ(session.framesHeard(), 300);
+  EXPECT_EQ(framesHeard(), 300);
   bench.heard = kBlock + 1;
-  EXPECT_EQ(session.framesHeard(), 300);
+  EXPECT_EQ(framesHeard(), 300);
   (void)ask(session);
-  EXPECT_EQ(session.framesHeard(), kBlock + 1);
+  EXPECT_EQ(framesHeard(), kBlock + 1);
+}
+
+TEST_F(DeviceSessionTest, AllThatWasGivenMayHaveBeenHeard) {
+  ASSERT_TRUE(open());
+  (void)ask(session);
+  bench.heard = kBlock;
+  EXPECT_EQ(framesHeard(), kBlock);
 }
 
 TEST_F(DeviceSessionTest, ADeviceThatGivesUpIsToldOnceHoweverOftenItSaysSo) {
@@ -141,7 +167,7 @@ TEST_F(DeviceSessionTest, ADeviceThatGivesUpIsToldOnceHoweverOftenItSaysSo) {
 }
 
 TEST_F(DeviceSessionTest, TheRightChangesHandsWhileBothDevicesAsk) {
-  DeviceSession other(mixer, kOwner + 1, [] {});
+  DeviceSession other(mixer, kOwner + 1, queue, [] {});
   std::atomic<bool> done{false};
   std::vector<std::thread> devices;
   for (DeviceSession* device : {&session, &other}) {

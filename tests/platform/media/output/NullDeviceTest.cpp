@@ -31,7 +31,6 @@ class NullDeviceTest : public testing::Test {
   void start(int64_t interval = kPeriod) {
     onQueue([this, interval] {
       device.start(
-          queue,
           [this] {
             ++ticks;
             device.render();
@@ -45,7 +44,7 @@ class NullDeviceTest : public testing::Test {
   AudioMixer mixer;
   std::shared_ptr<CMAudioClock> clock = CMAudioClock::create();
   DispatchQueuePtr queue = dispatch_queue_create("test.null");
-  NullDevice device{mixer, *clock, kRate};
+  NullDevice device{mixer, *clock, kRate, queue};
   int ticks = 0;
 };
 
@@ -117,12 +116,9 @@ TEST_F(NullDeviceTest, AStartWhileItRunsAtThatIntervalChangesNothing) {
 }
 
 TEST_F(NullDeviceTest, StopsWithItsOwner) {
-  auto own = std::make_unique<NullDevice>(mixer, *clock, kRate);
+  auto own = std::make_unique<NullDevice>(mixer, *clock, kRate, queue);
   int ownTicks = 0;
-  onQueue([&] {
-    own->start(
-        queue, [&ownTicks] { ++ownTicks; }, kPeriod);
-  });
+  onQueue([&] { own->start([&ownTicks] { ++ownTicks; }, kPeriod); });
   onQueue([&] { own.reset(); });
   time.advance(10 * kPeriod);
   EXPECT_EQ(ownTicks, 0);

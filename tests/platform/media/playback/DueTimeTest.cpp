@@ -41,5 +41,20 @@ TEST_F(DueTimeTest, NobodyWakesAgainAtOnce) {
   EXPECT_EQ(wakeHostTime(later), later);
 }
 
+TEST(EarliestTime, IsNoneUntilOneIsKnown) {
+  EarliestTime times;
+  times.add(std::nullopt);
+  EXPECT_EQ(times.time(), std::nullopt);
+}
+
+TEST(EarliestTime, IsTheEarliestOfThoseThatCome) {
+  EarliestTime times;
+  for (const std::optional<int64_t> time : {std::optional<int64_t>(5), std::optional<int64_t>(),
+                                            std::optional<int64_t>(3), std::optional<int64_t>(4)}) {
+    times.add(time);
+  }
+  EXPECT_EQ(times.time(), 3);
+}
+
 }  // namespace
 }  // namespace zaffo::media

@@ -1,8 +1,11 @@
 // Seeks and prerolls of a playback whose source keeps it waiting.
 
 #include <optional>
+#include <vector>
 
 #include "doubles/ManualTime.h"
+#include "doubles/ScriptedSampleSource.h"
+#include "platform/foundation/AVError.h"
 #include "platform/media/Decoding.h"
 #include "platform/media/GatedSource.h"
 #include "platform/media/output/CapturedOutput.h"
@@ -64,6 +67,58 @@ TEST_F(PlaybackSeekTest, ASeekThatWaitsForTheSourceFailsAtOnceWhenANewerOneComes
   EXPECT_EQ(sought_, false);
   EXPECT_EQ(newer, true);
   EXPECT_EQ(prerolled_, true);
+}
+
+TEST_F(PlaybackSeekTest, NoTimeIsNoPlaceToGoTo) {
+  for (const CMTime time : {kCMTimeInvalid, kCMTimeIndefinite}) {
+    std::optional<bool> finished;
+    playback_->seek(time, kCMTimeZero, kCMTimeZero, [&](bool result) { finished = result; });
+    time_.settle();
+    EXPECT_EQ(finished, false);
+  }
+}
+
+/// A playback whose first frame cannot be had.
+class PlaybackFailureTest : public testing::Test {
+ protected:
+  PlaybackFailureTest() {
+    source_->refusal = makeError(AVErrorUnknown, "scripted");
+    playback_ = Playback::create(source_, output_, {.failed = [this](uint64_t command, auto error) {
+                                   EXPECT_EQ(error, source_->refusal);
+                                   commands_.push_back(command);
+                                 }});
+  }
+  ~PlaybackFailureTest() override {
+    playback_->close();
+    time_.settle();
+  }
+
+  ManualTime time_;
+  CapturedOutput output_;
+  std::shared_ptr<ScriptedSampleSource> source_ = std::make_shared<ScriptedSampleSource>();
+  std::vector<uint64_t> commands_;  ///< those that the failures were told after
+  std::shared_ptr<Playback> playback_;
+};
+
+TEST_F(PlaybackFailureTest, IsToldOnceAndPrerollsFail) {
+  std::optional<bool> early, late;
+  playback_->preroll([&early](bool finished) { early = finished; });
+  time_.settle();
+  playback_->preroll([&late](bool finished) { late = finished; });
+  time_.settle();
+  EXPECT_EQ(commands_.size(), 1u);
+  EXPECT_EQ(early, false);
+  EXPECT_EQ(late, false);
+}
+
+TEST_F(PlaybackFailureTest, ARateThatCrossesItIsToldOfItAsWell) {
+  // The failure comes before the rate is begun: its owner takes it for one of before the rate.
+  time_.settle();
+  playback_->setRate(1);
+  time_.settle();
+  ASSERT_EQ(commands_.size(), 2u);
+  EXPECT_FALSE(playback_->isLatestCommand(commands_.front()));
+  EXPECT_TRUE(playback_->isLatestCommand(commands_.back()));
 }
 
 }  // namespace

@@ -106,7 +106,7 @@ TEST_F(RendererRestTest, IsGoneFromEveryStateWithoutATimerAThreadOrACall) {
   const std::size_t threads = [this] {
     start(samplesOf(clip("h264_30.mp4")));
     time_.settle();
-    return threadCount();
+    return threadCountBesideQueues();
   }();
   const auto paused = [this] { start(samplesOf(clip("h264_30.mp4"))); };
   const auto playing = [this, paused] {
@@ -149,7 +149,7 @@ TEST_F(RendererRestTest, IsGoneFromEveryStateWithoutATimerAThreadOrACall) {
     timebase_->setTime(kCMTimeZero);
     makeRenderer();
   }
-  EXPECT_EQ(threadCount(), threads);
+  EXPECT_EQ(threadCountBesideQueues(), threads);
 }
 
 }  // namespace

@@ -12,7 +12,6 @@ namespace {
 
 constexpr int kRate = 48000;
 constexpr int64_t kSample = 1000;
-using Outcome = TrackMixer::Outcome;
 
 /// A stretch of sound at an even level.
 struct Stretch {
@@ -48,7 +47,7 @@ class TrackMixerTest : public testing::Test {
       const int64_t from = sum_->position().value_or(-1);
       outcome_ =
           sum_->read(std::min<int64_t>(700, frames - static_cast<int64_t>(left.size())), sound);
-      if (outcome_ != Outcome::Sound) break;
+      if (outcome_ != Outcome::Ready) break;
       EXPECT_EQ(sum_->position(), from + static_cast<int64_t>(sound.size() / 2));
       for (std::size_t i = 0; i < sound.size(); i += 2) left.push_back(sound[i]);
     }
@@ -60,7 +59,7 @@ class TrackMixerTest : public testing::Test {
 
   std::vector<std::shared_ptr<MemorySource>> sources_;
   std::unique_ptr<TrackMixer> sum_;
-  Outcome outcome_ = Outcome::Sound;
+  Outcome outcome_ = Outcome::Ready;
   int ready_ = 0;
 };
 
@@ -117,7 +116,7 @@ TEST_F(TrackMixerTest, GivesWhatAllTracksKnowAndWaitsForTheOneThatLagsBehind) {
   sources_[1]->let(3);
   sum_->seek(0);
   const std::vector<float> left = read(8 * kSample);
-  EXPECT_EQ(outcome_, Outcome::Waiting);
+  EXPECT_EQ(outcome_, Outcome::Again);
   EXPECT_LE(left.size(), 3u * kSample);
   expectLevel(left, 0, static_cast<int64_t>(left.size()), 0.75f);
   EXPECT_EQ(ready_, 0);

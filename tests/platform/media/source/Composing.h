@@ -93,9 +93,9 @@ inline std::vector<Shown> decodeShown(SampleCursor& cursor) {
     frames.clear();
   };
   Sample sample;
-  while (cursor.next(sample) == ReadOutcome::Sample) {
+  while (cursor.next(sample) == Outcome::Ready) {
     EXPECT_TRUE(!sample.isDiscontinuity || decoder->adoptParameters(cursor.codecParameters()));
-    EXPECT_EQ(decoder->send(sample), DecodeOutcome::Ok);
+    EXPECT_EQ(decoder->send(sample), Outcome::Ready);
     (void)collect(*decoder, frames);
     name();
   }

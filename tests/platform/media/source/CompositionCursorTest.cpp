@@ -265,11 +265,11 @@ TEST(CompositionCursor, ACutFileGivesWhatIsWholeAndThenAnError) {
   const auto source = openClip(clip("cut_5.mp4"));
   const auto composition = compose(copies(source, range(50, 3900), 2), AVMediaTypeVideo);
   const auto cursor = openTrack(*composition, AVMediaTypeVideo);
-  EXPECT_GT(readAll(*cursor, ReadOutcome::Error).size(), 30u);
+  EXPECT_GT(readAll(*cursor, Outcome::Error).size(), 30u);
   EXPECT_TRUE(cursor->error());
   ASSERT_TRUE(cursor->seek(at(4000)));
   Sample sample;
-  EXPECT_EQ(cursor->next(sample), ReadOutcome::Sample);
+  EXPECT_EQ(cursor->next(sample), Outcome::Ready);
   EXPECT_FALSE(cursor->error());
 }
 

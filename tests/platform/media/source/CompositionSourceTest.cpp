@@ -107,7 +107,7 @@ TEST_F(CompositionSourceTest, GivesTheSamplesOfASegmentAtItsPlace) {
   ASSERT_TRUE(cursor->seek(kCMTimeZero));
   std::vector<CMTime> times;
   Sample sample;
-  while (cursor->next(sample) == ReadOutcome::Sample) times.push_back(sample.presentation);
+  while (cursor->next(sample) == Outcome::Ready) times.push_back(sample.presentation);
   EXPECT_EQ(times, (std::vector<CMTime>{seconds(2), seconds(3)}));
 }
 

@@ -38,7 +38,7 @@ TEST_P(SeekingToEveryFrame, LandsOnASyncSampleThatDecodingItNeeds) {
   for (auto frame = frames.rbegin(); frame != frames.rend(); ++frame) {
     ASSERT_TRUE(cursor->seek(frame->presentation));
     Sample sample;
-    ASSERT_EQ(cursor->next(sample), ReadOutcome::Sample);
+    ASSERT_EQ(cursor->next(sample), Outcome::Ready);
     EXPECT_TRUE(sample.sync);
     EXPECT_LE(sample.presentation, frame->presentation);
     ASSERT_TRUE(cursor->seek(frame->presentation));
@@ -62,7 +62,7 @@ INSTANTIATE_TEST_SUITE_P(Clips, SeekingToEveryFrame,
 Sample firstAfterSeek(SampleCursor& cursor, CMTime time) {
   EXPECT_TRUE(cursor.seek(time));
   Sample sample;
-  EXPECT_EQ(cursor.next(sample), ReadOutcome::Sample);
+  EXPECT_EQ(cursor.next(sample), Outcome::Ready);
   return sample;
 }
 
@@ -123,8 +123,8 @@ TEST(FileSampleCursor, StaysAtItsEndUntilItIsSought) {
   const auto cursor = openTrack(*source, AVMediaTypeVideo);
   EXPECT_EQ(readAll(*cursor).size(), 120u);
   Sample sample;
-  EXPECT_EQ(cursor->next(sample), ReadOutcome::End);
-  EXPECT_EQ(cursor->next(sample), ReadOutcome::End);
+  EXPECT_EQ(cursor->next(sample), Outcome::End);
+  EXPECT_EQ(cursor->next(sample), Outcome::End);
   EXPECT_FALSE(cursor->error());
   ASSERT_TRUE(cursor->seek(kCMTimeZero));
   EXPECT_EQ(readAll(*cursor).size(), 120u);
@@ -212,16 +212,16 @@ TEST(FileSampleCursor, ACutFileGivesWhatIsWholeAndThenAnError) {
   for (const AVMediaType type : {AVMediaTypeVideo, AVMediaTypeAudio}) {
     const auto source = openClip(clip("cut_5.mp4"));
     const auto cursor = openTrack(*source, type);
-    EXPECT_GT(readAll(*cursor, ReadOutcome::Error).size(), 30u);
+    EXPECT_GT(readAll(*cursor, Outcome::Error).size(), 30u);
     ASSERT_TRUE(cursor->error());
     EXPECT_EQ(cursor->error()->domain(), AVFoundationErrorDomain);
     EXPECT_EQ(cursor->error()->code(), AVErrorFileFailedToParse);
     EXPECT_NE(cursor->error()->localizedDescription().find("incomplete"), std::string::npos);
     Sample sample;
-    EXPECT_EQ(cursor->next(sample), ReadOutcome::Error);
+    EXPECT_EQ(cursor->next(sample), Outcome::Error);
     ASSERT_TRUE(cursor->seek(kCMTimeZero));
     EXPECT_FALSE(cursor->error());
-    EXPECT_EQ(cursor->next(sample), ReadOutcome::Sample);
+    EXPECT_EQ(cursor->next(sample), Outcome::Ready);
   }
 }
 
@@ -232,12 +232,12 @@ TEST(FileSampleCursor, BeyondACutThereIsAnErrorAndNoEnd) {
       const auto cursor = openTrack(*source, type);  // nothing was read before the seek
       ASSERT_TRUE(cursor->seek(time));
       Sample sample;
-      ASSERT_EQ(cursor->next(sample), ReadOutcome::Error) << CMTimeDescription(time);
+      ASSERT_EQ(cursor->next(sample), Outcome::Error) << CMTimeDescription(time);
       EXPECT_EQ(cursor->error()->code(), AVErrorFileFailedToParse);
-      EXPECT_EQ(cursor->next(sample), ReadOutcome::Error);
+      EXPECT_EQ(cursor->next(sample), Outcome::Error);
       ASSERT_TRUE(cursor->seek(kCMTimeZero));
       EXPECT_FALSE(cursor->error());
-      EXPECT_EQ(cursor->next(sample), ReadOutcome::Sample);
+      EXPECT_EQ(cursor->next(sample), Outcome::Ready);
     }
   }
 }
@@ -250,7 +250,7 @@ TEST(FileSampleCursor, AFileThatIsCutAfterItWasReadIsCutAllTheSame) {
   damaged.write(damaged.bytes().substr(0, damaged.bytes().size() / 2));
   ASSERT_TRUE(cursor->seek(CMTimeMake(7, 2)));
   Sample sample;
-  EXPECT_EQ(cursor->next(sample), ReadOutcome::Error);
+  EXPECT_EQ(cursor->next(sample), Outcome::Error);
 }
 
 TEST(FileSampleCursor, AHeaderWithoutItsSamplesIsAnErrorAtOnce) {
@@ -260,7 +260,7 @@ TEST(FileSampleCursor, AHeaderWithoutItsSamplesIsAnErrorAtOnce) {
   for (const AVMediaType type : {AVMediaTypeVideo, AVMediaTypeAudio}) {
     const auto cursor = openTrack(*source, type);
     Sample sample;
-    EXPECT_EQ(cursor->next(sample), ReadOutcome::Error);
+    EXPECT_EQ(cursor->next(sample), Outcome::Error);
     EXPECT_TRUE(cursor->error());
   }
 }

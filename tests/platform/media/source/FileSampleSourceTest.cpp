@@ -109,7 +109,7 @@ TEST(FileSampleSource, OneDescriptorServesAllCursorsAndEndsWithTheLast) {
     EXPECT_EQ(descriptorCount(), before + 1);
     source.reset();
     Sample sample;
-    EXPECT_EQ(cursors.front()->next(sample), ReadOutcome::Sample);
+    EXPECT_EQ(cursors.front()->next(sample), Outcome::Ready);
   }
   EXPECT_EQ(descriptorCount(), before);
 }
@@ -120,8 +120,8 @@ TEST(FileSampleSource, CursorsDoNotDisturbEachOther) {
   const auto two = openTrack(*source, AVMediaTypeVideo);
   ASSERT_TRUE(two->seek(CMTimeMake(3, 1)));
   Sample first, second;
-  ASSERT_EQ(one->next(first), ReadOutcome::Sample);
-  ASSERT_EQ(two->next(second), ReadOutcome::Sample);
+  ASSERT_EQ(one->next(first), Outcome::Ready);
+  ASSERT_EQ(two->next(second), Outcome::Ready);
   EXPECT_EQ(first.presentation, kCMTimeZero);
   EXPECT_EQ(second.presentation, CMTimeMake(3, 1));
 }
@@ -192,7 +192,7 @@ TEST(FileSampleSource, AFileCutAfterItsIndexPlaysUpToTheCutAtEveryTenth) {
     const auto source = openClip(clip("cut_" + std::to_string(tenth) + ".mp4"));
     ASSERT_TRUE(source);
     EXPECT_EQ(source->duration(), CMTimeMake(4, 1));
-    const auto samples = readAll(*openTrack(*source, AVMediaTypeVideo), ReadOutcome::Error);
+    const auto samples = readAll(*openTrack(*source, AVMediaTypeVideo), Outcome::Error);
     EXPECT_GE(samples.size(), before);
     before = samples.size();
   }
@@ -206,7 +206,7 @@ TEST(FileSampleSource, AStreamingFileCutAnywherePlaysUpToTheCut) {
     const auto cursor = openTrack(*source, AVMediaTypeVideo);
     Sample sample;
     int count = 0;
-    while (cursor->next(sample) == ReadOutcome::Sample) ++count;
+    while (cursor->next(sample) == Outcome::Ready) ++count;
     EXPECT_LT(count, 60);
     EXPECT_GE(count, tenth * 4);
   }
@@ -215,7 +215,7 @@ TEST(FileSampleSource, AStreamingFileCutAnywherePlaysUpToTheCut) {
 TEST(FileSampleSource, ProtectedContentIsToldAsSuch) {
   const auto source = openClip(clip("protected.mp4"));
   const auto cursor = openTrack(*source, AVMediaTypeVideo);
-  EXPECT_TRUE(readAll(*cursor, ReadOutcome::Error).empty());
+  EXPECT_TRUE(readAll(*cursor, Outcome::Error).empty());
   ASSERT_TRUE(cursor->error());
   EXPECT_EQ(cursor->error()->code(), AVErrorContentIsProtected);
   EXPECT_NE(cursor->error()->localizedDescription().find("protected"), std::string::npos);

@@ -25,11 +25,11 @@ class SampleRangeTest : public testing::Test {
 
   /// The frame number of the next sample, negative when it is not shown; nothing when none comes.
   [[nodiscard]] static std::optional<int> next(SampleRange& range,
-                                               ReadOutcome expected = ReadOutcome::Sample) {
+                                               Outcome expected = Outcome::Ready) {
     Sample sample;
-    const ReadOutcome outcome = range.next(sample);
+    const Outcome outcome = range.next(sample);
     EXPECT_EQ(outcome, expected);
-    if (outcome != ReadOutcome::Sample) return std::nullopt;
+    if (outcome != Outcome::Ready) return std::nullopt;
     const auto frame = static_cast<int>(CMTimeConvertScale(sample.presentation, 30).value);
     return !sample.decodeOnly ? frame : -frame;
   }
@@ -38,7 +38,7 @@ class SampleRangeTest : public testing::Test {
   [[nodiscard]] static std::vector<int> rest(SampleRange& range) {
     std::vector<int> frames;
     Sample sample;
-    while (range.next(sample) == ReadOutcome::Sample) {
+    while (range.next(sample) == Outcome::Ready) {
       const auto frame = static_cast<int>(CMTimeConvertScale(sample.presentation, 30).value);
       frames.push_back(!sample.decodeOnly ? frame : -frame);
     }
@@ -78,7 +78,7 @@ TEST_F(SampleRangeTest, AcrossAGapTheFrameBeforeItIsTheOneThatShows) {
   script().add(30, 30);
   const auto range = openFrom(CMTimeMake(20, 30));
   Sample sample;
-  ASSERT_EQ(range->next(sample), ReadOutcome::Sample);
+  ASSERT_EQ(range->next(sample), Outcome::Ready);
   EXPECT_TRUE(sample.decodeOnly);
   EXPECT_EQ(rest(*range), (std::vector{1, 30}));
 }
@@ -105,7 +105,7 @@ TEST_F(SampleRangeTest, EndsBeforeWhatIsDecodedAtItsEnd) {
   addGroup();
   const auto range = open(CMTimeMake(10, 30), CMTimeMake(13, 30));
   EXPECT_EQ(rest(*range), (std::vector{10, -14, 12, 11, -13})) << "14 is needed for 12 and 11";
-  EXPECT_EQ(next(*range, ReadOutcome::End), std::nullopt);
+  EXPECT_EQ(next(*range, Outcome::End), std::nullopt);
   EXPECT_EQ(script().reads, 6);
 }
 
@@ -139,36 +139,36 @@ TEST_F(SampleRangeTest, ASampleWithoutTimesIsGivenAsItIs) {
   const auto range = open(CMTimeMake(10, 30), CMTimeMake(20, 30));
   EXPECT_EQ(next(*range), 8);
   Sample sample;
-  ASSERT_EQ(range->next(sample), ReadOutcome::Sample);
+  ASSERT_EQ(range->next(sample), Outcome::Ready);
   EXPECT_TRUE(CMTIME_IS_INVALID(sample.presentation));
   EXPECT_EQ(next(*range), 11);
-  EXPECT_EQ(next(*range, ReadOutcome::End), std::nullopt);
+  EXPECT_EQ(next(*range, Outcome::End), std::nullopt);
 }
 
 TEST_F(SampleRangeTest, WaitsWithWhatItReadAheadUntilItIsKnown) {
   script().open = true;
   script().add(8, 10);
   const auto range = openFrom(CMTimeMake(12, 30));
-  EXPECT_EQ(next(*range, ReadOutcome::Again), std::nullopt);
-  EXPECT_EQ(next(*range, ReadOutcome::Again), std::nullopt);
+  EXPECT_EQ(next(*range, Outcome::Again), std::nullopt);
+  EXPECT_EQ(next(*range, Outcome::Again), std::nullopt);
   script().add(9, 12);
   EXPECT_EQ(next(*range), -10);
   EXPECT_EQ(next(*range), 12);
-  EXPECT_EQ(next(*range, ReadOutcome::Again), std::nullopt);
+  EXPECT_EQ(next(*range, Outcome::Again), std::nullopt);
   script().open = false;
-  EXPECT_EQ(next(*range, ReadOutcome::End), std::nullopt);
+  EXPECT_EQ(next(*range, Outcome::End), std::nullopt);
 }
 
 TEST_F(SampleRangeTest, GivesWhatItReadAheadBeforeItTellsOfAnError) {
   script().add(8, 10);
   script().add(9, 11);
-  script().steps.emplace_back().outcome = ReadOutcome::Error;
+  script().steps.emplace_back().outcome = Outcome::Error;
   const auto range = openFrom(CMTimeMake(12, 30));
   EXPECT_EQ(next(*range), -10);
   EXPECT_EQ(next(*range), 11);
   EXPECT_NE(range->error(), nullptr);
-  EXPECT_EQ(next(*range, ReadOutcome::Error), std::nullopt);
-  EXPECT_EQ(next(*range, ReadOutcome::Error), std::nullopt);
+  EXPECT_EQ(next(*range, Outcome::Error), std::nullopt);
+  EXPECT_EQ(next(*range, Outcome::Error), std::nullopt);
 }
 
 TEST_F(SampleRangeTest, TheFormatIsOneObjectUntilItChanges) {
@@ -214,7 +214,7 @@ TEST_F(SampleRangeTest, HoldsNothingBeyondTheTrackOrWithoutLengthAndOpensNoCurso
                                         {CMTimeMake(1, 1), CMTimeMake(-1, 1)}}) {
     const auto range = openRange({start, duration});
     ASSERT_TRUE(range);
-    EXPECT_EQ(next(*range, ReadOutcome::End), std::nullopt) << CMTimeDescription(start);
+    EXPECT_EQ(next(*range, Outcome::End), std::nullopt) << CMTimeDescription(start);
   }
   EXPECT_EQ(source_.cursors, 0);
 }

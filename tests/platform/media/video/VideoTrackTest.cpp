@@ -33,26 +33,26 @@ class VideoTrackTest : public testing::Test {
     track_->setReadyHandler([this] { ++ready_; });
   }
   /// Steps until something comes of it.
-  TrackStep seekOn() {
-    TrackStep step = TrackStep::Working;
-    while (step == TrackStep::Working) step = track_->stepSeek(frame_);
+  Outcome seekOn() {
+    Outcome step = Outcome::Working;
+    while (step == Outcome::Working) step = track_->stepSeek(frame_);
     return step;
   }
-  TrackStep seek(CMTime time, CMTime earliest) {
+  Outcome seek(CMTime time, CMTime earliest) {
     track_->beginSeek(time, earliest, time);
     return seekOn();
   }
-  TrackStep seek(CMTime time) { return seek(time, time); }
-  TrackStep next() {
-    TrackStep step = TrackStep::Working;
-    while (step == TrackStep::Working) step = track_->stepNext(frame_);
+  Outcome seek(CMTime time) { return seek(time, time); }
+  Outcome next() {
+    Outcome step = Outcome::Working;
+    while (step == Outcome::Working) step = track_->stepNext(frame_);
     return step;
   }
   /// The numbers of all the pictures that follow, of which each is at its own time.
-  std::vector<int> rest(TrackStep end = TrackStep::End) {
+  std::vector<int> rest(Outcome end = Outcome::End) {
     std::vector<int> numbers;
-    TrackStep step = TrackStep::Frame;
-    while ((step = next()) == TrackStep::Frame) {
+    Outcome step = Outcome::Ready;
+    while ((step = next()) == Outcome::Ready) {
       const int number = shown();
       EXPECT_EQ(frame_.presentation, frames(number));
       numbers.push_back(number);
@@ -91,7 +91,7 @@ class VideoTrackTest : public testing::Test {
 
 TEST_F(VideoTrackTest, TheFirstFrameComesOutOfItsSampleAlone) {
   open();
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
   EXPECT_EQ(shown(), 0);
   EXPECT_EQ(source_->reads(), 1);
 }
@@ -100,7 +100,7 @@ TEST_F(VideoTrackTest, FindsTheFrameShownAtAnyTime) {
   open();
   for (int number = kCount - 1; number >= 0; --number) {
     for (const double into : {0.0, 0.5}) {
-      ASSERT_EQ(seek(frames(number + into)), TrackStep::Frame);
+      ASSERT_EQ(seek(frames(number + into)), Outcome::Ready);
       ASSERT_EQ(shown(), number);
       ASSERT_EQ(frame_.presentation, frames(number));
     }
@@ -110,7 +110,7 @@ TEST_F(VideoTrackTest, FindsTheFrameShownAtAnyTime) {
 TEST_F(VideoTrackTest, GivesWhatFollowsWhateverFrameWasFound) {
   open();
   for (int number = 0; number < kCount; ++number) {
-    ASSERT_EQ(seek(frames(number)), TrackStep::Frame);
+    ASSERT_EQ(seek(frames(number)), Outcome::Ready);
     ASSERT_EQ(rest(), range(number + 1)) << number;
   }
 }
@@ -118,25 +118,25 @@ TEST_F(VideoTrackTest, GivesWhatFollowsWhateverFrameWasFound) {
 TEST_F(VideoTrackTest, ASeekToleratesTheSyncFrameThatIsEarlyEnough) {
   const int start = secondStart();
   open();
-  ASSERT_EQ(seek(frames(start + 5), frames(start)), TrackStep::Frame);
+  ASSERT_EQ(seek(frames(start + 5), frames(start)), Outcome::Ready);
   EXPECT_EQ(shown(), start);
   EXPECT_EQ(source_->reads(), 1);
   EXPECT_EQ(rest(), range(start + 1));
-  ASSERT_EQ(seek(frames(start + 5), frames(start + 0.25)), TrackStep::Frame);
+  ASSERT_EQ(seek(frames(start + 5), frames(start + 0.25)), Outcome::Ready);
   EXPECT_EQ(shown(), start + 5);
 }
 
 TEST_F(VideoTrackTest, BehindTheLastFrameIsTheLastFrame) {
   open();
-  ASSERT_EQ(seek(frames(1000)), TrackStep::Frame);
+  ASSERT_EQ(seek(frames(1000)), Outcome::Ready);
   EXPECT_EQ(shown(), kCount - 1);
-  EXPECT_EQ(next(), TrackStep::End);
+  EXPECT_EQ(next(), Outcome::End);
 }
 
 TEST_F(VideoTrackTest, BeforeTheFirstFrameIsTheFirstFrame) {
   for (Sample& sample : encoded_.samples) sample.presentation = sample.presentation + frames(6);
   open();
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
   EXPECT_EQ(shown(), 0);
   EXPECT_EQ(frame_.presentation, frames(6));
 }
@@ -149,27 +149,27 @@ TEST_F(VideoTrackTest, TheFrameAtZeroThatLeansOnOthersComesWithoutThoseBehindIt)
     sample.decodeOnly = sample.presentation < kCMTimeZero;
   }
   open();
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
   EXPECT_EQ(shown(), 6);
   EXPECT_EQ(frame_.presentation, kCMTimeZero);
   EXPECT_LE(source_->reads(), 7);
-  ASSERT_EQ(next(), TrackStep::Frame);
+  ASSERT_EQ(next(), Outcome::Ready);
   EXPECT_EQ(shown(), 7);
 }
 
 TEST_F(VideoTrackTest, ASourceThatHasNothingYetIsWaitedFor) {
   open();
   source_->let(0);
-  EXPECT_EQ(seek(frames(5)), TrackStep::Again);
+  EXPECT_EQ(seek(frames(5)), Outcome::Again);
   EXPECT_EQ(ready_, 0);
   source_->let(3);
   EXPECT_EQ(ready_, 1);
-  EXPECT_EQ(seekOn(), TrackStep::Again);
+  EXPECT_EQ(seekOn(), Outcome::Again);
   source_->let(1000);
-  EXPECT_EQ(seekOn(), TrackStep::Frame);
+  EXPECT_EQ(seekOn(), Outcome::Ready);
   EXPECT_EQ(shown(), 5);
   source_->let(0);
-  std::vector<int> numbers = rest(TrackStep::Again);
+  std::vector<int> numbers = rest(Outcome::Again);
   source_->let(1000);
   for (const int number : rest()) numbers.push_back(number);
   EXPECT_EQ(numbers, range(6));
@@ -178,17 +178,17 @@ TEST_F(VideoTrackTest, ASourceThatHasNothingYetIsWaitedFor) {
 TEST_F(VideoTrackTest, ANewerSeekTakesThePlaceOfOneUnderWay) {
   open();
   track_->beginSeek(frames(5), frames(5), frames(5));
-  EXPECT_EQ(track_->stepSeek(frame_), TrackStep::Working);
-  EXPECT_EQ(track_->stepSeek(frame_), TrackStep::Working);
-  ASSERT_EQ(seek(frames(20)), TrackStep::Frame);
+  EXPECT_EQ(track_->stepSeek(frame_), Outcome::Working);
+  EXPECT_EQ(track_->stepSeek(frame_), Outcome::Working);
+  ASSERT_EQ(seek(frames(20)), Outcome::Ready);
   EXPECT_EQ(shown(), 20);
   EXPECT_EQ(rest(), range(21));
 }
 
 TEST_F(VideoTrackTest, FramesThatAreLateAreLeftOutIfNoOtherLeansOnThem) {
   open();
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
-  ASSERT_EQ(next(), TrackStep::Frame);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
+  ASSERT_EQ(next(), Outcome::Ready);
   track_->hurryTo(frames(9));
   const std::vector<int> hurried = rest();
   track_->hurryTo(kCMTimeInvalid);
@@ -199,27 +199,27 @@ TEST_F(VideoTrackTest, FramesThatAreLateAreLeftOutIfNoOtherLeansOnThem) {
 
 TEST_F(VideoTrackTest, TheDecoderMayGoWhileTheFrameOfASyncSampleIsShown) {
   open();
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
   track_->releaseDecoderIfRebuildable();
   EXPECT_EQ(rest(), range(1));
 }
 
 TEST_F(VideoTrackTest, TheDecoderStaysWhereItWouldBeMissed) {
   open();
-  ASSERT_EQ(seek(frames(5)), TrackStep::Frame);
+  ASSERT_EQ(seek(frames(5)), Outcome::Ready);
   const int reads = source_->reads();
   track_->releaseDecoderIfRebuildable();
-  ASSERT_EQ(next(), TrackStep::Frame);
+  ASSERT_EQ(next(), Outcome::Ready);
   EXPECT_EQ(shown(), 6);
   EXPECT_LE(source_->reads(), reads + 4) << "it goes on where it was";
 }
 
 TEST_F(VideoTrackTest, GoesOnAfterAFrameThatWasKept) {
   open();
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
   const VideoFrame kept = frame_;
-  ASSERT_EQ(seek(frames(15)), TrackStep::Frame);
-  ASSERT_EQ(next(), TrackStep::Frame);
+  ASSERT_EQ(seek(frames(15)), Outcome::Ready);
+  ASSERT_EQ(next(), Outcome::Ready);
   track_->resumeAfter(kept);
   track_->releaseDecoderIfRebuildable();
   EXPECT_EQ(rest(), range(1));
@@ -228,7 +228,7 @@ TEST_F(VideoTrackTest, GoesOnAfterAFrameThatWasKept) {
 TEST_F(VideoTrackTest, HasAnErrorWhenNothingCanBeOpened) {
   open();
   source_->refuseCursors();
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Error);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Error);
   ASSERT_TRUE(track_->error());
   EXPECT_EQ(track_->error()->localizedDescription(), "refused");
 }
@@ -236,18 +236,18 @@ TEST_F(VideoTrackTest, HasAnErrorWhenNothingCanBeOpened) {
 TEST_F(VideoTrackTest, HasAnErrorWhenThereIsNoDecoder) {
   encoded_.parameters->codec_id = AV_CODEC_ID_GIF;
   open();
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Error);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Error);
   ASSERT_TRUE(track_->error());
   EXPECT_EQ(track_->error()->code(), AVErrorDecoderNotFound);
 }
 
 TEST_F(VideoTrackTest, ASeekThatFailsIsAnErrorAndTheNextOneGoes) {
   open();
-  ASSERT_EQ(seek(frames(3)), TrackStep::Frame);
+  ASSERT_EQ(seek(frames(3)), Outcome::Ready);
   source_->refuseSeeks();
-  EXPECT_EQ(seek(frames(4)), TrackStep::Error);
+  EXPECT_EQ(seek(frames(4)), Outcome::Error);
   EXPECT_TRUE(track_->error());
-  EXPECT_EQ(track_->stepSeek(frame_), TrackStep::Error);
+  EXPECT_EQ(track_->stepSeek(frame_), Outcome::Error);
 }
 
 TEST_F(VideoTrackTest, WhatWasReadBeforeATearIsShownThenTheError) {
@@ -260,8 +260,8 @@ TEST_F(VideoTrackTest, WhatWasReadBeforeATearIsShownThenTheError) {
   std::ranges::sort(read);
   open();
   source_->failBehind(kRead);
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
-  EXPECT_EQ(rest(TrackStep::Error), read);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
+  EXPECT_EQ(rest(Outcome::Error), read);
   ASSERT_TRUE(track_->error());
   EXPECT_EQ(track_->error()->localizedDescription(), "torn");
 }
@@ -269,7 +269,7 @@ TEST_F(VideoTrackTest, WhatWasReadBeforeATearIsShownThenTheError) {
 TEST_F(VideoTrackTest, ATearBeforeTheFirstFrameIsTheErrorOfTheSeek) {
   open();
   source_->failBehind(0);
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Error);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Error);
   ASSERT_TRUE(track_->error());
   EXPECT_EQ(track_->error()->localizedDescription(), "torn");
 }
@@ -277,11 +277,11 @@ TEST_F(VideoTrackTest, ATearBeforeTheFirstFrameIsTheErrorOfTheSeek) {
 TEST_F(VideoTrackTest, ADamagedFrameIsPassedOver) {
   damage(sampleOf(4));  // one that no other leans on
   open();
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
   std::vector<int> expected = range(1);
   std::erase(expected, 4);
   EXPECT_EQ(rest(), expected);
-  ASSERT_EQ(seek(frames(4)), TrackStep::Frame);
+  ASSERT_EQ(seek(frames(4)), Outcome::Ready);
   EXPECT_EQ(shown(), 3);
 }
 
@@ -290,7 +290,7 @@ TEST_F(VideoTrackTest, ADamagedSyncSampleIsPassedOverForTheNextOne) {
   encoded_ = encodePictures(everyOneSync);
   damage(encoded_.samples[0]);
   open();
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
   EXPECT_EQ(shown(), 1);
   EXPECT_EQ(rest(), range(2));
 }
@@ -298,7 +298,7 @@ TEST_F(VideoTrackTest, ADamagedSyncSampleIsPassedOverForTheNextOne) {
 TEST_F(VideoTrackTest, ATrackWithoutASampleHasNoFrame) {
   encoded_.samples.clear();
   open();
-  EXPECT_EQ(seek(kCMTimeZero), TrackStep::End);
+  EXPECT_EQ(seek(kCMTimeZero), Outcome::End);
 }
 
 TEST_F(VideoTrackTest, AnotherFormatIsTakenOnWhereSamplesStartAnew) {
@@ -315,9 +315,9 @@ TEST_F(VideoTrackTest, AnotherFormatIsTakenOnWhereSamplesStartAnew) {
                            .samples = std::move(encoded_.samples),
                            .formats = {{seam, second.parameters.get()}}});
   track_ = std::make_unique<VideoTrack>(source_, trackID_);
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
   std::vector<int> widths(1, frame_.buffer->width), numbers(1, shown());
-  while (next() == TrackStep::Frame) {
+  while (next() == Outcome::Ready) {
     widths.push_back(frame_.buffer->width);
     numbers.push_back(shown());
   }
@@ -341,7 +341,7 @@ class OpenGroupVideoTrackTest : public VideoTrackTest {
 TEST_F(OpenGroupVideoTrackTest, FindsEveryFrameAndWhatFollowsIt) {
   open();
   for (int number = kCount - 1; number >= 0; --number) {
-    ASSERT_EQ(seek(frames(number)), TrackStep::Frame);
+    ASSERT_EQ(seek(frames(number)), Outcome::Ready);
     EXPECT_EQ(frame_.presentation, frames(number));
     ASSERT_EQ(rest(), range(number + 1)) << number;
   }
@@ -370,7 +370,7 @@ TEST_F(LeadingPicturesVideoTrackTest, BeginsWithTheEarliestOfThem) {
   ASSERT_LT(first, encoded_.samples.front().presentation);
   open();
   for (const CMTime target : {kCMTimeZero, first}) {
-    ASSERT_EQ(seek(target), TrackStep::Frame);
+    ASSERT_EQ(seek(target), Outcome::Ready);
     EXPECT_EQ(shown(), number);
     EXPECT_EQ(rest(), range(number + 1));
   }
@@ -382,7 +382,7 @@ TEST_F(LeadingPicturesVideoTrackTest, ALateSyncSampleThatNothingCanPrecedeIsTheO
   std::erase_if(samples, [sync](const Sample& each) { return each.presentation < sync; });
   tellDecodeTimes(samples);
   open();
-  ASSERT_EQ(seek(kCMTimeZero), TrackStep::Frame);
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
   EXPECT_EQ(frame_.presentation, sync);
   EXPECT_EQ(source_->reads(), 1);
 }

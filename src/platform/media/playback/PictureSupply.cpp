@@ -1,0 +1,131 @@
+#include "platform/media/playback/PictureSupply.h"
+
+#include <utility>
+
+#include "platform/avfoundation/AVAssetTrack.h"
+
+namespace zaffo::media {
+
+namespace {
+
+/// Steps of decoding between two looks at what else is to be done.
+constexpr int kStepsPerPump = 16;
+/// A decoder this far behind leaves out frames that no other refers to.
+constexpr CMTime kLateness = CMTimeMake(1, 10);
+
+std::unique_ptr<VideoTrack> firstVideoTrack(const std::shared_ptr<SampleSource>& source) {
+  for (const auto& track : source->tracks()) {
+    if (track->mediaType != AVMediaTypeVideo) continue;
+    return std::make_unique<VideoTrack>(source, track->trackID);
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+PictureSupply::PictureSupply(const std::shared_ptr<SampleSource>& source,
+                             std::shared_ptr<FrameStore> frames, CMTime duration)
+    : frames_(std::move(frames)), duration_(duration), track_(firstVideoTrack(source)) {}
+
+void PictureSupply::setReadyHandler(const std::function<void()>& handler) {
+  if (track_) track_->setReadyHandler(handler);
+}
+
+void PictureSupply::beginSearch(const SeekRequest& seek) {
+  found_ = {};
+  error_ = nullptr;
+  hasEnded_ = false;
+  if (!track_ || takeFirstFrame(seek.target())) return;
+  frames_->dropQueued();
+  track_->beginSeek(seek.target(), seek.earliest(), seek.latest());
+}
+
+bool PictureSupply::takeFirstFrame(CMTime target) {
+  if (!first_ || target > CMTimeMaximum(first_->presentation, kCMTimeZero)) return false;
+  track_->resumeAfter(*first_);
+  found_ = *first_;
+  return true;
+}
+
+Outcome PictureSupply::stepSearch() {
+  if (!track_ || found_.buffer) return Outcome::Ready;
+  const Outcome outcome = track_->stepSeek(found_);
+  if (outcome == Outcome::End || outcome == Outcome::Error) error_ = track_->error();
+  return outcome;
+}
+
+void PictureSupply::showFound(CMTime position) {
+  if (found_.buffer) {
+    endOfLast_ = endOf(found_);
+    if (position == kCMTimeZero && !first_) first_ = found_;
+  }
+  frames_->show(std::exchange(found_, {}));
+}
+
+void PictureSupply::decodeAhead(CMTime now, const std::function<bool()>& isSuperseded) {
+  // A decode-only run that has begun is seen through.
+  const bool isInDecodeOnlyRun = burst_.isOn() && track_ && track_->decodeOnlyRun().isUnderWay();
+  if (!isInDecodeOnlyRun) burst_.update(frames_->queued(), framesForDecodeOnlyRun());
+  if (!track_ || hasEnded_) burst_.stop();
+  waits_ = false;
+  for (int steps = 0; burst_.isOn() && steps < kStepsPerPump; ++steps) {
+    if (isSuperseded() || !step(now)) return;
+  }
+}
+
+/// False when that is all for now.
+bool PictureSupply::step(CMTime now) {
+  VideoFrame frame;
+  switch (track_->stepNext(frame)) {
+    case Outcome::Working:
+      return true;
+    case Outcome::Again:
+      waits_ = true;
+      return false;
+    case Outcome::Ready:
+      endOfLast_ = endOf(frame);
+      track_->hurryTo(endOfLast_ + kLateness < now ? now : kCMTimeInvalid);
+      frames_->push(std::move(frame));
+      return false;
+    case Outcome::Error:
+      error_ = track_->error();
+      break;
+    case Outcome::End:
+      break;
+  }
+  hasEnded_ = true;
+  burst_.stop();
+  return false;
+}
+
+std::optional<CMTime> PictureSupply::nextWake() const {
+  return frames_->nextWake(DecodeBurst::kFewFrames + framesForDecodeOnlyRun());
+}
+
+std::optional<DataEnd> PictureSupply::end() const {
+  return track_ ? std::optional(DataEnd{hasEnded_, endOfLast_}) : std::nullopt;
+}
+
+void PictureSupply::rest() {
+  if (track_) track_->releaseDecoderIfRebuildable();
+}
+
+void PictureSupply::close() {
+  track_.reset();
+  first_.reset();
+  found_ = {};
+  frames_->show({});
+}
+
+CMTime PictureSupply::endOf(const VideoFrame& frame) const {
+  const bool known = CMTIME_IS_NUMERIC(frame.duration) && frame.duration > kCMTimeZero;
+  if (known) return frame.presentation + frame.duration;
+  return CMTIME_IS_NUMERIC(duration_) ? CMTimeMaximum(frame.presentation, duration_)
+                                      : frame.presentation;
+}
+
+std::size_t PictureSupply::framesForDecodeOnlyRun() const {
+  return track_ ? track_->decodeOnlyRun().framesAhead() : 0;
+}
+
+}  // namespace zaffo::media

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "platform/media/playback/DecodeBurst.h"
+#include "platform/media/playback/ItemEnd.h"
+#include "platform/media/playback/SeekRequest.h"
+#include "platform/media/video/FrameStore.h"
+#include "platform/media/video/VideoTrack.h"
+
+namespace zaffo::media {
+
+/// The pictures of a playback: finds the frame of a seek, then decodes a few frames ahead of the
+/// one on show. The first frame of the item is kept, so that going back to it needs no decoder.
+/// Does nothing for an item without pictures. Thread: one at a time.
+class PictureSupply {
+ public:
+  /// The first video track of `source`. Frames are shown in `frames`; `duration` is the item's.
+  PictureSupply(const std::shared_ptr<SampleSource>& source, std::shared_ptr<FrameStore> frames,
+                CMTime duration);
+
+  [[nodiscard]] bool exist() const { return track_ != nullptr; }
+  /// Called, on any thread, when the source has something again. Set before the first search.
+  void setReadyHandler(const std::function<void()>& handler);
+
+  /// Forgets what waits behind the frame on show, and searches for another to go on from.
+  void beginSearch(const SeekRequest& seek);
+  /// Ready when it is found; Again while the source has nothing yet, which the ready handler will
+  /// tell. End or Error when there is no such frame: error() may tell why.
+  [[nodiscard]] Outcome stepSearch();
+  /// The presentation of what was found; invalid where there are no pictures.
+  [[nodiscard]] CMTime foundTime() const { return found_.presentation; }
+  /// Shows what was found, for a playback at `position`.
+  void showFound(CMTime position);
+
+  /// Decodes one frame if it is time to: between two frames the queue looks at what else is due.
+  /// `now`: the time to be shown. Ends early once `isSuperseded`, which is asked again and again.
+  void decodeAhead(CMTime now, const std::function<bool()>& isSuperseded);
+  /// Whether decodeAhead() has more to do at once.
+  [[nodiscard]] bool isBusy() const { return burst_.isOn() && !waits_; }
+  /// The time at which it has more to do otherwise, if ever.
+  [[nodiscard]] std::optional<CMTime> nextWake() const;
+
+  /// How far they have been decoded; nothing where there are none.
+  [[nodiscard]] std::optional<DataEnd> end() const;
+  /// Until when the last frame is shown if none follows.
+  [[nodiscard]] CMTime endOfLastFrame() const { return endOfLast_; }
+  /// Why no more can be decoded; null when all is well.
+  [[nodiscard]] const NSErrorPtr& error() const { return error_; }
+
+  /// Standing still: lets go of what can be had again quickly.
+  void rest();
+  /// Lets go of everything; nothing is on show any more.
+  void close();
+
+ private:
+  [[nodiscard]] bool takeFirstFrame(CMTime target);
+  [[nodiscard]] bool step(CMTime now);
+  [[nodiscard]] CMTime endOf(const VideoFrame& frame) const;
+  [[nodiscard]] std::size_t framesForDecodeOnlyRun() const;
+
+  const std::shared_ptr<FrameStore> frames_;
+  const CMTime duration_;
+  std::unique_ptr<VideoTrack> track_;
+  VideoFrame found_;
+  std::optional<VideoFrame> first_;
+  CMTime endOfLast_ = kCMTimeZero;
+  NSErrorPtr error_;
+  DecodeBurst burst_;
+  bool hasEnded_ = false;
+  bool waits_ = false;  ///< for the source
+};
+
+}  // namespace zaffo::media

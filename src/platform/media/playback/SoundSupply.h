@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+
+#include "platform/media/playback/ItemEnd.h"
+#include "platform/media/playback/PlaybackClock.h"
+#include "platform/media/soundtrack/Soundtrack.h"
+
+namespace zaffo::media {
+
+/// The sound of a playback, started, stopped and joined in beside its pictures. Does nothing for an
+/// item without sound. Thread: one at a time.
+class SoundSupply {
+ public:
+  /// `volumes`: of the tracks that are not heard at full volume. `output` outlives it.
+  SoundSupply(const std::shared_ptr<SampleSource>& source, std::span<const TrackVolume> volumes,
+              AudioOutput& output);
+
+  [[nodiscard]] bool exists() const { return track_ != nullptr; }
+  /// Called, on any thread, when the source has something again. Set before the first prefill().
+  void setReadyHandler(const std::function<void()>& handler);
+  void setVolume(float volume);
+
+  /// Decodes what a start at `time` takes. False while the source has not given enough yet.
+  [[nodiscard]] bool prefill(CMTime time);
+  /// Whether there is sound, and none of it can be decoded.
+  [[nodiscard]] bool failed() const { return track_ && track_->failed(); }
+
+  /// Starts a clock that stands still, at `rate`, and what was prefilled for its position with it:
+  /// as soon as the sound can be heard, at once where there is none.
+  void start(PlaybackClock& clock, double rate, int64_t host);
+  /// The clock runs at another rate: falls silent, and joins in a little later at its place. What
+  /// has gone by when that can be had is left out.
+  void joinAgain(const PlaybackClock& clock, double rate);
+  /// Goes on with joining in, if that waits for the source.
+  void join();
+  void fill();
+  void stop();
+
+  /// Host time at which fill() has something to do again, if ever.
+  [[nodiscard]] std::optional<int64_t> nextFillHostTime() const;
+  /// How far it has been given to the output; nothing where there is none.
+  [[nodiscard]] std::optional<DataEnd> end() const;
+
+  /// Standing still: lets go of all but what was prefilled.
+  void rest();
+  /// Lets go of everything.
+  void close();
+
+ private:
+  /// Where sound that starts while playing comes in.
+  struct Joint {
+    CMTime time;
+    int64_t outputFrame = 0;
+    double rate = 0;
+  };
+
+  [[nodiscard]] int64_t hostTimeOf(int64_t outputFrame) const;
+
+  AudioOutput& output_;
+  std::unique_ptr<Soundtrack> track_;
+  std::optional<Joint> joint_;  ///< while it waits for its sound
+};
+
+}  // namespace zaffo::media
