@@ -47,7 +47,7 @@ CGImagePtr scaled(const CVPixelBuffer& buffer, int width, int height) {
   return std::move(image).valueOr(nullptr);
 }
 
-TEST(PictureScaler, MakesAStillOfTheSizeAskedFor) {
+TEST(StillImage, MakesAStillOfTheSizeAskedFor) {
   const auto picture = evenPicture(235, 128, 128, CVColorMatrix::BT601, CVColorRange::Limited);
   const CGImagePtr image = scaled(*picture, 40, 30);
   EXPECT_EQ(image->width(), 40);
@@ -55,7 +55,7 @@ TEST(PictureScaler, MakesAStillOfTheSizeAskedFor) {
   expectColour(*image, {255, 255, 255});
 }
 
-TEST(PictureScaler, HonoursTheRange) {
+TEST(StillImage, HonoursTheRange) {
   const auto colourOf = [](CVColorRange range) {
     return pixelAt(*scaled(*evenPicture(126, 128, 128, CVColorMatrix::BT601, range), 8, 8), 4, 4);
   };
@@ -63,7 +63,7 @@ TEST(PictureScaler, HonoursTheRange) {
   EXPECT_NEAR(colourOf(CVColorRange::Limited)[0], (126 - 16) * 255 / 219, 2);
 }
 
-TEST(PictureScaler, HonoursTheMatrix) {
+TEST(StillImage, HonoursTheMatrix) {
   // Pure red as each matrix writes it.
   expectColour(
       *scaled(*evenPicture(81, 90, 240, CVColorMatrix::BT601, CVColorRange::Limited), 8, 8),
@@ -76,7 +76,7 @@ TEST(PictureScaler, HonoursTheMatrix) {
       {255, 0, 0});
 }
 
-TEST(PictureScaler, ShowsTheCleanApertureAlone) {
+TEST(StillImage, ShowsTheCleanApertureAlone) {
   const auto whole = evenPicture(16, 128, 128, CVColorMatrix::BT601, CVColorRange::Limited, 16, 8);
   CVPixelBuffer cut = *whole;
   const std::array<uint8_t, 3> red{81, 90, 240};
@@ -97,7 +97,7 @@ TEST(PictureScaler, ShowsTheCleanApertureAlone) {
   }
 }
 
-TEST(PictureScaler, ThereIsNoStillWithoutASize) {
+TEST(StillImage, ThereIsNoStillWithoutASize) {
   const auto picture = evenPicture(16, 128, 128, CVColorMatrix::BT601, CVColorRange::Limited);
   for (const auto& [width, height] : {std::pair{0, 8}, std::pair{8, 0}, std::pair{-1, 8}}) {
     const NSErrorPtr error = makeImage(*picture, width, height).error();
@@ -122,7 +122,7 @@ std::string numbersOf(const CGImage& image) {
   return numbers;
 }
 
-TEST(PictureScaler, TurnsAndMirrorsAsATransformSays) {
+TEST(StillImage, TurnsAndMirrorsAsATransformSays) {
   const struct {
     CGAffineTransform transform;
     int width;
@@ -140,7 +140,7 @@ TEST(PictureScaler, TurnsAndMirrorsAsATransformSays) {
   }
 }
 
-TEST(PictureScaler, OtherTransformsLeaveAPictureAsItIs) {
+TEST(StillImage, OtherTransformsLeaveAPictureAsItIs) {
   const double half = std::sqrt(0.5);
   for (const CGAffineTransform transform :
        {CGAffineTransform{half, half, -half, half, 0, 0}, CGAffineTransform{2, 0, 0, 2, 0, 0},
