@@ -12,7 +12,7 @@ namespace zaffo::feed {
 
 namespace {
 
-/// A clip that is too short to loop is played as it is.
+/// A clip too short to loop is played as it is.
 std::shared_ptr<FeedVideo> makeVideo(const URLs::value_type& url, std::string id,
                                      Options::Loop loop) {
   auto plain = ZFSingleLoopVideoPlayerItemLoader::createWithURL(url);
@@ -22,7 +22,7 @@ std::shared_ptr<FeedVideo> makeVideo(const URLs::value_type& url, std::string id
   return std::make_shared<FeedVideo>(url, std::move(id), std::move(looping), std::move(plain));
 }
 
-/// One video to a page; a clip that is there more than once has an id for each page.
+/// One video per page; a clip that appears more than once has an id for each page.
 std::vector<std::shared_ptr<FeedVideo>> makeVideos(const URLs& urls, Options::Loop loop) {
   std::vector<std::shared_ptr<FeedVideo>> videos;
   std::map<std::string, int> count;
@@ -110,7 +110,7 @@ void FeedApplication::makeFeed() {
 }
 
 void FeedApplication::observeResets() {
-  // The pool hears of a reset too, before or after this: the pages look when both have.
+  // The pool learns of a reset too, before or after this: the pages check once both have.
   NSNotificationCenter::defaultCenter().addObserver(
       resetObserver_, AVAudioSessionMediaServicesWereResetNotification, nullptr,
       [weakController = std::weak_ptr<FeedController>(controller_)](const NSNotification&) {
@@ -133,7 +133,7 @@ void FeedApplication::startScript() {
 
 void FeedApplication::scriptEnded(ScriptRunner::Ending ending) {
   if (ending.failed) status_ = 1;
-  // In a window a person may go on; offscreen nobody could.
+  // In a window a person can carry on; offscreen nobody could.
   if (ending.quit || options_.headless) loop_.quit();
 }
 

@@ -24,8 +24,8 @@ class FeedApplication final : public ScriptHost {
   FeedApplication(Options options, const URLs& urls, std::vector<Command> commands);
   ~FeedApplication() override;
 
-  /// Runs to the end and returns the status to exit with: 0, or 1 when something could not be
-  /// opened or written or a command went wrong; which, is on standard error.
+  /// Runs to the end and returns the exit status: 0, or 1 when something could not be opened or
+  /// written or a command failed; standard error says what.
   [[nodiscard]] int run();
 
   /// What the run measured.

@@ -13,7 +13,7 @@ namespace {
 constexpr int kUsageError = 2;
 constexpr int kLargestSide = 8192;
 
-/// Reads "405x720" into the two sides; returns what is wrong, or nothing.
+/// Reads "405x720" into the two sides; returns what is wrong, or an empty string.
 std::string readSize(const std::string& text, Options& options) {
   int width = 0, height = 0, length = 0;
   const int fields = std::sscanf(text.c_str(), "%dx%d%n", &width, &height, &length);
@@ -64,7 +64,7 @@ void describe(CLI::App& app, Options& options) {
       ->transform(CLI::CheckedTransformer(loops).description(""));
 }
 
-/// What cannot be said to CLI11; empty when all is well.
+/// Mistakes that CLI11 cannot check for; empty when all is well.
 std::string contradiction(const Options& options) {
   if (options.inputs.empty()) return "nothing to play: name a file, a folder or a URL";
   if (!options.shotFile.empty() && (!options.headless || options.hasScript()))

@@ -8,11 +8,11 @@ namespace zaffo::feed {
 
 /// What the command line asks for.
 struct Options {
-  /// What becomes of a clip that has played to its end.
+  /// What happens when a clip has played to its end.
   enum class Loop {
-    Looping,  ///< it has none: it was laid end to end many times over
+    Looping,  ///< it does not end: it is laid end to end many times over
     Single,   ///< it starts again
-    None,     ///< it stands on its last picture
+    None,     ///< it stops on its last picture
   };
 
   std::vector<std::string> inputs;  ///< files, folders and URLs as given
@@ -24,7 +24,7 @@ struct Options {
   Loop loop = Loop::Looping;
   std::string audioOut;    ///< WAV file; empty for none
   std::string scriptFile;  ///< empty for none
-  std::string commands;    ///< a script given on the command line; empty for none
+  std::string commands;    ///< script given on the command line; empty for none
   std::string statsFile;   ///< JSON file; empty for none
   std::string shotFile;    ///< PNG file of a headless run without a script
 

@@ -8,15 +8,15 @@
 
 namespace zaffo::feed {
 
-/// What a headless run without a script does: it plays each page for a second, the first twelve at
-/// most, and takes a picture of the feed on its first page.
+/// What a headless run without a script does: it plays each of the first twelve pages for a second,
+/// and takes a picture of the feed on the first page.
 class Tour {
  public:
   Tour(const Options& options, int pageCount);
 
   [[nodiscard]] bool isWanted() const { return isWanted_; }
   [[nodiscard]] std::vector<Command> commands() const;
-  /// Where the picture is.
+  /// Where the picture is saved.
   [[nodiscard]] std::string lastLine() const;
 
  private:

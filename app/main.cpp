@@ -30,7 +30,7 @@ int scriptError(const Options& options, const ScriptError& error) {
                     ": " + error.text);
 }
 
-/// The script's text; empty optional when its file cannot be read.
+/// The script's text; empty when its file cannot be read.
 std::optional<std::string> readScript(const Options& options) {
   if (options.scriptFile.empty()) return options.commands;
   std::error_code ignored;
@@ -74,7 +74,7 @@ int main(int argc, char** argv) {
     return exit->status;
   }
   const int status = runFeed(std::get<Options>(parsed));
-  // What the window and the players left to workers ends before the process does.
+  // Lets what the window and the players left to workers finish before the process ends.
   zaffo::dispatch_wait_until_idle();
   zaffo::MainLoop::runTurn();
   zaffo::dispatch_wait_until_idle();

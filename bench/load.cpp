@@ -92,6 +92,15 @@ struct Feed {
     pool->setMaxPlayersAtIdleState(64);
     zaffo::AVAudioSession::sharedInstance().setOutput(zaffo::AVAudioSession::Output::None);
   }
+  ~Feed() { giveBack(); }
+
+  /// The pool does not stop a player that nobody uses any more.
+  void giveBack() {
+    for (const auto& handle : handles) {
+      handle->setRate(0);
+      handle->releaseToManager();
+    }
+  }
 
   void load(std::size_t count, const std::vector<std::string>& clips) {
     while (handles.size() < count) {
@@ -116,7 +125,7 @@ void memory(const Report& report, const Mode& mode, std::size_t count,
   Feed feed(mode);
   const auto usageOf = [&](std::size_t players) {
     feed.load(players, clips);
-    for (const auto& handle : feed.handles) handle->releaseToManager();
+    feed.giveBack();
     return settledUsage();
   };
   const Usage one = usageOf(1);

@@ -1,5 +1,5 @@
-// The main queue inside a GLib main loop, as in a GTK program: GLib watches the descriptor and
-// calls for a turn when it is readable. Timers and work on other queues need nothing more.
+// The main queue inside a GLib main loop, as in a GTK program: GLib watches the descriptor and a
+// turn is run when it is readable. Timers and work on other queues need nothing else.
 
 #include <ZaffoPlayback/platform/dispatch/DispatchQueue.h>
 #include <ZaffoPlayback/platform/dispatch/DispatchTimer.h>

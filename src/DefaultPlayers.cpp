@@ -1,5 +1,5 @@
-// What the pool is given of this library's own players. It lies above pool/, which knows players by
-// their contract alone, as native/ and fast/ know no more of the pool than that.
+// Gives the pool this library's own players. It lies above pool/, which knows players only by their
+// contract, just as native/ and fast/ know nothing else of the pool.
 
 #include "fast/PlayerFast.h"
 #include "native/AVPlayerLayerContainer.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-/// Everything an application needs of ZaffoPlayback.
+/// Everything an application needs from ZaffoPlayback.
 #include "companion/AVPlayerItemLoader.h"
 #include "companion/ShortVideoURL.h"
 #include "companion/ZFCancelCommand.h"
@@ -52,8 +52,8 @@
 #include "pool/PlayerManager.h"
 #include "pool/ZFMediaQueue.h"
 
-/// The version of the library that is loaded, with C linkage so that a program can also look them
-/// up by name: major.minor as a number, and all of it as text. Thread: any.
+/// The version of the loaded library, with C linkage so that a program can also look it up by name:
+/// major.minor as a number, and the whole as text. Thread: any.
 extern "C" {
 ZAFFO_EXPORT extern const double ZaffoPlaybackVersionNumber;
 ZAFFO_EXPORT extern const char* const ZaffoPlaybackVersionString;

@@ -8,24 +8,25 @@ namespace zaffo::feed {
 
 namespace {
 
-/// What is left to play is nothing when it is less than this.
+/// Less than this left to play counts as nothing.
 constexpr double kNothing = 1e-6;
-/// The clock of the player may lag behind that of the timers: no use to look more often than this.
+/// The player's clock may lag behind that of the timers: checking more often than this is of no
+/// use.
 constexpr double kShortestWait = 1e-3;
-/// An item that is said to have ended so close to where it was said before has been read.
+/// An item reported to have ended twice this close together has been read to its end.
 constexpr double kSamePlaceSeconds = 0.05;
-/// A file may hold less than it promises: for no longer than this is it waited for.
+/// A file may hold less than it promises: the wait for its end is no longer than this.
 constexpr double kLongestWait = 5;
-/// How long after the end a frame that was sought may still come, in nanoseconds.
+/// How long after the end the frame of a seek may still arrive, in nanoseconds.
 constexpr int64_t kLastFramePatience = 500'000'000;
-/// A seek stops the timebase twice, and there may be several on their way: more stops than these
-/// come from a player that has nothing to play.
+/// A seek stops the timebase twice, and several may be in progress: a player that stops more often
+/// than this has nothing to play.
 constexpr int kMostRenewals = 8;
 
-/// Before the end of an item by so little that its last frame shows there.
+/// So little before the end of an item that its last frame is shown there.
 constexpr CMTime kJustBefore = CMTimeMake(1, 90000);
 
-/// Invalid when nobody knows.
+/// Invalid when unknown.
 CMTime endOf(const AVPlayerItem& item) {
   const auto tracks = item.asset()->tracksWithMediaType(AVMediaTypeVideo);
   const CMTime end = tracks.empty() ? kCMTimeInvalid : CMTimeRangeGetEnd(tracks[0]->timeRange);
@@ -36,12 +37,12 @@ CMTime endOf(const AVPlayerItem& item) {
 
 }  // namespace
 
-std::shared_ptr<FastPlayback> FastPlayback::create(std::shared_ptr<Player> player, Events events) {
-  const auto view = std::dynamic_pointer_cast<PlayerFastOutputView>(player->outputView());
-  const auto layer = view ? view->sampleBufferDisplayerLayer() : nullptr;
-  if (!layer) return nullptr;
-  auto playback =
-      std::make_shared<FastPlayback>(Private{}, std::move(player), layer, std::move(events));
+std::shared_ptr<FastPlayback> FastPlayback::create(
+    std::shared_ptr<Player> player, std::shared_ptr<AVSampleBufferDisplayLayer> layer,
+    Events events) {
+  auto playback = std::make_shared<FastPlayback>(Private{}, std::move(player), std::move(layer),
+                                                 std::move(events));
+  playback->observeItem();
   playback->observeFailure();
   playback->observeTimebase();
   return playback;
@@ -64,6 +65,19 @@ DispatchTimerPtr FastPlayback::after(int64_t nanoseconds, void (FastPlayback::*b
                               });
 }
 
+void FastPlayback::observeItem() {
+  const auto item = player_->playerItem();
+  if (!item) return;
+  endObserver_.emplace(
+      item,
+      [weakSelf = weak_from_this()] {
+        if (const auto self = weakSelf.lock()) self->itemEnded();
+      },
+      [weakSelf = weak_from_this()](std::string reason) {
+        if (const auto self = weakSelf.lock()) self->fail(std::move(reason));
+      });
+}
+
 // Failure
 
 void FastPlayback::observeFailure() {
@@ -73,14 +87,19 @@ void FastPlayback::observeFailure() {
     });
   };
   statusObservation_ = layer_->observeStatus(look);
-  look();  // a player that was loaded long ago may have failed before anyone looked
+  look();  // a player loaded long ago may have failed before anyone looked
 }
 
 void FastPlayback::reportFailure() {
   if (layer_->status() != AVQueuedSampleBufferRenderingStatus::Failed) return;
   const auto error = layer_->error();
+  fail(error ? error->localizedDescription() : std::string());
+}
+
+/// Reported once: both the layer and the item may fail.
+void FastPlayback::fail(std::string reason) {
   const auto failed = std::exchange(events_.failed, nullptr);
-  if (failed) failed(error ? error->localizedDescription() : std::string());
+  if (failed) failed(std::move(reason));
 }
 
 // The rate
@@ -93,7 +112,7 @@ void FastPlayback::setRate(float rate) {
   if (!isSeeking_) applyRate();
 }
 
-/// Where everything has been read the session is left alone: it would stop at the last sample.
+/// Once everything has been read the session is left alone: it would stop at the last sample.
 void FastPlayback::applyRate() {
   const auto timebase = isAllRead_ ? layer_->controlTimebase() : nullptr;
   if (timebase) {
@@ -104,8 +123,8 @@ void FastPlayback::applyRate() {
   awaitEnd();
 }
 
-/// A seek of somebody else's, of the pool's when it rewinds an idle player, may be on its way when
-/// a player comes, and stops it later. What stops it at the end of the item says so first.
+/// Someone else's seek, such as the pool's when it rewinds an idle player, may be in progress when
+/// a player arrives, and stops it later. A stop at the end of the item is announced first.
 void FastPlayback::observeTimebase() {
   const auto timebase = layer_->controlTimebase();
   if (!timebase) return;
@@ -126,7 +145,7 @@ void FastPlayback::keepRate() {
 
 // The end
 
-/// Seconds of the item from here to the end of its last picture; nothing when nobody knows.
+/// Seconds of the item from here to the end of its last picture; empty when unknown.
 std::optional<double> FastPlayback::secondsLeft() const {
   const auto item = player_->playerItem();
   const CMTime end = item ? endOf(*item) : kCMTimeInvalid;
@@ -147,9 +166,9 @@ void FastPlayback::awaitEnd() {
   endTimer_ = after(static_cast<int64_t>(std::ceil(1e9 * seconds)), &FastPlayback::endIsDue);
 }
 
-/// The session counts the seconds to the last sample at rate 1. Told to play on, one that has read
-/// everything says so at once, and whether that was the end or a failure; one that still reads
-/// says so later.
+/// The session counts the seconds to the last sample at rate 1. Told to play on, a session that has
+/// read everything reports that at once, and whether it was the end or a failure; one that is still
+/// reading reports it later.
 void FastPlayback::endIsDue() {
   if (isAllRead_) return end();
   if (!(player_->rate() > 0)) return;
@@ -157,9 +176,10 @@ void FastPlayback::endIsDue() {
   player_->setRate(rate_);
 }
 
-/// Before the end it is told to play on. One that says so once more, at the same place, has read
-/// everything: then what is left, the pictures that are decoded before the last sample and shown
-/// after it above all, needs nothing but the timebase.
+/// The notification only means that the item was read to its end; it may come before or after the
+/// end itself. Before the end the player is told to play on. If the notification comes again at the
+/// same place, everything has been read: whatever is left, above all pictures decoded before the
+/// last sample and shown after it, then needs nothing but the timebase.
 void FastPlayback::itemEnded() {
   if (isSeeking_) return giveUpSeekLater();
   if (!(rate_ > 0) || hasEnded_) return;
@@ -199,8 +219,7 @@ void FastPlayback::seek(CMTime time, std::function<void()> done) {
   if (doneBefore) doneBefore();
 }
 
-/// `time`, or the last frame's when it is beyond that: from there on there would be nothing to
-/// show.
+/// `time`, or that of the last frame if `time` is beyond it, where there would be nothing to show.
 CMTime FastPlayback::withinItem(CMTime time) const {
   const auto item = player_->playerItem();
   const CMTime end = item ? endOf(*item) : kCMTimeInvalid;
@@ -211,13 +230,13 @@ void FastPlayback::didPresent() {
   if (isSeeking_ && seekHasArrived()) endSeek();
 }
 
-/// The player stands still until then, so that its time and its picture are those of the seek.
+/// The player is stopped until then, so its time and its picture are those of the seek.
 bool FastPlayback::seekHasArrived() const {
   const auto now = drawn();
   return now && now != beforeSeek_ && player_->currentTime() == seekTarget_;
 }
 
-/// Everything has been read: if the frame is not among it, it will not come.
+/// Everything has been read: if the frame was not part of it, it will not come.
 void FastPlayback::giveUpSeekLater() {
   if (!seekTimer_) seekTimer_ = after(kLastFramePatience, &FastPlayback::endSeek);
 }

@@ -4,15 +4,17 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <string>
 
 #include <ZaffoPlayback/ZaffoPlayback.h>
 
+#include "cell/ItemEndObserver.h"
+#include "cell/PagePlayback.h"
+
 namespace zaffo::feed {
 
-/// What a page does for a fast player that a native one does by itself or says so: it shows the
-/// item to the end of its last picture, at every rate, keeps the rate through seeks, tells when a
-/// seek has been done, and tells when the picture cannot be decoded.
+/// A page's playback of a fast player, doing for it what a native player does by itself: it shows
+/// the item to the end of its last picture at every rate, keeps the rate through seeks, and reports
+/// when a seek is done and when the picture cannot be decoded.
 ///
 ///                 setRate > 0              the end is there
 ///     +----------+ ---------> +---------+ ----------------> +-------+
@@ -24,44 +26,32 @@ namespace zaffo::feed {
 ///                    | seeking | <-- seek, from any state ------+
 ///                    +---------+
 ///
-/// While it seeks the player stands still, whatever rate was set: a fast player's seek goes on at
-/// the rate that it found, and undoes every other that is set before it is done.
-/// Thread: main.
-class FastPlayback : public std::enable_shared_from_this<FastPlayback> {
+/// While it seeks the player is stopped, whatever rate was set: a fast player's seek goes on at the
+/// rate it found, and undoes any other that is set before it is done. Thread: main.
+class FastPlayback final : public PagePlayback, public std::enable_shared_from_this<FastPlayback> {
   struct Private {};
 
  public:
-  /// Called on the main thread, never inside a call of create(). Either may let go of the playback.
-  struct Events {
-    /// Told once, why the picture cannot be shown.
-    std::function<void(std::string reason)> failed;
-    /// The item's last picture has stood for its time; the player stands still.
-    std::function<void()> ended;
-  };
-
-  /// Null when `player` is not a fast one with an item.
-  [[nodiscard]] static std::shared_ptr<FastPlayback> create(std::shared_ptr<Player> player,
-                                                            Events events);
+  /// `layer` shows the player's picture.
+  [[nodiscard]] static std::shared_ptr<FastPlayback> create(
+      std::shared_ptr<Player> player, std::shared_ptr<AVSampleBufferDisplayLayer> layer,
+      Events events);
   FastPlayback(Private, std::shared_ptr<Player> player,
                std::shared_ptr<AVSampleBufferDisplayLayer> layer, Events events);
-  /// Ends a seek that is under way; the player stands still after one.
-  ~FastPlayback();
+  /// Ends a seek in progress, which leaves the player stopped.
+  ~FastPlayback() override;
 
-  /// Plays at `rate` from now on, or as soon as a seek under way shows its picture. 0 stands still.
-  void setRate(float rate);
-  /// Shows the frame at `time`, the last one beyond the end, and goes on at the rate that is set by
-  /// then. Calls `done` (may be empty) when it is on screen, or will not be.
-  void seek(CMTime time, std::function<void()> done);
-
-  /// To be called when the item is said to have ended. That says that it was read to its end, and
-  /// may come before the end or after it.
-  void itemEnded();
-
-  /// Whether there is a picture to be shown; not for a moment after a seek.
-  [[nodiscard]] bool hasPicture() const { return layer_->isReadyForDisplay(); }
-  void didPresent();
+  void setRate(float rate) override;
+  void rewind() override { seek(kCMTimeZero, {}); }
+  /// Beyond the end it shows the last frame.
+  void seek(CMTime time, std::function<void()> done) override;
+  [[nodiscard]] bool hasPicture() const override { return layer_->isReadyForDisplay(); }
+  void didPresent() override;
 
  private:
+  void observeItem();
+  void itemEnded();
+  void fail(std::string reason);
   void observeFailure();
   void reportFailure();
   void observeTimebase();
@@ -77,20 +67,21 @@ class FastPlayback : public std::enable_shared_from_this<FastPlayback> {
   [[nodiscard]] CVPixelBufferPtr drawn() const;
   [[nodiscard]] double position() const;
   [[nodiscard]] std::optional<double> secondsLeft() const;
-  /// A timer on the main queue that calls `block` while this is there.
+  /// A timer on the main queue that calls `block` if this still exists.
   [[nodiscard]] DispatchTimerPtr after(int64_t nanoseconds, void (FastPlayback::*block)());
 
   const std::shared_ptr<Player> player_;
   const std::shared_ptr<AVSampleBufferDisplayLayer> layer_;
   Events events_;
+  std::optional<ItemEndObserver> endObserver_;
   KeyValueObservation statusObservation_;
   std::shared_ptr<void> timebaseObservation_;
 
   float rate_ = 0;
-  int renewals_ = 0;        // how often a rate that something undid is still set again
+  int renewals_ = 0;        // how often a rate that was undone will still be set again
   bool isAllRead_ = false;  // from now on the layer's own timebase is enough
   bool hasEnded_ = false;
-  double saidAt_ = -1;  // position in seconds at which the item was last said to have ended
+  double saidAt_ = -1;  // position in seconds at which the item was last reported to have ended
   DispatchTimerPtr endTimer_;
 
   bool isSeeking_ = false;

@@ -8,15 +8,15 @@
 
 namespace zaffo::feed {
 
-/// Tells, on the main thread, when one item has played to its end or failed on the way, for as long
-/// as it lives. Thread: main.
+/// Reports, on the main thread and for as long as it lives, when one item has played to its end or
+/// failed before it. Thread: main.
 class ItemEndObserver {
  public:
   ItemEndObserver(const std::shared_ptr<AVPlayerItem>& item, std::function<void()> ended,
                   std::function<void(std::string reason)> failed);
 
  private:
-  /// What the notification centre holds weakly; its end is the end of the observation.
+  /// Held weakly by the notification centre; the observation ends with it.
   std::shared_ptr<int> token_ = std::make_shared<int>(0);
 };
 

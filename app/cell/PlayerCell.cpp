@@ -43,7 +43,7 @@ void PlayerCell::thumbnailChanged() {
 
 void PlayerCell::load() {
   if (loan_->state() != State::Empty) return;
-  // The sound of a video that is loaded as it comes into view rises from silence.
+  // The sound of a video loaded as it comes into view rises from silence.
   loan_->request(swipe_ ? AVPlayerItemLoaderOptions::fadeIn : AVPlayerItemLoaderOptions());
   if (loan_->state() == State::Ready) return loanChanged();
   loadThumbnail();
@@ -64,8 +64,8 @@ void PlayerCell::checkPlayer() {
   page_->setText({});
 }
 
-/// Why the item of the player cannot be played, though the player was handed out; null when it can:
-/// a player that was waiting for its first picture is loaded all the same when none comes.
+/// Why the player's item cannot be played although the player was handed out; null when it can. A
+/// load waiting for the first picture succeeds even when none comes.
 NSErrorPtr PlayerCell::itemError() const {
   const auto item = loan_->player() ? loan_->player()->playerItem() : nullptr;
   return item && item->status() == AVPlayerItemStatus::Failed ? item->error() : nullptr;
@@ -97,34 +97,21 @@ void PlayerCell::showPlayer() {
   page_->setPlayerView(view);
   tally_.watch(view);
   isAtStart_ = true;
-  FastPlayback::Events events;
+  PagePlayback::Events events;
   events.failed = [weakSelf = weak_from_this()](const std::string& reason) {
     if (const auto self = weakSelf.lock()) self->failOnTheWay(reason);
   };
   events.ended = [weakSelf = weak_from_this()] {
-    if (const auto self = weakSelf.lock()) self->fastEnded();
+    if (const auto self = weakSelf.lock()) self->playbackEnded();
   };
-  fast_ = FastPlayback::create(player, std::move(events));
-  if (const auto item = player->playerItem()) {
-    endObserver_ = std::make_unique<ItemEndObserver>(
-        item,
-        [weakSelf = weak_from_this()] {
-          if (const auto self = weakSelf.lock()) self->itemEnded();
-        },
-        [weakSelf = weak_from_this()](const std::string& reason) {
-          const auto self = weakSelf.lock();
-          if (!self) return;
-          self->failOnTheWay(reason);
-        });
-  }
+  playback_ = PagePlayback::create(player, std::move(events));
   if (swipe_) startPlaying();
 }
 
 void PlayerCell::hidePlayer() {
   noteFrameCounts();
   tally_.forget();
-  endObserver_ = nullptr;
-  fast_ = nullptr;
+  playback_ = nullptr;
   isOnScreen_ = false;
   page_->setPlayerView(nullptr);
   page_->setThumbnailHidden(false);
@@ -134,46 +121,26 @@ void PlayerCell::startPlaying() {
   if (!swipe_->completed) swipe_->completed = TimeSource::now();
   const auto& player = loan_->player();
   player->setVolume(volume_);
-  rewind();
+  if (!isAtStart_) rewind();
   setPlayerRate(rate_);
   isAtStart_ = false;
 }
 
+/// A fast player has no picture until its first frame is there again. Until then the page shows the
+/// thumbnail, which looks the same.
 void PlayerCell::rewind() {
-  if (std::exchange(isAtStart_, true)) return;
-  if (fast_) return rewindFast();
-  loan_->player()->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero, {});
+  page_->setThumbnailHidden(false);
+  playback_->rewind();
 }
 
 void PlayerCell::setPlayerRate(float rate) {
-  if (fast_) return fast_->setRate(rate);
-  if (const auto& player = loan_->player()) player->setRate(rate);
+  if (playback_) playback_->setRate(rate);
 }
 
-void PlayerCell::itemEnded() {
-  if (fast_) return fast_->itemEnded();
+void PlayerCell::playbackEnded() {
   if (!swipe_) return;
-  if (tally_.hasLayer() && tally_.firstPresented() == 0) return failOnTheWay({});
-  if (!style_.loops) return;
-  loan_->player()->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero,
-                              [weakSelf = weak_from_this()](bool finished) {
-                                const auto self = weakSelf.lock();
-                                if (!finished || !self || !self->swipe_) return;
-                                if (const auto& player = self->loan_->player())
-                                  player->setRate(self->rate_);
-                              });
-}
-
-void PlayerCell::fastEnded() {
-  if (!swipe_) return;
-  if (tally_.firstPresented() == 0 && !fast_->hasPicture()) return failOnTheWay({});
-  if (style_.loops) rewindFast();
-}
-
-/// Until its first frame is there again the page shows the still picture, which looks the same.
-void PlayerCell::rewindFast() {
-  page_->setThumbnailHidden(false);
-  fast_->seek(kCMTimeZero, {});
+  if (tally_.firstPresented() == 0 && !playback_->hasPicture()) return failOnTheWay({});
+  if (style_.loops) rewind();
 }
 
 void PlayerCell::failOnTheWay(std::string reason) {
@@ -201,12 +168,12 @@ void PlayerCell::showFailure() {
 // In view
 
 void PlayerCell::becomeCurrent(std::shared_ptr<Swipe> swipe, float volume) {
-  noteFrameCounts();  // what was seen of it as a neighbour belongs to no record
+  noteFrameCounts();  // what was seen of it as a neighbour is not part of any record
   swipe_ = std::move(swipe);
   rate_ = 1;
   volume_ = volume;
   isOnScreen_ = false;
-  if (loan_->state() == State::Failed) unload();  // it may have been mended meanwhile
+  if (loan_->state() == State::Failed) unload();  // it may work by now
   loan_->renew();
   if (loan_->state() == State::Ready) {
     swipe_->warm = true;
@@ -226,13 +193,14 @@ void PlayerCell::resignCurrent() {
 }
 
 void PlayerCell::scrollingEnded() {
-  if (!swipe_ && loan_->state() == State::Ready) rewind();
+  if (swipe_ || loan_->state() != State::Ready) return;
+  if (!std::exchange(isAtStart_, true)) rewind();
 }
 
 void PlayerCell::didPresent(int64_t hostNanoseconds) {
   if (loan_->state() != State::Ready || tally_.firstPresented() == 0) return;
-  page_->setThumbnailHidden(!fast_ || fast_->hasPicture());
-  if (fast_) fast_->didPresent();
+  page_->setThumbnailHidden(playback_->hasPicture());
+  playback_->didPresent();
   if (swipe_ && hostNanoseconds >= swipe_->requested) noteFirstFrame(hostNanoseconds);
 }
 
@@ -240,7 +208,7 @@ void PlayerCell::noteFirstFrame(int64_t hostNanoseconds) {
   isOnScreen_ = true;
   if (swipe_->firstFrame) return;
   const int64_t first = tally_.firstPresented();
-  // A picture that was shown before the page was asked for came on screen with the page.
+  // A picture shown before the page was asked for came on screen with the page.
   swipe_->firstFrame = first >= swipe_->requested ? first : hostNanoseconds;
 }
 
@@ -274,9 +242,7 @@ void PlayerCell::seek(CMTime time, std::function<void()> completion) {
   const auto& player = loan_->player();
   if (!player || !player->playerItem()) return completion();
   isAtStart_ = false;
-  if (fast_) return fast_->seek(time, std::move(completion));
-  player->seekToTime(time, kCMTimeZero, kCMTimeZero,
-                     [completion = std::move(completion)](bool) { completion(); });
+  playback_->seek(time, std::move(completion));
 }
 
 }  // namespace zaffo::feed

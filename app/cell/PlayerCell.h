@@ -6,8 +6,7 @@
 
 #include <ZaffoPlayback/ZaffoPlayback.h>
 
-#include "cell/FastPlayback.h"
-#include "cell/ItemEndObserver.h"
+#include "cell/PagePlayback.h"
 #include "cell/PlayerLoan.h"
 #include "cell/Thumbnail.h"
 #include "feed/FeedCell.h"
@@ -17,14 +16,14 @@
 
 namespace zaffo::feed {
 
-/// A page of the feed over a video and the pool. Thread: main.
+/// A page of the feed that shows a video with a player from the pool. Thread: main.
 class PlayerCell final : public FeedCell, public std::enable_shared_from_this<PlayerCell> {
   struct Private {};
 
  public:
   /// What a clip does at its end, and how large a thumbnail is wanted, in pixels.
   struct Style {
-    bool loops = true;  ///< an item that has come to its end starts again
+    bool loops = true;  ///< an item that has ended starts again
     CGSize thumbnailSize;
   };
 
@@ -57,9 +56,7 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   void hidePlayer();
   void startPlaying();
   void rewind();
-  void itemEnded();
-  void fastEnded();
-  void rewindFast();
+  void playbackEnded();
   void setPlayerRate(float rate);
   void failOnTheWay(std::string reason);
   void showFailure();
@@ -74,8 +71,7 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   const std::shared_ptr<Thumbnail> thumbnail_;
   std::function<void()> settledHandler_;
 
-  std::unique_ptr<ItemEndObserver> endObserver_;  // while the loan has a player
-  std::shared_ptr<FastPlayback> fast_;            // while that player is a fast one
+  std::shared_ptr<PagePlayback> playback_;  // while the loan has a player
   FrameTally tally_;
   bool isAtStart_ = true;    // of the video, or on the way there
   bool isOnScreen_ = false;  // since it became current

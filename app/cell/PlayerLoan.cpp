@@ -7,12 +7,12 @@ namespace zaffo::feed {
 
 namespace {
 
-/// Options by which a page may hold its player, for the pool tells players apart by them.
+/// The options a page may hold its player with; the pool tells players apart by them.
 constexpr std::array kAllOptions{AVPlayerItemLoaderOptions(), AVPlayerItemLoaderOptions::fadeIn};
 
 constexpr const char* kNoItem = "Nothing that can be played can be made of it.";
 
-/// Runs `block` on the main thread, inside the call when that is where the caller is.
+/// Runs `block` on the main thread, inside the call if the caller is on it.
 void onMainThread(std::function<void()> block) {
   if (NSThread::isMainThread()) return block();
   dispatch_async(dispatch_get_main_queue(), std::move(block));
@@ -45,8 +45,8 @@ void PlayerLoan::loadItem() {
   state_ = State::LoadingItem;
   const auto weakSelf = weak_from_this();
   const auto attempt = attempt_;
-  // A loader that can make no item of a video may say so by letting go of the block uncalled. What
-  // the block holds tells; after a call nobody heeds it any more.
+  // A loader that can make no item from a video may say so by releasing the block uncalled. The
+  // destruction of what the block holds reveals that; after a call it is ignored.
   const std::shared_ptr<void> silence(nullptr, [weakSelf, attempt](void*) {
     dispatch_async(dispatch_get_main_queue(), [weakSelf, attempt] {
       if (const auto self = weakSelf.lock()) self->itemMissing(attempt);
@@ -86,7 +86,7 @@ void PlayerLoan::loadFailed(std::string reason) {
 void PlayerLoan::itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem>& item) {
   if (attempt != attempt_ || state_ != State::LoadingItem) return;
   if (!item) return loadFailed({});
-  // Or a full pool might take the player of a page that still waits for it.
+  // Otherwise a full pool might take the player of a page that is still waiting for it.
   if (!manager_->makeRoom(*item)) return loadFailed("No player available for this video");
   video_->setItemDuration(item->duration());
   state_ = State::LoadingPlayer;
@@ -102,7 +102,7 @@ void PlayerLoan::itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem
 }
 
 void PlayerLoan::playerLoaded(uint64_t attempt, const PlayerLoadResult& result) {
-  // Dropping the result of a request that was given up returns the player to the pool.
+  // Dropping the result of an abandoned request returns the player to the pool.
   if (attempt != attempt_ || state_ != State::LoadingPlayer) return;
   loadCommand_ = nullptr;
   if (const auto error = result.error()) {
@@ -117,9 +117,10 @@ void PlayerLoan::playerLoaded(uint64_t attempt, const PlayerLoadResult& result) 
 void PlayerLoan::renew() {
   if (state_ != State::Ready) return;
   if (poolState() != PlayerState::Loaded) return giveBack();
-  // The old handle goes after the new one has come, so that the player is never idle between.
-  const auto old = std::move(player_);
+  const auto held = player_;
   takeFromPool();
+  if (!player_ || !(*player_ == *held)) return giveBack();
+  player_ = held;  // the playback has that one too, and the use counts once
 }
 
 void PlayerLoan::check() {
@@ -145,7 +146,7 @@ void PlayerLoan::end(void (PlayerDecorator::*operation)()) {
   if (const auto command = std::exchange(loadCommand_, nullptr)) command->cancel();
   const auto player = std::exchange(player_, nullptr);
   if (!player) return;
-  // The pool rewinds a player that nobody uses and does not stop it. One that the pool has taken
+  // The pool rewinds a player that nobody uses but does not stop it. One that the pool has taken
   // for another video is not this page's to stop.
   if (poolState() == PlayerState::Loaded) player->setRate(0);
   ((*player).*operation)();

@@ -24,8 +24,8 @@ namespace zaffo::feed {
 ///         +---------------------------------- |              Failed              |
 ///                                             +----------------------------------+
 ///
-/// From Empty a request goes to Ready inside the call when the pool holds the video already. What
-/// no loop can be made of, for it is too short, has its item loaded once more, plainly.
+/// A request goes from Empty to Ready inside the call when the pool already holds the video. A
+/// video too short to loop has its item loaded once more, without looping.
 class PlayerLoan : public std::enable_shared_from_this<PlayerLoan> {
   struct Private {};
 
@@ -40,21 +40,22 @@ class PlayerLoan : public std::enable_shared_from_this<PlayerLoan> {
   [[nodiscard]] State state() const { return state_; }
   /// The handle while Ready, null otherwise.
   [[nodiscard]] const std::shared_ptr<PlayerDecorator>& player() const { return player_; }
-  /// Why it Failed; empty when nobody could tell.
+  /// Why it Failed; empty when unknown.
   [[nodiscard]] const std::string& reason() const { return reason_; }
 
-  /// Told when a load has ended, as Ready or Failed, later than the call that started it.
+  /// Called when a load has ended as Ready or Failed, never inside the call that started it.
   void setLoadedHandler(std::function<void()> handler) { loadedHandler_ = std::move(handler); }
 
-  /// Starts from Empty; does nothing in any other state. A player that the pool holds with other
-  /// options than these is as good, and there at once.
+  /// Starts from Empty; does nothing in any other state. A player that the pool already holds with
+  /// other options will do, and is there at once.
   void request(AVPlayerItemLoaderOptions options = {});
-  /// Asks the pool again for the player it has lent already, as a page does that comes into view;
-  /// Empty afterwards when the pool no longer holds the video.
+  /// Asks the pool again for the player already on loan, as a page does when it comes into view.
+  /// The handle stays the same; goes to Empty when the pool no longer holds the video in that
+  /// player.
   void renew();
   /// Goes to Empty when the pool has dropped the player or the load, and from Failed.
   void check();
-  /// Goes to Empty; a load under way is cancelled, and the player is stopped.
+  /// Goes to Empty; a load in progress is cancelled, and the player is stopped.
   void giveBack();
   /// Gives the player back, without its item, and goes to Failed.
   void fail(std::string reason);
@@ -74,7 +75,7 @@ class PlayerLoan : public std::enable_shared_from_this<PlayerLoan> {
   std::function<void()> loadedHandler_;
   State state_ = State::Empty;
   AVPlayerItemLoaderOptions options_;  // of the player, or of what is being loaded
-  uint64_t attempt_ = 0;               // tells the answers to a request that was given up
+  uint64_t attempt_ = 0;               // identifies the answers to an abandoned request
   ZFCancelCommandPtr loadCommand_;
   std::shared_ptr<PlayerDecorator> player_;
   std::string reason_;

@@ -8,7 +8,7 @@
 
 namespace zaffo::feed {
 
-/// The still picture of a video, fetched once. Thread: main.
+/// The thumbnail of a video, fetched once. Thread: main.
 class Thumbnail : public std::enable_shared_from_this<Thumbnail> {
  public:
   enum class State { Unknown, Loading, Loaded, Failed };
@@ -18,8 +18,8 @@ class Thumbnail : public std::enable_shared_from_this<Thumbnail> {
   /// Why it Failed.
   [[nodiscard]] const std::string& reason() const { return reason_; }
 
-  /// Fetches the picture of `video`, at most `size` pixels large, and calls `done` on the main
-  /// thread when it is there or has failed. Does nothing after the first time.
+  /// Fetches the thumbnail of `video`, at most `size` pixels large, and calls `done` on the main
+  /// thread when it has arrived or failed. Does nothing after the first time.
   void load(ZFVideo& video, CGSize size, std::function<void()> done);
 
  private:

@@ -10,36 +10,36 @@
 
 namespace zaffo::feed {
 
-/// One page of the feed as the controller drives it: its view, and the player it borrows from the
-/// pool while it is wanted. Abstract so that the controller can be tested by itself. Thread: main.
+/// One page of the feed as its controller sees it: its view, and the player it borrows from the
+/// pool while needed. Abstract so that the controller can be tested by itself. Thread: main.
 class FeedCell {
  public:
   virtual ~FeedCell() = default;
 
   [[nodiscard]] virtual std::shared_ptr<UIView> view() const = 0;
 
-  /// Starts to fetch the still picture that is shown until the video is; once is enough.
+  /// Starts fetching the thumbnail, shown until the video is; once is enough.
   virtual void loadThumbnail() = 0;
 
-  /// Borrows a player and loads the video, unless that was done or is under way.
+  /// Borrows a player and loads the video, unless that is done or in progress.
   virtual void load() = 0;
-  /// Gives the player back, or ends the load.
+  /// Gives the player back, or cancels the load.
   virtual void unload() = 0;
-  /// Whether a load has ended: with a player or with an error.
+  /// Whether a load has ended, with a player or with an error.
   [[nodiscard]] virtual bool isSettled() const = 0;
-  /// Told whenever a load has ended.
+  /// Called whenever a load has ended.
   virtual void setSettledHandler(std::function<void()> handler) = 0;
   /// Notices that the pool has dropped its player; load() then starts anew.
   virtual void checkPlayer() = 0;
 
-  /// It is the one in view now: it loads if need be and plays, and keeps the record.
+  /// It is now the page in view: it loads if need be, plays, and fills in the record.
   virtual void becomeCurrent(std::shared_ptr<Swipe> swipe, float volume) = 0;
-  /// It is no longer: it stops, and completes the record.
+  /// It no longer is: it stops, and completes the record.
   virtual void resignCurrent() = 0;
-  /// The feed has come to rest: one that is not current goes back to its start, out of sight.
+  /// The feed has come to rest: a page that is not current goes back to its start, out of sight.
   virtual void scrollingEnded() = 0;
 
-  /// A picture of the feed was put on screen at a host time.
+  /// A picture of the feed was put on screen at this host time.
   virtual void didPresent(int64_t hostNanoseconds) = 0;
   /// Whether its video is on screen, or an error in its place.
   [[nodiscard]] virtual bool isShown() const = 0;
@@ -47,8 +47,8 @@ class FeedCell {
   virtual void setRate(float rate) = 0;
   virtual void togglePlaying() = 0;
   virtual void setVolume(float volume) = 0;
-  /// Shows the very frame at `time`. `completion` is called once it is ready, or at once when there
-  /// is no player.
+  /// Shows the exact frame at `time`. `completion` is called when it is ready, or at once when
+  /// there is no player.
   virtual void seek(CMTime time, std::function<void()> completion) = 0;
 };
 

@@ -68,7 +68,7 @@ void FeedController::showPage(int page) {
 }
 
 std::vector<int> FeedController::wantedPages(long capacity) const {
-  // The page in view asks even of a pool that may hold nothing, and shows what the pool answers.
+  // The page in view asks even a pool that may hold nothing, and shows the answer.
   const auto bound = static_cast<int>(std::clamp(capacity, 1L, 64L));
   return pagesToLoad(current_, parts_.view->pageCount(), forwards_, bound);
 }

@@ -12,17 +12,17 @@
 
 namespace zaffo::feed {
 
-/// Decides which pages exist and which of them hold a player. The page in view is loaded first and
-/// alone; when it plays or has failed, its neighbours follow, as many as the pool's bounds allow.
-/// Pages that are no longer wanted give their player back before others ask for one, so that the
-/// pool never has to take one that is in use. Thread: main.
+/// Decides which pages exist and which of them hold a player. The page in view is loaded first, on
+/// its own; when it plays or has failed, its neighbours follow, as many as the pool's bounds allow.
+/// Pages no longer needed give their players back before others ask for one, so that the pool never
+/// has to take one that is in use. Thread: main.
 class FeedController : public std::enable_shared_from_this<FeedController> {
   struct Private {};
 
  public:
   using CellFactory = std::function<std::shared_ptr<FeedCell>(int page)>;
 
-  /// What it works on; all must be given.
+  /// What it works with; all are required.
   struct Parts {
     std::shared_ptr<PlayerManager> manager;
     std::shared_ptr<FeedView> view;
@@ -33,7 +33,7 @@ class FeedController : public std::enable_shared_from_this<FeedController> {
   FeedController(Private, Parts parts);
   [[nodiscard]] static std::shared_ptr<FeedController> create(Parts parts);
 
-  /// Shows the page the view stands on, the first one.
+  /// Shows the page the view is on, which is the first.
   void start();
   /// Gives every player back and completes the last record.
   void stop();
@@ -50,7 +50,7 @@ class FeedController : public std::enable_shared_from_this<FeedController> {
   void setMainThreadIsIdle(bool isIdle);
   void setBounds(long most, long mostWhileIdle);
   void setUseFastPlayer(bool use);
-  /// The pool has dropped players by itself, after a reset of the media services say.
+  /// The pool has dropped players on its own, for instance after a reset of the media services.
   void poolChanged();
 
  private:

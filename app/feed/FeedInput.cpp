@@ -40,7 +40,8 @@ void FeedInput::pressKey(const std::string& key) {
 }
 
 void FeedInput::turnWheel(double notches) {
-  // A touchpad sends many small turns and goes on after the fingers have left: one page a glide.
+  // A touchpad sends many small turns and keeps sending after the fingers have left: one page per
+  // glide.
   if (view_->isMoving()) {
     wheel_ = 0;
     return;

@@ -7,9 +7,9 @@
 
 namespace zaffo::feed {
 
-/// What one page shows, from the bottom up: the video's thumbnail, the view of its player, and a
-/// text when the video cannot be played. Everything fills the page and keeps its aspect.
-/// Thread: main.
+/// What one page shows, from back to front: the video's thumbnail, its player's view, and a text
+/// when the video cannot be played. Everything fills the page and keeps its aspect ratio. Thread:
+/// main.
 class FeedPage final : public UIView {
   struct Private {};
 
@@ -21,10 +21,10 @@ class FeedPage final : public UIView {
   [[nodiscard]] bool hasThumbnail() const;
   void setThumbnailHidden(bool hidden);
 
-  /// Takes the view of a player in; null gives it up, unless another page has taken it meanwhile.
+  /// Shows the view of a player; null removes it, unless another page has taken it meanwhile.
   void setPlayerView(std::shared_ptr<UIView> view);
 
-  /// Shows `text` in the middle; none when empty.
+  /// Shows `text` in the middle; nothing when empty.
   void setText(std::string text);
   [[nodiscard]] const std::string& text() const { return text_; }
 

@@ -11,21 +11,20 @@ namespace zaffo::feed {
 /// Thread: main.
 class FeedVideo final : public ZFVideo {
  public:
-  /// `id` tells pages apart: the same clip on two pages has two ids, and so two players.
-  /// Items and thumbnails come from `loader`; items of a video that it can make none of from
-  /// `plainLoader`, if there is one.
+  /// `id` tells pages apart: the same clip on two pages has two ids, and so two players. Items and
+  /// thumbnails come from `loader`; if it can make no item, that comes from `plainLoader`, if there
+  /// is one.
   FeedVideo(std::shared_ptr<const NSURL> url, std::string id,
             std::shared_ptr<AVPlayerItemLoader> loader,
             std::shared_ptr<AVPlayerItemLoader> plainLoader = nullptr);
 
-  /// What a person calls it: the name of the file.
+  /// Its name for people: that of the file.
   [[nodiscard]] std::string name() const;
 
-  /// Known once the item was loaded; indefinite before.
+  /// Known once the item has been loaded; indefinite before.
   void setItemDuration(CMTime duration) { itemDuration_ = duration; }
 
-  /// Has items come from the plain loader from now on; false when they do already, or there is
-  /// none.
+  /// Takes items from the plain loader from now on; false when it already does, or there is none.
   [[nodiscard]] bool playPlainly();
 
   [[nodiscard]] std::string videoId() const override { return id_; }

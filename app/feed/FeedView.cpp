@@ -35,7 +35,7 @@ void FeedView::scrollToPage(int page) {
   move([&] {
     const int64_t now = TimeSource::now();
     scroll_.glideTo(page, now);
-    scroll_.advance(now + kGlideTick);  // the page shows at once, not a tick later
+    scroll_.advance(now + kGlideTick);  // the page appears at once, not a tick later
   });
 }
 

@@ -10,9 +10,8 @@
 
 namespace zaffo::feed {
 
-/// A column of pages, each as large as the view, of which it shows the part it is scrolled to.
-/// Scrolls by hand or to a page, gliding on a timer. The owner puts in the pages that are near.
-/// Thread: main.
+/// A column of pages, each as large as the view, which shows the part it is scrolled to. Scrolls by
+/// dragging or to a page, gliding on a timer. The owner adds the pages that are near. Thread: main.
 class FeedView final : public UIView {
   struct Private {};
 
@@ -29,19 +28,19 @@ class FeedView final : public UIView {
   [[nodiscard]] bool isGliding() const { return scroll_.isGliding(); }
   [[nodiscard]] bool isDragging() const { return scroll_.isDragging(); }
 
-  /// Told when page() changed: at the start of the glide there.
+  /// Called when page() changes, which is at the start of the glide there.
   void setPageHandler(std::function<void(int page)> handler) { pageHandler_ = std::move(handler); }
-  /// Told when it has come to rest after a movement.
+  /// Called when it has come to rest after a movement.
   void setRestHandler(std::function<void()> handler) { restHandler_ = std::move(handler); }
 
-  /// Glides to a page; pages that do not exist mean the nearest one that does.
+  /// Glides to a page, or to the nearest one that exists.
   void scrollToPage(int page);
   /// A drag, in points of the view.
   void beginDrag(double y);
   void drag(double y);
   void endDrag();
 
-  /// Shows `view` as page `page`, or takes it out.
+  /// Shows `view` as page `page`, or removes it.
   void placePage(int page, const std::shared_ptr<UIView>& view);
   void removePage(int page);
 

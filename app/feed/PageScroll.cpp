@@ -9,7 +9,7 @@ namespace {
 
 constexpr int64_t kGlideTime = 250'000'000;
 constexpr double kFlickSpeed = 300;            // points per second
-constexpr int64_t kFlickMemory = 100'000'000;  // a finger that rested this long does not flick
+constexpr int64_t kFlickMemory = 100'000'000;  // a finger that has rested this long does not flick
 constexpr double kPull = 1.0 / 3;              // how far a drag moves beyond the first or last page
 
 /// Quick at first, then slower, from 0 to 1.
@@ -34,7 +34,7 @@ int PageScroll::clamped(int page) const {
 void PageScroll::glideTo(int page, int64_t now) {
   page_ = clamped(page);
   const double target = topOf(page_);
-  // Gliding over every page between would load and show pictures that nobody asked for.
+  // Gliding over every page in between would load and show videos that nobody asked for.
   offset_ = std::clamp(offset_, target - height_, target + height_);
   glideFrom_ = offset_;
   glideStart_ = now;

@@ -4,10 +4,10 @@
 
 namespace zaffo::feed {
 
-/// Where a column of pages of equal height stands: an offset in points from the top of the first
-/// page, and the page it rests on or moves to. A drag moves it by hand; on release, and by the
-/// keys, it glides to a page and stops there, without inertia. Told the time, in nanoseconds; knows
-/// nothing of views. Thread: one.
+/// The position of a column of pages of equal height: an offset in points from the top of the first
+/// page, and the page it rests on or is moving to. A drag moves it directly; on release, and on a
+/// key, it glides to a page and stops there, without inertia. It is told the time, in nanoseconds,
+/// and knows nothing of views. Thread: one.
 class PageScroll {
  public:
   /// Sets how many pages there are and how high each is, keeping the page.
@@ -17,12 +17,12 @@ class PageScroll {
   [[nodiscard]] double offset() const { return offset_; }
   /// The page it rests on or glides to; while dragged, the one it left.
   [[nodiscard]] int page() const { return page_; }
-  /// Whether it is dragged or glides.
+  /// Whether it is being dragged or gliding.
   [[nodiscard]] bool isMoving() const { return phase_ != Phase::Resting; }
   [[nodiscard]] bool isGliding() const { return phase_ == Phase::Gliding; }
   [[nodiscard]] bool isDragging() const { return phase_ == Phase::Dragging; }
 
-  /// Glides to the nearest page there is to `page`; a far one comes from next door.
+  /// Glides to `page`, or the nearest one that exists; a distant one slides in from next door.
   void glideTo(int page, int64_t now);
 
   /// A finger or button went down at `y` points from the top of the view.
@@ -31,7 +31,7 @@ class PageScroll {
   /// Lets go: glides to the next page in the direction of a flick, or of more than half a page.
   void endDrag(int64_t now);
 
-  /// Moves a glide on to `now`.
+  /// Advances a glide to `now`.
   void advance(int64_t now);
 
  private:

@@ -23,7 +23,8 @@ struct SurfaceFreer {
 using FontPtr = std::unique_ptr<TTF_Font, FontCloser>;
 using SurfacePtr = std::unique_ptr<SDL_Surface, SurfaceFreer>;
 
-/// Holds the text library for the length of one drawing, so that nothing of it outlives main().
+/// Keeps the text library initialised while one text is drawn, so that nothing of it outlives
+/// main().
 class TextLibrary {
  public:
   TextLibrary() : ready_(TTF_Init() == 0) {}
@@ -47,7 +48,7 @@ uint8_t premultiplied(uint8_t value, uint8_t alpha) {
   return static_cast<uint8_t>((value * alpha + 127) / 255);
 }
 
-/// The library draws straight alpha, images hold it premultiplied.
+/// The library draws with straight alpha; images hold it premultiplied.
 CGImagePtr imageOf(const SDL_Surface& surface) {
   const auto width = static_cast<std::size_t>(surface.w);
   const auto height = static_cast<std::size_t>(surface.h);

@@ -10,17 +10,15 @@ namespace zaffo::feed {
 /// Counts what a player's view puts on screen. Thread: main.
 class FrameTally {
  public:
-  /// Begins to count on the layer of `outputView`; nothing is counted for a view that has none.
+  /// Starts counting on the layer of `outputView`; for a view that has none, nothing is counted.
   void watch(const std::shared_ptr<UIView>& outputView);
   void forget();
 
-  [[nodiscard]] bool hasLayer() const { return nativeLayer_ || fastLayer_; }
-
-  /// Pictures shown and dropped since watch() or the last call of these.
+  /// Pictures shown and dropped since watch() or the previous call.
   [[nodiscard]] uint64_t takeShown();
   [[nodiscard]] uint64_t takeDropped();
 
-  /// Host time at which the present video was first put on screen; 0 when it was not yet.
+  /// Host time at which the current video was first put on screen; 0 before that.
   [[nodiscard]] int64_t firstPresented() const;
 
  private:

@@ -18,7 +18,7 @@ void noteSignal(int number) {
 }  // namespace
 
 MeasuredLoop::MeasuredLoop() {
-  // Blocked everywhere but in the wait, so that none is missed between a look and the wait.
+  // Blocked everywhere except in the wait, so that none is missed between a check and the wait.
   sigset_t ending;
   sigemptyset(&ending);
   sigaddset(&ending, SIGINT);

@@ -6,16 +6,16 @@
 
 namespace zaffo::feed {
 
-/// Runs the main loop a turn at a time and tells how long each turn kept the main thread. Ends on
-/// quit(), SIGINT and SIGTERM. Thread: main.
+/// Runs the main loop a turn at a time and reports how long each turn kept the main thread busy.
+/// Ends on quit(), SIGINT and SIGTERM. Thread: main.
 class MeasuredLoop {
  public:
-  /// Takes SIGINT and SIGTERM over, for this thread and those it starts; to be made first.
+  /// Takes over SIGINT and SIGTERM for this thread and those it starts; create it first.
   MeasuredLoop();
   MeasuredLoop(const MeasuredLoop&) = delete;
   MeasuredLoop& operator=(const MeasuredLoop&) = delete;
 
-  /// Waits for work and runs it until quit(); `turnEnded` is told the times of each turn.
+  /// Waits for work and runs it until quit(); `turnEnded` receives the times of each turn.
   void run(const std::function<void(const TurnTimes&)>& turnEnded);
   void quit() { quit_ = true; }
 

@@ -80,7 +80,7 @@ std::string Statistics::json() const {
                     {"end", nullptr}};
   if (warmedUp_) root["after_50_swipes"] = figuresObject(warmedUp_->process, warmedUp_->players);
   if (final_) root["end"] = figuresObject(final_->process, final_->players);
-  // File names are bytes; what is not UTF-8 in them must not end the run.
+  // File names are bytes; what is not UTF-8 in them must not abort the run.
   return root.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }
 

@@ -11,12 +11,12 @@
 
 namespace zaffo::feed {
 
-/// What became of one arrival at a page, the first page included. Times are host times
-/// (TimeSource, nanoseconds). Filled in by the page while it is the current one.
+/// The record of one arrival at a page, including the first. Times are host times (TimeSource,
+/// nanoseconds). Filled in by the page while it is current.
 struct Swipe {
   std::string video;
   int page = 1;       ///< counted from 1
-  bool warm = false;  ///< answered at once, by a player that held the video already
+  bool warm = false;  ///< answered at once by a player that already held the video
   int64_t requested = 0;
   std::optional<int64_t> completed;   ///< when the pool handed out the player
   std::optional<int64_t> firstFrame;  ///< when a picture of the video was put on screen
@@ -29,10 +29,10 @@ struct Swipe {
 /// The figures of one run. Thread: main.
 class Statistics {
  public:
-  /// The process is looked at after this many swipes, when it has warmed up, and at the end.
+  /// The process's figures are taken after this many swipes, once it has warmed up, and at the end.
   static constexpr std::size_t kWarmedUp = 50;
 
-  /// Begins the record of an arrival; the one before it is complete then.
+  /// Begins the record of an arrival, which completes the one before it.
   std::shared_ptr<Swipe> beginSwipe(std::string video, int page, int64_t now);
 
   /// Notes the times of a turn of the main loop.
@@ -56,7 +56,7 @@ class Statistics {
 
   std::vector<std::shared_ptr<Swipe>> swipes_;
   int64_t longestBlock_ = 0;
-  // The most of each in any one turn, nanoseconds.
+  // The largest of each in any one turn, nanoseconds.
   int64_t mostWorked_ = 0, mostAsleep_ = 0;
   std::optional<int64_t> mostQueued_;
   std::optional<Figures> warmedUp_;

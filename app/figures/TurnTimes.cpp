@@ -19,7 +19,7 @@ TurnClock::~TurnClock() {
 void TurnClock::begin() {
   const int64_t before = TimeSource::now();
   start_ = read();
-  start_.wall = before;  // what is read after it lies within the turn, as at its end
+  start_.wall = before;  // what is read after this is within the turn, as it is at the end
 }
 
 TurnTimes TurnClock::end() const {

@@ -5,13 +5,13 @@
 
 namespace zaffo::feed {
 
-/// What became of the time of one turn of the main loop, in nanoseconds. What is neither work nor
-/// waiting for a processor was spent asleep: behind a lock, a file or a page that was not there.
+/// Where the time of one turn of the main loop went, in nanoseconds. What was neither work nor
+/// waiting for a processor was spent asleep, waiting for a lock, a file or a page of memory.
 struct TurnTimes {
   int64_t wall = 0;
   int64_t worked = 0;  ///< the thread's own processor time
   std::optional<int64_t>
-      queued;  ///< ready to run while others ran; none when the kernel keeps none
+      queued;  ///< ready to run while others ran; empty when the kernel does not record it
 
   [[nodiscard]] int64_t asleep() const {
     const int64_t rest = wall - worked - queued.value_or(0);
@@ -19,7 +19,7 @@ struct TurnTimes {
   }
 };
 
-/// Takes the times of the turns of the thread that made it. Thread: one.
+/// Measures the turns of the thread that created it. Thread: one.
 class TurnClock {
  public:
   TurnClock();

@@ -8,7 +8,7 @@ namespace zaffo::feed {
 
 namespace {
 
-/// What a word takes, for the check of the count and the message about it.
+/// The arguments of a word, for checking their number and for the message about it.
 struct Grammar {
   Word word;
   std::size_t arguments;
@@ -62,7 +62,7 @@ bool readSwitch(const Token& token) {
   throw errorAt(token, "'" + token.text + "' is neither on nor off");
 }
 
-constexpr double kLongest = 86400;  // a day: longer is a slip, and time stays far from overflow
+constexpr double kLongest = 86400;  // a day: more is a typing error
 
 void readArguments(const Sentence& words, Command& command) {
   switch (command.word) {

@@ -21,7 +21,7 @@ enum class Word {
   Volume,  ///< 0 to 1
   Shot,    ///< writes a PNG
   State,   ///< prints the pool
-  Idle,    ///< what the pool is told of the main thread
+  Idle,    ///< whether the pool is told that the main thread is idle
   Fast,    ///< which kind of player the pool makes
   Bounds,  ///< the pool's two bounds
   Reset,   ///< a reset of the media services
@@ -32,7 +32,7 @@ enum class Word {
 struct Command {
   Word word = Word::Quit;
   double number = 0;   ///< Wait, Rate, Seek, Volume
-  long first = 0;      ///< Goto: the page; Bounds: the most players at all
+  long first = 0;      ///< Goto: the page; Bounds: the most players in all
   long second = 0;     ///< Bounds: the most players while idle
   bool on = false;     ///< Idle, Fast
   std::string file{};  ///< Shot
@@ -48,7 +48,7 @@ struct ScriptError {
 };
 
 /// Reads a script: commands end at a line's end or a semicolon, `#` starts a comment that runs to
-/// the end of the line, and an argument with blanks, semicolons or `#` in it is put in double
+/// the end of the line, and an argument that contains blanks, semicolons or `#` goes in double
 /// quotes. Reports the first mistake.
 [[nodiscard]] std::variant<std::vector<Command>, ScriptError> parseScript(const std::string& text);
 

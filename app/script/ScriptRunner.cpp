@@ -44,7 +44,7 @@ ScriptHost::Outcome ScriptRunner::outcome() {
 }
 
 void ScriptRunner::finishCommand(std::size_t number, const std::string& error) {
-  if (number != next_ || !patience_) return;  // it has ended before
+  if (number != next_ || !patience_) return;  // it has ended already
   std::exchange(patience_, nullptr)->cancel();
   if (!error.empty()) {
     const Command& command = commands_[number - 1];

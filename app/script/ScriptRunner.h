@@ -15,7 +15,7 @@ namespace zaffo::feed {
 /// main thread. Thread: main.
 class ScriptHost {
  public:
-  /// Told what went wrong; empty when nothing did.
+  /// Receives what went wrong; empty when nothing did.
   using Outcome = std::function<void(std::string error)>;
 
   virtual ~ScriptHost() = default;
@@ -33,19 +33,19 @@ class ScriptHost {
   virtual void resetMediaServices() = 0;
 };
 
-/// Runs a script's commands one after the other, each in a turn of the main loop of its own. A
-/// command that goes wrong is reported and the next one runs. Thread: main.
+/// Runs a script's commands one after the other, each in its own turn of the main loop. A command
+/// that fails is reported and the next one runs. Thread: main.
 class ScriptRunner : public std::enable_shared_from_this<ScriptRunner> {
   struct Private {};
 
  public:
-  /// A command that has not ended after this many nanoseconds goes wrong.
+  /// A command that has not ended after this many nanoseconds fails.
   static constexpr int64_t kPatience = 10'000'000'000;
 
   /// How a script ended.
   struct Ending {
-    bool quit = false;    ///< it said so, and more commands may have followed
-    bool failed = false;  ///< a command went wrong
+    bool quit = false;    ///< by a `quit`, after which more commands may have followed
+    bool failed = false;  ///< a command failed
   };
 
   ScriptRunner(Private, std::vector<Command> commands, ScriptHost& host);
@@ -68,7 +68,7 @@ class ScriptRunner : public std::enable_shared_from_this<ScriptRunner> {
   std::function<void(Ending)> ended_;
   Ending ending_;
   std::size_t next_ = 0;
-  DispatchTimerPtr patience_;  // while a command that may take long runs
+  DispatchTimerPtr patience_;  // while a command that may take long is running
 };
 
 }  // namespace zaffo::feed

@@ -10,8 +10,8 @@
 
 namespace zaffo {
 
-/// A set of options for building an item, over an unsigned word. Sets are equal when their words
-/// are.
+/// A set of options for building an item, stored in an unsigned word. Two sets are equal when their
+/// words are.
 class AVPlayerItemLoaderOptions {
  public:
   using RawValue = std::uintptr_t;
@@ -19,7 +19,7 @@ class AVPlayerItemLoaderOptions {
   constexpr AVPlayerItemLoaderOptions() = default;
   constexpr explicit AVPlayerItemLoaderOptions(RawValue rawValue) : rawValue_(rawValue) {}
 
-  /// The looping loader fades its first loop in.
+  /// The looping loader fades in its first loop.
   static const AVPlayerItemLoaderOptions fadeIn;
 
   [[nodiscard]] constexpr RawValue rawValue() const { return rawValue_; }
@@ -41,9 +41,9 @@ inline constexpr AVPlayerItemLoaderOptions AVPlayerItemLoaderOptions::fadeIn{2};
 /// Turns a video into a player item and a thumbnail. Completions may be empty. Thread: any.
 class ZAFFO_EXPORT AVPlayerItemLoader {
  public:
-  /// The item (null when loading failed), the length of one loop and the total, in seconds. The
-  /// looping loader's length of a loop is the clip's less 0.1 s, also where the sound outlasts the
-  /// picture and a loop is shorter than that.
+  /// The item (null when loading failed), the length of one loop and the total, in seconds. For the
+  /// looping loader the length of a loop is the clip's less 0.1 s, even where the sound outlasts
+  /// the picture and a loop is shorter than that.
   using ItemCompletion =
       std::function<void(std::shared_ptr<AVPlayerItem> item, double loopSeconds, double seconds)>;
   using ThumbnailCompletion = std::function<void(std::shared_ptr<const UIImage> image, NSErrorPtr)>;

@@ -19,7 +19,7 @@ namespace zaffo {
   return counter - 1;
 }
 
-/// Numbers in order. One that has none after it is a fatal error. Thread: one at a time.
+/// Hands out numbers in order. Running out of them is a fatal error. Thread: one at a time.
 class Sequence {
  public:
   explicit Sequence(std::int64_t first = 0) : next_(first) {}

@@ -7,7 +7,7 @@
 
 namespace zaffo {
 
-/// A short form of a video's address for a person to read in descriptions and logs: the file's name
+/// A short, readable form of a video's address for descriptions and logs: the file's name
 /// ("clip.mp4"), after the host for a remote one ("example.com/clip.mp4"). Not an address: folders,
 /// port, query and credentials are left out. Thread: any.
 [[nodiscard]] ZAFFO_EXPORT std::string shortVideoUrl(const NSURL& url);

@@ -43,13 +43,14 @@ class TimerCancelCommand final : public ZFCancelCommand {
   DispatchTimerPtr timer_;
 };
 
-/// For ever when it does not fit; nothing when it is not a number.
+/// Forever when it does not fit, and 0 when it is not a number.
 int64_t nanosecondsFromSeconds(double seconds) {
   constexpr double kNanosecondsPerSecond = 1e9;
   constexpr auto kForEver = std::numeric_limits<int64_t>::max();
   if (!(seconds > 0)) return 0;
   if (seconds >= static_cast<double>(kForEver) / kNanosecondsPerSecond) return kForEver;
-  // Up, so that nothing runs early; but for what is the rounding of this product alone.
+  // Rounded up, so that nothing runs early, except where the fraction is only this product's own
+  // rounding error.
   constexpr double kNoise = 1e-3;
   return static_cast<int64_t>(std::ceil(seconds * kNanosecondsPerSecond - kNoise));
 }

@@ -9,7 +9,7 @@
 namespace zaffo {
 
 /// Anything that can be cancelled. Cancelling never calls the completion of what is cancelled, and
-/// may be repeated. Dropping a command does not cancel.
+/// may be repeated. Dropping a command does not cancel it.
 class ZAFFO_EXPORT ZFCancelCommand {
  public:
   virtual ~ZFCancelCommand() = default;
@@ -26,7 +26,7 @@ class ZAFFO_EXPORT ZFNoopCancelCommand final : public ZFCancelCommand {
 };
 
 /// Runs a block on cancel, on the caller's thread; a second cancel does nothing, and the block is
-/// let go of after its run. Thread: one at a time.
+/// released once it has run. Thread: one at a time.
 class ZAFFO_EXPORT ZFCallbackCancelCommand final : public ZFCancelCommand {
  public:
   explicit ZFCallbackCancelCommand(std::function<void()> cancelBlock);
@@ -36,7 +36,7 @@ class ZAFFO_EXPORT ZFCallbackCancelCommand final : public ZFCancelCommand {
   std::function<void()> cancelBlock_;
 };
 
-/// A block that runs at most once, and not at all after cancel(). What it holds is let go of by
+/// A block that runs at most once, and not at all after cancel(). What it holds is released by
 /// whichever of the two comes first. Thread: one at a time.
 class ZAFFO_EXPORT ZFCancellableBlock final : public ZFCancelCommand {
  public:
@@ -54,8 +54,8 @@ class ZAFFO_EXPORT ZFCancellableBlock final : public ZFCancelCommand {
                                                              const DispatchQueuePtr& queue,
                                                              std::function<void()> block);
 
-/// Runs `block` on `queue` once after `seconds`, unless the command is cancelled before; as soon as
-/// the queue can when they are not positive or not a number. Thread: any.
+/// Runs `block` on `queue` once after `seconds`, unless the command is cancelled first; as soon as
+/// possible when `seconds` is not positive or not a number. Thread: any.
 [[nodiscard]] ZAFFO_EXPORT ZFCancelCommandPtr dispatch_after_cancellable(
     double seconds, const DispatchQueuePtr& queue, std::function<void()> block);
 

@@ -16,9 +16,9 @@ class ZAFFO_EXPORT ZFVideo : public AVPlayerItemLoader {
   [[nodiscard]] virtual bool canPlay() const = 0;
   [[nodiscard]] virtual bool explicitContent() const = 0;
 
-  /// Optional: told when playback stopped, with the seconds played.
+  /// Optional: called when playback has stopped, with the seconds played.
   virtual void handlePlaybackStoppedWithElapsedTime(double /*seconds*/) {}
-  /// Optional: told when the video starts to play.
+  /// Optional: called when the video starts to play.
   virtual void reportNewPlayEvent() {}
 };
 

@@ -8,7 +8,7 @@
 
 namespace zaffo {
 
-/// Holds what the fast path adds to the platform's asset reader.
+/// What the fast path adds to the platform's asset reader.
 struct AVAssetReaderExtension {
   /// Why there are no more samples. Thrown; never leaves the fast path. Thread: any.
   class ReadError final : public std::exception {
@@ -19,7 +19,7 @@ struct AVAssetReaderExtension {
       ReachedEnd = 2,  ///< every sample of the time range has been delivered
     };
 
-    /// The domain under which it is handed on as an NSError; the code is the case's number.
+    /// The domain under which it is passed on as an NSError; the code is the case's number.
     static constexpr const char* domain = "ZaffoPlayback.AVAssetReaderExtension.ReadError";
 
     [[nodiscard]] static ReadError failed(NSErrorPtr error);
@@ -27,10 +27,10 @@ struct AVAssetReaderExtension {
     [[nodiscard]] static ReadError reachedEnd() { return ReadError(Case::ReachedEnd, nullptr); }
 
     [[nodiscard]] Case kind() const { return kind_; }
-    /// The reader's own error of a Failed; null for the others.
+    /// For Failed, the reader's own error; null otherwise.
     [[nodiscard]] const NSErrorPtr& error() const { return error_; }
 
-    /// Domain and number alone: the reader's own error does not show in it.
+    /// Domain and number only: the reader's own error is not part of it.
     [[nodiscard]] NSErrorPtr asNSError() const;
     [[nodiscard]] const char* what() const noexcept override { return domain; }
 

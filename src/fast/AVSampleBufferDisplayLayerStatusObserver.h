@@ -9,25 +9,25 @@
 namespace zaffo {
 
 /// Forwards every change of one display layer's status to a closure, on the thread of the change.
-/// Its owner sets the layer to null before letting it go. Thread: any; the layer is set by one at
-/// a time.
+/// Its owner sets the layer to null before releasing it. Thread: any; the layer is set by one
+/// thread at a time.
 class AVSampleBufferDisplayLayerStatusObserver
     : public std::enable_shared_from_this<AVSampleBufferDisplayLayerStatusObserver> {
  public:
   using StatusDidChange = std::function<void(AVQueuedSampleBufferRenderingStatus status)>;
 
-  /// Observes nothing, and tells nobody.
+  /// Observes nothing and reports to nobody.
   [[nodiscard]] static std::shared_ptr<AVSampleBufferDisplayLayerStatusObserver> create();
 
   [[nodiscard]] StatusDidChange statusDidChange() const { return statusDidChange_.get(); }
-  /// Told the status that the layer has when it is told; never the one it has at first. Empty tells
-  /// nobody.
+  /// Receives the status that the layer has at the time of the call; never the initial one. When
+  /// empty, nobody is told.
   void setStatusDidChange(StatusDidChange handler) { statusDidChange_.set(std::move(handler)); }
 
   [[nodiscard]] std::shared_ptr<AVSampleBufferDisplayLayer> sampleBufferDisplayerLayer() const {
     return layer_.get();
   }
-  /// Moves the observation from the present layer to `layer`; null ends it. The observer owns the
+  /// Moves the observation from the current layer to `layer`; null ends it. The observer owns the
   /// layer.
   void setSampleBufferDisplayerLayer(std::shared_ptr<AVSampleBufferDisplayLayer> layer);
 

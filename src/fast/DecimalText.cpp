@@ -8,7 +8,7 @@ namespace zaffo {
 
 namespace {
 
-/// Outside of these, digits alone would be long or would claim a precision that is not there.
+/// Outside these bounds plain digits would be long, or would claim a precision that is not there.
 constexpr double kSmallestPlain = 1e-4;
 constexpr double kLargestPlain = 0x1p54;
 

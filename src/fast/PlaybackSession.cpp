@@ -122,7 +122,7 @@ void PlaybackSession::seek(CMTime time, Completion completion) {
           if (completion) completion(std::move(error));
           return;
         }
-        // Nobody is told of a success: callers count on that.
+        // Success is not reported: callers count on that.
         self->setRate(previousRate);
       });
 }
@@ -164,7 +164,7 @@ NSErrorPtr PlaybackSession::setupReader(CMTime time) {
   try {
     enqueueNextVideoBuffer();  // The frame to show, at once.
   } catch (const std::exception&) {
-    // Whoever reads on meets it again and acts on it.
+    // The next read meets it again and acts on it.
   }
   startReadingBuffers();
   return nullptr;
@@ -222,7 +222,7 @@ void PlaybackSession::readAndEnqueueVideoBuffers() {
     stopReadingBuffers();
     notifyWhenLastBufferIsDue(position, [item = playerItem_, error] { postEnd(item, error); });
   } catch (const std::exception&) {
-    // Not the reader's end: this turn of reading is over, and that is all.
+    // Not the reader's end: only this turn of reading is over.
   }
 }
 
@@ -248,7 +248,7 @@ void PlaybackSession::enqueueNextVideoBuffer() {
 
 void PlaybackSession::notifyWhenLastBufferIsDue(CMTime position, DispatchBlock notify) {
   const double lead = CMTimeGetSeconds(lastBufferTime_) - CMTimeGetSeconds(position);
-  // An earlier command is let go of and not cancelled: its notification comes too.
+  // An earlier command is dropped, not cancelled: its notification comes too.
   notifyCompletionCommand_ = dispatch_after_cancellable(
       lead > 0 ? lead : 0, queue_, [weakSelf = weak_from_this(), notify = std::move(notify)] {
         const auto self = weakSelf.lock();

@@ -21,12 +21,12 @@ class AVSampleBufferDisplayLayerStatusObserver;
 class PlaybackSession;
 class PlaybackSessionReader;
 
-/// Hears of a session's failure. Held weakly.
+/// Is told when a session fails. Held weakly.
 class ZAFFO_EXPORT PlaybackSessionDelegate {
  public:
   virtual ~PlaybackSessionDelegate() = default;
-  /// The display layer of `session` has failed with `error`; the session has stopped. Told on the
-  /// session's queue.
+  /// The display layer of `session` has failed with `error`, and the session has stopped. Called on
+  /// the session's queue.
   virtual void playbackSession(const std::shared_ptr<PlaybackSession>& session,
                                const NSErrorPtr& error) = 0;
 };
@@ -47,15 +47,16 @@ class ZAFFO_EXPORT PlaybackSessionDelegate {
 ///
 ///     Any state --- stop, failure of the layer ---> stopped: no reader; a seek starts it again
 ///
-/// While the timebase stands still it reads two seconds ahead and then stops asking for more. When
+/// While the timebase is stopped it reads two seconds ahead and then asks for no more. When
 /// everything has been read it waits until the last sample is due, stops the timebase and posts
-/// AVPlayerItemDidPlayToEndTimeNotification, or the one of a failure to do so, on the main queue,
-/// with the item as object. It never loops: who wants a loop sets the rate and seeks to zero.
+/// AVPlayerItemDidPlayToEndTimeNotification, or AVPlayerItemFailedToPlayToEndTimeNotification, on
+/// the main queue, with the item as the object. It never loops: to loop, seek to zero and set the
+/// rate.
 ///
-/// What it does is told on standard output, line by line, each with the session's number.
+/// It reports what it does on standard output, in lines that begin with the session's number.
 ///
-/// Thread: made and started on one, main say; the other operations on any. Destroying it, on any,
-/// neither waits nor calls back.
+/// Thread: created and started on one thread, such as main; the other operations on any. Destroying
+/// it, on any thread, neither waits nor calls back.
 class ZAFFO_EXPORT PlaybackSession final : public std::enable_shared_from_this<PlaybackSession> {
  public:
   /// Null is success.
@@ -72,7 +73,7 @@ class ZAFFO_EXPORT PlaybackSession final : public std::enable_shared_from_this<P
   PlaybackSession(const PlaybackSession&) = delete;
   PlaybackSession& operator=(const PlaybackSession&) = delete;
 
-  /// Null when there is none, or it has gone.
+  /// Null when there is none, or it is gone.
   [[nodiscard]] std::shared_ptr<PlaybackSessionDelegate> delegate() const;
   void setDelegate(const std::shared_ptr<PlaybackSessionDelegate>& delegate);
 
@@ -81,7 +82,7 @@ class ZAFFO_EXPORT PlaybackSession final : public std::enable_shared_from_this<P
   [[nodiscard]] const std::shared_ptr<AVSampleBufferDisplayLayer>& displayLayer() const {
     return displayLayer_;
   }
-  /// 0 for the first session of the process, then counting up.
+  /// 0 for the process's first session, then counting up.
   [[nodiscard]] std::int64_t identifier() const { return identifier_; }
 
   /// Makes the layer and puts the first frame on it, at rate 0. `completion` (not empty) is called
@@ -89,18 +90,18 @@ class ZAFFO_EXPORT PlaybackSession final : public std::enable_shared_from_this<P
   /// the reader's error when there is one.
   void start(const Completion& completion);
 
-  /// Ends reading and withdraws the end notification, later, on the session's queue; the session
-  /// lives at least until then. The layer keeps its picture and the timebase runs on.
+  /// Stops reading and withdraws the end notification, later, on the session's queue; the session
+  /// lives at least until then. The layer keeps its picture and the timebase keeps running.
   void stop();
 
-  /// Shows the frame at `time` and goes on at the present rate, later. `completion` (may be empty)
-  /// is called only when that fails, on the session's queue: never on success. Before a start that
-  /// succeeded: a fatal error.
+  /// Later, shows the frame at `time` and goes on at the current rate. `completion` (may be empty)
+  /// is called only when that fails, on the session's queue; never on success. A fatal error before
+  /// start() has succeeded.
   void seek(CMTime time, Completion completion);
 
   /// 0 before start().
   [[nodiscard]] double rate() const;
-  /// Above 0 reading goes on. Before start(): a fatal error.
+  /// Above 0, reading resumes. A fatal error before start().
   void setRate(double rate);
 
   /// kCMTimeZero before start().

@@ -12,13 +12,13 @@
 
 namespace zaffo {
 
-/// How the fast path makes the platform's objects: the platform's own way unless a test puts others
-/// in their place. Thread: any; the functions may be called on several at once.
+/// How the fast path creates the platform's objects: as the platform does, unless a test
+/// substitutes others. Thread: any; the functions may be called on several threads at once.
 struct PlaybackSessionFactory {
   using ClockPtr = std::shared_ptr<CMClock>;
   using TimebasePtr = std::shared_ptr<CMTimebase>;
 
-  /// Sets its argument, and returns 0; or returns why there is none.
+  /// Sets its argument and returns 0, or returns an error code.
   std::function<int32_t(ClockPtr*)> audioClockCreate = [](ClockPtr* clock) {
     std::shared_ptr<CMAudioClock> made;
     const int32_t status = CMAudioClockCreate(&made);

@@ -27,7 +27,7 @@ PlaybackSessionReader::PlaybackSessionReader(const std::shared_ptr<AVAsset>& ass
   checkStatus();
   assetReader_->setTimeRange(CMTimeRangeMake(time, kCMTimePositiveInfinity));
   addVideoOutput(*asset, factory);
-  // Whether it could start shows in the status.
+  // The status shows whether it could start.
   (void)assetReader_->startReading();
   checkStatus();
 }

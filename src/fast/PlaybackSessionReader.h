@@ -9,25 +9,26 @@
 namespace zaffo {
 
 /// Reads the samples of an asset's first video track, compressed as they are stored, from a start
-/// time to the end of the asset: one run, never rewound. Sound is never read. The first sample it
-/// hands out tells the display layer to forget what it decoded before and to show it at once.
+/// time to the end of the asset: one pass, never rewound. Sound is never read. The first sample it
+/// returns tells the display layer to forget what it decoded before and to show that sample at
+/// once.
 ///
-/// Thread: that of its owner, one at a time.
+/// Thread: its owner's, one at a time.
 class PlaybackSessionReader {
  public:
   /// Starts reading at the sample that decoding `time` needs. Throws NSErrorException with the
-  /// platform's error when there is no reader, and ReadError when the reader has ended already. An
-  /// asset without a video track is no error here.
+  /// platform's error when there is no reader, and ReadError when the reader has already ended. An
+  /// asset without a video track is not an error here.
   PlaybackSessionReader(const std::shared_ptr<AVAsset>& asset, CMTime time,
                         const PlaybackSessionFactory& factory);
   PlaybackSessionReader(const PlaybackSessionReader&) = delete;
   PlaybackSessionReader& operator=(const PlaybackSessionReader&) = delete;
 
-  /// The next sample in decode order, the caller's own; never null. Throws ReadError when there is
-  /// none any more.
+  /// The next sample in decode order, which the caller owns; never null. Throws ReadError when
+  /// there are no more.
   [[nodiscard]] std::shared_ptr<CMSampleBuffer> nextVideoBuffer();
 
-  /// Ends reading: nextVideoBuffer() throws Canceled from now on.
+  /// Stops reading: nextVideoBuffer() throws Canceled from now on.
   void teardown();
 
  private:

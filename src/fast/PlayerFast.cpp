@@ -10,7 +10,7 @@ namespace zaffo {
 
 namespace {
 
-/// Layers belong to the main thread: elsewhere it takes its turn there.
+/// Layers belong to the main thread: from any other, the block is queued there.
 void onMainThread(DispatchBlock block) {
   if (NSThread::isMainThread()) {
     block();

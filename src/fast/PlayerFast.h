@@ -11,9 +11,9 @@ namespace zaffo {
 
 class PlayerFastOutputView;
 
-/// A player for local items that is cheap: it shows the picture of a PlaybackSession and nothing
-/// else. It plays no sound, has no time observers, and its seeks go to the very frame whatever the
-/// tolerances are. A freshly loaded one shows its first frame and stands still.
+/// A cheap player for local items: it shows the picture of a PlaybackSession and does nothing else.
+/// It plays no sound, has no time observers, and seeks to the exact frame whatever the tolerances.
+/// A freshly loaded one shows its first frame and is stopped.
 ///
 ///     +---------+ loadPlayerItem +---------+ session started +--------+
 ///     | no item | -------------> | loading | --------------> | loaded |
@@ -23,11 +23,11 @@ class PlayerFastOutputView;
 ///        +-------------------------------------------------------+
 ///          teardownPlayerItem, fullTeardown, failure of the session
 ///
-/// A teardown does not end a load under way: its command does, and the next load. After a failure
-/// of the session, which is told on standard output only, the item is gone and has to be loaded
-/// again.
+/// A teardown does not end a load in progress: its command does, and so does the next load. After a
+/// failure of the session, which is reported on standard output only, the item is gone and has to
+/// be loaded again.
 ///
-/// Thread: main. Destroying it, on any, never waits.
+/// Thread: main. Destroying it, on any thread, never waits.
 class ZAFFO_EXPORT PlayerFast final : public MutablePlayer,
                                       public PlaybackSessionDelegate,
                                       public std::enable_shared_from_this<PlayerFast> {
@@ -38,17 +38,17 @@ class ZAFFO_EXPORT PlayerFast final : public MutablePlayer,
   /// 0 without an item; setting it then does nothing.
   [[nodiscard]] float rate() const override;
   void setRate(float rate) override;
-  /// 1 at first. Kept, and without any effect.
+  /// Initially 1. Stored, without any effect.
   [[nodiscard]] float volume() const override { return volume_; }
   void setVolume(float volume) override { volume_ = volume; }
   /// kCMTimeZero without an item.
   [[nodiscard]] CMTime currentTime() const override;
   void setCurrentTime(CMTime time) override;
   [[nodiscard]] std::shared_ptr<AVPlayerItem> playerItem() const override;
-  /// A PlayerFastOutputView, the same one always.
+  /// A PlayerFastOutputView; always the same one.
   [[nodiscard]] std::shared_ptr<UIView> outputView() const override;
-  /// `completion` is told false, on a queue of the session's, when the seek fails. It is never told
-  /// of a success, and never called without an item.
+  /// `completion` receives false, on the session's queue, when the seek fails. It is not called on
+  /// success, nor when there is no item.
   void seekToTime(CMTime time, CMTime toleranceBefore, CMTime toleranceAfter,
                   SeekCompletion completion) override;
   /// `handler` is never called; the command does nothing.
@@ -58,15 +58,16 @@ class ZAFFO_EXPORT PlayerFast final : public MutablePlayer,
                                                    TimeHandler handler) override;
   using Player::addTimeObserver;
 
-  /// `completion` is told from the main queue, never inside the call: null once the first frame is
-  /// on its way to the screen, or why the session could not start (PlaybackSession::start).
+  /// `completion` is called on the main queue, never inside the call: with null once the first
+  /// frame is on its way to the screen, or with the reason why the session could not start
+  /// (PlaybackSession::start).
   ZFCancelCommandPtr loadPlayerItem(std::shared_ptr<AVPlayerItem> item,
                                     LoadCompletion completion) override;
   void teardownPlayerItem() override;
-  /// As teardownPlayerItem(); the view stays until the player is destroyed.
+  /// Like teardownPlayerItem(); the view stays until the player is destroyed.
   void fullTeardown() override;
 
-  /// Called by a session, on its queue. What is not the present session is ignored.
+  /// Called by a session, on its queue. Ignored unless it is the current one.
   void playbackSession(const std::shared_ptr<PlaybackSession>& session,
                        const NSErrorPtr& error) override;
 
@@ -80,8 +81,8 @@ class ZAFFO_EXPORT PlayerFast final : public MutablePlayer,
 
   float volume_ = 1.0f;
   const std::shared_ptr<PlayerFastOutputView> fastOutputView_;
-  // What the main thread holds, and which of it is still in use: a session that fails leaves that
-  // place at once, on its own queue.
+  // The session that the main thread holds, and the one still in use: a session that fails leaves
+  // the latter at once, on its own queue.
   std::shared_ptr<PlaybackSession> heldSession_;
   std::atomic<PlaybackSession*> currentSession_{nullptr};
   ZFCancelCommandPtr currentLoadCommand_;

@@ -10,8 +10,8 @@
 
 namespace zaffo {
 
-/// How a loader makes the platform's objects: the platform's own way unless a test puts others in
-/// their place. Thread: any; the functions may be called on several at once.
+/// How a loader creates the platform's objects: as the platform does, unless a test substitutes
+/// others. Thread: any; the functions may be called on several threads at once.
 struct AVFactory {
   using URL = std::shared_ptr<const NSURL>;
 

@@ -8,7 +8,7 @@
 
 namespace zaffo {
 
-/// The steps that both item loaders take. Thread: any.
+/// The steps that both item loaders share. Thread: any.
 
 /// Completes a load on the media queue.
 void deliverItem(AVPlayerItemLoader::ItemCompletion completion, std::shared_ptr<AVPlayerItem> item,
@@ -16,17 +16,18 @@ void deliverItem(AVPlayerItemLoader::ItemCompletion completion, std::shared_ptr<
 /// Completes a load that has failed, on the media queue.
 void deliverNoItem(AVPlayerItemLoader::ItemCompletion completion);
 
-/// Loads of an asset what building an item takes, then calls `handler` where the asset says.
+/// Loads what building an item needs from an asset, then calls `handler` on whatever thread the
+/// asset reports on.
 void loadAsset(AVAsset& asset, std::function<void()> handler);
-/// Whether an asset was loaded well enough to build an item of: no key is still loading, failed or
-/// cancelled, and there is a picture.
+/// Whether enough of an asset was loaded to build an item from it: no key is still loading, failed
+/// or cancelled, and there is a video track.
 [[nodiscard]] bool isUsable(const AVAsset& asset);
-/// Loads of the asset of an item what a player asks of it, then completes the load with the item,
-/// whatever came of it.
+/// Loads what a player will ask of the item's asset, then completes the load with the item,
+/// whatever the outcome.
 void deliverLoadedItem(std::shared_ptr<AVPlayerItem> item, double loopSeconds, double seconds,
                        AVPlayerItemLoader::ItemCompletion completion);
 
-/// Makes the first frame at background priority and completes on the media queue.
+/// Makes an image of the first frame at background priority and completes on the media queue.
 void loadFirstFrame(std::shared_ptr<AVAssetImageGenerator> generator,
                     AVPlayerItemLoader::ThumbnailCompletion completion);
 

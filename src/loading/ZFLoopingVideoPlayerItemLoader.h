@@ -11,15 +11,15 @@ namespace zaffo {
 /// Turns the URL of a video into an item that plays the clip 26 to 51 times over without a gap or a
 /// click (ZFZaffoLoopingComposition says how), and into a thumbnail. It caches nothing: each call
 /// starts from the URL. Nothing can be cancelled: every operation returns the command that does
-/// nothing, and a request runs to its end even when the caller lets go of the loader. Completions
-/// run on ZFMediaQueue, never inside the call, and may be empty.
-/// Thread: any; setURL() not while another thread uses the loader.
+/// nothing, and a request runs to its end even if the caller releases the loader. Completions run
+/// on ZFMediaQueue, never inside the call, and may be empty. Thread: any, but setURL() must not be
+/// called while another thread uses the loader.
 class ZAFFO_EXPORT ZFLoopingVideoPlayerItemLoader final : public AVPlayerItemLoader {
  public:
   [[nodiscard]] static std::shared_ptr<ZFLoopingVideoPlayerItemLoader> createWithURL(
       std::shared_ptr<const NSURL> url);
 
-  /// A loader without a URL yet.
+  /// A loader that has no URL yet.
   explicit ZFLoopingVideoPlayerItemLoader(AVFactory factory = {});
 
   /// The local file or remote address of the video.
@@ -30,9 +30,9 @@ class ZAFFO_EXPORT ZFLoopingVideoPlayerItemLoader final : public AVPlayerItemLoa
   /// the sound outlasts the picture a loop is shorter, see ZFZaffoLoopingComposition::videoLength)
   /// and that of all of them, in seconds; or with null and zeros when the video cannot be read, has
   /// no picture, or the platform refuses to make an item. It is never called when no loop can be
-  /// made of the video, of one of 0.1 s or less for example: the block is then let go of without a
-  /// call, which a caller that must know can tell by the end of what the block holds. Of `options`,
-  /// fadeIn lets the sound of the first loop rise from silence.
+  /// made of the video, for instance one of 0.1 s or less: the block is then released without a
+  /// call, which a caller that has to know can detect by the destruction of something the block
+  /// holds. Of `options`, fadeIn makes the sound of the first loop rise from silence.
   ZFCancelCommandPtr loadAVPlayerItemWithOptions(AVPlayerItemLoaderOptions options,
                                                  ItemCompletion completeBlock) override;
 

@@ -11,7 +11,7 @@ namespace {
 
 using ItemCompletion = AVPlayerItemLoader::ItemCompletion;
 
-/// Null when the platform refuses to make one.
+/// Null when the platform refuses to create one.
 std::shared_ptr<AVPlayerItem> makeItem(const AVFactory& factory,
                                        const std::shared_ptr<AVAsset>& asset) {
   try {

@@ -10,28 +10,28 @@ namespace zaffo {
 
 /// Turns the URL of a video into an item that plays the file once, as it is, and into a thumbnail.
 /// It caches nothing: each call starts from the URL. Nothing can be cancelled: every operation
-/// returns the command that does nothing, and a request runs to its end even when the caller lets
-/// go of the loader. Completions run on ZFMediaQueue, never inside the call, and may be empty.
-/// Thread: any; setURL() not while another thread uses the loader.
+/// returns the command that does nothing, and a request runs to its end even if the caller releases
+/// the loader. Completions run on ZFMediaQueue, never inside the call, and may be empty. Thread:
+/// any, but setURL() must not be called while another thread uses the loader.
 class ZAFFO_EXPORT ZFSingleLoopVideoPlayerItemLoader final : public AVPlayerItemLoader {
  public:
   [[nodiscard]] static std::shared_ptr<ZFSingleLoopVideoPlayerItemLoader> createWithURL(
       std::shared_ptr<const NSURL> url);
 
-  /// A loader without a URL yet.
+  /// A loader that has no URL yet.
   explicit ZFSingleLoopVideoPlayerItemLoader(AVFactory factory = {});
 
   /// The local file or remote address of the video.
   [[nodiscard]] const std::shared_ptr<const NSURL>& url() const { return url_; }
   void setURL(std::shared_ptr<const NSURL> url) { url_ = std::move(url); }
 
-  /// Calls `completeBlock` once with the item and its length in seconds, two times over (one loop
-  /// is the whole item), or with null and zeros when the video cannot be read, has no picture, or
-  /// no item can be made of it. `options` have no effect.
+  /// Calls `completeBlock` once with the item and, twice, its length in seconds (one loop is the
+  /// whole item), or with null and zeros when the video cannot be read, has no picture, or no item
+  /// can be made of it. `options` have no effect.
   ZFCancelCommandPtr loadAVPlayerItemWithOptions(AVPlayerItemLoaderOptions options,
                                                  ItemCompletion completeBlock) override;
 
-  /// Calls `completion` once with the frame at time zero, at most `targetSize` pixels, not turned
+  /// Calls `completion` once with the frame at time zero, at most `targetSize` pixels, not rotated
   /// by the track's transform; or with the platform's error; or with an error of domain
   /// "com.zaffoapp.media" and code 4567 when there is no picture. Runs at background priority,
   /// whatever `priority` says.

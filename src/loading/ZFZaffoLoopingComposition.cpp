@@ -17,10 +17,10 @@ constexpr unsigned kFewestSeams = 25;
 constexpr unsigned kMostSeams = 50;
 constexpr double kLongestFadeIn = 2.0;
 constexpr std::size_t kAudioTracks = 2;
-/// More than sums of times at unlike timescales can be off, and nothing that is heard.
+/// More than sums of times at different timescales can be off by, and too little to be heard.
 constexpr CMTime kRounding = CMTimeMake(1, 1'000'000);
 
-/// How many copies follow the first one. The bounds also take what is no number: an empty clip
+/// How many copies follow the first one. The bounds also handle what is not a number: an empty clip
 /// fits infinitely often, one of unknown length not at all.
 unsigned seamCount(CMTime duration) {
   const double quotient = kWantedSeconds / CMTimeGetSeconds(duration);
@@ -28,7 +28,7 @@ unsigned seamCount(CMTime duration) {
   return quotient > kFewestSeams ? static_cast<unsigned>(quotient) : kFewestSeams;
 }
 
-/// A range of a source's track that is laid down again and again.
+/// A range of a source track that is laid down again and again.
 struct Piece {
   std::shared_ptr<const AVAssetTrack> track;
   CMTimeRange range;
@@ -60,8 +60,8 @@ class LoopBuild {
   [[nodiscard]] bool hasSound() const { return sound_.track != nullptr; }
   [[nodiscard]] CMTime pictureLength() const { return pictureLength_; }
 
-  /// Lays all copies down. False when the composition refuses one; without the sound of the first
-  /// copy, and it alone, the others follow all the same.
+  /// Lays down all the copies. False when the composition refuses one, except for the sound of the
+  /// first copy, without which the others still follow.
   [[nodiscard]] bool layCopies() {
     if (!picture_.insert(*videoTrack_, kCMTimeZero)) return false;
     const bool hasFirstSound = !hasSound() || sound_.insert(*audioTracks_[0], kCMTimeZero);
@@ -92,12 +92,13 @@ class LoopBuild {
   }
 
  private:
-  /// Which sound track carries the copy that ends at a seam, and which the one that starts there.
+  /// Which sound track carries the copy that ends at a seam, and which one the copy that starts
+  /// there.
   static std::size_t endingAt(std::size_t seam) { return seam % kAudioTracks; }
   static std::size_t startingAt(std::size_t seam) { return (seam + 1) % kAudioTracks; }
 
-  /// Sound that lasts for more than two rounds is faded out when the next copy comes on its track,
-  /// and would move that on.
+  /// Sound longer than two rounds is faded out when the next copy comes on its track, which it
+  /// would otherwise push back.
   [[nodiscard]] bool laySound(AVMutableCompositionTrack& track, CMTime seam) const {
     cutOff(track, seam);
     return sound_.insert(track, seam);

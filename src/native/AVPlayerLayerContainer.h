@@ -8,9 +8,9 @@
 namespace zaffo {
 
 /// The bare layer of a pooled player, lent to someone who puts it into a layer tree of their own.
-/// As long as the container lives, its handle keeps the player in use; destroying the container
-/// lets go of the handle and leaves the layer where it is. Set the rate of player() to 0 before,
-/// unless someone else goes on watching. Thread: main.
+/// While the container lives, its handle keeps the player in use; destroying the container drops
+/// the handle and leaves the layer where it is. Set the rate of player() to 0 first, unless someone
+/// else is still watching. Thread: main.
 class ZAFFO_EXPORT AVPlayerLayerContainer {
  public:
   AVPlayerLayerContainer() = delete;

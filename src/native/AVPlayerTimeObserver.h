@@ -12,12 +12,12 @@ namespace zaffo {
 class AVPlayerTimeObserver final : public ZFCancelCommand {
  public:
   AVPlayerTimeObserver() = delete;
-  /// Owns `playerObserver`, the token that `player` gave; holds `player` weakly. Either may be
+  /// Owns `playerObserver`, the token returned by `player`; holds `player` weakly. Either may be
   /// null: cancelling then does nothing.
   AVPlayerTimeObserver(std::shared_ptr<void> playerObserver,
                        const std::shared_ptr<AVPlayer>& player);
 
-  /// Removes the observation from the player, once. Does nothing when the player has gone.
+  /// Removes the observation from the player, once. Does nothing once the player is gone.
   void cancel() override;
 
  private:

@@ -125,7 +125,7 @@ ZFCancelCommandPtr PlayerNative::loadPlayerItem(std::shared_ptr<AVPlayerItem> it
   });
 }
 
-/// Why the platform does not take the item; null when it does.
+/// Why the platform rejects the item; null when it accepts it.
 NSErrorPtr PlayerNative::putIntoPlayer(const std::shared_ptr<AVPlayerItem>& item) {
   try {
     player_->replaceCurrentItemWithPlayerItem(item);
@@ -170,7 +170,7 @@ void PlayerNative::waitForPlayerReadiness(LoadCompletion completion) {
     if (status == AVPlayerStatus::Unknown) return;
     if (status == AVPlayerStatus::Failed) {
       if (self) self->cancelCurrentLoad();
-      // Reported whether or not the PlayerNative has gone meanwhile.
+      // Reported whether or not the PlayerNative still exists.
       report(completion, errorOr(player->error(), "Player loading failed"));
     } else if (self) {
       self->stopObserving();

@@ -12,12 +12,12 @@ namespace zaffo {
 class PlayerNativeOutputView;
 class PollingObserverType;
 
-/// A player that drives the platform's AVPlayer; it plays every item, streams included. One
-/// AVPlayer is made with it and kept until fullTeardown(); loads swap items in it.
+/// A player that drives the platform's AVPlayer; it plays every item, streams included. It has one
+/// AVPlayer, from its creation until fullTeardown(); each load swaps the item in it.
 ///
-/// A load waits until the item and then the AVPlayer are ready, looking at once and every
-/// pollingInterval seconds from then on, without a time limit. A player that stands still then
-/// prerolls, and the load has ended when the preroll has.
+/// A load waits until first the item and then the AVPlayer are ready, checking at once and every
+/// pollingInterval seconds after that, without a time limit. A player at rate 0 then prerolls, and
+/// the load ends when the preroll does.
 ///
 ///     +------+ loadPlayerItem +------------------+ item   +--------------------+
 ///     | idle | -------------> | waiting for item | -----> | waiting for player |
@@ -33,18 +33,18 @@ class PollingObserverType;
 ///     Any state --- loadPlayerItem ---> waiting for item, nothing reported for the earlier load
 ///     Any state --- fullTeardown ---> disposed
 ///
-/// A disposed player answers with neutral values, ignores what it is told, and fails loads with
-/// "The player has been disposed and cannot be used anymore.".
+/// A disposed player returns neutral values, ignores every command, and fails loads with "The
+/// player has been disposed and cannot be used anymore.".
 ///
-/// Thread: main; reads may be made on any. Destroying it never waits.
+/// Thread: main; reading is allowed on any. Destroying it never waits.
 class ZAFFO_EXPORT PlayerNative final : public MutablePlayer,
                                         public std::enable_shared_from_this<PlayerNative> {
  public:
-  /// Seconds between two looks at a status.
+  /// Seconds between two checks of a status.
   static constexpr double pollingInterval = 0.1;
 
   [[nodiscard]] static std::shared_ptr<PlayerNative> create();
-  /// Drives `player` instead of an AVPlayer of its own. A null one is a fatal error.
+  /// Drives `player` instead of an AVPlayer of its own. Null is a fatal error.
   [[nodiscard]] static std::shared_ptr<PlayerNative> create(std::shared_ptr<AVPlayer> player);
   ~PlayerNative() override;
 
@@ -57,9 +57,9 @@ class ZAFFO_EXPORT PlayerNative final : public MutablePlayer,
   /// Seeks with the platform's own tolerances.
   void setCurrentTime(CMTime time) override;
   [[nodiscard]] std::shared_ptr<AVPlayerItem> playerItem() const override;
-  /// A PlayerNativeOutputView, the same one always.
+  /// A PlayerNativeOutputView; always the same one.
   [[nodiscard]] std::shared_ptr<UIView> outputView() const override;
-  /// `completion` is the platform's: called once, and never when disposed.
+  /// `completion` is passed to the platform: called once, and never when disposed.
   void seekToTime(CMTime time, CMTime toleranceBefore, CMTime toleranceAfter,
                   SeekCompletion completion) override;
   /// Time observers last until their command is cancelled, across loads and teardowns.
@@ -69,11 +69,11 @@ class ZAFFO_EXPORT PlayerNative final : public MutablePlayer,
                                                    TimeHandler handler) override;
   using Player::addTimeObserver;
 
-  /// `completion` is told null inside this call when the item is ready and already playing, or from
-  /// the main queue later; the item's or the AVPlayer's own error when that fails, or "Failed to
-  /// load item" and "Player loading failed" when it has none. A failed or cancelled load leaves the
-  /// item in the AVPlayer. An item that another AVPlayer has is refused inside this call, with the
-  /// platform's error; the AVPlayer keeps what it had, or is empty.
+  /// `completion` receives null inside this call when the item is ready and already playing, or
+  /// later on the main queue; on failure, the item's or the AVPlayer's own error, or "Failed to
+  /// load item" and "Player loading failed" when there is none. A failed or cancelled load leaves
+  /// the item in the AVPlayer. An item that another AVPlayer holds is refused inside this call with
+  /// the platform's error; the AVPlayer keeps what it had, or is empty.
   ZFCancelCommandPtr loadPlayerItem(std::shared_ptr<AVPlayerItem> item,
                                     LoadCompletion completion) override;
   void teardownPlayerItem() override;
@@ -94,7 +94,7 @@ class ZAFFO_EXPORT PlayerNative final : public MutablePlayer,
   std::shared_ptr<AVPlayer> player_;  // Null once disposed.
   std::shared_ptr<PollingObserverType> pollingObserver_;
   bool prerolling_ = false;
-  // Tells the completion of the present preroll from a late one of a cancelled preroll.
+  // Distinguishes the completion of the current preroll from a late one of a cancelled preroll.
   std::uint64_t prerollNumber_ = 0;
   const std::shared_ptr<PlayerNativeOutputView> nativeOutputView_;
 };

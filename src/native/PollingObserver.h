@@ -19,7 +19,7 @@ class PollingObserverType {
 };
 
 /// Watches a value by reading it at regular intervals and reports each change. The first value read
-/// always counts as one. Thread: main.
+/// always counts as a change. Thread: main.
 ///
 ///     +------+  startObserving   +-----------+
 ///     | idle | ----------------> | observing |
@@ -32,8 +32,8 @@ class PollingObserver final : public PollingObserverType,
   using Observe = std::function<T()>;
   using OnChanged = std::function<void(T)>;
 
-  /// Reads with `observe` every `interval` seconds once started, and tells `onChanged` each new
-  /// value. The observer owns both functions.
+  /// Once started, reads with `observe` every `interval` seconds and passes each new value to
+  /// `onChanged`. The observer owns both functions.
   [[nodiscard]] static std::shared_ptr<PollingObserver> create(double interval, Observe observe,
                                                                OnChanged onChanged) {
     return std::shared_ptr<PollingObserver>(
@@ -43,8 +43,8 @@ class PollingObserver final : public PollingObserverType,
   PollingObserver& operator=(const PollingObserver&) = delete;
   ~PollingObserver() override { endTimer(); }
 
-  /// Starts the timer, on the main queue, unless it runs; in every case reads once before it
-  /// returns. `onChanged` may stop or let go of the observer.
+  /// Starts the timer on the main queue unless it is running; in either case reads once before
+  /// returning. `onChanged` may stop or release the observer.
   void startObserving() override {
     const auto self = this->shared_from_this();
     if (!timer_) {
@@ -56,8 +56,7 @@ class PollingObserver final : public PollingObserverType,
     doObserve();
   }
 
-  /// Ends the timer: no read follows. The last value is kept, so that a restart reports only a
-  /// change.
+  /// Stops the timer: no read follows. The last value is kept, so a restart reports only a change.
   void stopObserving() override { endTimer(); }
 
  private:
@@ -66,7 +65,7 @@ class PollingObserver final : public PollingObserverType,
 
   void doObserve() {
     const T value = observe_();
-    // Kept before it is told: a handler that comes back here sees no change.
+    // Stored before it is reported: a handler that calls back in here sees no change.
     const auto oldValue = std::exchange(lastValue_, value);
     if (oldValue != value) onChanged_(value);
   }

@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what a shared library offers to others; everything else stays hidden.
+/// Marks what a shared library exports; everything else stays hidden.
 #define ZAFFO_EXPORT [[gnu::visibility("default")]]

@@ -20,7 +20,7 @@
 namespace zaffo {
 
 /// A std::mutex that clang can reason about. Name each one after what it guards, never hold one
-/// over a callback, and end helpers that need it held in `WhileLocked`.
+/// during a callback, and let the names of helpers that need it held end in `WhileLocked`.
 class ZAFFO_CAPABILITY("mutex") Mutex {
  public:
   Mutex() = default;

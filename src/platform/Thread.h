@@ -9,9 +9,9 @@
 
 namespace zaffo {
 
-/// Keeps the process's signals away from the calling thread, and from threads that are started
-/// meanwhile (they inherit it), until it goes. Those that a thread brings upon itself, an invalid
-/// access above all, still reach the application's handlers, and so do a profiler's.
+/// While it lives, blocks the process's signals in the calling thread and in threads started
+/// meanwhile, which inherit that. Signals that a thread causes itself, above all an invalid access,
+/// still reach the application's handlers, and so do a profiler's.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
@@ -30,16 +30,17 @@ class SignalsBlocked {
   sigset_t former_{};
 };
 
-/// Names the calling thread for debuggers and `top -H`; 15 characters are kept. Does nothing where
-/// the system has no such names.
+/// Names the calling thread for debuggers and `top -H`, with at most 15 characters. Does nothing
+/// where the system has no thread names.
 inline void setThreadName([[maybe_unused]] const std::string& name) {
 #if defined(__linux__)
   pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
 #endif
 }
 
-/// Starts a thread of the library's own: under a name, and without the process's signals, which are
-/// the application's to receive. Throws std::system_error when the system has no more threads.
+/// Starts one of the library's own threads, with a name, and without the process's signals, which
+/// are for the application to receive. Throws std::system_error when the system has no more
+/// threads.
 template <class Body>
 [[nodiscard]] std::thread startThread(std::string name, Body body) {
   const SignalsBlocked blocked;

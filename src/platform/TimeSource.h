@@ -21,17 +21,17 @@ class ZAFFO_EXPORT TimeSource {
   /// inside this call, and never while a lock of the replacement is held.
   virtual void setAlarm(int64_t deadline, std::function<void()> ring) = 0;
 
-  /// The present time of whatever source is in force, in nanoseconds.
+  /// The current time of the source in force, in nanoseconds.
   [[nodiscard]] static int64_t now();
 
   /// The replacement in force; null while the machine's monotonic clock is used.
   [[nodiscard]] static TimeSource* replacement();
 
   /// Puts `source` in force, or the machine's clock again with null. The caller keeps `source`
-  /// alive while it is in force. Timers that were made on the source before never fire again.
+  /// alive while it is in force. Timers made on the previous source never fire again.
   static void replace(TimeSource* source);
 
-  /// Counts the calls of replace(), to tell what belongs to an earlier source.
+  /// Counts the calls of replace(), to identify what belongs to an earlier source.
   [[nodiscard]] static uint64_t generation();
 };
 

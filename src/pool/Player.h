@@ -31,8 +31,8 @@ class PlayerDecorator;
 ///           +----------------------------------------------------------------+
 ///             the last use is given back and the video forbids keeping its item
 ///
-/// A player that is taken for another video goes from any state to NotLoaded. A video that the pool
-/// does not know is NotLoaded.
+/// A player reused for another video goes from any state to NotLoaded. A video the pool does not
+/// know is NotLoaded.
 enum class PlayerState {
   NotLoaded,  ///< no player holds an item for the video
   Loading,    ///< an item is being loaded into a player
@@ -45,7 +45,7 @@ enum class PlayerSupportedItemType : int {
   Local = 1,      ///< items whose asset answers true to isReadable()
 };
 
-/// The item type of a raw value; none for a value that is not one of them. Thread: any.
+/// The item type with a given raw value; empty when no type has it. Thread: any.
 [[nodiscard]] constexpr std::optional<PlayerSupportedItemType> PlayerSupportedItemTypeFromRawValue(
     std::int64_t rawValue) {
   if (rawValue == 0) return PlayerSupportedItemType::Streaming;
@@ -53,13 +53,13 @@ enum class PlayerSupportedItemType : int {
   return std::nullopt;
 }
 
-/// Domain and code of every error that the pool and the native player make themselves. An item's or
-/// a player's own error is passed on as it is, with the platform's domain and code.
+/// Domain and code of every error that the pool and the native player create themselves. An item's
+/// or a player's own error is passed on unchanged, with the platform's domain and code.
 inline constexpr const char* PlayerErrorDomain = "com.zaffoapp.co";
 inline constexpr long PlayerErrorCode = 500;
 
-/// An error of PlayerErrorDomain and PlayerErrorCode with `message` as its description.
-/// Thread: any.
+/// An error with PlayerErrorDomain and PlayerErrorCode, and `message` as its description. Thread:
+/// any.
 [[nodiscard]] inline NSErrorPtr makePlayerError(std::string message) {
   return NSError::create(PlayerErrorDomain, PlayerErrorCode,
                          {{NSLocalizedDescriptionKey, std::move(message)}});
@@ -69,10 +69,10 @@ inline constexpr long PlayerErrorCode = 500;
 class PlayerLoadResult {
  public:
   struct Success {
-    /// Stands for one use of a pooled player, which the receiver now owns. Dropping the last
-    /// reference, or releaseToManager(), gives it back; set the rate to 0 before.
+    /// Stands for one use of a pooled player, which now belongs to the receiver. Dropping the last
+    /// reference, or releaseToManager(), gives it back; set the rate to 0 first.
     std::shared_ptr<PlayerDecorator> player;
-    /// As the video states it; kCMTimeZero when the player holds no video.
+    /// As reported by the video; kCMTimeZero when the player holds none.
     CMTime itemDuration;
   };
   struct Failure {
@@ -83,7 +83,8 @@ class PlayerLoadResult {
   PlayerLoadResult(Success success) : result_(std::move(success)) {}
   PlayerLoadResult(Failure failure) : result_(std::move(failure)) {}
 
-  /// The payload of a success or failure; null for the other. Valid as long as the result.
+  /// The payload of a success or of a failure; null in the other case. Valid for as long as the
+  /// result lives.
   [[nodiscard]] const Success* success() const { return std::get_if<Success>(&result_); }
   [[nodiscard]] const Failure* failure() const { return std::get_if<Failure>(&result_); }
 
@@ -98,9 +99,9 @@ class PlayerLoadResult {
   std::variant<Success, Failure> result_;
 };
 
-/// What one can do with a player of any kind: play, seek, watch the time and show the picture.
-/// Applications hold a PlayerDecorator, which forwards to a pooled player. Always held by
-/// shared_ptr. Thread: main, unless the implementation says otherwise.
+/// What every kind of player can do: play, seek, report the time and show the picture. Applications
+/// hold a PlayerDecorator, which forwards to a pooled player. Always held by shared_ptr. Thread:
+/// main, unless the implementation says otherwise.
 class ZAFFO_EXPORT Player {
  public:
   using SeekCompletion = std::function<void(bool finished)>;
@@ -119,7 +120,7 @@ class ZAFFO_EXPORT Player {
   [[nodiscard]] virtual float volume() const = 0;
   virtual void setVolume(float volume) = 0;
 
-  /// The playback position; setting it seeks without a report.
+  /// The playback position; setting it seeks without reporting back.
   [[nodiscard]] virtual CMTime currentTime() const = 0;
   virtual void setCurrentTime(CMTime time) = 0;
 
@@ -129,35 +130,35 @@ class ZAFFO_EXPORT Player {
   /// The view that shows the picture; put it anywhere in the view tree. Never null.
   [[nodiscard]] virtual std::shared_ptr<UIView> outputView() const = 0;
 
-  /// Moves to a time within [time - toleranceBefore, time + toleranceAfter]; with kCMTimeZero
-  /// for both to the very frame. `completion` (may be empty) is told true when the seek finished
-  /// and false when it was interrupted or failed. It is not promised to be called: never when there
-  /// is no player or item behind this one.
+  /// Moves to a time within [time - toleranceBefore, time + toleranceAfter]; with kCMTimeZero for
+  /// both, to exactly that frame. `completion` (may be empty) receives true when the seek finished
+  /// and false when it was interrupted or failed. It is not guaranteed to be called: it never is
+  /// when there is no player or item behind this one.
   virtual void seekToTime(CMTime time, CMTime toleranceBefore, CMTime toleranceAfter,
                           SeekCompletion completion) = 0;
 
-  /// Calls `handler` (not empty) on the main queue when playback passes one of `boundaries`, with
-  /// the present time, until the returned command is cancelled. Never null. Dropping the command
-  /// does not cancel.
+  /// Calls `handler` (not empty) on the main queue with the current time whenever playback passes
+  /// one of `boundaries`, until the returned command (never null) is cancelled. Dropping the
+  /// command does not cancel it.
   [[nodiscard]] virtual ZFCancelCommandPtr addTimeObserver(std::vector<CMTime> boundaries,
                                                            TimeHandler handler) = 0;
 
   /// Calls `handler` (not empty) on the main queue every `periodicInterval` of media time during
-  /// playback and when the rate or the time jumps, until the returned command is cancelled. Never
-  /// null. Dropping the command does not cancel.
+  /// playback and when the rate or the time jumps, until the returned command (never null) is
+  /// cancelled. Dropping the command does not cancel it.
   [[nodiscard]] virtual ZFCancelCommandPtr addTimeObserver(CMTime periodicInterval,
                                                            TimeHandler handler) = 0;
 
-  /// Boundaries written as a list, `addTimeObserver({CMTimeMake(1, 1)}, …)`: a single one would be
-  /// taken for an interval otherwise. A class that overrides the two above lets this one through
-  /// with `using Player::addTimeObserver`.
+  /// Boundaries written as a list, `addTimeObserver({CMTimeMake(1, 1)}, …)`: without this overload
+  /// a single one would be taken for an interval. A class that overrides the two above lets this
+  /// one through with `using Player::addTimeObserver`.
   [[nodiscard]] ZFCancelCommandPtr addTimeObserver(std::initializer_list<CMTime> boundaries,
                                                    TimeHandler handler) {
     return addTimeObserver(std::vector<CMTime>(boundaries), std::move(handler));
   }
 };
 
-/// A player as its pool sees it. Only the pool calls these. Thread: main.
+/// A player as seen by its pool, which alone calls these. Thread: main.
 ///
 ///              loadPlayerItem            completion without error
 ///     +---------+ ---------> +---------+ -----------------------> +--------+
@@ -174,15 +175,15 @@ class ZAFFO_EXPORT MutablePlayer : public Player {
   using LoadCompletion = std::function<void(NSErrorPtr error)>;
 
   /// Loads `item` in place of whatever is loaded or being loaded. `completion` (may be empty) is
-  /// called at most once, possibly before this returns; not at all when the returned command (never
-  /// null) is cancelled first or another item is loaded.
+  /// called at most once, possibly before this returns; and not at all when the returned command
+  /// (never null) is cancelled first or another item is loaded.
   virtual ZFCancelCommandPtr loadPlayerItem(std::shared_ptr<AVPlayerItem> item,
                                             LoadCompletion completion) = 0;
 
   /// Drops the item; the player can load another one.
   virtual void teardownPlayerItem() = 0;
 
-  /// Drops the item and all that the player holds. The player is not to be used again.
+  /// Drops the item and everything else the player holds. The player must not be used again.
   virtual void fullTeardown() = 0;
 };
 

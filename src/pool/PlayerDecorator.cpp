@@ -29,12 +29,12 @@ void PlayerDecorator::giveBack(GiveBack operation) {
   if (!manager) return;
   auto player = innerPlayer_.lock();
   if (!player) return;
-  // Before the pool is told: what it calls may release or drop this very handle.
+  // Before telling the pool: what it calls may release or drop this very handle.
   manager_.reset();
   if (NSThread::isMainThread()) {
     std::invoke(operation, *manager, player);
   } else {
-    // Both go into the block, so that the last reference to neither is dropped on this thread.
+    // Both move into the block, so that neither loses its last reference on this thread.
     dispatch_async(dispatch_get_main_queue(),
                    [operation, manager = std::move(manager), player = std::move(player)] {
                      std::invoke(operation, *manager, player);

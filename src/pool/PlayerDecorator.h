@@ -11,8 +11,8 @@ class PlayerManager;
 
 /// The handle to a pooled player: it forwards every operation to the player, which only the pool
 /// keeps alive, and stands for one use of it. releaseToManager(), or dropping the last reference to
-/// the handle, gives the use back. Set the rate to 0 before: a player that nobody uses is rewound,
-/// but not stopped, and who asks for its video next gets it as it is.
+/// the handle, gives the use back. Set the rate to 0 first: a player that nobody uses is rewound
+/// but not stopped, and whoever asks for its video next gets it still playing.
 ///
 ///     +-------+  releaseToManager   +----------+
 ///     | bound | ------------------> | released |
@@ -22,16 +22,16 @@ class PlayerManager;
 ///                      | orphaned |
 ///                      +----------+
 ///
-/// A released handle still forwards for as long as the pool keeps the player. An orphaned one does
-/// nothing, which is an ordinary state, not a fault: rate and volume are 0, the time is
-/// kCMTimeZero, there is no item, the view is an empty one (the same always), a seek's completion
-/// is never called, and the commands of time observers do nothing.
+/// A released handle keeps forwarding for as long as the pool keeps the player. An orphaned one
+/// does nothing, which is a normal state, not an error: rate and volume are 0, the time is
+/// kCMTimeZero, there is no item, the view is empty (always the same one), a seek's completion is
+/// never called, and the commands of time observers do nothing.
 ///
-/// Thread: main, as the players themselves; a handle may be released or dropped on any thread, and
-/// its use is then given back on the main one.
+/// Thread: main, like the players themselves; a handle may be released or dropped on any thread,
+/// and its use is then given back on the main thread.
 class ZAFFO_EXPORT PlayerDecorator final : public Player {
  public:
-  /// Made by the pool for a use that it has counted. Calls nobody; holds both weakly.
+  /// Created by the pool for a use it has already counted. Calls neither, and holds both weakly.
   PlayerDecorator(const std::shared_ptr<PlayerManager>& manager,
                   const std::shared_ptr<Player>& innerPlayer);
 
@@ -42,12 +42,12 @@ class ZAFFO_EXPORT PlayerDecorator final : public Player {
   [[nodiscard]] std::shared_ptr<Player> innerPlayer() const { return innerPlayer_.lock(); }
   void setInnerPlayer(const std::shared_ptr<Player>& player) { innerPlayer_ = player; }
 
-  /// Gives the use back: inside the call on the main thread, and in a block of the main queue on
-  /// any other. Once only; does nothing for an orphaned handle.
+  /// Gives the use back, once: inside the call on the main thread, and in a block on the main queue
+  /// from any other thread. Does nothing for an orphaned handle.
   void releaseToManager();
 
-  /// The same, and the item does not stay in the player once nobody uses it, whatever its video
-  /// says; for one that turned out to be broken. The next request for the video loads again.
+  /// Does the same for an item that turned out to be broken: it does not stay in the player once
+  /// nobody uses it, whatever its video says. The next request for the video loads it again.
   void discardToManager();
 
   [[nodiscard]] float rate() const override;

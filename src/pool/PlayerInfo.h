@@ -11,13 +11,13 @@
 
 namespace zaffo {
 
-/// The pool's record of one player: the video it holds, how far it is loaded, who waits for it and
-/// how many handles use it. Owns the player. Thread: main, and the one on which a player delivers
-/// its load completion; the record neither locks nor changes threads.
+/// The pool's record of one player: the video it holds, how far it has loaded, who is waiting for
+/// it and how many handles use it. Owns the player. Thread: main, and the one on which a player
+/// delivers its load completion; the record neither locks nor switches threads.
 class PlayerInfo {
  public:
-  /// Someone who waits for a load. Told apart by address: the same function in two handlers makes
-  /// two different waiters.
+  /// Someone waiting for a load. Identified by address: the same function in two handlers makes two
+  /// waiters.
   struct LoadCompletionHandler {
     std::function<void(NSErrorPtr error)> completionHandler;
   };
@@ -32,7 +32,7 @@ class PlayerInfo {
   [[nodiscard]] std::int64_t id() const { return id_; }
   [[nodiscard]] PlayerState state() const { return state_; }
   void setState(PlayerState state) { state_ = state; }
-  /// What ends the load under way; null when there is none.
+  /// Cancels the load in progress; null when there is none.
   [[nodiscard]] const ZFCancelCommandPtr& loadCommand() const { return loadCommand_; }
   void setLoadCommand(ZFCancelCommandPtr command) { loadCommand_ = std::move(command); }
   [[nodiscard]] PlayerSupportedItemType supportedItemType() const { return supportedItemType_; }
@@ -47,30 +47,32 @@ class PlayerInfo {
   }
   [[nodiscard]] const std::shared_ptr<MutablePlayer>& player() const { return player_; }
 
-  /// Whether the record stands for `video`, built with whatever options.
+  /// Whether the record stands for `video`, whatever options it was built with.
   [[nodiscard]] bool holds(const ZFVideo& video) const;
   /// Whether the record stands for `video` built with `options`.
   [[nodiscard]] bool holds(const ZFVideo& video, AVPlayerItemLoaderOptions options) const;
 
-  /// Whether the item may stay in the player when nobody uses it, should its video allow that; true
-  /// at first and again for another item.
+  /// Whether the item may stay in the player when nobody uses it, if its video allows that.
+  /// Initially true, and true again for each new item.
   void setKeepsItem(bool keepsItem) { keepsItem_ = keepsItem; }
 
-  /// Points the record at another video: ends the load under way and fails everyone who waits for
-  /// it. Leaves the player's item and the uses as they are.
+  /// Points the record at another video: cancels the load in progress and fails everyone waiting
+  /// for it. Leaves the player's item and the uses as they are.
   void reuse(std::shared_ptr<ZFVideo> video, AVPlayerItemLoaderOptions options);
 
   void add(LoadCompletionHandlerPtr handler);
   /// Removes the first entry that is `handler` itself; false when there is none.
   bool remove(const LoadCompletionHandlerPtr& handler);
-  /// Tells everyone who waits, in order, and forgets them first; null is success. It cannot take
-  /// back whom it has forgotten: a handler that must not be told any more ignores the call.
+  /// Notifies everyone waiting, in order, having cleared the list first; null is success. remove()
+  /// has no effect on a handler that is no longer on the list: one that must not be notified any
+  /// more has to ignore the call.
   void notifyCompletionHandlers(const NSErrorPtr& error);
 
   /// Adds one use.
   void acquireOwnership();
-  /// Drops one use. With the last one the player is parked: a load that nobody waits for is ended,
-  /// and an item that is not to be kept is torn down. One use too many is a printed line.
+  /// Drops one use. After the last one the player is parked: a load that nobody waits for is
+  /// cancelled, and an item that is not to be kept is torn down. Dropping one use too many prints a
+  /// line.
   void releaseOwnership();
 
   /// "Player 3 - videoId: 1234, state: Loaded, activeUses: 1".

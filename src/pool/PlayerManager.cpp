@@ -105,7 +105,7 @@ std::int64_t PlayerManager::activeMaxPlayers() const {
 
 std::shared_ptr<PlayerInfo> PlayerManager::findRecord(
     const std::function<bool(const PlayerInfo& record)>& matches) const {
-  // Looks through a copy: a video that is asked for its id may come back to the pool.
+  // Searches a copy: a video asked for its id may call back into the pool.
   const auto records = players_;
   const auto found = std::find_if(records.begin(), records.end(),
                                   [&](const auto& record) { return matches(*record); });
@@ -231,7 +231,7 @@ void PlayerManager::startLoad(const PlayerInfoPtr& record, std::shared_ptr<AVPla
         strongRecord->setState(error ? PlayerState::NotLoaded : PlayerState::Loaded);
         strongRecord->notifyCompletionHandlers(error);
       });
-  // Stored last, also when the load has ended inside the call: the command of a finished load stays
+  // Stored last, even when the load has ended inside the call: the command of a finished load stays
   // until the record is reused, and cancelling it then is harmless.
   record->setLoadCommand(std::move(command));
 }
@@ -268,7 +268,7 @@ void PlayerManager::cleanUpIfNeeded() {
 }
 
 void PlayerManager::cleanUpWithMaxPlayers(std::int64_t maxPlayers) {
-  // Null in the destructor, where nobody can come back any more.
+  // Null in the destructor, where nobody can call back any more.
   const auto alive = weak_from_this().lock();
   while (!players_.empty() && playerCount() > maxPlayers) teardownNextPlayer();
 }
@@ -281,7 +281,7 @@ void PlayerManager::teardownNextPlayer() {
 
 std::string PlayerManager::debugDescription() const {
   const auto alive = weak_from_this().lock();
-  const auto records = players_;  // A video that is asked for its id may come back to the pool.
+  const auto records = players_;  // A video asked for its id may call back into the pool.
   std::string text;
   for (const auto& record : records) {
     if (!text.empty()) text += '\n';

@@ -17,41 +17,41 @@ namespace zaffo {
 class AVPlayerLayerContainer;
 class PlayerInfo;
 
-/// The pool: keeps a bounded number of players and lends them to those who show videos. The
-/// application makes one and keeps it for as long as it shows videos.
+/// The pool: keeps a bounded number of players and lends them to whoever shows videos. The
+/// application creates one and keeps it for as long as it shows videos.
 ///
 /// Everyone who asks for the same video with the same options shares a player. A player that nobody
-/// uses keeps its item, rewound to its start, when the video allows it; the next request for that
-/// video is then answered inside the call. Rewound is all that it is: whoever gives a player back
-/// sets its rate to 0 before, or it goes on playing unseen. When the pool is full, a request for
-/// another video takes the least recently used idle player of its kind, and when there is none, the
-/// least recently used player at all, in use or not: whoever still waits for that one's load fails
+/// uses keeps its item, rewound to the start, if the video allows it; the next request for that
+/// video is then answered inside the call. The pool only rewinds it: set the rate to 0 before
+/// giving a player back, or it goes on playing unseen. When the pool is full, a request for another
+/// video takes the least recently used idle player of its kind or, if there is none, the least
+/// recently used player of all, in use or not: requests still waiting for that one to load fail
 /// with an error, and the handles of its users then show the new video.
 ///
-/// That last resort has a price. The use of a request that loses its player while it waits is never
+/// That last resort has a price. The use of a request that loses its player while waiting is never
 /// given back: the player counts as in use for as long as the pool keeps it, so it is never idle,
-/// never rewound, and no longer the first to go. A pool whose bound is at no time smaller than the
-/// number of handles and waiting requests never comes to it, as long as all items are of one
-/// kind, local or not; with items of both, makeRoom() before each request sees to it.
+/// never rewound, and no longer the first to go. A pool whose bound is never smaller than the
+/// number of handles and waiting requests never gets there as long as all items are of one kind,
+/// local or not; with items of both kinds, calling makeRoom() before each request prevents it.
 /// removeAllPlayers() clears such uses, and so does every trim that drops the player.
 ///
-/// What the pool calls (completions, videos, players, the factory) may use the pool and may drop
-/// the last reference to it: it lives until its operation is over.
+/// Whatever the pool calls (completions, videos, players, the factory) may use the pool and may
+/// drop the last reference to it: it stays alive until the operation is over.
 ///
-/// Thread: main. The pool neither locks nor changes threads: completions run on the thread on which
-/// the player reports its load, which is the main one for the players of this library.
+/// Thread: main. The pool neither locks nor switches threads: completions run on the thread on
+/// which the player reports its load, which for this library's players is the main thread.
 class ZAFFO_EXPORT PlayerManager : public std::enable_shared_from_this<PlayerManager> {
  public:
   enum class PlayerKind {
     Native,  ///< drives an AVPlayer; plays every item
     Fast,    ///< shows samples without an AVPlayer; for local items while useFastPlayer() is on
   };
-  /// Makes the player of a new record. To give null is a fatal error.
+  /// Makes the player for a new record. Returning null is a fatal error.
   using PlayerFactory = std::function<std::shared_ptr<MutablePlayer>(PlayerKind kind)>;
   using LoadCompletion = std::function<void(const PlayerLoadResult& result)>;
 
   /// An empty pool that observes AVAudioSessionMediaServicesWereResetNotification. `playerFactory`
-  /// replaces the players of this library by others, in tests say.
+  /// replaces this library's players with others, for instance in tests.
   [[nodiscard]] static std::shared_ptr<PlayerManager> create();
   [[nodiscard]] static std::shared_ptr<PlayerManager> create(PlayerFactory playerFactory);
 
@@ -60,51 +60,50 @@ class ZAFFO_EXPORT PlayerManager : public std::enable_shared_from_this<PlayerMan
   PlayerManager(const PlayerManager&) = delete;
   PlayerManager& operator=(const PlayerManager&) = delete;
 
-  /// Whether the application has nothing urgent to do; true at first. While it is, the pool holds
-  /// at most the smaller of the two bounds below, and maxAllowedConcurrentPlayers() otherwise. Each
-  /// write of these three trims the pool at once. Bounds are not validated; a negative one empties
-  /// the pool as 0 does.
+  /// Whether the application has nothing urgent to do; initially true. While that is so, the pool
+  /// holds at most the smaller of the two bounds below, and otherwise at most
+  /// maxAllowedConcurrentPlayers(). Setting any of the three trims the pool at once. Bounds are not
+  /// validated; a negative one empties the pool, as 0 does.
   [[nodiscard]] virtual bool mainThreadIsIdle() const;
   virtual void setMainThreadIsIdle(bool isIdle);
-  /// 16 at first.
+  /// Initially 16.
   [[nodiscard]] virtual std::int64_t maxAllowedConcurrentPlayers() const;
   virtual void setMaxAllowedConcurrentPlayers(std::int64_t bound);
-  /// 8 at first.
+  /// Initially 8.
   [[nodiscard]] virtual std::int64_t maxPlayersAtIdleState() const;
   virtual void setMaxPlayersAtIdleState(std::int64_t bound);
 
-  /// Whether local items get a player of the fast kind; false at first. A change drops every
-  /// player.
+  /// Whether local items get a fast player; initially false. A change drops every player.
   [[nodiscard]] virtual bool useFastPlayer() const;
   virtual void setUseFastPlayer(bool use);
 
-  /// Gives one use of a pooled player back: the player itself, not a handle to it. Handles call
-  /// this by themselves. With the last use the player is rewound, or torn down when its video does
-  /// not keep its item; the rate is left as it is. Ignored when the pool does not know the player
-  /// (any more).
+  /// Gives back one use of a pooled player (the player itself, not a handle to it). Handles call
+  /// this themselves. After the last use the player is rewound, or torn down if its video does not
+  /// keep its item; the rate is left alone. Ignored for a player that is not, or no longer, in the
+  /// pool.
   virtual void releasePlayer(const std::shared_ptr<Player>& player);
 
-  /// releasePlayer(), and the item does not stay in the player once nobody uses it, whatever its
-  /// video says: for an item that turned out to be broken.
+  /// Like releasePlayer(), for an item that turned out to be broken: it does not stay in the player
+  /// once nobody uses it, whatever its video says.
   void discardPlayer(const std::shared_ptr<Player>& player);
 
   /// How many players there are, idle ones included.
   [[nodiscard]] std::int64_t playerCount() const { return std::ssize(players_); }
 
-  /// Sees to it that a request with `item` for a video that no player holds need not take a player
-  /// from those who use it: when the pool is full and its idle players are all of the other kind,
-  /// the least recently used of them is torn down. False when there is nothing to be had: every
-  /// player is in use, or the bounds allow none.
+  /// Makes sure that a request with `item`, for a video that no player holds, need not take a
+  /// player away from its users: when the pool is full and all its idle players are of the other
+  /// kind, tears down the least recently used of them. False when there is no room to be made:
+  /// every player is in use, or the bounds allow none.
   [[nodiscard]] bool makeRoom(const AVPlayerItem& item);
 
-  /// Tears every player down, those in use included; their handles then answer with neutral values.
+  /// Tears down every player, including those in use; their handles then return neutral values.
   virtual void removeAllPlayers();
 
-  /// How far the pool is with `video`, whatever the options it was asked for with.
+  /// How far the pool is with `video`, whatever options it was requested with.
   [[nodiscard]] virtual PlayerState playerState(const std::shared_ptr<ZFVideo>& video) const;
 
   /// A handle to the player that holds or loads `video` with these options; a failure ("No player
-  /// available for this video") when there is none. Never makes a player and never loads.
+  /// available for this video") when there is none. Never creates a player and never loads.
   [[nodiscard]] virtual PlayerLoadResult player(const std::shared_ptr<ZFVideo>& video,
                                                 AVPlayerItemLoaderOptions options);
 
@@ -112,35 +111,35 @@ class ZAFFO_EXPORT PlayerManager : public std::enable_shared_from_this<PlayerMan
   /// keeps `video` for as long as a player holds it; `playerItem` is not used when a player already
   /// holds or loads the video.
   ///
-  /// `completion` (may be empty: nobody takes the use over, so it is given back) is called once:
-  /// inside the call when the video is loaded already, and otherwise when its load ends. It fails
-  /// with the item's or player's own error, or when the player is taken for another video; at once
-  /// with "No player available for this video" when the bounds allow no player at all, and with "No
-  /// item was given for this video" when `playerItem` is null. It is never called when the returned
-  /// command (never null) is cancelled first, at whatever moment, be it from the completion of
-  /// another request for the same video; that gives the request's use back. Nor is it when the pool
-  /// drops the player or goes away before the load ends. It is let go of, with all that it holds,
-  /// by then.
+  /// `completion` (if empty, nobody takes over the use, so it is given back) is called once: inside
+  /// the call when the video is already loaded, and otherwise when its load ends. It receives the
+  /// item's or player's own error, or an error when the player is taken for another video; at once,
+  /// "No player available for this video" when the bounds allow no player at all, and "No item was
+  /// given for this video" when `playerItem` is null. It is never called once the returned command
+  /// (never null) has been cancelled, at whatever moment, even from the completion of another
+  /// request for the same video; cancelling gives the request's use back. Nor is it called when the
+  /// pool drops the player or is destroyed before the load ends. In every case it has been released
+  /// by then, with everything it holds.
   virtual ZFCancelCommandPtr loadPlayer(const std::shared_ptr<ZFVideo>& video,
                                         std::shared_ptr<AVPlayerItem> playerItem,
                                         AVPlayerItemLoaderOptions options,
                                         LoadCompletion completion);
 
-  /// One line a player, most recently handed out first, without a final line feed:
-  /// "Player 3 - videoId: 1234, state: Loaded, activeUses: 1".
+  /// One line per player, most recently handed out first, without a final line feed: "Player 3 -
+  /// videoId: 1234, state: Loaded, activeUses: 1".
   [[nodiscard]] virtual std::string debugDescription() const;
 
-  /// The bare layer of a player that already holds or loads `video`, taken off the screen where it
-  /// is now. The container holds one use. Null when there is no such player, or when its view has
-  /// no such layer.
+  /// The bare layer of a player that already holds or is loading `video`, removed from wherever it
+  /// is now shown. The container holds one use. Null when there is no such player, or when its view
+  /// has no such layer.
   [[nodiscard]] std::shared_ptr<AVPlayerLayerContainer> playerLayerContainerForVideo(
       const std::shared_ptr<ZFVideo>& video, AVPlayerItemLoaderOptions options);
 
  protected:
   explicit PlayerManager(PlayerFactory playerFactory);
 
-  /// Takes the least recently used record without a use out of the list; of any type when none is
-  /// given. Null when there is none.
+  /// Removes from the list the least recently used record that nobody uses, of any type when none
+  /// is given, and returns it. Null when there is none.
   virtual std::shared_ptr<PlayerInfo> dequeueAvailablePlayer(
       std::optional<PlayerSupportedItemType> supportedItemType);
 
@@ -155,12 +154,12 @@ class ZAFFO_EXPORT PlayerManager : public std::enable_shared_from_this<PlayerMan
   using PlayerInfoPtr = std::shared_ptr<PlayerInfo>;
 
   [[nodiscard]] std::int64_t activeMaxPlayers() const;
-  /// The first record, from the most recent on, that `matches`; null when there is none.
+  /// The most recent record that `matches`; null when there is none.
   [[nodiscard]] PlayerInfoPtr findRecord(
       const std::function<bool(const PlayerInfo& record)>& matches) const;
   /// The record of a pooled player; null when there is none.
   [[nodiscard]] PlayerInfoPtr recordOf(const std::shared_ptr<Player>& player) const;
-  /// Out of the list. Null when `record` is, or is not in the list.
+  /// Removes `record` from the list and returns it; null when it is null or not in the list.
   PlayerInfoPtr takeRecord(PlayerInfoPtr record);
   [[nodiscard]] PlayerInfoPtr makeRecord(PlayerSupportedItemType type);
   /// Null when the bounds allow no player at all.

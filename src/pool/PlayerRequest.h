@@ -9,22 +9,22 @@ namespace zaffo {
 
 class PlayerManager;
 
-/// A handle to the record's player, which takes over a use that has been counted, and the duration
-/// of the record's video. Thread: the pool's.
+/// A handle to the record's player, which takes over a use already counted, and the duration of the
+/// record's video. Thread: the pool's.
 [[nodiscard]] PlayerLoadResult successResult(const std::shared_ptr<PlayerManager>& manager,
                                              const PlayerInfo& record);
 
-/// A request for a player that waits for the load of its record, which counts one use for it. The
-/// first that happens to it decides: the end of the load calls the completion, with the use or
-/// after giving it back; a cancel gives the use back and calls nobody. The completion is let go of
-/// in either case, and nothing that comes later has any effect.
+/// A request waiting for its record to load; the record counts one use for it. Whichever comes
+/// first decides: the end of the load calls the completion, handing over the use or having given it
+/// back; a cancel gives the use back and calls nobody. Either way the completion is released, and
+/// nothing that comes later has any effect.
 ///
 ///     +---------+  loadEnded, cancel   +------+
 ///     | waiting | -------------------> | over |
 ///     +---------+                      +------+
 ///
-/// Owned by the record's list of waiters; holds the pool and the record weakly. When either has
-/// gone the completion is never called. Thread: the pool's.
+/// Owned by the record's list of waiters; holds the pool and the record weakly. Once either is gone
+/// the completion is never called. Thread: the pool's.
 class PlayerRequest : public std::enable_shared_from_this<PlayerRequest> {
   struct Private {};
 
@@ -38,10 +38,11 @@ class PlayerRequest : public std::enable_shared_from_this<PlayerRequest> {
   PlayerRequest(Private, std::weak_ptr<PlayerManager> manager, std::weak_ptr<PlayerInfo> record,
                 Completion completion);
 
-  /// What the record is to tell of the end of the load; it keeps the request. The same one always.
+  /// The handler the record calls at the end of the load; it keeps the request alive. Always the
+  /// same one.
   [[nodiscard]] PlayerInfo::LoadCompletionHandlerPtr handler();
 
-  /// Also takes the request off the record's list.
+  /// Also removes the request from the record's list.
   void cancel();
 
  private:

@@ -7,7 +7,7 @@
 
 namespace zaffo {
 
-/// The one serial queue, "com.zaffoapp.media", on which media work away from the main thread
+/// The one serial queue, "com.zaffoapp.media", on which media work done off the main thread
 /// reports: every completion of the item loaders runs there. It lives until the process ends.
 /// Thread: any.
 class ZAFFO_EXPORT ZFMediaQueue {
@@ -15,10 +15,10 @@ class ZAFFO_EXPORT ZFMediaQueue {
   ZFMediaQueue(const ZFMediaQueue&) = delete;
   ZFMediaQueue& operator=(const ZFMediaQueue&) = delete;
 
-  /// The queue, the same one always.
+  /// The queue; always the same one.
   [[nodiscard]] static const DispatchQueuePtr& queue();
 
-  /// Marks code that is meant to run on the queue. Tests nothing and never fails.
+  /// Marks code that is meant to run on the queue. Checks nothing and never fails.
   static void assertOnQueue();
 
  private:

@@ -1,6 +1,6 @@
 #pragma once
 
-// The one way Asio comes in: stand-alone, without what its old releases deprecate.
+// The only place that includes Asio: stand-alone, without its deprecated parts.
 #define ASIO_STANDALONE
 #define ASIO_NO_DEPRECATED
 #include <asio/executor_work_guard.hpp>

@@ -31,7 +31,7 @@ void BlockingThreads::execute(std::shared_ptr<Runnable> work) {
   {
     MutexLock lock(waitingWorkMutex_);
     waitingWork_.push_back(std::move(work));
-    // A free thread that was woken for earlier work counts as free until it has taken it.
+    // A free thread woken for earlier work counts as free until it has taken that work.
     enoughThreads = waitingWork_.size() <= freeThreads_ || stopped_;
   }
   if (enoughThreads) {
@@ -46,7 +46,7 @@ void BlockingThreads::serve() {
   becomeFree();
   while (auto work = waitForWork()) {
     work->run();
-    work.reset();  // what goes with it may queue more, which the count must not miss
+    work.reset();  // destroying it may queue more, which the count must not miss
     becomeFree();  // before the count ends: who waits for it finds this thread free
     WorkCount::shared().end();
   }

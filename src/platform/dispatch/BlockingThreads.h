@@ -12,11 +12,11 @@
 
 namespace zaffo {
 
-/// The threads of work that waits for the outside world: one more whenever none is free, and one
-/// that had nothing to do for a while ends. Never destroyed. Thread: any.
+/// The threads for work that waits for the outside world: a new one starts whenever none is free,
+/// and one that has been idle for a while ends. Never destroyed. Thread: any.
 class BlockingThreads final : public Executor {
  public:
-  /// The set of the process, whose free threads live for ten seconds.
+  /// The process's set, whose idle threads live for ten seconds.
   [[nodiscard]] static BlockingThreads& shared();
 
   explicit BlockingThreads(std::chrono::milliseconds freeLifetime) : freeLifetime_(freeLifetime) {}

@@ -5,8 +5,8 @@
 
 namespace zaffo {
 
-/// What is `queue`'s is touched in its blocks alone: in debug builds a caller that runs elsewhere
-/// ends the program. Costs nothing in others.
+/// Asserts that the caller runs in a block of `queue`: in debug builds a caller elsewhere ends the
+/// program. Costs nothing in other builds.
 inline void assertCurrent([[maybe_unused]] const DispatchQueue& queue) {
 #ifndef NDEBUG
   if (!queue.isCurrent()) fatalError("\"" + queue.label() + "\" is another queue than this one.");

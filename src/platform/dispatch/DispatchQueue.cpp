@@ -15,7 +15,7 @@ namespace zaffo {
 
 namespace {
 
-/// A queue that lives until the process ends, through every static destructor.
+/// A queue that lives until the process ends, beyond every static destructor.
 const DispatchQueuePtr& immortalGlobalQueue(std::string label, DispatchQueuePriority priority) {
   return *new DispatchQueuePtr(
       std::make_shared<GlobalQueue>(std::move(label), WorkerPool::shared().executor(priority)));

@@ -11,14 +11,14 @@ namespace zaffo {
 using DispatchBlock = std::function<void()>;
 
 /// Where blocks run: the main queue, a serial queue of one's own, or a global concurrent queue.
-/// Queues own no thread: they share one pool of workers, as many as the cores. Thread: any.
+/// Queues own no threads: they share one pool with as many workers as cores. Thread: any.
 class ZAFFO_EXPORT DispatchQueue {
  public:
   virtual ~DispatchQueue() = default;
 
   /// Runs `block` later, never inside the call. Serial queues and the main queue keep the order.
-  /// The block and what it holds are let go of on the queue, right after the run. An empty block
-  /// does nothing; an exception that leaves a block ends the program.
+  /// The block and what it holds are released on the queue, right after it has run. An empty block
+  /// does nothing; an exception that escapes a block ends the program.
   virtual void async(DispatchBlock block) = 0;
 
   [[nodiscard]] virtual const std::string& label() const = 0;
@@ -27,7 +27,7 @@ class ZAFFO_EXPORT DispatchQueue {
   virtual void setSpecific(const void* key, void* context) = 0;
   [[nodiscard]] virtual void* specific(const void* key) const = 0;
 
-  /// Whether the caller runs in a block of this queue.
+  /// Whether the caller is running in a block of this queue.
   [[nodiscard]] virtual bool isCurrent() const = 0;
 };
 
@@ -62,11 +62,11 @@ ZAFFO_EXPORT void dispatch_queue_set_specific(const DispatchQueuePtr& queue, con
 [[nodiscard]] ZAFFO_EXPORT void* dispatch_get_specific(const void* key);
 
 /// Waits until no worker, of the shared pool or of the blocking queues, has a block queued or
-/// running. Blocks of the main queue and timers that are not due are not waited for. For tests and
-/// an orderly end; a fatal error when called from a block on a worker, which would wait for itself.
+/// running. Does not wait for blocks of the main queue or timers that are not due. For tests and an
+/// orderly exit; a fatal error when called from a block on a worker, which would wait for itself.
 ///
-/// At exit() no further block is started and the blocks under way get half a second to finish;
-/// those that are still queued are given up.
+/// At exit() no further block is started and running blocks get half a second to finish; those
+/// still queued are abandoned.
 ZAFFO_EXPORT void dispatch_wait_until_idle();
 
 }  // namespace zaffo

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int64_t kShortestPeriod = 1000;
 
-/// now + delay, without overflow; a delay of for ever stays for ever.
+/// now + delay, without overflow; an infinite delay stays infinite.
 int64_t deadlineAfter(int64_t now, int64_t delay) {
   return delay > std::numeric_limits<int64_t>::max() - now ? std::numeric_limits<int64_t>::max()
                                                            : now + delay;
@@ -32,7 +32,7 @@ DispatchTimerPtr dispatch_timer_at(int64_t deadline, const DispatchQueuePtr& que
                                    DispatchBlock block) {
   const auto timer = std::make_shared<QueueTimer>(QueueTimer::kOnce, queue, std::move(block));
   if (deadline <= TimeSource::now()) {
-    timer->fire();  // no way round over another thread for what is due already
+    timer->fire();  // what is due already need not go through another thread
   } else {
     TimerService::shared().schedule(deadline, timer);
   }

@@ -4,7 +4,7 @@
 
 namespace zaffo {
 
-/// Something a worker runs once per time it is handed to an Executor.
+/// Something a worker runs once for each time it is handed to an Executor.
 class Runnable {
  public:
   virtual ~Runnable() = default;
@@ -16,11 +16,11 @@ class Executor {
  public:
   virtual ~Executor() = default;
 
-  /// Runs `work` later on one of the threads, which keeps it alive till then.
+  /// Runs `work` later on one of the threads; it is kept alive until then.
   virtual void execute(std::shared_ptr<Runnable> work) = 0;
 
-  /// Whether work made of several pieces should queue up again before its next one: other work
-  /// waits for a thread, or the process is ending and nothing more is to start.
+  /// Whether work that consists of several pieces should queue up again before the next one: other
+  /// work is waiting for a thread, or the process is ending and nothing more may start.
   [[nodiscard]] virtual bool shouldYield() const = 0;
 };
 

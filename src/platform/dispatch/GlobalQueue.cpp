@@ -5,7 +5,7 @@
 
 namespace zaffo {
 
-/// One block; global queues are never destroyed, so it may refer to its own.
+/// One block; global queues are never destroyed, so it may refer to its queue.
 class GlobalQueue::Task final : public Runnable {
  public:
   Task(const GlobalQueue& queue, DispatchBlock block) : queue_(queue), block_(std::move(block)) {}

@@ -24,7 +24,7 @@ int64_t machineNow() {
   return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-/// Waits for readability; false when a signal came in between.
+/// Waits until readable; false when interrupted by a signal.
 bool pollOnce(int descriptor, const timespec* timeout) {
   pollfd polled{descriptor, POLLIN, 0};
   return ppoll(&polled, 1, timeout, nullptr) >= 0;
@@ -64,8 +64,8 @@ bool MainQueue::mustSignalWhileLocked() {
   return !std::exchange(signalled_, true);
 }
 
-/// Not while locked: the main thread would wake, take the processor and wait for the lock, which a
-/// thread of lower priority then holds without one.
+/// Not while locked: the main thread would wake, take the processor and wait for a lock held by a
+/// thread of lower priority, which then has no processor.
 void MainQueue::signal() const {
   eventfd_write(fileDescriptor_, 1);
 }
@@ -83,14 +83,14 @@ int MainQueue::runTurn(const std::function<bool()>& stops) {
   while (DispatchBlock block = takeBefore(end)) {
     ++count;
     block();
-    block = nullptr;  // what goes with the block goes before the next one runs
+    block = nullptr;  // what the block holds is destroyed before the next one runs
     if (stops()) break;
   }
   return count;
 }
 
-/// The number that the last block now queued will have in taken_; also lets go of a wake-up, and of
-/// a signal that came after its block was taken.
+/// The value taken_ will have once the last block now queued is taken; also clears a wake-up, and a
+/// signal that came after its block was taken.
 uint64_t MainQueue::endOfTurn() {
   MutexLock lock(blocksMutex_);
   if (blocks_.empty()) clearSignalWhileLocked();

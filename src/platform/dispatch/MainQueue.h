@@ -10,23 +10,23 @@
 
 namespace zaffo {
 
-/// The blocks of the main thread, and a descriptor that polls readable while there are some. One
-/// for the process, never destroyed.
+/// The blocks of the main thread, and a descriptor that polls readable while there are any. One per
+/// process, never destroyed.
 class MainQueue final : public QueueBase {
  public:
   [[nodiscard]] static MainQueue& shared();
 
   void async(DispatchBlock block) override;
 
-  /// Runs blocks that were queued before the call, until `stops` says so after one. Returns how
-  /// many ran. Turns may be nested. Thread: main.
+  /// Runs blocks that were queued before the call, until `stops` returns true after one. Returns
+  /// how many ran. Turns may be nested. Thread: main.
   int runTurn(const std::function<bool()>& stops);
 
   /// Waits until there is a block or a wake-up, at most `timeout` nanoseconds of the machine's
-  /// clock, for ever when negative. Thread: main.
+  /// clock; forever when negative. Thread: main.
   void wait(int64_t timeout);
 
-  /// Ends a wait with no block to run. Thread: any.
+  /// Ends a wait without a block to run. Thread: any.
   void wake();
 
   [[nodiscard]] int fileDescriptor() const { return fileDescriptor_; }

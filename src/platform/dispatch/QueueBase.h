@@ -9,7 +9,8 @@
 
 namespace zaffo {
 
-/// What all queues have: a label, values by key, and knowing whether the caller runs on them.
+/// What all queues have in common: a label, values by key, and knowing whether the caller runs on
+/// them.
 class QueueBase : public DispatchQueue {
  public:
   explicit QueueBase(std::string label) : label_(std::move(label)) {}

@@ -14,7 +14,7 @@ QueueTimer::QueueTimer(int64_t period, DispatchQueuePtr queue, DispatchBlock blo
 void QueueTimer::cancel() {
   if (cancelled_.exchange(true)) return;
   {
-    // What the block holds is let go of with no lock held: it may do anything.
+    // What the block holds is released with no lock held: its destructor may do anything.
     DispatchQueuePtr queue;
     std::shared_ptr<const DispatchBlock> block;
     MutexLock lock(stateMutex_);

@@ -9,7 +9,7 @@
 
 namespace zaffo {
 
-/// The one kind of timer there is: a block, its queue, and perhaps a period.
+/// The only kind of timer: a block, its queue, and optionally a period.
 class QueueTimer final : public DispatchTimer, public std::enable_shared_from_this<QueueTimer> {
  public:
   static constexpr int64_t kOnce = 0;
@@ -19,7 +19,8 @@ class QueueTimer final : public DispatchTimer, public std::enable_shared_from_th
 
   void cancel() override;
 
-  /// Hands a run to the queue, unless one waits there already. Called when a deadline has come.
+  /// Hands a run to the queue, unless one is already waiting there. Called when a deadline is
+  /// reached.
   void fire();
 
   [[nodiscard]] int64_t period() const { return period_; }

@@ -6,9 +6,9 @@
 
 namespace zaffo {
 
-/// Counts pieces of work for threads that wait for some. Unlike a condition variable it never keeps
-/// whoever announces work waiting for those who are to do it: that would be the main thread, and
-/// they may not get a processor for a while. Thread: any.
+/// Counts pieces of work for threads waiting for some. Unlike a condition variable it never makes
+/// the thread that announces work wait for those that will do it: the former may be the main
+/// thread, and the latter may not get a processor for a while. Thread: any.
 class Semaphore {
  public:
   Semaphore() { sem_init(&semaphore_, 0, 0); }

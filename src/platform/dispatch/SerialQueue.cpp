@@ -5,7 +5,7 @@
 namespace zaffo {
 
 namespace {
-/// Room that an idle queue keeps so that the next blocks need no allocation.
+/// Capacity that an idle queue keeps so that the next blocks need no allocation.
 constexpr size_t kKeptCapacity = 64;
 }  // namespace
 
@@ -30,7 +30,8 @@ void SerialQueue::run() {
   executor_.execute(shared_from_this());
 }
 
-/// Takes what has come in. False when there is nothing; from then on another thread may run.
+/// Takes what has arrived. False when there is nothing; from then on another thread may run the
+/// queue.
 bool SerialQueue::refillBatch() {
   batch_.clear();
   nextInBatch_ = 0;

@@ -10,8 +10,8 @@
 
 namespace zaffo {
 
-/// One block at a time, in order, on the threads of an executor. While it has blocks the executor
-/// holds it, so it dies only when empty.
+/// One block at a time, in order, on the threads of an executor. The executor holds the queue while
+/// it has blocks, so it is destroyed only when empty.
 ///
 ///     empty --async--> handed to the executor --> running --no block left--> empty
 ///                              ^------ others wait ---'
@@ -31,7 +31,7 @@ class SerialQueue final : public QueueBase,
   [[nodiscard]] bool refillBatch();
 
   Executor& executor_;
-  std::vector<DispatchBlock> batch_;  // of whoever runs; one thread at a time
+  std::vector<DispatchBlock> batch_;  // of the thread running the queue; one at a time
   size_t nextInBatch_ = 0;
   Mutex incomingMutex_;
   std::vector<DispatchBlock> incoming_ ZAFFO_GUARDED_BY(incomingMutex_);

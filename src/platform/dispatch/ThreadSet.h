@@ -10,8 +10,8 @@
 
 namespace zaffo {
 
-/// Threads nobody joins, because one of them may be stuck in a read when the process ends; whoever
-/// stops them waits for as long as is reasonable. Never destroyed. Thread: any.
+/// Threads that are not joined, because one of them may be stuck in a read when the process ends;
+/// stopping them waits for as long as is reasonable. Never destroyed. Thread: any.
 class ThreadSet {
  public:
   ThreadSet();
@@ -21,12 +21,12 @@ class ThreadSet {
 
   [[nodiscard]] int size() const;
 
-  /// Whether this is a copy that a forked child has: its threads are the parent's, and what they
-  /// held when it forked, locks too, stays held.
+  /// Whether this is the copy in a forked child: its threads are the parent's, and whatever they
+  /// held at the fork, including locks, stays held.
   [[nodiscard]] bool isOfParent() const;
 
-  /// Waits until every thread has ended, at most as long as a process may take to exit. Returns at
-  /// once on one of these threads.
+  /// Waits until every thread has ended, but no longer than a process may take to exit. Returns at
+  /// once when called on one of these threads.
   void waitAtExit();
 
  private:

@@ -10,8 +10,8 @@
 
 namespace zaffo {
 
-/// Deadlines and what is due at them, earliest first, equal ones in the order of their entry. What
-/// is cancelled is left where it lies until it surfaces or there is too much of it. Not locked.
+/// Deadlines and what is due at them, earliest first, equal ones in order of insertion. Cancelled
+/// items stay where they are until they surface or become too many. Not locked.
 template <typename Timer>
 class TimerHeap {
  public:
@@ -26,12 +26,12 @@ class TimerHeap {
     std::push_heap(items_.begin(), items_.end(), later);
   }
 
-  /// The earliest deadline, nothing when empty.
+  /// The earliest deadline; no value when empty.
   [[nodiscard]] std::optional<int64_t> earliest() const {
     return items_.empty() ? std::nullopt : std::optional(items_.front().deadline);
   }
 
-  /// Takes out the earliest item; there must be one.
+  /// Removes and returns the earliest item; there must be one.
   [[nodiscard]] Item pop() {
     std::pop_heap(items_.begin(), items_.end(), later);
     Item item = std::move(items_.back());
@@ -39,7 +39,7 @@ class TimerHeap {
     return item;
   }
 
-  /// Takes out everything that `isDead`.
+  /// Removes everything that `isDead`.
   template <typename Predicate>
   [[nodiscard]] std::vector<Item> sweep(Predicate isDead) {
     const auto middle = std::partition(items_.begin(), items_.end(),

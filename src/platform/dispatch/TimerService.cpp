@@ -52,7 +52,7 @@ void TimerService::noteCancelled() {
   swept = heap_.sweep([](const QueueTimer& timer) { return timer.isCancelled(); });
 }
 
-/// What an earlier time source was to fire, to be let go of with no lock held.
+/// The timers of an earlier time source, to be released with no lock held.
 TimerService::Heap TimerService::takeStaleWhileLocked() {
   const uint64_t generation = TimeSource::generation();
   if (std::exchange(generation_, generation) == generation) return {};
@@ -60,8 +60,8 @@ TimerService::Heap TimerService::takeStaleWhileLocked() {
   return std::exchange(heap_, {});
 }
 
-/// Sees to it that the alarm rings at the earliest deadline. One that rings too early, because its
-/// timer was cancelled, costs less than setting it anew each time.
+/// Makes sure the alarm rings at the earliest deadline. An alarm that rings too early because its
+/// timer was cancelled costs less than resetting it each time.
 void TimerService::armWhileLocked() {
   const auto earliest = heap_.earliest();
   if (!earliest || *earliest >= armedDeadline_) return;
@@ -89,7 +89,7 @@ void TimerService::alarmRang() {
   while (const auto timer = takeDue()) timer->fire();
 }
 
-/// The next timer whose deadline has come; null, with the alarm set, when there is none.
+/// The next timer whose deadline has passed; null, with the alarm set, when there is none.
 std::shared_ptr<QueueTimer> TimerService::takeDue() {
   Heap stale;
   MutexLock lock(heapMutex_);

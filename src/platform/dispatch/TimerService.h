@@ -12,9 +12,8 @@
 
 namespace zaffo {
 
-/// Fires timers when their time has come: from one thread that waits in Asio for the earliest
-/// deadline, or, when the time source is replaced, from its alarm. One for the process, never
-/// destroyed. Thread: any.
+/// Fires timers when they are due: from one thread that waits in Asio for the earliest deadline or,
+/// when the time source is replaced, from its alarm. One per process, never destroyed. Thread: any.
 class TimerService {
  public:
   [[nodiscard]] static TimerService& shared();
@@ -22,7 +21,7 @@ class TimerService {
   /// Fires `timer` at `deadline`, and from then on with its period.
   void schedule(int64_t deadline, std::shared_ptr<QueueTimer> timer);
 
-  /// Sweeps cancelled timers out when they have become too many.
+  /// Sweeps out cancelled timers when there are too many.
   void noteCancelled();
 
  private:
@@ -47,7 +46,7 @@ class TimerService {
   Heap heap_ ZAFFO_GUARDED_BY(heapMutex_);
   uint64_t generation_ ZAFFO_GUARDED_BY(heapMutex_) = 0;  // of the time source the heap is for
   int64_t armedDeadline_ ZAFFO_GUARDED_BY(heapMutex_) = kNotArmed;
-  size_t cancelledCount_ ZAFFO_GUARDED_BY(heapMutex_) = 0;  // since the last sweep, at most
+  size_t cancelledCount_ ZAFFO_GUARDED_BY(heapMutex_) = 0;  // an upper bound, since the last sweep
   bool threadStarted_ ZAFFO_GUARDED_BY(heapMutex_) = false;
 };
 

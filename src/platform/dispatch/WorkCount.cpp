@@ -16,7 +16,7 @@ void WorkCount::waitUntilZero() const {
 
 void WorkCount::giveUp() {
   givenUp_ = true;
-  begin();  // changes the value, which is what sleepers look at
+  begin();  // changes the value, which is what waiters watch
   count_.notify_all();
 }
 

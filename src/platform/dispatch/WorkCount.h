@@ -5,10 +5,10 @@
 
 namespace zaffo {
 
-/// How much work is queued or running on all worker threads together. Thread: any.
+/// How much work is queued or running on all worker threads. Thread: any.
 class WorkCount {
  public:
-  /// The count of the process.
+  /// The process's count.
   [[nodiscard]] static WorkCount& shared();
 
   void begin() { count_.fetch_add(1); }
@@ -16,7 +16,7 @@ class WorkCount {
     if (count_.fetch_sub(1) == 1) count_.notify_all();
   }
 
-  /// Waits until the count is zero, at once when work has been given up (see giveUp).
+  /// Waits until the count is zero; returns at once when work has been abandoned (see giveUp).
   void waitUntilZero() const;
 
   /// Work that is still queued will never run: the process is ending.

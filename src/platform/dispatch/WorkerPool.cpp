@@ -78,11 +78,11 @@ void WorkerPool::work() {
   for (work_.acquire(); !stopped_; work_.acquire()) runHighest();
 }
 
-/// Runs one piece of work. There are as many of these calls as there are pieces, so each finds one.
+/// Runs one piece of work. There are as many calls as pieces, so each call finds one.
 void WorkerPool::runHighest() {
   auto work = takeHighest();
   work->run();
-  work.reset();  // what goes with it may queue more, which the count must not miss
+  work.reset();  // destroying it may queue more, which the count must not miss
   WorkCount::shared().end();
 }
 

@@ -13,9 +13,9 @@
 
 namespace zaffo {
 
-/// The shared pool: as many workers as cores, waiting at one semaphore. Work waits in a lane a
-/// priority; the semaphore only counts it, and the worker that wakes takes the oldest of the
-/// highest lane. One for the process, never destroyed. Thread: any.
+/// The shared pool: as many workers as cores, waiting at one semaphore. Work waits in one lane per
+/// priority; the semaphore only counts it, and the worker that wakes takes the oldest from the
+/// highest lane that has any. One per process, never destroyed. Thread: any.
 class WorkerPool {
  public:
   [[nodiscard]] static WorkerPool& shared();
@@ -36,7 +36,7 @@ class WorkerPool {
   void runHighest();
   [[nodiscard]] std::shared_ptr<Runnable> takeHighest();
 
-  Semaphore work_;  // a piece each, and one for each worker that is to stop
+  Semaphore work_;  // one per piece of work, and one for each worker that is to stop
   std::array<std::unique_ptr<Lane>, kLaneCount> lanes_;
   std::atomic<int> waiting_{0};
   std::atomic<bool> stopped_{false};

@@ -35,9 +35,9 @@ class KeyValueObservation {
   std::function<void()> remove_;
 };
 
-/// A value that tells its observers when it is set. Thread: any; observers run on the setter's
-/// thread, after the change, in the order of their registration, with no lock held. An observation
-/// that ended on the setter's thread is not told any more, even by a set() under way.
+/// A value that notifies its observers when it is set. Thread: any; observers run on the setter's
+/// thread, after the change, in order of registration, with no lock held. An observation that ended
+/// on the setter's thread is no longer called, even by a set() in progress.
 template <typename T>
 class ObservableProperty {
  public:
@@ -53,7 +53,7 @@ class ObservableProperty {
     return state_->value;
   }
 
-  /// Stores `newValue` and tells every observer, also when it equals the old one.
+  /// Stores `newValue` and notifies every observer, even if it equals the old one.
   void set(T newValue) {
     T oldValue;
     std::vector<std::shared_ptr<Entry>> told;

@@ -8,12 +8,12 @@
 
 namespace zaffo {
 
-/// The domain of underlying errors of the operating system: the code is errno.
+/// The domain of underlying operating-system errors, whose code is errno.
 inline constexpr const char* NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 
 /// An error in AVFoundationErrorDomain with a text that a person can act on.
 [[nodiscard]] NSErrorPtr makeError(AVError code, std::string text, NSErrorPtr underlying = nullptr);
-/// The same, over what the operating system said: `number` is an errno.
+/// The same, on top of the operating system's error: `number` is an errno.
 [[nodiscard]] NSErrorPtr makePosixError(AVError code, std::string text, int number);
 
 /// That the content is encrypted, which nothing here can undo.

@@ -15,8 +15,8 @@ inline constexpr const char* NSLocalizedDescriptionKey = "NSLocalizedDescription
 class NSError;
 using NSErrorPtr = std::shared_ptr<const NSError>;
 
-/// Why an operation failed: a domain that names who says so, a code within it, and texts by key.
-/// Immutable and shared; a null pointer is success. Thread: any.
+/// Why an operation failed: a domain that names who reports it, a code within that, and texts by
+/// key. Immutable and shared; a null pointer is success. Thread: any.
 class ZAFFO_EXPORT NSError {
  public:
   using UserInfo = std::map<std::string, std::string>;

@@ -27,14 +27,15 @@ struct Registration {
 
   [[nodiscard]] bool concerns(const NSNotification& notification) const {
     if (name != notification.name) return false;
-    // A later object may have the address of one that is gone.
+    // A later object may have the address of one that no longer exists.
     return !objectAddress || (objectAddress == notification.object.get() && !object.expired());
   }
 };
 
 using Registrations = std::vector<std::shared_ptr<Registration>>;
 
-/// Moves what `leaves` picks out of `all`, in order, so that it can be let go of with no lock held.
+/// Moves what `leaves` selects out of `all`, in order, so that it can be released with no lock
+/// held.
 template <typename Predicate>
 Registrations takeOut(Registrations& all, Predicate leaves) {
   const auto middle = std::stable_partition(
@@ -74,7 +75,8 @@ void NSNotificationCenter::addObserver(const std::weak_ptr<void>& observer, std:
 
   Registrations dead;
   MutexLock lock(registry_->registrationsMutex);
-  // Observers that left without a word are swept here, so the list stays as long as it is used.
+  // Observers that were destroyed without unregistering are swept out here, so the list does not
+  // outgrow its use.
   dead = takeOut(registry_->registrations, [](const auto& other) { return other.isDead(); });
   registry_->registrations.push_back(std::move(registration));
 }

@@ -10,13 +10,13 @@
 
 namespace zaffo {
 
-/// What an observer is told: the name and the object it is about.
+/// What an observer receives: the notification's name and the object it is about.
 struct NSNotification {
   using UserInfo = std::map<std::string, std::any>;
 
   std::string name;
   std::shared_ptr<const void> object;  ///< null when posted without an object
-  UserInfo userInfo;                   ///< what else belongs to it, by the keys of its name
+  UserInfo userInfo;                   ///< further information, under keys defined with the name
 };
 
 /// Delivers notifications by name and object. Delivery is synchronous, on the posting thread, with
@@ -34,16 +34,16 @@ class ZAFFO_EXPORT NSNotificationCenter {
 
   /// Calls `handler` for each `name` about `object` (any object when null) while `observer` lives,
   /// in the order of registration. Observer and object are held weakly; the observer is kept alive
-  /// during a delivery to it. An observer added during a delivery hears from the next one on.
+  /// during a delivery to it. An observer added during a delivery receives the next one.
   void addObserver(const std::weak_ptr<void>& observer, std::string name,
                    std::shared_ptr<const void> object, Handler handler);
 
   /// Removes every registration of `observer`, a raw address so that a destructor can pass `this`
-  /// (the address the weak reference was made of). After it returns on the posting thread no
-  /// handler of that observer runs; a delivery under way on another thread may still finish.
+  /// (the address the weak reference was made from). After it returns on the posting thread no
+  /// handler of that observer runs; a delivery in progress on another thread may still finish.
   void removeObserver(const void* observer);
 
-  /// Tells the observers of `name`; returns when every one of them has been told.
+  /// Notifies the observers of `name`; returns when all of them have been called.
   void postNotification(const std::string& name, std::shared_ptr<const void> object = nullptr,
                         NSNotification::UserInfo userInfo = {});
 

@@ -4,8 +4,8 @@
 
 namespace zaffo {
 
-/// The main-thread test. The main thread is the process's first thread until another one adopts
-/// the role (dispatch/MainLoop.h). Thread: any.
+/// Identifies the main thread, which is the process's first thread until another one adopts the
+/// role (dispatch/MainLoop.h). Thread: any.
 class ZAFFO_EXPORT NSThread {
  public:
   [[nodiscard]] static bool isMainThread();
@@ -15,8 +15,8 @@ class ZAFFO_EXPORT NSThread {
   static void adoptMainThread();
 };
 
-/// A fatal error when the caller is not on the main thread, in debug builds of the library; nothing
-/// otherwise. Always exported, so that a debug application runs on a release library.
+/// In debug builds of the library, a fatal error when the caller is not on the main thread;
+/// otherwise does nothing. Always exported, so that a debug application runs on a release library.
 ZAFFO_EXPORT void assertMainThread();
 
 }  // namespace zaffo

@@ -20,7 +20,7 @@ std::string lowered(std::string text) {
   return text;
 }
 
-/// -1 for an empty text, nothing for one that is not a port.
+/// -1 for an empty text; no value for one that is not a port.
 std::optional<int> parsedPort(const std::string& text) {
   if (text.empty()) return -1;
   unsigned port = 0;
@@ -55,7 +55,7 @@ std::shared_ptr<const NSURL> NSURL::URLWithString(const std::string& text,
 std::shared_ptr<const NSURL> NSURL::fileURLWithPath(const std::string& path) {
   std::error_code error;
   std::filesystem::path full = path;
-  // Not std::filesystem::absolute, which has no answer for an empty path.
+  // Not std::filesystem::absolute, which fails for an empty path.
   if (full.is_relative()) full = std::filesystem::current_path(error) / full;
   URLParts parts;
   parts.scheme = "file";

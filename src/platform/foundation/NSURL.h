@@ -11,25 +11,26 @@ struct URLParts;
 
 /// The address of a video: file, http or https. Immutable and shared. Thread: any.
 ///
-/// Malformed, and answered with null by the functions that parse: another scheme, no host in an
-/// http or https address, a port that is not a number up to 65535, a broken percent escape or one
-/// of a zero byte, a space or control character. Letters beyond ASCII, quotes and braces are taken
+/// The parsing functions return null for anything malformed: another scheme, no host in an http or
+/// https address, a port that is not a number up to 65535, an invalid percent escape or one for a
+/// zero byte, a space or control character. Letters beyond ASCII, quotes and braces are accepted
 /// and percent-escaped.
 class ZAFFO_EXPORT NSURL {
  public:
   /// Parses an absolute URL ("file:///a%20b.mp4", "https://host/x?y"). Null when it is malformed.
   [[nodiscard]] static std::shared_ptr<const NSURL> URLWithString(const std::string& text);
 
-  /// Parses `text` relative to `base` (RFC 3986, section 5.2); alone when `base` is null. Null when
-  /// it is malformed.
+  /// Parses `text` relative to `base` (RFC 3986, section 5.2), or on its own when `base` is null.
+  /// Null when it is malformed.
   [[nodiscard]] static std::shared_ptr<const NSURL> URLWithString(
       const std::string& text, const std::shared_ptr<const NSURL>& base);
 
-  /// The file URL of a path; a relative path is taken from the working directory, an empty one is
-  /// the working directory. Dot segments are kept, they may lead through a symbolic link.
+  /// The file URL of a path; a relative path is resolved against the working directory, and an
+  /// empty one is the working directory. Dot segments are kept, since they may lead through a
+  /// symbolic link.
   [[nodiscard]] static std::shared_ptr<const NSURL> fileURLWithPath(const std::string& path);
 
-  /// The whole address as written, but for the scheme and host in lower case.
+  /// The whole address as written, except that scheme and host are in lower case.
   [[nodiscard]] const std::string& absoluteString() const { return absoluteString_; }
   [[nodiscard]] const std::string& scheme() const { return scheme_; }  ///< lower case
   /// Lower case, escapes decoded, an IPv6 address without its brackets; may be empty for files.

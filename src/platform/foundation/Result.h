@@ -11,8 +11,8 @@
 namespace zaffo {
 
 /// What an operation returns, or the error that kept it from returning it: always exactly one of
-/// the two. Made by returning either, and used as std::expected<T, NSErrorPtr> would be. A T that
-/// is a pointer is not null. Thread: that of T.
+/// the two. A function returns either one; the result is used like std::expected<T, NSErrorPtr>. A
+/// T that is a pointer is not null. Thread: that of T.
 template <typename T>
 class [[nodiscard]] Result {
  public:
@@ -26,7 +26,7 @@ class [[nodiscard]] Result {
   }
 
   [[nodiscard]] explicit operator bool() const { return outcome_.index() == 0; }
-  /// The value: only to be asked for when there is one.
+  /// The value; may be used only when there is one.
   [[nodiscard]] T& operator*() & { return *value(); }
   [[nodiscard]] const T& operator*() const& { return *value(); }
   [[nodiscard]] T&& operator*() && { return std::move(*value()); }

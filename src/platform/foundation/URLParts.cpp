@@ -28,7 +28,7 @@ void appendEscape(std::string& text, char byte) {
   text += digits[value & 15];
 }
 
-/// The length of the scheme at the start of `text`, none when it does not start with one.
+/// The length of the scheme at the start of `text`; no value when it does not start with one.
 size_t schemeLength(std::string_view text) {
   if (text.empty() || !isASCIILetter(text.front())) return kNone;
   const size_t end =
@@ -36,7 +36,7 @@ size_t schemeLength(std::string_view text) {
   return end != kNone && text[end] == ':' ? end : kNone;
 }
 
-/// Cuts `text` at the first `mark` and gives what follows it.
+/// Cuts `text` off at the first `mark` and returns what follows it.
 std::optional<std::string> cutTail(std::string_view& text, char mark) {
   const size_t at = text.find(mark);
   if (at == kNone) return std::nullopt;
@@ -91,7 +91,7 @@ URLParts URLParts::resolvedAgainst(const URLParts& base) const {
 std::string URLParts::join() const {
   std::string text;
   if (scheme) text += *scheme + ":";
-  // A path of two slashes would be taken for an authority where there is none.
+  // A path starting with two slashes would be taken for an authority where there is none.
   if (authority || path.starts_with("//")) text += "//" + authority.value_or("");
   text += path;
   if (query) text += "?" + *query;

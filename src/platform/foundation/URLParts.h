@@ -6,8 +6,8 @@
 
 namespace zaffo {
 
-/// A URL reference in its five parts as written (RFC 3986, section 3); an absent part differs from
-/// an empty one. Pure text work, no judgement on which schemes are welcome. Thread: any.
+/// The five parts of a URL reference as written (RFC 3986, section 3); an absent part differs from
+/// an empty one. Pure text processing, with no opinion on schemes. Thread: any.
 struct URLParts {
   std::optional<std::string> scheme;
   std::optional<std::string> authority;
@@ -28,15 +28,15 @@ struct URLParts {
 /// `path` without its "." and ".." segments (section 5.2.4).
 [[nodiscard]] std::string removeDotSegments(std::string_view path);
 
-/// `text` with its percent escapes decoded; nothing when an escape is broken or means a zero byte,
-/// which no path or host may hold.
+/// `text` with its percent escapes decoded; no value when an escape is invalid or stands for a zero
+/// byte, which no path or host may contain.
 [[nodiscard]] std::optional<std::string> percentDecoded(std::string_view text);
 
-/// `path` with every byte escaped that a URL's path may not hold as it is.
+/// `path` with every byte escaped that a URL's path may not contain as it is.
 [[nodiscard]] std::string percentEncodedPath(std::string_view path);
 
-/// `text` with bytes that a URL may not hold, but people write (letters beyond ASCII, quotes,
-/// braces), escaped. Nothing when it holds a space or a control character.
+/// `text` with the bytes escaped that a URL may not contain but people write (letters beyond ASCII,
+/// quotes, braces). No value when it contains a space or a control character.
 [[nodiscard]] std::optional<std::string> tidiedURLText(std::string_view text);
 
 }  // namespace zaffo

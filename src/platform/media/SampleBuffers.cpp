@@ -1,6 +1,5 @@
 #include "platform/media/SampleBuffers.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace zaffo::media {
@@ -21,58 +20,45 @@ class PacketBlock final : public CMBlockBuffer {
 
 class CodecDescription final : public CMFormatDescription {
  public:
-  CodecDescription(CodecParametersPtr parameters, CGAffineTransform preferredTransform)
-      : parameters_(std::move(parameters)),
+  CodecDescription(CodecConfig config, CGAffineTransform preferredTransform)
+      : config_(std::move(config)),
         preferredTransform_(preferredTransform),
-        codec_(avcodec_get_name(parameters_->codec_id)) {}
+        codec_(avcodec_get_name(config_.parameters()->codec_id)) {}
 
   [[nodiscard]] const std::string& codec() const override { return codec_; }
-  [[nodiscard]] int width() const override { return parameters_->width; }
-  [[nodiscard]] int height() const override { return parameters_->height; }
-  [[nodiscard]] const AVCodecParameters& parameters() const { return *parameters_; }
+  [[nodiscard]] int width() const override { return config_.parameters()->width; }
+  [[nodiscard]] int height() const override { return config_.parameters()->height; }
+  [[nodiscard]] const CodecConfig& config() const { return config_; }
   [[nodiscard]] CGAffineTransform preferredTransform() const { return preferredTransform_; }
 
  private:
-  const CodecParametersPtr parameters_;
+  const CodecConfig config_;
   const CGAffineTransform preferredTransform_;
   const std::string codec_;
 };
-
-std::span<const uint8_t> extradata(const AVCodecParameters& p) {
-  return {p.extradata, static_cast<std::size_t>(std::max(0, p.extradata_size))};
-}
-
-bool isSameSampleAspect(AVRational a, AVRational b) {
-  return a.num == b.num && a.den == b.den;
-}
 
 }  // namespace
 
 std::shared_ptr<const CMFormatDescription> makeFormatDescription(
     const AVCodecParameters& parameters, CGAffineTransform preferredTransform) {
-  CodecParametersPtr copied(avcodec_parameters_alloc());
-  if (!copied || avcodec_parameters_copy(copied.get(), &parameters) < 0) return nullptr;
-  return std::make_shared<const CodecDescription>(std::move(copied), preferredTransform);
+  CodecConfig config(parameters);
+  if (!config.parameters()) return nullptr;
+  return std::make_shared<const CodecDescription>(std::move(config), preferredTransform);
+}
+
+const CodecConfig* codecConfigOf(const CMFormatDescription& format) {
+  const auto* description = dynamic_cast<const CodecDescription*>(&format);
+  return description ? &description->config() : nullptr;
 }
 
 const AVCodecParameters* codecParametersOf(const CMFormatDescription& format) {
-  const auto* description = dynamic_cast<const CodecDescription*>(&format);
-  return description ? &description->parameters() : nullptr;
+  const CodecConfig* config = codecConfigOf(format);
+  return config ? config->parameters() : nullptr;
 }
 
 CGAffineTransform preferredTransformOf(const CMFormatDescription& format) {
   const auto* description = dynamic_cast<const CodecDescription*>(&format);
   return description ? description->preferredTransform() : CGAffineTransformIdentity;
-}
-
-bool isSameFormat(const AVCodecParameters& a, const AVCodecParameters& b) {
-  return a.codec_type == b.codec_type && a.codec_id == b.codec_id && a.codec_tag == b.codec_tag &&
-         a.format == b.format && a.profile == b.profile && a.width == b.width &&
-         a.height == b.height && a.sample_rate == b.sample_rate && a.color_range == b.color_range &&
-         a.color_space == b.color_space && a.color_primaries == b.color_primaries &&
-         a.color_trc == b.color_trc &&
-         isSameSampleAspect(a.sample_aspect_ratio, b.sample_aspect_ratio) &&
-         std::ranges::equal(extradata(a), extradata(b));
 }
 
 std::shared_ptr<CMSampleBuffer> makeSampleBuffer(

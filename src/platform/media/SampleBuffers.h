@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "platform/coremedia/CMSampleBuffer.h"
+#include "platform/media/CodecConfig.h"
 #include "platform/media/Sample.h"
 #include "platform/uikit/Geometry.h"
 
@@ -19,11 +20,10 @@ namespace zaffo::media {
 /// How pictures are turned to be upright; identity when the description was not made here.
 [[nodiscard]] CGAffineTransform preferredTransformOf(const CMFormatDescription& format);
 
-/// The parameters in a description, owned by it; null when it was not made here.
+/// What a description says of the codec, owned by it; null when it was not made here.
+[[nodiscard]] const CodecConfig* codecConfigOf(const CMFormatDescription& format);
+/// The parameters in that; null when there is none.
 [[nodiscard]] const AVCodecParameters* codecParametersOf(const CMFormatDescription& format);
-
-/// Whether a decoder that was set up for one takes the samples of the other as they come.
-[[nodiscard]] bool isSameFormat(const AVCodecParameters& a, const AVCodecParameters& b);
 
 /// Takes the sample's packet and says the rest in times and attachments: not sync, do not display,
 /// reset the decoder (of a sample that starts anew). The bounds of what is heard are left behind.

@@ -31,7 +31,7 @@ bool isOpaque(const CGImage& image) {
   return true;
 }
 
-/// A colour as it is before alpha was multiplied into it; PNG holds it that way.
+/// A colour before alpha is multiplied into it, as PNG stores it.
 uint8_t unpremultiply(uint8_t color, uint8_t alpha) {
   if (alpha == 0) return 0;
   return static_cast<uint8_t>(std::min(255, (color * 255 + alpha / 2) / alpha));

@@ -11,12 +11,11 @@
 
 namespace zaffo {
 
-/// A still picture: 8 bit BGRA, alpha premultiplied, rows top down. Immutable and shared.
-/// Thread: any.
+/// An image: 8 bit BGRA, alpha premultiplied, rows top down. Immutable and shared. Thread: any.
 class ZAFFO_EXPORT CGImage {
  public:
-  /// `pixels` holds height rows of `stride` bytes, stride >= 4 * width. Where it does not, or a
-  /// side is not positive, the image is empty: 0 x 0 pixels.
+  /// `pixels` holds height rows of `stride` bytes, stride >= 4 * width. If it does not, or a side
+  /// is not positive, the image is empty: 0 x 0 pixels.
   CGImage(int width, int height, std::size_t stride, std::vector<uint8_t> pixels);
 
   [[nodiscard]] int width() const { return width_; }
@@ -24,8 +23,8 @@ class ZAFFO_EXPORT CGImage {
   [[nodiscard]] std::size_t stride() const { return stride_; }
   [[nodiscard]] const uint8_t* pixels() const { return pixels_.data(); }
 
-  /// Writes a PNG file: 8 bit sRGB, with an alpha channel unless the picture is opaque, alpha not
-  /// premultiplied. Blocks. Returns null, or what failed, and then leaves no file behind: domain
+  /// Writes a PNG file: 8 bit sRGB, with an alpha channel (not premultiplied) unless the image is
+  /// opaque. Blocks. Returns null, or what failed, in which case it leaves no file behind: domain
   /// "NSPOSIXErrorDomain" with the code of errno (EINVAL for an empty image).
   [[nodiscard]] NSErrorPtr writePNG(const std::string& path) const;
 

@@ -27,7 +27,7 @@ inline constexpr CGRect CGRectZero{};
 [[nodiscard]] constexpr CGRect CGRectMake(double x, double y, double width, double height) {
   return {{x, y}, {width, height}};
 }
-/// What both have; CGRectZero when that has no area.
+/// The area common to both; CGRectZero when there is none.
 [[nodiscard]] ZAFFO_EXPORT CGRect CGRectIntersection(CGRect a, CGRect b);
 /// The left and upper edges belong to a rectangle, the right and lower ones do not.
 [[nodiscard]] ZAFFO_EXPORT bool CGRectContainsPoint(CGRect rect, CGPoint point);

@@ -7,14 +7,14 @@
 
 namespace zaffo {
 
-/// A picture as views show it. Immutable and shared. Thread: any.
+/// An image as views show it. Immutable and shared. Thread: any.
 class ZAFFO_EXPORT UIImage {
  public:
   explicit UIImage(CGImagePtr image) : image_(std::move(image)) {}
   /// Null for null.
   [[nodiscard]] static std::shared_ptr<const UIImage> imageWithCGImage(CGImagePtr image);
   [[nodiscard]] const CGImagePtr& cgImage() const { return image_; }
-  /// In points, one a pixel.
+  /// In points, one per pixel.
   [[nodiscard]] CGSize size() const;
 
  private:

@@ -102,7 +102,7 @@ void UIView::removeFromSuperview() {
   didMoveToSuperview();
 }
 
-/// Out of the superview without telling anybody but it. The caller holds a reference.
+/// Removes the view from its superview, notifying only the latter. The caller holds a reference.
 void UIView::detach() {
   if (!superview_) return;
   UIView* const superview = superview_;
@@ -112,7 +112,7 @@ void UIView::detach() {
   superview->setNeedsLayout();
 }
 
-/// Where in the layer the layer of a view belongs that is to be the subview at `index`.
+/// The index among the sublayers for the layer of a view that is to become the subview at `index`.
 std::size_t UIView::layerIndexOfSubview(std::size_t index) const {
   const auto& sublayers = layer_->sublayers();
   if (index >= subviews_.size()) return sublayers.size();
@@ -152,7 +152,7 @@ void UIView::setNeedsLayout() {
   layer_->setNeedsDisplay();
 }
 
-/// Lets every view above know, so that layoutIfNeeded of the root finds the way down. They keep it
+/// Marks every view above, so that layoutIfNeeded of the root finds its way down. They stay marked
 /// until they look there, whatever has become of this view by then.
 void UIView::noteLayoutBelow() {
   for (UIView* each = superview_; each; each = each->superview_) each->needsLayoutBelow_ = true;

@@ -280,6 +280,13 @@ TEST_F(FastPlaybackTest, ANewerSeekIsTheOneThatIsShownAndBothAreDone) {
   EXPECT_EQ(seen_.back().number, 60);
 }
 
+TEST_F(FastPlaybackTest, ANeighbourThatComesIntoViewUsesItsPlayerOnce) {
+  open("video_only.mp4");
+  load();
+  makeCurrent();
+  EXPECT_THAT(manager_->debugDescription(), HasSubstr("activeUses: 1"));
+}
+
 // Failures
 
 TEST_F(FastPlaybackTest, ASeekBeyondACutShowsWhyInPlaceOfThePicture) {

@@ -84,6 +84,14 @@ class PlayerCellTest : public testing::Test {
                                                            item);
     time.settle();
   }
+  void failWhilePlaying() {
+    loadCell();
+    giveThumbnail();
+    makeCurrent();
+    NSNotificationCenter::defaultCenter().postNotification(
+        AVPlayerItemFailedToPlayToEndTimeNotification, item,
+        {{AVPlayerItemFailedToPlayToEndTimeErrorKey, errorSaying("damaged")}});
+  }
   void makeCurrent() { cell->becomeCurrent(swipe, 0.5f); }
 
   [[nodiscard]] std::shared_ptr<FeedPage> page() const {
@@ -303,12 +311,7 @@ TEST_F(PlayerCellTest, APlayingPageThatGoesStopsItsPlayer) {
 
 TEST_F(PlayerCellTest, APlayerThatFailsOnTheWayIsStoppedAndKeepsNoItem) {
   testing::internal::CaptureStderr();
-  loadCell();
-  giveThumbnail();
-  makeCurrent();
-  NSNotificationCenter::defaultCenter().postNotification(
-      AVPlayerItemFailedToPlayToEndTimeNotification, item,
-      {{AVPlayerItemFailedToPlayToEndTimeErrorKey, errorSaying("damaged")}});
+  failWhilePlaying();
   EXPECT_EQ(player->rateValue, 0);
   EXPECT_THAT(*log, testing::Contains("player teardown"));
   EXPECT_EQ(manager->debugDescription(),
@@ -468,12 +471,7 @@ TEST_F(PlayerCellTest, AFailedPlayerShowsItsOwnError) {
 
 TEST_F(PlayerCellTest, AVideoThatFailsOnTheWayShowsItsError) {
   testing::internal::CaptureStderr();
-  loadCell();
-  giveThumbnail();
-  makeCurrent();
-  NSNotificationCenter::defaultCenter().postNotification(
-      AVPlayerItemFailedToPlayToEndTimeNotification, item,
-      {{AVPlayerItemFailedToPlayToEndTimeErrorKey, errorSaying("damaged")}});
+  failWhilePlaying();
   EXPECT_EQ(page()->text(), "clip.mp4\n\ndamaged");
   EXPECT_EQ(swipe->error, "damaged");
   EXPECT_FALSE(showsPlayer());
@@ -542,6 +540,20 @@ TEST_F(PlayerCellTest, AWarmPageWhosePlayerIsGoneIsCold) {
   EXPECT_FALSE(swipe->warm);
   giveItem();
   finishLoad();
+  EXPECT_EQ(player->rateValue, 1);
+}
+
+TEST_F(PlayerCellTest, AVideoThatIsInAnotherPlayerByNowIsShownFromThere) {
+  loadCell();
+  const auto former = player;
+  manager->removeAllPlayers();
+  const auto other = makeCell(true);
+  other->load();
+  giveItem();
+  finishLoad();
+  ASSERT_NE(player, former);
+  makeCurrent();
+  EXPECT_TRUE(showsPlayer());
   EXPECT_EQ(player->rateValue, 1);
 }
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "platform/media/CodecConfig.h"
 #include "platform/media/FrameTime.h"
 #include "platform/media/codec/CodecContext.h"
-#include "platform/media/codec/CodecIdentity.h"
 #include "platform/media/codec/ResampledRun.h"
 #include "platform/media/codec/SampleDecoding.h"
 
@@ -24,7 +24,7 @@ int limited(uint32_t samples) {
 class SoftwareAudioDecoder : public AudioDecoder {
  public:
   SoftwareAudioDecoder(CodecContextPtr context, const AVCodecParameters& parameters, int outputRate)
-      : identity_(parameters),
+      : config_(parameters),
         decoding_(std::move(context), "The sound cannot be decoded."),
         outputRate_(outputRate),
         run_(outputRate),
@@ -37,9 +37,7 @@ class SoftwareAudioDecoder : public AudioDecoder {
   Outcome receive(AudioBlock& block) override;
   void drain() override { decoding_.drain(); }
   void reset() override;
-  bool decodes(const AVCodecParameters& parameters) const override {
-    return identity_.matches(parameters);
-  }
+  bool decodes(const AVCodecParameters& parameters) const override { return config_ == parameters; }
   NSErrorPtr error() const override { return decoding_.error(); }
 
  private:
@@ -48,7 +46,7 @@ class SoftwareAudioDecoder : public AudioDecoder {
   [[nodiscard]] bool continuesRun() const;
   [[nodiscard]] int convertFrame(AudioBlock& block);
 
-  const CodecIdentity identity_;
+  const CodecConfig config_;
   SampleDecoding decoding_;
   const int outputRate_;
   ResampledRun run_;

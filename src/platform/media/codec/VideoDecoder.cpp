@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <thread>
 
-#include "platform/media/SampleBuffers.h"
+#include "platform/media/CodecConfig.h"
 #include "platform/media/codec/CodecContext.h"
 #include "platform/media/codec/PixelBuffers.h"
 #include "platform/media/codec/SampleDecoding.h"
@@ -21,9 +21,9 @@ int threadCount(const AVCodecParameters& parameters) {
 class SoftwareVideoDecoder : public VideoDecoder {
  public:
   SoftwareVideoDecoder(const AVCodecParameters& parameters, CodecContextPtr context)
-      : decoding_(std::move(context), "The picture cannot be decoded.") {
-    describe(parameters);
-  }
+      : decoding_(std::move(context), "The picture cannot be decoded."),
+        config_(parameters),
+        buffers_(std::make_unique<PixelBuffers>(parameters)) {}
 
   Outcome send(const Sample& sample) override;
   bool adoptParameters(const AVCodecParameters& parameters) override;
@@ -38,7 +38,6 @@ class SoftwareVideoDecoder : public VideoDecoder {
   NSErrorPtr error() const override { return refusal_ ? refusal_ : decoding_.error(); }
 
  private:
-  void describe(const AVCodecParameters& parameters);
   void noteStart(const Sample& sample);
   [[nodiscard]] bool isBroken(const SampleTimes::Entry& times) const;
   [[nodiscard]] bool isEarly(CMTime presentation) const {
@@ -47,7 +46,7 @@ class SoftwareVideoDecoder : public VideoDecoder {
   Outcome give(const SampleTimes::Entry& times, FramePtr decoded, VideoFrame& frame);
 
   SampleDecoding decoding_;
-  CodecParametersPtr parameters_;
+  CodecConfig config_;
   std::unique_ptr<PixelBuffers> buffers_;
   std::unique_ptr<PixelBuffers> formerBuffers_;  // of the codec before this one
   int64_t firstOfCodec_ = 0;                     // number of the first sample sent to this one
@@ -85,21 +84,16 @@ bool SoftwareVideoDecoder::isBroken(const SampleTimes::Entry& times) const {
 
 bool SoftwareVideoDecoder::adoptParameters(const AVCodecParameters& parameters) {
   refusal_ = nullptr;
-  if (isSameFormat(parameters, *parameters_)) return true;
+  if (config_ == parameters) return true;
   auto context = openCodec(parameters, threadCount(parameters));
   refusal_ = context.error();
   if (!context) return false;
   decoding_.startAnewWith(*std::move(context));
   formerBuffers_ = std::move(buffers_);
   firstOfCodec_ = decoding_.nextNumber();
-  describe(parameters);
-  return true;
-}
-
-void SoftwareVideoDecoder::describe(const AVCodecParameters& parameters) {
-  parameters_.reset(avcodec_parameters_alloc());
-  avcodec_parameters_copy(parameters_.get(), &parameters);
+  config_ = CodecConfig(parameters);
   buffers_ = std::make_unique<PixelBuffers>(parameters);
+  return true;
 }
 
 Outcome SoftwareVideoDecoder::receive(VideoFrame& frame) {

@@ -93,7 +93,7 @@ void SampleRange::give(Sample& sample) {
 bool SampleRange::adoptFormat(bool isDiscontinuity) {
   if (format_ && !isDiscontinuity) return true;
   const AVCodecParameters& parameters = cursor_->codecParameters();
-  if (format_ && isSameFormat(*codecParametersOf(*format_), parameters)) return true;
+  if (format_ && *codecConfigOf(*format_) == parameters) return true;
   format_ = makeFormatDescription(parameters, preferredTransform_);
   if (!format_) error_ = makeFFmpegError(AVErrorUnknown, "Out of memory.", AVERROR(ENOMEM));
   return format_ != nullptr;

@@ -205,9 +205,9 @@ bool SampleQueueDecoder::isWantedAtOnce(const QueuedSample& next) const {
 }
 
 bool SampleQueueDecoder::hasFormatOf(const QueuedSample& next) const {
-  const AVCodecParameters* present = codecParametersOf(*format_);
-  const AVCodecParameters* wanted = codecParametersOf(*next.format);
-  return present && wanted && isSameFormat(*present, *wanted);
+  const CodecConfig* present = codecConfigOf(*format_);
+  const CodecConfig* wanted = codecConfigOf(*next.format);
+  return present && wanted && *present == *wanted;
 }
 
 bool SampleQueueDecoder::open() {

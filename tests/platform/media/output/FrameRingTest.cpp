@@ -5,18 +5,10 @@
 #include <thread>
 #include <vector>
 
+#include "platform/media/output/NumberedFrames.h"
+
 namespace zaffo::media {
 namespace {
-
-/// Frames whose left sample is their own number and whose right sample is its negative.
-std::vector<float> numbered(int64_t first, int64_t count) {
-  std::vector<float> frames;
-  for (int64_t i = first; i < first + count; ++i) {
-    frames.push_back(static_cast<float>(i));
-    frames.push_back(-static_cast<float>(i));
-  }
-  return frames;
-}
 
 TEST(FrameRing, HoldsTheCapacityAskedForOrMore) {
   EXPECT_EQ(FrameRing(1000).capacity(), 1024);

@@ -7,19 +7,10 @@
 #include <vector>
 
 #include "doubles/TestSeed.h"
+#include "platform/media/output/NumberedFrames.h"
 
 namespace zaffo::media {
 namespace {
-
-/// Frames whose left sample is their own number and whose right sample is its negative.
-std::vector<float> numbered(int64_t first, int64_t count) {
-  std::vector<float> frames;
-  for (int64_t i = first; i < first + count; ++i) {
-    frames.push_back(static_cast<float>(i));
-    frames.push_back(-static_cast<float>(i));
-  }
-  return frames;
-}
 
 void push(SampleTap& tap, int64_t first, int64_t count) {
   tap.push(first, numbered(first, count));
