@@ -1,6 +1,5 @@
 #include "platform/media/SampleBuffers.h"
 
-
 #include "platform/media/Decoding.h"
 
 namespace zaffo::media {
