@@ -14,20 +14,20 @@ class PagePlayback {
  public:
   /// Called on the main thread, never inside create(). Either may release the playback.
   struct Events {
-    /// Why the item cannot be played on.
+    /// Why the item cannot be played on. Neither is empty.
     std::function<void(std::string reason)> failed;
     /// The item's last picture has been shown for its time, and the player has stopped.
     std::function<void()> ended;
   };
 
-  /// For the kind of player that `player` is, with the item that it holds.
+  /// For the kind of player that `player` is, with the item that it holds: it must hold one.
   [[nodiscard]] static std::shared_ptr<PagePlayback> create(std::shared_ptr<Player> player,
                                                             Events events);
   virtual ~PagePlayback() = default;
 
   /// Plays at `rate` from now on, or once a rewind or seek in progress is done. 0 stops.
   virtual void setRate(float rate) = 0;
-  /// Goes back to the start, even from the end, and goes on at the rate set by then.
+  /// Goes back to the start and goes on at the rate set by then, even from the end.
   virtual void rewind() = 0;
   /// Shows the frame at `time` and goes on at the rate set by then. Calls `done` (may be empty)
   /// when the frame is there, or will not come.

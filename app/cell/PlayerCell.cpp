@@ -71,8 +71,14 @@ NSErrorPtr PlayerCell::itemError() const {
   return item && item->status() == AVPlayerItemStatus::Failed ? item->error() : nullptr;
 }
 
+/// A fast player drops an item that fails, and its layer, while the pool takes it for loaded.
+bool PlayerCell::hasLostItem() const {
+  return loan_->player() && !loan_->player()->playerItem();
+}
+
 void PlayerCell::loanChanged() {
   if (const auto error = itemError()) loan_->fail(error->localizedDescription());
+  if (hasLostItem()) loan_->fail({});
   if (loan_->state() == State::Ready) {
     showPlayer();
   } else {
@@ -240,7 +246,7 @@ void PlayerCell::setVolume(float volume) {
 
 void PlayerCell::seek(CMTime time, std::function<void()> completion) {
   const auto& player = loan_->player();
-  if (!player || !player->playerItem()) return completion();
+  if (!playback_ || !player || !player->playerItem()) return completion();
   isAtStart_ = false;
   playback_->seek(time, std::move(completion));
 }

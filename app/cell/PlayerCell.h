@@ -51,6 +51,7 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
 
  private:
   [[nodiscard]] NSErrorPtr itemError() const;
+  [[nodiscard]] bool hasLostItem() const;
   void loanChanged();
   void showPlayer();
   void hidePlayer();

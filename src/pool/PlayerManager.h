@@ -125,8 +125,8 @@ class ZAFFO_EXPORT PlayerManager : public std::enable_shared_from_this<PlayerMan
                                         AVPlayerItemLoaderOptions options,
                                         LoadCompletion completion);
 
-  /// One line per player, most recently handed out first, without a final line feed: "Player 3 -
-  /// videoId: 1234, state: Loaded, activeUses: 1".
+  /// One line per player, most recently handed out first, without a final line feed:
+  /// "Player 3 - videoId: 1234, state: Loaded, activeUses: 1".
   [[nodiscard]] virtual std::string debugDescription() const;
 
   /// The bare layer of a player that already holds or is loading `video`, removed from wherever it

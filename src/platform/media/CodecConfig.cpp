@@ -17,7 +17,7 @@ bool isSamePicture(const AVCodecParameters& a, const AVCodecParameters& b) {
          a.height == b.height && a.sample_aspect_ratio.num == b.sample_aspect_ratio.num &&
          a.sample_aspect_ratio.den == b.sample_aspect_ratio.den && a.color_range == b.color_range &&
          a.color_space == b.color_space && a.color_primaries == b.color_primaries &&
-         a.color_trc == b.color_trc;
+         a.color_trc == b.color_trc && a.chroma_location == b.chroma_location;
 }
 
 bool isSameSound(const AVCodecParameters& a, const AVCodecParameters& b) {

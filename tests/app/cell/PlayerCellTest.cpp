@@ -127,6 +127,21 @@ TEST_F(PlayerCellTest, ALoadAsksTheLoaderThenThePoolAndShowsThePlayersView) {
   EXPECT_EQ(player->rateValue, 0) << "a neighbour stands still";
 }
 
+TEST_F(PlayerCellTest, APlayerThatLostItsItemIsDiscardedAndThePageSaysSo) {
+  loadCell();
+  cell->unload();
+  player->item = nullptr;  // it failed when nobody looked, and the pool takes it for loaded
+  player->view = PlayerFastOutputView::create();
+  cell->load();
+  EXPECT_EQ(loader->items.size(), 1u) << "the pool has it";
+  giveThumbnail();
+  EXPECT_TRUE(cell->isSettled());
+  EXPECT_THAT(page()->text(), HasSubstr("There is no video in it that can be played."));
+  cell->unload();
+  cell->load();
+  EXPECT_EQ(loader->items.size(), 2u) << "the pool has it no more";
+}
+
 TEST_F(PlayerCellTest, LoadingTwiceLoadsOnce) {
   cell->load();
   cell->load();

@@ -94,6 +94,8 @@ TEST(CodecConfig, WhatADecoderOfPicturesIsSetUpForMayNot) {
   EXPECT_FALSE(
       isEqualPictureAfter([](AVCodecParameters& p) { p.color_primaries = AVCOL_PRI_BT709; }));
   EXPECT_FALSE(isEqualPictureAfter([](AVCodecParameters& p) { p.color_trc = AVCOL_TRC_BT709; }));
+  EXPECT_FALSE(
+      isEqualPictureAfter([](AVCodecParameters& p) { p.chroma_location = AVCHROMA_LOC_TOPLEFT; }));
 }
 
 TEST(CodecConfig, OutlivesWhatItWasMadeOf) {

@@ -13,7 +13,7 @@ namespace zaffo::media {
 
 /// Renders in step with the output's clock and throws the result away: always up to one period
 /// ahead of the present time, and nothing at all while it is stopped.
-/// Thread: the control queue, which must be serial; it may be destroyed, and stops then, on any.
+/// Thread: the control queue, which must be serial; destroying it, on any thread, stops it.
 class NullDevice {
  public:
   static constexpr int64_t kPeriodNanoseconds = 20'000'000;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "platform/Mutex.h"
@@ -35,7 +36,7 @@ class CommandLog {
   // The queue.
   void begin(Number command) {
     MutexLock lock(numbersMutex_);
-    begun_ = command;
+    begun_ = std::max(begun_, command);  // two threads may post theirs in either order
   }
   /// The last that was begun.
   [[nodiscard]] Number begun() const {

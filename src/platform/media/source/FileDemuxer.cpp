@@ -116,11 +116,8 @@ void FileDemuxer::learnStarts() {
     }
     setMoved();
     if (!rewind(stream->index)) continue;
-    // Once it has a packet of the stream, FFmpeg knows when the stream starts.
-    while (stream->start_time == AV_NOPTS_VALUE &&
-           av_read_frame(context_.get(), packet.get()) >= 0) {
-      av_packet_unref(packet.get());
-    }
+    // Once it has a packet of the stream, FFmpeg knows when the stream starts, or never will.
+    if (av_read_frame(context_.get(), packet.get()) >= 0) av_packet_unref(packet.get());
   }
 }
 

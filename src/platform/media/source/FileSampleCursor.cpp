@@ -73,8 +73,11 @@ Outcome FileSampleCursor::next(Sample& sample) {
   if (outcome_ != Outcome::Ready) return outcome_;
   if (!std::exchange(pending_, false)) outcome_ = read();
   if (outcome_ != Outcome::Ready) return outcome_;
-  // What is shown right behind it cannot be decoded from there: only what the place was taken for.
-  if (!std::exchange(isFirst_, false) && beginsGradualRefresh(*packet_, codecParameters())) {
+  // Frames shown just after a gradual refresh begins cannot be decoded from it, so only the sample
+  // that was sought counts as sync.
+  const bool isSync = packet_->flags & AV_PKT_FLAG_KEY;
+  if (!std::exchange(isFirst_, false) && isSync &&
+      beginsGradualRefresh(*packet_, codecParameters())) {
     packet_->flags &= ~AV_PKT_FLAG_KEY;
   }
   fill(sample);
@@ -148,12 +151,12 @@ bool FileSampleCursor::seek(CMTime time) {
 }
 
 // The demuxer's index is by decoding time: the key frame it gives may be shown after `timestamp`,
-// and then the one before it is needed; so it is where pictures are only whole some time later.
+// and then the one before it is needed. The same goes for the beginning of a gradual refresh.
 bool FileSampleCursor::seekVideo(int64_t timestamp) {
   int64_t wanted = timestamp;
   while (landAt(wanted)) {
-    const int64_t shownAt = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
     if (outcome_ != Outcome::Ready) return true;
+    const int64_t shownAt = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
     if (shownAt <= timestamp && !beginsGradualRefresh(*packet_, codecParameters())) return true;
     if (packet_->dts == AV_NOPTS_VALUE || packet_->dts > wanted) return false;
     wanted = packet_->dts - 1;

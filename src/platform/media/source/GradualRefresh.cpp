@@ -12,7 +12,8 @@ namespace {
 
 using Bytes = std::span<const uint8_t>;
 
-constexpr int kLastSlice = 5;  ///< NAL unit types 1 to 5 are slices
+constexpr int kLastSlice = 5;      ///< NAL unit types 1 to 5 are slices
+constexpr int kRefreshAtOnce = 5;  ///< the slices of a picture that nothing before it matters to
 constexpr int kSupplementalInformation = 6;
 constexpr unsigned kRecoveryPoint = 6;  ///< a payload of the former
 
@@ -36,6 +37,7 @@ Bytes takeUnit(Bytes& rest, std::size_t lengthBytes) {
 /// The bytes of a NAL unit as they were before a 3 was put behind each two zeros.
 std::vector<uint8_t> unescaped(Bytes unit) {
   std::vector<uint8_t> bytes;
+  bytes.reserve(unit.size());
   int zeros = 0;
   for (const uint8_t byte : unit) {
     const bool isEscape = zeros >= 2 && byte == 3;
@@ -61,7 +63,8 @@ std::size_t takeNumber(Bytes& rest) {
 bool tellsOfLaterRecovery(Bytes information) {
   while (information.size() > 2) {
     const std::size_t type = takeNumber(information);
-    const std::size_t size = std::min(takeNumber(information), information.size());
+    const std::size_t told = takeNumber(information);
+    const std::size_t size = std::min(told, information.size());
     if (type == kRecoveryPoint) return size > 0 && !(information.front() & 0x80);
     information = information.subspan(size);
   }
@@ -73,14 +76,15 @@ bool tellsOfLaterRecovery(Bytes information) {
 bool beginsGradualRefresh(const AVPacket& packet, const AVCodecParameters& parameters) {
   const auto prefix = lengthBytes(parameters);
   if (parameters.codec_id != AV_CODEC_ID_H264 || !prefix) return false;
+  bool isTold = false;
   Bytes rest(packet.data, static_cast<std::size_t>(packet.size));
   for (Bytes unit = takeUnit(rest, *prefix); !unit.empty(); unit = takeUnit(rest, *prefix)) {
     const int type = unit.front() & 0x1f;
-    if (type >= 1 && type <= kLastSlice) return false;
+    if (type >= 1 && type <= kLastSlice) return isTold && type != kRefreshAtOnce;
     if (type != kSupplementalInformation) continue;
-    if (tellsOfLaterRecovery(unescaped(unit.subspan(1)))) return true;
+    isTold = isTold || tellsOfLaterRecovery(unescaped(unit.subspan(1)));
   }
-  return false;
+  return isTold;
 }
 
 }  // namespace zaffo::media

@@ -213,6 +213,11 @@ std::size_t SampleQueue::framesForDecodeOnlyRun() const {
   return decodeOnlyRun_.framesAhead();
 }
 
+bool SampleQueue::keepsSent() const {
+  MutexLock lock(samplesMutex_);
+  return next_ > 0 && startsSyncWhileLocked();
+}
+
 int64_t SampleQueue::pixelsToDecodeAgain() const {
   MutexLock lock(samplesMutex_);
   if (next_ == 0) return 0;

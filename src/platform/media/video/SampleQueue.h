@@ -82,6 +82,8 @@ class SampleQueue {
   /// How many frames more than otherwise are to be decoded ahead, for the runs of samples that
   /// begin with some that are not shown. Nothing was to be seen before the first run.
   [[nodiscard]] std::size_t framesForDecodeOnlyRun() const;
+  /// Whether what was sent is kept from a sync sample on: more than a bound is not.
+  [[nodiscard]] bool keepsSent() const;
   /// Pixels that decoding the kept ones takes; the largest number when it cannot start there.
   [[nodiscard]] int64_t pixelsToDecodeAgain() const;
 

@@ -18,6 +18,8 @@ constexpr std::size_t kMostUnanswered = 300;
 constexpr int64_t kCheapPixels = int64_t{16} << 20;
 /// So many samples are decoded once more without anybody noticing.
 constexpr std::size_t kCheapToRepeat = 16;
+/// No decoder holds back as many frames; what is older than that was damaged.
+constexpr std::size_t kMostPending = 64;
 
 CMTime laterOf(CMTime a, CMTime b) {
   if (CMTIME_IS_INVALID(a)) return b;
@@ -26,6 +28,10 @@ CMTime laterOf(CMTime a, CMTime b) {
 
 bool isAfter(CMTime time, CMTime passed) {
   return CMTIME_IS_INVALID(passed) || time > passed;
+}
+
+bool isBefore(CMTime time, CMTime bound) {
+  return CMTIME_IS_VALID(bound) && time < bound;
 }
 
 bool isToShow(const Sample& sample) {
@@ -183,6 +189,10 @@ Outcome SampleQueueDecoder::feed(const Demand& demand) {
     }
     if (!next) return Outcome::Again;
   }
+  if (!next->format) {
+    error_ = makeError(AVErrorUnknown, "Out of memory.");
+    return Outcome::Error;
+  }
   const bool sameFormat = format_ == next->format || (format_ && hasFormatOf(*next));
   if (sent_ > 0 && (next->sample.isDiscontinuity || !sameFormat)) return drain(Drain::NewRun);
   if (!sameFormat) decoder_.reset();
@@ -230,7 +240,8 @@ Outcome SampleQueueDecoder::send(const QueuedSample& next, const Demand& demand)
   const bool atOnce = isWantedAtOnce(next);
   const bool drainsAtOnce =
       atOnce && !sample.decodeOnly && sample.sync && sent_ == 0 && !wantsFirst_;
-  const bool isLate = CMTIME_IS_VALID(due_) && sample.presentation < due_;
+  const bool isLate =
+      isBefore(sample.presentation, due_) || isBefore(sample.presentation, demand.hurryTo);
   const bool isNew = isToShow(sample) && isAfter(sample.presentation, passed_);
   const bool isWanted = isNew && !isLate;
   decoder_->setSkipsUnreferencedFrames(!isWanted && !atOnce && !wantsFirst_);
@@ -243,6 +254,7 @@ Outcome SampleQueueDecoder::send(const QueuedSample& next, const Demand& demand)
   if (atOnce && gaveNothing_) wantsFirst_ = true;
   if (atOnce && !gaveNothing_) atOnce_ = sample.presentation;
   if (isWanted) pending_.push_back(sample.presentation);
+  if (pending_.size() > kMostPending) pending_.erase(pending_.begin());
   if (isNew && isLate) ++late_;
   if (gaveNothing_ && isToShow(sample)) ++unanswered_;
   return isSought(sample, demand) ? drain(Drain::Sought) : Outcome::Working;

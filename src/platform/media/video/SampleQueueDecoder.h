@@ -34,6 +34,8 @@ class SampleQueueDecoder {
     /// The presentation of a frame that is known to be the one for `now`: it is had as soon as its
     /// sample is in, if that is one of the first.
     CMTime sought = kCMTimeInvalid;
+    /// Frames before it will be too late: those that no other refers to may be left out.
+    CMTime hurryTo = kCMTimeInvalid;
   };
   struct Picture {
     VideoFrame frame;

@@ -38,7 +38,7 @@ Outcome VideoTrack::stepSeek(VideoFrame& frame) {
 Outcome VideoTrack::decideSearch() {
   Sample sample;
   const Outcome outcome = read(sample);
-  if (outcome == Outcome::Working) return readError_ ? fail(readError_) : Outcome::End;
+  if (outcome == Outcome::End && readError_) return fail(readError_);
   if (outcome != Outcome::Ready) return outcome;
   const CMTime time = sample.presentation;
   const bool isWanted = sample.sync && !sample.decodeOnly && (time >= target_ || time >= earliest_);
@@ -88,11 +88,14 @@ Outcome VideoTrack::stepBehindSync() {
   }
   Sample sample;
   const Outcome outcome = read(sample);
+  if (outcome == Outcome::End) return Outcome::Working;
   if (outcome != Outcome::Ready) return outcome;
   horizon_.pass(sample);
+  const bool startsRun = sample.isDiscontinuity;
   const bool isEarlier = !sample.decodeOnly && sample.presentation < lateSync_;
-  if (isEarlier || sample.isDiscontinuity) search_ = Search::Decoding;
   enqueue(std::move(sample));
+  // A file may have any distance between decoding and showing; memory has an end.
+  if (isEarlier || startsRun || !samples_.hasRoom(lateSync_)) search_ = Search::Decoding;
   return Outcome::Working;
 }
 
@@ -100,9 +103,13 @@ Outcome VideoTrack::stepDecoding(VideoFrame& frame) {
   const bool isKnown = CMTIME_IS_VALID(sought_);
   const Outcome outcome =
       step({.now = isKnown ? sought_ : target_, .ahead = true, .sought = sought_}, frame);
-  if (outcome != Outcome::Ready) return outcome;
+  if (outcome == Outcome::Working || outcome == Outcome::Again) return outcome;
   // The one that would have done is damaged.
-  if (isKnown && frame.presentation != sought_) return searchAgain(target_);
+  const bool isIt = outcome == Outcome::Ready && frame.presentation == sought_;
+  if (isKnown && !isIt) return searchAgain(target_);
+  if (outcome != Outcome::Ready) return outcome;
+  // Where what was sent is too much to be kept, the cursor goes back for what follows.
+  if (decoder_.isSpent() && !samples_.keepsSent()) resumeAt_ = frame.presentation;
   search_ = Search::None;
   return Outcome::Ready;
 }
@@ -124,7 +131,7 @@ Outcome VideoTrack::stepNext(VideoFrame& frame) {
   }
   // A late frame is better than none.
   const CMTime now = CMTIME_IS_VALID(hurryTo_) ? hurryTo_ : kCMTimeNegativeInfinity;
-  return step({.now = now, .ahead = true, .overdue = true}, frame);
+  return step({.now = now, .ahead = true, .overdue = true, .hurryTo = hurryTo_}, frame);
 }
 
 void VideoTrack::resumeAfter(const VideoFrame& frame) {
@@ -164,18 +171,19 @@ Outcome VideoTrack::feed() {
   if (hasEnded_) return readError_ ? fail(readError_) : Outcome::End;
   Sample sample;
   const Outcome outcome = read(sample);
+  if (outcome == Outcome::End) return Outcome::Working;  // the decoder is to be drained
   if (outcome != Outcome::Ready) return outcome;
   enqueue(std::move(sample));
   return Outcome::Working;
 }
 
-/// Working when there is none any more.
+/// End when there is none any more, for whatever reason.
 Outcome VideoTrack::read(Sample& sample) {
   const Outcome outcome = cursor_->next(sample);
   if (outcome == Outcome::Ready || outcome == Outcome::Again) return outcome;
   if (outcome == Outcome::Error) readError_ = cursor_->error();
   hasEnded_ = true;
-  return Outcome::Working;
+  return Outcome::End;
 }
 
 void VideoTrack::enqueue(Sample sample) {

@@ -66,7 +66,6 @@ class VideoTrack {
   [[nodiscard]] Outcome stepToNextSync();
   [[nodiscard]] Outcome stepBehindSync();
   [[nodiscard]] Outcome stepDecoding(VideoFrame& frame);
-  [[nodiscard]] Outcome takeSyncAt(CMTime time);
   [[nodiscard]] Outcome searchAgain(CMTime from);
   [[nodiscard]] Outcome step(SampleQueueDecoder::Demand demand, VideoFrame& frame);
   [[nodiscard]] Outcome feed();

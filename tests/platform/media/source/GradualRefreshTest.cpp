@@ -39,6 +39,17 @@ TEST_F(GradualRefreshTest, IsToldByARecoveryPointThatLiesFurtherOn) {
   EXPECT_FALSE(begins({0, 0, 0, 5, 6, 6, 1, 0x84, 0x80, 0, 0, 0, 2, 1, 0xff})) << "at once";
 }
 
+TEST_F(GradualRefreshTest, APictureThatStartsAnewAtOnceIsNone) {
+  EXPECT_FALSE(begins({0, 0, 0, 5, 6, 6, 1, 0x48, 0x80, 0, 0, 0, 2, 0x65, 0x88}));
+  EXPECT_TRUE(begins({0, 0, 0, 5, 6, 6, 1, 0x48, 0x80, 0, 0, 0, 2, 0x41, 0x88}));
+}
+
+TEST_F(GradualRefreshTest, InformationThatEndsBeforeItsSizeIsNone) {
+  EXPECT_FALSE(begins({0, 0, 0, 5, 6, 5, 200, 1, 2}));
+  EXPECT_FALSE(begins({0, 0, 0, 3, 6, 6, 200}));
+  EXPECT_FALSE(begins({0, 0, 0, 4, 6, 255, 255, 255}));
+}
+
 TEST_F(GradualRefreshTest, IsFoundBehindOtherUnitsAndOtherInformation) {
   EXPECT_TRUE(begins({0, 0, 0, 2, 9, 0x10, 0, 0, 0, 8, 6, 1, 2, 0xaa, 0xbb, 6, 1, 0x48}));
   // A size of 256, and bytes that are escaped.

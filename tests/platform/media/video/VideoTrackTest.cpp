@@ -150,6 +150,49 @@ TEST_F(VideoTrackTest, ASyncFrameThatWouldHaveDoneAndIsDamagedIsLeftForTheOneSou
   EXPECT_EQ(shown(), start - 2);
 }
 
+TEST_F(VideoTrackTest, ADamagedSyncFrameIsLeftForTheOneSoughtAlsoWhereNothingFollowsThatIsWhole) {
+  const int start = secondStart();
+  for (Sample& sample : encoded_.samples) {
+    if (sample.presentation >= frames(start)) damage(sample);
+  }
+  open();
+  track_->beginSeek(frames(start - 2), frames(start - 2), frames(start));
+  ASSERT_EQ(seekOn(), Outcome::Ready);
+  EXPECT_EQ(shown(), start - 2);
+}
+
+TEST_F(VideoTrackTest, GoesOnAfterAFrameOfMoreBytesThanAreKept) {
+  // What follows the slice's end is stuffing.
+  Sample& first = encoded_.samples.front();
+  const int size = first.packet->size;
+  ASSERT_EQ(av_grow_packet(first.packet.get(), 9 << 20), 0);
+  std::fill(first.packet->data + size, first.packet->data + first.packet->size, uint8_t{0});
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
+  EXPECT_EQ(shown(), 0);
+  EXPECT_EQ(rest(), range(1));
+}
+
+TEST_F(VideoTrackTest, ReadsNoWholeFileForWhatIsShownLongAfterItIsDecoded) {
+  constexpr CMTime kHour = CMTimeMake(3600, 1);
+  auto& samples = encoded_.samples;
+  const std::vector<Sample> group = std::move(samples);
+  samples.clear();
+  CMTime decode = kCMTimeZero;
+  for (int copy = 0; copy < 40; ++copy) {
+    for (const Sample& each : group) {
+      Sample& sample = samples.emplace_back(copyOf(each));
+      sample.presentation = sample.presentation + frames(copy * kCount) + kHour;
+      sample.decode = decode;
+      decode = decode + frames(1);
+    }
+  }
+  open();
+  ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
+  EXPECT_EQ(frame_.presentation, kHour);
+  EXPECT_LT(source_->reads(), 6 * kEncodedRate);
+}
+
 TEST_F(VideoTrackTest, WhatFollowsADrainedFrameIsNotReadAgain) {
   open();
   ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
