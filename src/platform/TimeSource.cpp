@@ -3,15 +3,22 @@
 #include <atomic>
 #include <chrono>
 
+#include "platform/Mutex.h"
+
 namespace zaffo {
 
 namespace {
 std::atomic<TimeSource*> replacementSource{nullptr};
 std::atomic<uint64_t> replaceCount{0};
+/// Held while a replacement is asked, so that none is once replace() has returned.
+Mutex askingMutex;
 }  // namespace
 
 int64_t TimeSource::now() {
-  if (const TimeSource* source = replacement()) return source->nanoseconds();
+  if (replacement()) {
+    MutexLock lock(askingMutex);
+    if (const TimeSource* source = replacement()) return source->nanoseconds();
+  }
   const auto sinceOrigin = std::chrono::steady_clock::now().time_since_epoch();
   return std::chrono::duration_cast<std::chrono::nanoseconds>(sinceOrigin).count();
 }
@@ -21,6 +28,7 @@ TimeSource* TimeSource::replacement() {
 }
 
 void TimeSource::replace(TimeSource* source) {
+  MutexLock lock(askingMutex);
   replacementSource.store(source, std::memory_order_release);
   replaceCount.fetch_add(1, std::memory_order_acq_rel);
 }
