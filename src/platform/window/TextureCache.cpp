@@ -19,8 +19,8 @@ SDL_YUV_CONVERSION_MODE nativeMode(const CVPixelBuffer& p) {
   const bool evenX = p.cropLeft % 2 == 0 && p.cropWidth % 2 == 0;
   const bool evenY = p.cropTop % 2 == 0 && p.cropHeight % 2 == 0;
   if (!evenX || !evenY) return SDL_YUV_CONVERSION_AUTOMATIC;
-  // The processor takes chroma to lie amid its pixels. What lies left of that is moved on its way
-  // there.
+  // The graphics processor takes chroma to lie amid its pixels. What lies on the left one is moved
+  // as it is uploaded.
   if (p.chromaSiteX == CVChromaSite::Second || p.chromaSiteY != CVChromaSite::Middle) {
     return SDL_YUV_CONVERSION_AUTOMATIC;
   }

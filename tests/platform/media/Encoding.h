@@ -6,6 +6,7 @@ extern "C" {
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -37,6 +38,11 @@ struct PictureScript {
 inline constexpr int kEncodedRate = 30;
 inline constexpr int kGreyOfZero = 32;
 inline constexpr int kGreyStep = 4;
+
+/// The duration of `count` frames of an encoded stream, to a quarter of a frame.
+inline CMTime frames(double count) {
+  return CMTimeMake(std::llround(count * 4), 4 * kEncodedRate);
+}
 
 /// The number of a picture; nothing when it is not even, as one that leans on what was not decoded.
 inline std::optional<int> pictureNumber(const CVPixelBufferPtr& picture) {

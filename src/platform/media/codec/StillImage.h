@@ -8,7 +8,7 @@
 namespace zaffo::media {
 
 /// Makes a still picture of `width` x `height` pixels of what a pixel buffer shows, with its matrix
-/// and range honoured. Fails when memory is short or the size is not positive.
+/// and range honoured. Fails when the size is not one that can be scaled to.
 Result<CGImagePtr> makeImage(const CVPixelBuffer& buffer, int width, int height);
 
 /// Turns a picture by quarter turns and mirrors it, as `transform` says. Transforms of another kind

@@ -9,9 +9,6 @@ namespace zaffo::media {
 
 namespace {
 
-/// Steps of decoding between two looks at what else is to be done.
-constexpr int kStepsPerPump = 16;
-
 std::unique_ptr<VideoTrack> firstVideoTrack(const std::shared_ptr<SampleSource>& source) {
   for (const auto& track : source->tracks()) {
     if (track->mediaType != AVMediaTypeVideo) continue;
@@ -62,12 +59,11 @@ void PictureSupply::showFound(CMTime position) {
 }
 
 void PictureSupply::decodeAhead(CMTime now, const std::function<bool()>& isSuperseded) {
-  // A decode-only run that has begun is seen through.
-  const bool isInDecodeOnlyRun = burst_.isOn() && track_ && track_->decodeOnlyRun().isUnderWay();
-  if (!isInDecodeOnlyRun) burst_.update(frames_->queued(), framesForDecodeOnlyRun());
+  const bool isInDecodeOnlyRun = track_ && track_->decodeOnlyRun().isUnderWay();
+  burst_.update(frames_->queued(), framesForDecodeOnlyRun(), isInDecodeOnlyRun);
   if (!track_ || hasEnded_) burst_.stop();
   waits_ = false;
-  for (int steps = 0; burst_.isOn() && steps < kStepsPerPump; ++steps) {
+  for (int steps = 0; burst_.isOn() && steps < DecodeBurst::kStepsPerPump; ++steps) {
     if (isSuperseded() || !step(now)) return;
   }
 }

@@ -23,7 +23,7 @@ class PictureSupply {
   PictureSupply(const std::shared_ptr<SampleSource>& source, std::shared_ptr<FrameStore> frames,
                 CMTime duration);
 
-  [[nodiscard]] bool exist() const { return track_ != nullptr; }
+  [[nodiscard]] bool exists() const { return track_ != nullptr; }
   /// Called, on any thread, when the source has something again. Set before the first search.
   void setReadyHandler(const std::function<void()>& handler);
 

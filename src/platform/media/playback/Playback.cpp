@@ -161,7 +161,7 @@ void Playback::settle() {
   const bool stands = state_ == PlaybackState::Ready || state_ == PlaybackState::Ended;
   if (!stands && state_ != PlaybackState::Running) return;
   if (stands && !sound_.prefill(clock_.timeAt(TimeSource::now()))) return;
-  if (stands && sound_.failed() && !pictures_.exist()) {
+  if (stands && sound_.failed() && !pictures_.exists()) {
     return fail(makeError(AVErrorDecodeFailed, "The sound cannot be decoded."));
   }
   completePrerolls(true);

@@ -10,9 +10,6 @@ namespace zaffo::media {
 
 namespace {
 
-/// Steps of decoding between two looks at what else is to be done.
-constexpr int kStepsPerPump = 16;
-
 std::shared_ptr<CMTimebase> hostTimebase() {
   auto timebase = CMTimebase::create(CMClockGetHostTimeClock());
   const int64_t now = TimeSource::now();
@@ -148,11 +145,8 @@ void SampleRenderer::beginGeneration() {
 
 SampleQueueDecoder::Demand SampleRenderer::demandAt(const CMTimebase& timebase, int64_t hostNow) {
   const bool isPlaying = timebase.rate() > 0;
-  // A decode-only run that has begun is seen through.
-  const bool isInDecodeOnlyRun = burst_.isOn() && decoder_.isInDecodeOnlyRun();
-  if (!isInDecodeOnlyRun) {
-    burst_.update(frames()->queued(), samples_.queue().framesForDecodeOnlyRun());
-  }
+  burst_.update(frames()->queued(), samples_.queue().framesForDecodeOnlyRun(),
+                decoder_.isInDecodeOnlyRun());
   SampleQueueDecoder::Demand demand;
   demand.now = timebase.timeAtHostTime(hostNow);
   demand.ahead = burst_.isOn() && isPlaying;
@@ -165,7 +159,7 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
   SampleQueueDecoder::Demand demand = demandAt(timebase, hostNow);
   awaitsQuiet_ = false;
   SampleQueueDecoder::Picture picture;
-  for (int step = 0; step < kStepsPerPump; ++step) {
+  for (int step = 0; step < DecodeBurst::kStepsPerPump; ++step) {
     // Anew for each step: samples may come between two of them.
     const auto prospect = dataRequest_->prospect(decoder_.generation(), hostNow);
     demand.noneComing = prospect != MediaDataRequest::Prospect::Coming;

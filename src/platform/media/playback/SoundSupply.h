@@ -20,7 +20,6 @@ class SoundSupply {
   SoundSupply(const std::shared_ptr<SampleSource>& source, std::span<const TrackVolume> volumes,
               AudioOutput& output);
 
-  [[nodiscard]] bool exists() const { return track_ != nullptr; }
   /// Called, on any thread, when the source has something again. Set before the first prefill().
   void setReadyHandler(const std::function<void()>& handler);
   void setVolume(float volume);

@@ -30,8 +30,8 @@ class FileDemuxer {
   [[nodiscard]] std::span<AVStream* const> streams() const {
     return {context_->streams, context_->nb_streams};
   }
-  /// Reads the first sample of each picture stream whose header leaves open when it is shown: that
-  /// of a fragmented file tells lengths, and not how much later than decoding showing begins.
+  /// Reads the first sample of each picture stream whose header leaves open when it is shown: a
+  /// fragmented file's header tells durations, but not the first composition offset.
   void learnStarts();
   /// The timestamp, in the stream's time base, that is time zero of the asset.
   [[nodiscard]] int64_t timelineStart(const AVStream& stream) const;

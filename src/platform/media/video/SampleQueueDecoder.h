@@ -51,8 +51,8 @@ class SampleQueueDecoder {
   /// Again when there is no sample, which the queue's push() will tell of, or when the queue was
   /// flushed; End when there is nothing to do for what was asked.
   [[nodiscard]] Outcome step(const Demand& demand, Picture& picture);
-  /// Whether the last step went back to decode again: what is not shown yet is then to be
-  /// forgotten, and goOnAfter() told what is.
+  /// Whether a step went back to decode again since the last call. An owner that keeps frames which
+  /// are not shown yet forgets them then, and tells goOnAfter() what is on show.
   [[nodiscard]] bool takeRewind() { return std::exchange(rewound_, false); }
   /// The frame at `shown` is on show, none with an invalid time: gives those that follow it.
   void goOnAfter(CMTime shown) { passed_ = shown; }
@@ -134,7 +134,7 @@ class SampleQueueDecoder {
   CMTime answered_ = kCMTimeInvalid;  ///< the frame that the decoder was drained for
   std::size_t late_ = 0;
   bool gaveNothing_ = true;     ///< since begin()
-  bool rewound_ = false;        ///< by the last step
+  bool rewound_ = false;        ///< by a step, not taken yet
   std::size_t unanswered_ = 0;  ///< samples to be shown that were sent while nothing came out
 };
 

@@ -66,11 +66,11 @@ Outcome VideoTrack::stepToNextSync() {
   Sample sample;
   const Outcome outcome = read(sample);
   if (outcome == Outcome::Again) return outcome;
-  if (outcome != Outcome::Ready) return searchAgain(target_);
+  if (outcome != Outcome::Ready) return searchAgain();
   passedNewStart_ = passedNewStart_ || sample.isDiscontinuity;
   const bool isBeyond = CMTIME_IS_NUMERIC(sample.decode) && sample.decode > latest_;
   const bool isSync = sample.sync && !sample.decodeOnly && sample.presentation > target_;
-  if (isBeyond || (isSync && sample.presentation > latest_)) return searchAgain(target_);
+  if (isBeyond || (isSync && sample.presentation > latest_)) return searchAgain();
   if (!isSync) return Outcome::Working;
   sample.isDiscontinuity = passedNewStart_;
   sought_ = sample.presentation;
@@ -106,7 +106,7 @@ Outcome VideoTrack::stepDecoding(VideoFrame& frame) {
   if (outcome == Outcome::Working || outcome == Outcome::Again) return outcome;
   // The one that would have done is damaged.
   const bool isIt = outcome == Outcome::Ready && frame.presentation == sought_;
-  if (isKnown && !isIt) return searchAgain(target_);
+  if (isKnown && !isIt) return searchAgain();
   if (outcome != Outcome::Ready) return outcome;
   // Where what was sent is too much to be kept, the cursor goes back for what follows.
   if (decoder_.isSpent() && !samples_.keepsSent()) resumeAt_ = frame.presentation;
@@ -114,10 +114,10 @@ Outcome VideoTrack::stepDecoding(VideoFrame& frame) {
   return Outcome::Ready;
 }
 
-/// Searches from the sync sample for `from` on, up to the first frame after the time.
-Outcome VideoTrack::searchAgain(CMTime from) {
+/// Searches from the sync sample on once more, up to the first frame after the time.
+Outcome VideoTrack::searchAgain() {
   sought_ = kCMTimeInvalid;
-  search_ = placeAt(from) ? Search::Decoding : Search::None;
+  search_ = placeAt(target_) ? Search::Decoding : Search::None;
   return search_ == Search::None ? Outcome::Error : Outcome::Working;
 }
 

@@ -13,11 +13,11 @@ namespace zaffo::media {
 /// follow it in order. Reads a sample at a time into a queue, as the decoder of that asks for them,
 /// so that its owner can turn to something newer between two steps. Thread: one at a time.
 ///
-/// Where the first sample read tells that its frame is the one sought, that is had without waiting
-/// for the samples that would confirm its place (where it lies after the time, those behind it are
-/// read first, for one that is presented before it); and so is the frame at time zero that is not a
-/// sync sample, once its own sample and the few before it are in. What follows is then decoded from
-/// the sync sample again, if it is ever asked for; until then the decoder may be let go.
+/// A frame that is known to be the one sought is had as soon as its sample is in, without waiting
+/// for the samples that would confirm its place. That is a sync sample's frame that will do, and
+/// the frame at time zero. Where a sync sample lies after the time, the samples behind it are read
+/// first, for one that is presented before it. What follows such a frame is decoded from the sync
+/// sample again, if it is ever asked for; until then the decoder may be let go.
 class VideoTrack {
  public:
   VideoTrack(std::shared_ptr<SampleSource> source, int trackID);
@@ -66,7 +66,7 @@ class VideoTrack {
   [[nodiscard]] Outcome stepToNextSync();
   [[nodiscard]] Outcome stepBehindSync();
   [[nodiscard]] Outcome stepDecoding(VideoFrame& frame);
-  [[nodiscard]] Outcome searchAgain(CMTime from);
+  [[nodiscard]] Outcome searchAgain();
   [[nodiscard]] Outcome step(SampleQueueDecoder::Demand demand, VideoFrame& frame);
   [[nodiscard]] Outcome feed();
   [[nodiscard]] Outcome fail(NSErrorPtr error);

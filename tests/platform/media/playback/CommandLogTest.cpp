@@ -41,6 +41,16 @@ TEST(CommandLog, ASeekThatWaitsBehindARateSupersedesWhatTheRateBegan) {
   EXPECT_FALSE(log.isSuperseded());
 }
 
+TEST(CommandLog, AnOlderCommandThatBeginsLaterSupersedesNothing) {
+  CommandLog log;
+  const auto rate = log.giveRate();
+  const auto seek = log.giveSeek();
+  log.begin(seek);
+  log.begin(rate);
+  EXPECT_FALSE(log.isSuperseded());
+  EXPECT_EQ(log.begun(), seek);
+}
+
 TEST(CommandLog, TellsWhetherACommandIsTheLatest) {
   CommandLog log;
   EXPECT_TRUE(log.isLatest(log.begun())) << "none was given";

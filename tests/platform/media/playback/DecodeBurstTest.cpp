@@ -11,33 +11,45 @@ TEST(DecodeBurst, DecodesNothingUnasked) {
 
 TEST(DecodeBurst, BeginsWhenHardlyAnyFrameWaitsAndGoesOnUntilAFewDo) {
   DecodeBurst burst;
-  burst.update(2, 0);
+  burst.update(2, 0, false);
   EXPECT_FALSE(burst.isOn());
-  burst.update(1, 0);
+  burst.update(1, 0, false);
   EXPECT_TRUE(burst.isOn());
-  burst.update(3, 0);
+  burst.update(3, 0, false);
   EXPECT_TRUE(burst.isOn());
-  burst.update(4, 0);
+  burst.update(4, 0, false);
   EXPECT_FALSE(burst.isOn());
-  burst.update(2, 0);
+  burst.update(2, 0, false);
   EXPECT_FALSE(burst.isOn());
 }
 
 TEST(DecodeBurst, ForWhatTakesLongMoreFramesWaitAtBothEnds) {
   DecodeBurst burst;
-  burst.update(7, 5);
+  burst.update(7, 5, false);
   EXPECT_FALSE(burst.isOn());
-  burst.update(6, 5);
+  burst.update(6, 5, false);
   EXPECT_TRUE(burst.isOn());
-  burst.update(8, 5);
+  burst.update(8, 5, false);
   EXPECT_TRUE(burst.isOn());
-  burst.update(9, 5);
+  burst.update(9, 5, false);
+  EXPECT_FALSE(burst.isOn());
+}
+
+TEST(DecodeBurst, SeesADecodeOnlyRunThroughButBeginsNoneForIt) {
+  DecodeBurst burst;
+  burst.update(4, 0, true);
+  EXPECT_FALSE(burst.isOn());
+  burst.update(1, 0, true);
+  EXPECT_TRUE(burst.isOn());
+  burst.update(4, 0, true);
+  EXPECT_TRUE(burst.isOn());
+  burst.update(4, 0, false);
   EXPECT_FALSE(burst.isOn());
 }
 
 TEST(DecodeBurst, IsOverOnceItIsStopped) {
   DecodeBurst burst;
-  burst.update(0, 0);
+  burst.update(0, 0, false);
   burst.stop();
   EXPECT_FALSE(burst.isOn());
 }

@@ -48,7 +48,7 @@ class PictureSupplyTest : public testing::Test {
 
 TEST_F(PictureSupplyTest, AnItemWithoutPicturesHasFoundAllThereIs) {
   auto pictures = picturesOf(openClip(test::clip("audio_only.m4a")));
-  EXPECT_FALSE(pictures.exist());
+  EXPECT_FALSE(pictures.exists());
   pictures.beginSearch(to(1));
   EXPECT_EQ(pictures.stepSearch(), Outcome::Ready);
   EXPECT_TRUE(CMTIME_IS_INVALID(pictures.foundTime()));
@@ -149,7 +149,7 @@ TEST_F(PictureSupplyTest, NothingIsOnShowOnceItIsClosed) {
   goTo(pictures, 0);
   pictures.close();
   EXPECT_FALSE(frames_->hasFrame());
-  EXPECT_FALSE(pictures.exist());
+  EXPECT_FALSE(pictures.exists());
 }
 
 }  // namespace

@@ -14,10 +14,6 @@ namespace {
 
 constexpr int kCount = 24;
 
-CMTime frames(double count) {
-  return CMTimeMake(std::llround(count * 4), 4 * kEncodedRate);
-}
-
 class FrameFinderTest : public testing::Test {
  protected:
   void open() {

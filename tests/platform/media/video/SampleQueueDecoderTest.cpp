@@ -15,10 +15,6 @@ namespace {
 
 constexpr int kCount = 24;
 
-CMTime frames(double count) {
-  return CMTimeMake(std::llround(count * 4), 4 * kEncodedRate);
-}
-
 /// A queue with the samples of a script, and what is decoded of it.
 class SampleQueueDecoderTest : public testing::Test {
  protected:
@@ -217,6 +213,23 @@ TEST_F(SampleQueueDecoderTest, TheDecoderIsLetGoOfWhereItIsSoonHadAgain) {
   EXPECT_TRUE(decoder_.letGoIfCheap(frames(3)));
   EXPECT_TRUE(decoder_.isSpent());
   EXPECT_EQ(play(4), range(4));
+}
+
+/// The same with a stream whose frames are decoded in the order in which they are shown.
+class InOrderDecoderTest : public SampleQueueDecoderTest {
+ protected:
+  InOrderDecoderTest() : SampleQueueDecoderTest({.options = "g=12;bf=0", .count = kCount}) {}
+};
+
+TEST_F(InOrderDecoderTest, FramesUpToWhatIsHurriedToMayBeLeftOutAsTheyComeOneByOne) {
+  begin();
+  const Demand hurried{.now = frames(9), .ahead = true, .overdue = true, .hurryTo = frames(9)};
+  for (int i = 0; i < kCount; ++i) {
+    push(1);
+    while (step(hurried) == Outcome::Ready) {
+    }
+  }
+  EXPECT_EQ(decoder_.takeLate(), 9u);
 }
 
 /// The same with an HEVC stream that begins with a sync sample which others are shown before.

@@ -15,10 +15,6 @@ namespace {
 
 constexpr int kCount = 24;
 
-CMTime frames(double count) {
-  return CMTimeMake(std::llround(count * 4), 4 * kEncodedRate);
-}
-
 class VideoTrackTest : public testing::Test {
  protected:
   explicit VideoTrackTest(PictureScript script = {.options = "g=12;bf=2", .count = kCount})
