@@ -28,23 +28,21 @@ void NativePlayback::setRate(float rate) {
 }
 
 void NativePlayback::rewind() {
-  const bool standsAtEnd = std::exchange(hasEnded_, false);
-  player_->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero,
-                      [weakSelf = weak_from_this(), standsAtEnd](bool finished) {
-                        const auto self = weakSelf.lock();
-                        if (self && finished && standsAtEnd) self->goOn();
-                      });
-}
-
-void NativePlayback::goOn() {
-  if (rate_ > 0) player_->setRate(rate_);
+  seek(kCMTimeZero, nullptr);
 }
 
 void NativePlayback::seek(CMTime time, std::function<void()> done) {
-  hasEnded_ = false;
-  player_->seekToTime(time, kCMTimeZero, kCMTimeZero, [done = std::move(done)](bool) {
-    if (done) done();
-  });
+  player_->seekToTime(time, kCMTimeZero, kCMTimeZero,
+                      [weakSelf = weak_from_this(), done = std::move(done)](bool finished) {
+                        const auto self = weakSelf.lock();
+                        if (self && finished) self->goOn();
+                        if (done) done();
+                      });
+}
+
+/// Starts the player again if the end of the item had stopped it.
+void NativePlayback::goOn() {
+  if (std::exchange(hasEnded_, false) && rate_ > 0) player_->setRate(rate_);
 }
 
 }  // namespace zaffo::feed

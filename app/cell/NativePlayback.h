@@ -12,7 +12,7 @@
 namespace zaffo::feed {
 
 /// A page's playback of a native player, which does nearly everything by itself: it only stops at
-/// the end of its item, and has to be started again after a rewind from there. Thread: main.
+/// the end of its item, and has to be started again after a seek from there. Thread: main.
 class NativePlayback final : public PagePlayback,
                              public std::enable_shared_from_this<NativePlayback> {
   struct Private {};
@@ -37,7 +37,7 @@ class NativePlayback final : public PagePlayback,
   const std::shared_ptr<AVPlayerLayer> layer_;
   std::optional<ItemEndObserver> endObserver_;
   float rate_ = 0;
-  bool hasEnded_ = false;
+  bool hasEnded_ = false;  ///< and no seek has led away from there yet
 };
 
 }  // namespace zaffo::feed

@@ -27,12 +27,10 @@ class PagePlayback {
 
   /// Plays at `rate` from now on, or once a rewind or seek in progress is done. 0 stops.
   virtual void setRate(float rate) = 0;
-  /// Goes back to the start and goes on at the rate set by then, from the end too unless a seek
-  /// takes its place.
+  /// Goes back to the start and goes on at the rate set by then, from the end too.
   virtual void rewind() = 0;
-  /// Shows the frame at `time` and goes on at the rate set by then; a native player that stood at
-  /// the end stays at the frame until a rate is set. Calls `done` (may be empty) when the frame is
-  /// there, or will not come.
+  /// Shows the frame at `time` and goes on at the rate set by then, from the end too. Calls `done`
+  /// (may be empty) when the frame is there, or will not come.
   virtual void seek(CMTime time, std::function<void()> done) = 0;
 
   /// Whether there is a picture to be shown. A fast player has none for a moment after a seek.

@@ -87,20 +87,33 @@ TEST_F(NativePlaybackTest, ARewindFromTheEndGoesOnAtTheRateThatIsSetByThen) {
   EXPECT_EQ(player_->rateValue, 2);
 }
 
-TEST_F(NativePlaybackTest, ARewindFromTheEndThatIsInterruptedStaysWhereItWasTaken) {
+TEST_F(NativePlaybackTest, ARewindFromTheEndThatASeekTakesThePlaceOfGoesOnFromThere) {
   playback_->setRate(1);
   end();
   playback_->rewind();
+  playback_->seek(CMTimeMake(1, 1), {});
   player_->seeks[0].completion(false);
+  EXPECT_EQ(player_->rateValue, 0);
+  player_->seeks[1].completion(true);
+  EXPECT_EQ(player_->rateValue, 1);
+}
+
+TEST_F(NativePlaybackTest, ASeekFromTheEndOfAPageThatWasStoppedStartsNothing) {
+  playback_->setRate(1);
+  end();
+  playback_->setRate(0);
+  playback_->seek(CMTimeMake(1, 1), {});
+  player_->seeks[0].completion(true);
   EXPECT_EQ(player_->rateValue, 0);
 }
 
-TEST_F(NativePlaybackTest, ARewindFromElsewhereLeavesTheRateToThePlayer) {
+TEST_F(NativePlaybackTest, ASeekFromElsewhereLeavesTheRateToThePlayer) {
   playback_->setRate(1);
   end();
-  playback_->seek(CMTimeMake(1, 1), {});
-  player_->seeks[0].completion(true);
   playback_->rewind();
+  player_->seeks[0].completion(true);
+  player_->rateValue = 0;
+  playback_->seek(CMTimeMake(1, 1), {});
   player_->seeks[1].completion(true);
   EXPECT_EQ(player_->rateValue, 0) << "which somebody else has stopped";
 }
