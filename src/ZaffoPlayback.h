@@ -1,6 +1,8 @@
 #pragma once
 
 /// Everything an application needs from ZaffoPlayback.
+#include "clip/ClipVideo.h"
+#include "clip/PlayVideo.h"
 #include "companion/AVPlayerItemLoader.h"
 #include "companion/ShortVideoURL.h"
 #include "companion/ZFCancelCommand.h"

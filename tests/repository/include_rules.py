@@ -36,7 +36,8 @@ ALLOWED = {
     "native": PUBLIC_PLATFORM | {"companion", "pool/Player.h"},
     "fast": PUBLIC_PLATFORM | {"companion", "pool/Player.h"},
     "pool": PUBLIC_PLATFORM | {"companion"},
-    "": PUBLIC_PLATFORM | {"companion", "loading", "native", "fast", "pool",
+    "clip": PUBLIC_PLATFORM | {"companion", "loading", "pool"},
+    "": PUBLIC_PLATFORM | {"companion", "loading", "native", "fast", "pool", "clip",
                            "platform/window/Window.h"},
 }
 
