@@ -15,8 +15,7 @@ constexpr double kLargestPlain = 0x1p54;
 }  // namespace
 
 std::string decimalText(double value) {
-  if (std::isnan(value)) return "nan";
-  if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
+  if (std::isnan(value)) return "nan";  // whatever its sign
   const double size = std::abs(value);
   const bool isPlain = size == 0 || (size >= kSmallestPlain && size < kLargestPlain);
   std::array<char, 32> text{};

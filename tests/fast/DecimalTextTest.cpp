@@ -25,6 +25,8 @@ TEST(DecimalText, IsTheShortestTextThatReadsBackTheSame) {
 TEST(DecimalText, UsesAnExponentForVerySmallAndVeryLargeNumbers) {
   EXPECT_EQ(decimalText(0.00001), "1e-05");
   EXPECT_EQ(decimalText(9007199254740992.0), "9007199254740992.0");
+  EXPECT_EQ(decimalText(0x1p54), "1.8014398509481984e+16");
+  EXPECT_EQ(decimalText(0x1p54 - 2), "18014398509481982.0");
   EXPECT_EQ(decimalText(1e17), "1e+17");
 }
 
@@ -32,6 +34,7 @@ TEST(DecimalText, NamesWhatIsNoNumber) {
   EXPECT_EQ(decimalText(std::numeric_limits<double>::infinity()), "inf");
   EXPECT_EQ(decimalText(-std::numeric_limits<double>::infinity()), "-inf");
   EXPECT_EQ(decimalText(std::numeric_limits<double>::quiet_NaN()), "nan");
+  EXPECT_EQ(decimalText(-std::numeric_limits<double>::quiet_NaN()), "nan");
 }
 
 }  // namespace
