@@ -54,6 +54,7 @@ void describe(CLI::App& app, Options& options) {
       ->type_name("FILE.png");
   app.add_flag("!--no-sound", options.sound, "Leave the sound device alone");
   app.add_flag("--fast", options.fast, "Use the fast player for local files");
+  app.add_flag("--trace", options.trace, "Print what the players tell about their work");
   const std::map<std::string, Options::Loop> loops{{"looping", Options::Loop::Looping},
                                                    {"single", Options::Loop::Single},
                                                    {"none", Options::Loop::None}};

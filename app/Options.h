@@ -21,6 +21,7 @@ struct Options {
   int height = 720;  ///< of the feed, in points
   bool sound = true;
   bool fast = false;
+  bool trace = false;
   Loop loop = Loop::Looping;
   std::string audioOut;    ///< WAV file; empty for none
   std::string scriptFile;  ///< empty for none

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "FeedApplication.h"
 #include "Options.h"
@@ -52,6 +53,7 @@ int runFeed(const Options& options) {
   if (const auto wrong = findMissingPage(commands, static_cast<long>(urls.size())))
     return scriptError(options, *wrong);
 
+  if (!options.trace) setTraceSink([](std::string_view) {});
   const Tour tour(options, static_cast<int>(urls.size()));
   if (tour.isWanted()) commands = tour.commands();
   FeedApplication application(options, urls, std::move(commands));

@@ -18,6 +18,7 @@
 #include "platform/Export.h"
 #include "platform/FatalError.h"
 #include "platform/TimeSource.h"
+#include "platform/Trace.h"
 #include "platform/avfoundation/AVAsset.h"
 #include "platform/avfoundation/AVAssetImageGenerator.h"
 #include "platform/avfoundation/AVAssetReader.h"

@@ -1,6 +1,5 @@
 #include "fast/PlaybackSession.h"
 
-#include <cstdio>
 #include <string>
 #include <utility>
 
@@ -9,6 +8,7 @@
 #include "fast/DecimalText.h"
 #include "fast/PlaybackSessionReader.h"
 #include "platform/FatalError.h"
+#include "platform/Trace.h"
 #include "platform/foundation/NSNotificationCenter.h"
 
 namespace zaffo {
@@ -276,8 +276,7 @@ void PlaybackSession::displayLayerStatusDidChange(AVQueuedSampleBufferRenderingS
 }
 
 void PlaybackSession::trace(std::string_view text) const {
-  std::printf("%lld%.*s\n", static_cast<long long>(identifier_), static_cast<int>(text.size()),
-              text.data());
+  zaffo::trace(std::to_string(identifier_).append(text));
 }
 
 }  // namespace zaffo

@@ -1,9 +1,9 @@
 #include "fast/PlayerFast.h"
 
-#include <cstdio>
 #include <utility>
 
 #include "fast/PlayerFastOutputView.h"
+#include "platform/Trace.h"
 #include "platform/foundation/NSThread.h"
 
 namespace zaffo {
@@ -141,8 +141,8 @@ void PlayerFast::playbackSession(const std::shared_ptr<PlaybackSession>& session
     const auto self = weakSelf.lock();
     if (self && self->heldSession_ == session) self->teardownSession();
   });
-  std::printf("PlayerFast: Error with PlaybackSession (%s). Player needs to be re-loaded again.\n",
-              error->description().c_str());
+  trace("PlayerFast: Error with PlaybackSession (" + error->description() +
+        "). Player needs to be re-loaded again.");
 }
 
 }  // namespace zaffo

@@ -1,9 +1,10 @@
 #include "native/PlayerNativeOutputView.h"
 
-#include <cstdio>
+#include <string>
 #include <utility>
 
 #include "platform/FatalError.h"
+#include "platform/Trace.h"
 
 namespace zaffo {
 
@@ -18,9 +19,8 @@ AVLayerVideoGravity gravityForContentMode(UIViewContentMode mode) {
     case UIViewContentMode::ScaleAspectFill:
       return AVLayerVideoGravityResizeAspectFill;
     default:
-      std::printf(
-          "PlayerNativeOutputView: unsupported contentMode %d. Falling back to ScaleAspectFill\n",
-          static_cast<int>(mode));
+      trace("PlayerNativeOutputView: unsupported contentMode " +
+            std::to_string(static_cast<int>(mode)) + ". Falling back to ScaleAspectFill");
       return AVLayerVideoGravityResizeAspectFill;
   }
 }

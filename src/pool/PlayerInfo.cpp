@@ -1,10 +1,10 @@
 #include "pool/PlayerInfo.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
 #include "companion/Counter.h"
+#include "platform/Trace.h"
 
 namespace zaffo {
 
@@ -75,7 +75,7 @@ void PlayerInfo::acquireOwnership() {
 void PlayerInfo::releaseOwnership() {
   activeUses_ = decremented(activeUses_);
   if (activeUses_ < 0) {
-    std::puts("PlayerManager: Unbalanced calls between releasePlayer and playerForItem.");
+    trace("PlayerManager: Unbalanced calls between releasePlayer and playerForItem.");
     activeUses_ = 0;
   }
   if (activeUses_ == 0) park();

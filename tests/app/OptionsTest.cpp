@@ -39,14 +39,15 @@ TEST(Options, DefaultsAreThoseOfTheManual) {
   EXPECT_EQ(options.height, 720);
   EXPECT_TRUE(options.sound);
   EXPECT_FALSE(options.fast);
+  EXPECT_FALSE(options.trace);
   EXPECT_EQ(options.loop, Options::Loop::Looping);
   EXPECT_FALSE(options.hasScript());
 }
 
 TEST(Options, EveryOptionArrives) {
-  const Options options =
-      optionsOf({"--headless", "--size", "360x640", "--script", "s.txt", "--stats", "s.json",
-                 "--audio-out", "a.wav", "--no-sound", "--fast", "--loop", "none", "a", "b"});
+  const Options options = optionsOf({"--headless", "--size", "360x640", "--script", "s.txt",
+                                     "--stats", "s.json", "--audio-out", "a.wav", "--no-sound",
+                                     "--fast", "--trace", "--loop", "none", "a", "b"});
   EXPECT_TRUE(options.headless);
   EXPECT_EQ(options.width, 360);
   EXPECT_EQ(options.height, 640);
@@ -55,6 +56,7 @@ TEST(Options, EveryOptionArrives) {
   EXPECT_EQ(options.audioOut, "a.wav");
   EXPECT_FALSE(options.sound);
   EXPECT_TRUE(options.fast);
+  EXPECT_TRUE(options.trace);
   EXPECT_EQ(options.loop, Options::Loop::None);
   EXPECT_THAT(options.inputs, testing::ElementsAre("a", "b"));
   EXPECT_EQ(optionsOf({"-e", "next; quit", "a"}).commands, "next; quit");
@@ -65,7 +67,7 @@ TEST(Options, HelpGoesToStandardOutputAndNamesEveryOption) {
   const EarlyExit exit = exitOf({"--help"});
   EXPECT_EQ(exit.status, 0);
   for (const char* option : {"--headless", "--size", "--script", "-e", "--stats", "--audio-out",
-                             "--shot", "--no-sound", "--fast", "--loop", "--version"}) {
+                             "--shot", "--no-sound", "--fast", "--trace", "--loop", "--version"}) {
     EXPECT_THAT(exit.text, HasSubstr(option));
   }
 }

@@ -93,6 +93,13 @@ TEST_F(FeedRunTest, WithoutADisplayAWindowIsRefusedWithAHint) {
   EXPECT_THAT(run.errors(), HasSubstr("--headless needs no display"));
 }
 
+TEST_F(FeedRunTest, WhatThePlayersTellIsPrintedWhenItIsAskedFor) {
+  feed("wait-frame", {clip("h264_30.mp4")}, {"--fast"});
+  EXPECT_EQ(run.output(), "");
+  feed("wait-frame", {clip("h264_30.mp4")}, {"--fast", "--trace"});
+  EXPECT_THAT(run.output(), HasSubstr(" - Setup reader at time 0.0\n"));
+}
+
 TEST_F(FeedRunTest, FilesThatCannotBeWrittenEndWithOne) {
   feed("wait-frame; shot no/such/folder.png; shot b.png", {clip("h264_30.mp4")},
        {"--stats", "no/stats.json"});
