@@ -25,6 +25,8 @@ install(FILES ${PROJECT_BINARY_DIR}/ZaffoPlaybackConfig.cmake
               ${PROJECT_BINARY_DIR}/ZaffoPlaybackConfigVersion.cmake
         DESTINATION ${package_dir})
 
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
 # zaffo_pkg_config(LIBRARY FILE DESCRIPTION [REQUIRES file…])
 # The prefix is found from the file's own place, so that an installed tree can be moved.
 function(zaffo_pkg_config library file description)
