@@ -231,7 +231,7 @@ void PlaybackSession::enqueueWhileReady(bool isPaused, CMTime position) {
     enqueueNextVideoBuffer();
     if (isPaused) {
       const double lead = CMTimeGetSeconds(lastBufferTime_) - CMTimeGetSeconds(position);
-      if (lead > 0 && lead >= readAhead) stopReadingBuffers();
+      if (lead >= readAhead) stopReadingBuffers();
     }
     if (!readingBuffers_) return;
   }

@@ -228,6 +228,17 @@ TEST_F(PlaybackSessionTest, ACallThatComesAfterReadingHasStoppedReadsNothing) {
   EXPECT_EQ(layer().samples.size(), 1u);
 }
 
+TEST_F(PlaybackSessionTest, ACallThatComesAfterReadingHasStoppedEndsNothing) {
+  start();
+  const auto block = layer().lastBlock();
+  session->stop();
+  time.settle();
+  session->setRate(-1);  // starts no reading
+  block();
+  time.advance(3 * kNanosecondsPerSecond);
+  EXPECT_EQ(session->rate(), -1);
+}
+
 TEST_F(PlaybackSessionTest, ASampleWithoutANumericTimeLeavesTheLastTimeAsItWas) {
   start();
   reader().samples = {makeScriptedSample(kCMTimeZero), makeScriptedSample(seconds(1)),
