@@ -1,5 +1,7 @@
 #include "fast/PlaybackSession.h"
 
+#include <cstdlib>
+
 #include "doubles/BusyPool.h"
 #include "fast/SessionTest.h"
 
@@ -371,6 +373,12 @@ using PlaybackSessionDeathTest = PlaybackSessionTest;
 TEST_F(PlaybackSessionDeathTest, ARateBeforeTheStartIsAProgrammingFault) {
   session = PlaybackSession::create(item, factory());
   EXPECT_DEATH(session->setRate(1), "before it was started");
+}
+
+TEST_F(PlaybackSessionDeathTest, TheFirstOfAProcessIsNumberNought) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a process that has made none
+  EXPECT_EXIT(std::_Exit(static_cast<int>(PlaybackSession::create(item, factory())->identifier())),
+              testing::ExitedWithCode(0), "");
 }
 
 TEST_F(PlaybackSessionDeathTest, ASeekBeforeTheStartIsAProgrammingFault) {
