@@ -1,7 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <future>
+#include <memory>
+#include <thread>
+#include <vector>
 
+#include "doubles/Latency.h"
+#include "doubles/StalledStorage.h"
 #include "loading/ZFSingleLoopVideoPlayerItemLoader.h"
 #include "media/Clips.h"
 #include "media/FrameNumber.h"
@@ -38,14 +44,18 @@ class ZFSingleLoopRealMediaTest : public testing::Test {
     return loaded.get_future().get();
   }
 
-  static Thumbnail thumbnail(const std::string& name, CGSize size) {
-    std::promise<Thumbnail> made;
+  static std::future<Thumbnail> beginThumbnail(const std::string& name, CGSize size) {
+    const auto made = std::make_shared<std::promise<Thumbnail>>();
     loaderOf(name)->loadThumbnailWithPriority(
-        0, size, [&made](std::shared_ptr<const UIImage> image, NSErrorPtr error) {
+        0, size, [made](std::shared_ptr<const UIImage> image, NSErrorPtr error) {
           EXPECT_TRUE(ZFMediaQueue::queue()->isCurrent());
-          made.set_value({std::move(image), std::move(error)});
+          made->set_value({std::move(image), std::move(error)});
         });
-    return made.get_future().get();
+    return made->get_future();
+  }
+
+  static Thumbnail thumbnail(const std::string& name, CGSize size) {
+    return beginThumbnail(name, size).get();
   }
 };
 
@@ -76,6 +86,20 @@ TEST_F(ZFSingleLoopRealMediaTest, PicturesTheFirstFrameWithinTheSizeAndDoesNotTu
   EXPECT_EQ(made.image->cgImage()->width(), 72);
   EXPECT_EQ(made.image->cgImage()->height(), 128);
   EXPECT_EQ(test::frameNumber(made.image->cgImage()), 0);
+}
+
+TEST_F(ZFSingleLoopRealMediaTest, ThumbnailsOfStalledFilesHoldUpNeitherOthersNorTheMediaQueue) {
+  const std::string stalled = "h264_30_moov_last.mp4";
+  const int files = std::min(static_cast<int>(std::thread::hardware_concurrency()) + 6, 30);
+  std::vector<std::future<Thumbnail>> made;
+  StalledStorage storage(test::clip(stalled));
+  for (int i = 0; i < files; ++i) made.push_back(beginThumbnail(stalled, {72, 128}));
+  ASSERT_TRUE(
+      runMainLoopUntil([files] { return StalledStorage::waiting() == files; }, 10'000'000'000));
+  EXPECT_LT(latencyOf(ZFMediaQueue::queue()), 20);
+  EXPECT_TRUE(thumbnail("h264_25.mp4", {72, 128}).image);
+  storage.release();
+  for (auto& one : made) EXPECT_TRUE(one.get().image);
 }
 
 TEST_F(ZFSingleLoopRealMediaTest, AFileThatCannotBePicturedGivesThePlatformsError) {

@@ -14,31 +14,48 @@ constexpr std::chrono::seconds kFreeLifetime{10};
 
 /// Ends the free threads before the static objects that blocks may use are destroyed.
 struct BlockingThreads::ExitGuard {
+  explicit ExitGuard(BlockingThreads& threads) : threads_(threads) {}
   ~ExitGuard() {
-    if (!shared().threads_.isOfParent()) shared().stop();
+    if (!threads_.threads_.isOfParent()) threads_.stop();
   }
+  BlockingThreads& threads_;
 };
 
 BlockingThreads& BlockingThreads::shared() {
-  static auto* const threads = new BlockingThreads(kFreeLifetime);
-  static const ExitGuard guard;
+  static auto* const threads = new BlockingThreads(kFreeLifetime, kMostThreads);
+  static const ExitGuard guard(*threads);
+  return *threads;
+}
+
+BlockingThreads& BlockingThreads::storage() {
+  static auto* const threads = new BlockingThreads(kFreeLifetime, kMostThreads);
+  static const ExitGuard guard(*threads);
   return *threads;
 }
 
 void BlockingThreads::execute(std::shared_ptr<Runnable> work) {
   WorkCount::shared().begin();
-  bool enoughThreads = false;
-  {
-    MutexLock lock(waitingWorkMutex_);
-    waitingWork_.push_back(std::move(work));
-    // A free thread woken for earlier work counts as free until it has taken that work.
-    enoughThreads = waitingWork_.size() <= freeThreads_ || stopped_;
-  }
-  if (enoughThreads) {
+  if (needsThread(std::move(work))) {
+    startThread();
+  } else {
     workArrived_.notify_one();
-  } else if (!threads_.start("zaffo-blocking", [this] { serve(); }) && threads_.size() == 0) {
-    fatalError("No thread could be started for a blocking dispatch queue.");
   }
+}
+
+/// Queues the work; whether one more thread is to be started for it.
+bool BlockingThreads::needsThread(std::shared_ptr<Runnable> work) {
+  MutexLock lock(waitingWorkMutex_);
+  waitingWork_.push_back(std::move(work));
+  // A free thread woken for earlier work counts as free until it has taken that work.
+  if (waitingWork_.size() <= freeThreads_ || started_ == most_ || stopped_) return false;
+  ++started_;
+  return true;
+}
+
+void BlockingThreads::startThread() {
+  if (threads_.start("zaffo-blocking", [this] { serve(); })) return;
+  MutexLock lock(waitingWorkMutex_);
+  if (--started_ == 0) fatalError("No thread could be started for a blocking dispatch queue.");
 }
 
 void BlockingThreads::serve() {
@@ -66,7 +83,10 @@ std::shared_ptr<Runnable> BlockingThreads::waitForWork() {
     timedOut = workArrived_.wait_until(waitingWorkMutex_, deadline) == std::cv_status::timeout;
   }
   --freeThreads_;
-  if (stopped_ || waitingWork_.empty()) return nullptr;
+  if (stopped_ || waitingWork_.empty()) {
+    --started_;
+    return nullptr;
+  }
   auto work = std::move(waitingWork_.front());
   waitingWork_.pop_front();
   return work;

@@ -12,14 +12,20 @@
 
 namespace zaffo {
 
-/// The threads for work that waits for the outside world: a new one starts whenever none is free,
-/// and one that has been idle for a while ends. Never destroyed. Thread: any.
+/// Threads for work that waits for the outside world: a new one starts whenever none is free, up to
+/// a bound, and one that has been idle for a while ends. Never destroyed. Thread: any.
 class BlockingThreads final : public Executor {
  public:
-  /// The process's set, whose idle threads live for ten seconds.
-  [[nodiscard]] static BlockingThreads& shared();
+  /// Threads of each of the process's sets at most, free or not. Idle ones live for ten seconds.
+  static constexpr int kMostThreads = 64;
 
-  explicit BlockingThreads(std::chrono::milliseconds freeLifetime) : freeLifetime_(freeLifetime) {}
+  /// The process's set for devices and windows.
+  [[nodiscard]] static BlockingThreads& shared();
+  /// The process's set for files. One of its own: however many files stall, devices open.
+  [[nodiscard]] static BlockingThreads& storage();
+
+  BlockingThreads(std::chrono::milliseconds freeLifetime, int most)
+      : freeLifetime_(freeLifetime), most_(most) {}
 
   void execute(std::shared_ptr<Runnable> work) override;
   [[nodiscard]] bool shouldYield() const override { return stopped_; }
@@ -35,12 +41,16 @@ class BlockingThreads final : public Executor {
   void serve();
   void becomeFree();
   [[nodiscard]] std::shared_ptr<Runnable> waitForWork();
+  [[nodiscard]] bool needsThread(std::shared_ptr<Runnable> work);
+  void startThread();
 
   const std::chrono::milliseconds freeLifetime_;
+  const int most_;
   Mutex waitingWorkMutex_;
   std::condition_variable_any workArrived_;
   std::deque<std::shared_ptr<Runnable>> waitingWork_ ZAFFO_GUARDED_BY(waitingWorkMutex_);
   size_t freeThreads_ ZAFFO_GUARDED_BY(waitingWorkMutex_) = 0;
+  int started_ ZAFFO_GUARDED_BY(waitingWorkMutex_) = 0;  // and not about to end
   std::atomic<bool> stopped_{false};  // set under the mutex, so that no waiting thread misses it
   ThreadSet threads_;
 };

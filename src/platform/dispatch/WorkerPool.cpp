@@ -1,6 +1,7 @@
 #include "platform/dispatch/WorkerPool.h"
 
 #include <algorithm>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <utility>
@@ -10,6 +11,11 @@
 #include "platform/dispatch/WorkCount.h"
 
 namespace zaffo {
+
+namespace {
+constexpr std::chrono::seconds kParkedLifetime{10};
+thread_local bool isWorkerThread = false;
+}  // namespace
 
 class WorkerPool::Lane final : public Executor {
  public:
@@ -38,16 +44,26 @@ WorkerPool& WorkerPool::shared() {
   return *pool;
 }
 
-WorkerPool::WorkerPool() {
+WorkerPool::WorkerPool() : spares_(kMostSpare, kParkedLifetime, [this] { return startWorker(); }) {
   for (size_t i = 0; i < kLaneCount; ++i) lanes_[i] = std::make_unique<Lane>(*this, i);
   const unsigned count = std::max(1U, std::thread::hardware_concurrency());
   for (unsigned i = 0; i < count; ++i) {
-    const bool started = workers_.start("zaffo-work-" + std::to_string(i), [this] {
-      lowerThreadPriority();
-      work();
-    });
-    if (!started && i == 0) fatalError("No thread could be started for the dispatch queues.");
+    if (!startWorker() && i == 0) {
+      fatalError("No thread could be started for the dispatch queues.");
+    }
   }
+}
+
+bool WorkerPool::isWorker() {
+  return isWorkerThread;
+}
+
+bool WorkerPool::startWorker() {
+  return workers_.start("zaffo-work-" + std::to_string(started_++), [this] {
+    isWorkerThread = true;
+    lowerThreadPriority();
+    work();
+  });
 }
 
 Executor& WorkerPool::executor(DispatchQueuePriority priority) {
@@ -75,12 +91,16 @@ void WorkerPool::execute(size_t lane, std::shared_ptr<Runnable> work) {
 }
 
 void WorkerPool::work() {
-  for (work_.acquire(); !stopped_; work_.acquire()) runHighest();
+  while (!stopped_ && spares_.mayGoOn()) {
+    work_.acquire();
+    if (!stopped_) runHighest();
+  }
 }
 
-/// Runs one piece of work. There are as many calls as pieces, so each call finds one.
+/// Runs one piece of work, if there is one that is not withheld: there are as many calls as pieces.
 void WorkerPool::runHighest() {
   auto work = takeHighest();
+  if (!work) return;
   work->run();
   work.reset();  // destroying it may queue more, which the count must not miss
   WorkCount::shared().end();
@@ -88,17 +108,32 @@ void WorkerPool::runHighest() {
 
 std::shared_ptr<Runnable> WorkerPool::takeHighest() {
   MutexLock lock(waitingWorkMutex_);
-  waiting_.fetch_sub(1, std::memory_order_relaxed);
-  const auto lane = std::find_if(waitingWork_.begin(), waitingWork_.end(),
-                                 [](const auto& waiting) { return !waiting.empty(); });
-  auto work = std::move(lane->front());
-  lane->pop_front();
-  return work;
+  for (size_t lane = 0; lane < kLaneCount; ++lane) {
+    if (waitingWork_[lane].empty() || !mayBegin(lane)) continue;
+    waiting_.fetch_sub(1, std::memory_order_relaxed);
+    auto work = std::move(waitingWork_[lane].front());
+    waitingWork_[lane].pop_front();
+    return work;
+  }
+  ++withheld_;
+  return nullptr;
+}
+
+bool WorkerPool::mayBegin(size_t lane) const {
+  return lane < kFirstLowLane || spares_.waiting() < kMostWaitingForLow;
+}
+
+void WorkerPool::endWait() {
+  spares_.endWait();
+  MutexLock lock(waitingWorkMutex_);
+  if (!mayBegin(kFirstLowLane)) return;
+  for (; withheld_ > 0; --withheld_) work_.release();
 }
 
 void WorkerPool::stop() {
   stopped_ = true;
   WorkCount::shared().giveUp();
+  spares_.stop();
   for (int i = workers_.size(); i > 0; --i) work_.release();
   workers_.waitAtExit();
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <future>
 
+#include "platform/dispatch/OutsideWait.h"
 #include "platform/foundation/MakeError.h"
 
 namespace zaffo {
@@ -14,7 +15,10 @@ NSErrorPtr loadKeysAndWait(AVAsset& asset, const std::vector<std::string>& keys)
   if (std::ranges::all_of(keys, isLoaded)) return nullptr;
   const auto ended = std::make_shared<std::promise<void>>();
   asset.loadValuesAsynchronouslyForKeys(keys, [ended] { ended->set_value(); });
-  ended->get_future().wait();
+  {
+    const OutsideWait wait;
+    ended->get_future().wait();
+  }
   for (const std::string& key : keys) {
     NSErrorPtr error;
     if (asset.statusOfValueForKey(key, &error) == AVKeyValueStatus::Loaded) continue;

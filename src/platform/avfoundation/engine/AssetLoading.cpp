@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/dispatch/Confinement.h"
+#include "platform/dispatch/StorageQueue.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/source/SampleSource.h"
 
@@ -20,7 +21,9 @@ bool isKnown(const std::string& key) {
 }  // namespace
 
 AssetLoading::AssetLoading(Open open)
-    : open_(std::move(open)), queue_(dispatch_queue_create_blocking("com.zaffo.asset")) {}
+    : open_(std::move(open)),
+      queue_(makeStorageQueue("com.zaffo.asset")),
+      handlers_(dispatch_queue_create("com.zaffo.asset.handlers")) {}
 
 void AssetLoading::load(const std::vector<std::string>& keys, std::function<void()> handler) {
   std::vector<std::function<void()>> handlers;
@@ -108,7 +111,7 @@ std::vector<std::function<void()>> AssetLoading::takeHandlersWhileLocked() {
 
 // The queue outlives the asset while blocks are on it: a handler runs even if the asset is let go.
 void AssetLoading::callLater(std::vector<std::function<void()>> handlers) {
-  for (auto& handler : handlers) queue_->async(std::move(handler));
+  for (auto& handler : handlers) handlers_->async(std::move(handler));
 }
 
 AVKeyValueStatus AssetLoading::status(const std::string& key, NSErrorPtr* error) const {

@@ -23,7 +23,9 @@ namespace zaffo {
 ///      └ ─ ─ load() ─ Cancelled
 ///
 /// One pass over the header answers every key, so all keys that are Loading end together.
-/// Thread: any. Handlers run on the asset's own queue.
+/// Thread: any. Handlers run on the queue that opened the asset, or, where they need not wait for
+/// that, on one of the asset's own that nothing holds up: those of a load that was cancelled, or of
+/// keys that have an end already, run at once though the opening may still be waiting for a disk.
 class AssetLoading : public std::enable_shared_from_this<AssetLoading> {
  public:
   using Open = std::function<Result<std::shared_ptr<media::SampleSource>>()>;
@@ -52,7 +54,8 @@ class AssetLoading : public std::enable_shared_from_this<AssetLoading> {
   void callLater(std::vector<std::function<void()>> handlers);
 
   const Open open_;
-  const DispatchQueuePtr queue_;
+  const DispatchQueuePtr queue_;     // opens the asset, and may wait
+  const DispatchQueuePtr handlers_;  // never waits
 
   mutable Mutex mutex_;
   std::map<std::string, AVKeyValueStatus> statuses_ ZAFFO_GUARDED_BY(mutex_);

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/dispatch/OutsideWait.h"
 #include "platform/media/SampleBuffers.h"
 
 namespace zaffo {
@@ -59,6 +60,7 @@ media::Outcome AssetTrackOutput::read(media::SampleRange& samples, media::Sample
     }
     const media::Outcome outcome = samples.next(sample);
     if (outcome != media::Outcome::Again) return outcome;
+    const OutsideWait wait;
     MutexLock lock(samplesMutex_);
     while (running_ && !isReady_) ready_.wait(samplesMutex_);
     if (!running_) return outcome;

@@ -1,8 +1,10 @@
 #include "platform/media/source/LocalFile.h"
+#include "platform/dispatch/OutsideWait.h"
 #include "platform/foundation/MakeError.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -40,11 +42,28 @@ LocalFile::~LocalFile() {
 }
 
 int64_t LocalFile::readAt(int64_t offset, std::span<uint8_t> bytes) const {
+  int64_t held = 0;
+  if (readHeld(offset, bytes, held)) return held;
+  const OutsideWait wait;
   for (;;) {
     const ssize_t count = ::pread(descriptor_, bytes.data(), bytes.size(), offset);
     if (count >= 0) return count;
     if (errno != EINTR) return -errno;
   }
+}
+
+/// Reads what the system holds in memory; false when that is not all that is to be had. Mostly it
+/// is, and then nobody's place need be taken.
+bool LocalFile::readHeld([[maybe_unused]] int64_t offset, [[maybe_unused]] std::span<uint8_t> bytes,
+                         [[maybe_unused]] int64_t& count) const {
+#ifdef RWF_NOWAIT
+  const iovec part{bytes.data(), bytes.size()};
+  count = ::preadv2(descriptor_, &part, 1, offset, RWF_NOWAIT);
+  const auto wanted = static_cast<int64_t>(bytes.size());
+  return count == wanted || (count >= 0 && offset + count >= size_);
+#else
+  return false;
+#endif
 }
 
 }  // namespace zaffo::media

@@ -19,13 +19,15 @@ class LocalFile {
   LocalFile(const LocalFile&) = delete;
   LocalFile& operator=(const LocalFile&) = delete;
 
-  /// Bytes read from `offset` on, 0 at the end of the file; a negative errno on failure.
+  /// Bytes read from `offset` on, 0 at the end of the file; a negative errno on failure. Waits for
+  /// the disk where the system does not hold them, as an OutsideWait.
   [[nodiscard]] int64_t readAt(int64_t offset, std::span<uint8_t> bytes) const;
   /// Bytes at the time it was opened.
   [[nodiscard]] int64_t size() const { return size_; }
   [[nodiscard]] const std::string& path() const { return path_; }
 
  private:
+  [[nodiscard]] bool readHeld(int64_t offset, std::span<uint8_t> bytes, int64_t& count) const;
   LocalFile(std::string path, int descriptor, int64_t size);
 
   std::string path_;

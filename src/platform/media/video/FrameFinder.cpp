@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 
+#include "platform/dispatch/OutsideWait.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/ReorderHorizon.h"
 
@@ -16,6 +17,7 @@ class FrameFinder::Arrival {
     changed_.notify_one();
   }
   void wait() {
+    const OutsideWait outside;
     MutexLock lock(arrivalMutex_);
     while (!arrived_) changed_.wait(arrivalMutex_);
     arrived_ = false;

@@ -1,0 +1,19 @@
+#include "platform/dispatch/OutsideWait.h"
+
+#include "platform/dispatch/WorkerPool.h"
+
+namespace zaffo {
+
+namespace {
+thread_local int depth = 0;
+}  // namespace
+
+OutsideWait::OutsideWait() {
+  if (depth++ == 0 && WorkerPool::isWorker()) WorkerPool::shared().beginWait();
+}
+
+OutsideWait::~OutsideWait() {
+  if (--depth == 0 && WorkerPool::isWorker()) WorkerPool::shared().endWait();
+}
+
+}  // namespace zaffo
