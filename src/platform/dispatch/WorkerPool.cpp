@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "platform/FatalError.h"
@@ -40,8 +39,7 @@ WorkerPool& WorkerPool::shared() {
 
 WorkerPool::WorkerPool() {
   for (size_t i = 0; i < kLaneCount; ++i) lanes_[i] = std::make_unique<Lane>(*this, i);
-  const unsigned count = std::max(1U, std::thread::hardware_concurrency());
-  for (unsigned i = 0; i < count; ++i) {
+  for (unsigned i = 0; i < workerCount(); ++i) {
     const bool started = workers_.start("zaffo-work-" + std::to_string(i), [this] {
       lowerThreadPriority();
       work();

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <deque>
 #include <memory>
+#include <thread>
 
 #include "platform/Mutex.h"
 #include "platform/dispatch/DispatchQueue.h"
@@ -13,12 +15,16 @@
 
 namespace zaffo {
 
-/// The shared pool: as many workers as cores, waiting at one semaphore. Work waits in one lane per
-/// priority; the semaphore only counts it, and the worker that wakes takes the oldest from the
-/// highest lane that has any. One per process, never destroyed. Thread: any.
+/// The shared pool: a worker for each core, and one more for what must not wait for pictures that
+/// are decoded on all the others (see MediaQueues.h). They wait at one semaphore. Work waits in one
+/// lane per priority; the semaphore only counts it, and the worker that wakes takes the oldest from
+/// the highest lane that has any. One per process, never destroyed. Thread: any.
 class WorkerPool {
  public:
   [[nodiscard]] static WorkerPool& shared();
+  [[nodiscard]] static unsigned workerCount() {
+    return std::max(1U, std::thread::hardware_concurrency()) + 1;
+  }
 
   /// The pool as seen from one priority; lives as long as the pool.
   [[nodiscard]] Executor& executor(DispatchQueuePriority priority);
