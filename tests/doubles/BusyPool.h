@@ -1,18 +1,17 @@
 #pragma once
 
-#include <algorithm>
 #include <latch>
-#include <thread>
 #include <utility>
 
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/dispatch/WorkerPool.h"
 
 namespace zaffo {
 
 /// Keeps every worker of the shared pool busy until released.
 class BusyPool {
  public:
-  BusyPool() : workers_(std::max(1U, std::thread::hardware_concurrency())), occupied_(workers_) {
+  BusyPool() : workers_(WorkerPool::workerCount()), occupied_(workers_) {
     for (unsigned i = 0; i < workers_; ++i) {
       dispatch_async(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_HIGH), [this] {
         occupied_.count_down();

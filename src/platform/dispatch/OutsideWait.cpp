@@ -1,5 +1,6 @@
 #include "platform/dispatch/OutsideWait.h"
 
+#include "platform/dispatch/BoundedExecutor.h"
 #include "platform/dispatch/WorkerPool.h"
 
 namespace zaffo {
@@ -9,11 +10,15 @@ thread_local int depth = 0;
 }  // namespace
 
 OutsideWait::OutsideWait() {
-  if (depth++ == 0 && WorkerPool::isWorker()) WorkerPool::shared().beginWait();
+  if (depth++ > 0 || !WorkerPool::isWorker()) return;
+  WorkerPool::shared().beginWait();
+  BoundedExecutor::beginWait();
 }
 
 OutsideWait::~OutsideWait() {
-  if (--depth == 0 && WorkerPool::isWorker()) WorkerPool::shared().endWait();
+  if (--depth > 0 || !WorkerPool::isWorker()) return;
+  BoundedExecutor::endWait();
+  WorkerPool::shared().endWait();
 }
 
 }  // namespace zaffo

@@ -17,17 +17,18 @@ void SerialQueue::async(DispatchBlock block) {
     incoming_.push_back(std::move(block));
     wasEmpty = !std::exchange(scheduled_, true);
   }
-  if (wasEmpty) executor_.execute(shared_from_this());
+  if (wasEmpty) executor_.load()->execute(shared_from_this());
 }
 
 void SerialQueue::run() {
   const CurrentScope current(*this);
+  const Executor* const from = executor_;
   do {
     if (nextInBatch_ == batch_.size() && !refillBatch()) return;
     const DispatchBlock block = std::move(batch_[nextInBatch_++]);
     block();
-  } while (!executor_.shouldYield());
-  executor_.execute(shared_from_this());
+  } while (executor_ == from && !from->shouldYield());
+  executor_.load()->execute(shared_from_this());
 }
 
 /// Takes what has arrived. False when there is nothing; from then on another thread may run the

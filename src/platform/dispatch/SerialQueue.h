@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,9 +21,12 @@ class SerialQueue final : public QueueBase,
                           public std::enable_shared_from_this<SerialQueue> {
  public:
   SerialQueue(std::string label, Executor& executor)
-      : QueueBase(std::move(label)), executor_(executor) {}
+      : QueueBase(std::move(label)), executor_(&executor) {}
 
   void async(DispatchBlock block) override;
+
+  /// Handed to another executor from the next time on. Thread: any.
+  void moveTo(Executor& executor) { executor_ = &executor; }
 
   /// Runs blocks until there are none or others wait for the thread.
   void run() override;
@@ -30,7 +34,7 @@ class SerialQueue final : public QueueBase,
  private:
   [[nodiscard]] bool refillBatch();
 
-  Executor& executor_;
+  std::atomic<Executor*> executor_;
   std::vector<DispatchBlock> batch_;  // of the thread running the queue; one at a time
   size_t nextInBatch_ = 0;
   Mutex incomingMutex_;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "platform/FatalError.h"
@@ -46,8 +45,7 @@ WorkerPool& WorkerPool::shared() {
 
 WorkerPool::WorkerPool() : spares_(kMostSpare, kParkedLifetime, [this] { return startWorker(); }) {
   for (size_t i = 0; i < kLaneCount; ++i) lanes_[i] = std::make_unique<Lane>(*this, i);
-  const unsigned count = std::max(1U, std::thread::hardware_concurrency());
-  for (unsigned i = 0; i < count; ++i) {
+  for (unsigned i = 0; i < workerCount(); ++i) {
     if (!startWorker() && i == 0) {
       fatalError("No thread could be started for the dispatch queues.");
     }
@@ -120,13 +118,13 @@ std::shared_ptr<Runnable> WorkerPool::takeHighest() {
 }
 
 bool WorkerPool::mayBegin(size_t lane) const {
-  return lane < kFirstLowLane || spares_.waiting() < kMostWaitingForLow;
+  return lane < kBackgroundLane || spares_.waiting() < kMostWaitingForBackground;
 }
 
 void WorkerPool::endWait() {
   spares_.endWait();
   MutexLock lock(waitingWorkMutex_);
-  if (!mayBegin(kFirstLowLane)) return;
+  if (!mayBegin(kBackgroundLane)) return;
   for (; withheld_ > 0; --withheld_) work_.release();
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <deque>
 #include <memory>
+#include <thread>
 
 #include "platform/Mutex.h"
 #include "platform/dispatch/DispatchQueue.h"
@@ -14,19 +16,23 @@
 
 namespace zaffo {
 
-/// The shared pool: as many workers as cores, waiting at one semaphore, and spare ones in the place
-/// of those that wait for the outside world (OutsideWait). Work waits in one lane per priority; the
-/// semaphore only counts it, and the worker that wakes takes the oldest from the highest lane that
-/// has any. One per process, never destroyed. Thread: any.
+/// The shared pool: a worker for each core, one more for what must not wait for pictures that are
+/// decoded on all the others (see MediaQueues.h), and spare ones in the place of those that wait
+/// for the outside world (OutsideWait). They wait at one semaphore. Work waits in one lane per
+/// priority; the semaphore only counts it, and the worker that wakes takes the oldest from the
+/// highest lane that has any. One per process, never destroyed. Thread: any.
 class WorkerPool {
  public:
   /// Spare workers at most. When as many wait, and then one for each core, nothing goes on.
   static constexpr int kMostSpare = 64;
-  /// While this many workers wait, no work of the two lower priorities is begun: thumbnails of
-  /// files that stall, however many, leave spare workers for the playing of others.
-  static constexpr int kMostWaitingForLow = 32;
+  /// While this many workers wait, no background work is begun: thumbnails of files that stall,
+  /// however many, leave spare workers for the playing of others.
+  static constexpr int kMostWaitingForBackground = 32;
 
   [[nodiscard]] static WorkerPool& shared();
+  [[nodiscard]] static unsigned workerCount() {
+    return std::max(1U, std::thread::hardware_concurrency()) + 1;
+  }
   /// Whether the caller is one of its workers.
   [[nodiscard]] static bool isWorker();
 
@@ -40,7 +46,7 @@ class WorkerPool {
  private:
   class Lane;
   struct ExitGuard;
-  static constexpr size_t kLaneCount = 4, kFirstLowLane = 2;
+  static constexpr size_t kLaneCount = 4, kBackgroundLane = 3;
 
   WorkerPool();
   ~WorkerPool() = delete;

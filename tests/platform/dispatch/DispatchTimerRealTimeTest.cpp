@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <latch>
 #include <limits>
@@ -13,6 +12,7 @@
 #include "doubles/MainLoopUntil.h"
 #include "platform/TimeSource.h"
 #include "platform/dispatch/DispatchTimer.h"
+#include "platform/dispatch/WorkerPool.h"
 
 namespace zaffo {
 namespace {
@@ -60,7 +60,7 @@ TEST(DispatchTimerInRealTime, StaysOnItsGrid) {
 }
 
 TEST(DispatchTimerInRealTime, FiresWhileEveryWorkerIsBusy) {
-  const unsigned workers = std::max(1U, std::thread::hardware_concurrency());
+  const unsigned workers = WorkerPool::workerCount();
   std::latch release(1);
   for (unsigned i = 0; i < workers; ++i) {
     dispatch_async(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_HIGH),

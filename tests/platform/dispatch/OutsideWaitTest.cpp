@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <future>
 #include <latch>
@@ -12,6 +11,7 @@
 
 #include "doubles/MainLoopUntil.h"
 #include "doubles/ProcessCounts.h"
+#include "platform/dispatch/MediaQueues.h"
 #include "platform/dispatch/StorageQueue.h"
 #include "platform/dispatch/WorkerPool.h"
 
@@ -20,8 +20,8 @@ namespace {
 
 constexpr int64_t kTenSeconds = 10'000'000'000;
 
-unsigned cores() {
-  return std::max(1U, std::thread::hardware_concurrency());
+int workers() {
+  return static_cast<int>(WorkerPool::workerCount());
 }
 
 /// Blocks that wait for the outside world until it answers, once each or one wait within another.
@@ -69,12 +69,27 @@ bool runs(const DispatchQueuePtr& queue) {
 
 TEST(OutsideWait, WorkersThatWaitLeaveTheirPlacesToOthers) {
   StalledBlocks stalled;
-  const int count = static_cast<int>(cores()) + 6;
+  const int count = workers() + 6;
   stalled.addSerial(count);
   ASSERT_TRUE(stalled.waitUntilBegun(count));
   EXPECT_TRUE(runs(dispatch_queue_create("other")));
   EXPECT_TRUE(runs(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_HIGH)));
   EXPECT_TRUE(runs(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_BACKGROUND)));
+}
+
+TEST(OutsideWait, PicturesThatWaitLeaveTheirTurnsToOthers) {
+  for (const auto load : {PictureLoad::Light, PictureLoad::Heavy}) {
+    const auto pictureQueue = [load] {
+      const auto queue = makePictureQueue("pictures");
+      setPictureLoad(*queue, load);
+      return queue;
+    };
+    StalledBlocks stalled;
+    const int count = workers() + 6;
+    for (int i = 0; i < count; ++i) stalled.addTo(pictureQueue());
+    ASSERT_TRUE(stalled.waitUntilBegun(count));
+    EXPECT_TRUE(runs(pictureQueue()));
+  }
 }
 
 TEST(OutsideWait, OneWithinAnotherTakesNoSecondPlace) {
@@ -88,9 +103,9 @@ TEST(OutsideWait, OneWithinAnotherTakesNoSecondPlace) {
   EXPECT_LE(spares(), before + 1);
 }
 
-TEST(OutsideWait, WhenItIsOverNoMoreBlocksRunAtOnceThanThereAreCores) {
+TEST(OutsideWait, WhenItIsOverNoMoreBlocksRunAtOnceThanThereAreWorkers) {
   StalledBlocks stalled;
-  const int count = static_cast<int>(cores()) + 6;
+  const int count = workers() + 6;
   stalled.addSerial(count);
   ASSERT_TRUE(stalled.waitUntilBegun(count));
   stalled.answer();
@@ -105,13 +120,13 @@ TEST(OutsideWait, WhenItIsOverNoMoreBlocksRunAtOnceThanThereAreCores) {
     });
   }
   dispatch_wait_until_idle();
-  EXPECT_LE(most, static_cast<int>(cores()));
+  EXPECT_LE(most, workers());
 }
 
 TEST(OutsideWait, HasABoundOfSpareWorkersAndAllWaitersComeToTheirTurn) {
   StalledBlocks stalled;
   const size_t before = threadCount();
-  const int bound = WorkerPool::kMostSpare + static_cast<int>(cores());
+  const int bound = WorkerPool::kMostSpare + workers();
   stalled.addSerial(bound + 50);
   ASSERT_TRUE(stalled.waitUntilBegun(bound));
   EXPECT_LE(threadCount(), before + WorkerPool::kMostSpare);
@@ -120,12 +135,12 @@ TEST(OutsideWait, HasABoundOfSpareWorkersAndAllWaitersComeToTheirTurn) {
   EXPECT_TRUE(runs(dispatch_queue_create("other")));
 }
 
-TEST(OutsideWait, HoweverManyWaitAtLowPriorityOthersHaveWorkers) {
+TEST(OutsideWait, HoweverManyWaitInTheBackgroundOthersHaveWorkers) {
   StalledBlocks stalled;
   stalled.addGlobal(DISPATCH_QUEUE_PRIORITY_BACKGROUND, 200);
-  ASSERT_TRUE(stalled.waitUntilBegun(WorkerPool::kMostWaitingForLow));
+  ASSERT_TRUE(stalled.waitUntilBegun(WorkerPool::kMostWaitingForBackground));
   stalled.addSerial(10);
-  ASSERT_TRUE(stalled.waitUntilBegun(WorkerPool::kMostWaitingForLow + 10));
+  ASSERT_TRUE(stalled.waitUntilBegun(WorkerPool::kMostWaitingForBackground + 10));
   EXPECT_TRUE(runs(dispatch_queue_create("other")));
   stalled.answer();
   EXPECT_EQ(stalled.begun(), 210) << "what was withheld is done";

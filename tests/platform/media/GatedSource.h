@@ -32,6 +32,8 @@ class GatedSource final : public SampleSource, public std::enable_shared_from_th
     }
     for (const auto& ready : waiting) ready();
   }
+  /// Called, where it is read, each time a sample is asked for. Set before anything reads.
+  void setAskedHandler(std::function<void(int trackID)> asked) { asked_ = std::move(asked); }
   /// No cursor of the track can be opened.
   void refuse(int trackID) { refused_ = trackID; }
 
@@ -90,6 +92,7 @@ class GatedSource final : public SampleSource, public std::enable_shared_from_th
   };
 
   bool passes(int trackID) {
+    if (asked_) asked_(trackID);
     const std::lock_guard lock(gateMutex_);
     State& state = states_[trackID];
     ++state.asked;
@@ -103,6 +106,7 @@ class GatedSource final : public SampleSource, public std::enable_shared_from_th
   }
 
   const std::shared_ptr<SampleSource> inner_;
+  std::function<void(int trackID)> asked_;
   std::atomic<int> refused_{-1};
   std::mutex gateMutex_;
   std::map<int, State> states_;

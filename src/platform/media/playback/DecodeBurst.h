@@ -11,9 +11,6 @@ class DecodeBurst {
   static constexpr std::size_t kFewFrames = 1;
   static constexpr std::size_t kManyFrames = 4;
 
-  /// Steps of decoding between two looks at what else is to be done.
-  static constexpr int kStepsPerPump = 16;
-
   /// `queued` frames wait; `more` than usual are to wait, for what takes long to decode. A burst in
   /// the midst of a decode-only run goes on until that is through.
   void update(std::size_t queued, std::size_t more, bool isInDecodeOnlyRun) {

@@ -63,7 +63,7 @@ void PictureSupply::decodeAhead(CMTime now, const std::function<bool()>& isSuper
   burst_.update(frames_->queued(), framesForDecodeOnlyRun(), isInDecodeOnlyRun);
   if (!track_ || hasEnded_) burst_.stop();
   waits_ = false;
-  for (int steps = 0; burst_.isOn() && steps < DecodeBurst::kStepsPerPump; ++steps) {
+  for (DecodeTurn turn; burst_.isOn() && turn.goesOn();) {
     if (isSuperseded() || !step(now)) return;
   }
 }

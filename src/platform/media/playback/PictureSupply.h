@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "platform/media/playback/DecodeBurst.h"
+#include "platform/media/playback/DecodeTurn.h"
 #include "platform/media/playback/ItemEnd.h"
 #include "platform/media/playback/SeekRequest.h"
 #include "platform/media/video/FrameStore.h"
@@ -24,6 +25,8 @@ class PictureSupply {
                 CMTime duration);
 
   [[nodiscard]] bool exists() const { return track_ != nullptr; }
+  /// Of what was read last.
+  [[nodiscard]] PictureLoad load() const { return pictureLoad(track_ ? track_->pixels() : 0); }
   /// Called, on any thread, when the source has something again. Set before the first search.
   void setReadyHandler(const std::function<void()>& handler);
 
@@ -38,7 +41,8 @@ class PictureSupply {
   /// Shows what was found. The playback stands at `position` then.
   void showFound(CMTime position);
 
-  /// Decodes one frame if it is time to, so that the caller can see to other things between two.
+  /// Decodes one frame if it is time to, so that the caller can see to other things between two, or
+  /// for a turn towards it.
   /// `now` is the time that should be on show. Asks `isSuperseded` before each step, and stops when
   /// it is.
   void decodeAhead(CMTime now, const std::function<bool()>& isSuperseded);

@@ -25,7 +25,7 @@ std::shared_ptr<Playback> Playback::create(std::shared_ptr<SampleSource> source,
 
 Playback::Playback(const std::shared_ptr<SampleSource>& source, AudioOutput& output, Events events,
                    std::span<const TrackVolume> volumes)
-    : queue_(dispatch_queue_create("com.zaffo.playback")),
+    : queue_(makePictureQueue("com.zaffo.playback")),
       clock_(source->duration()),
       frames_(std::make_shared<FrameStore>(clock_.timebase())),
       events_(std::move(events)),
@@ -121,7 +121,8 @@ void Playback::beginSeek(Seek seek) {
 void Playback::continueSeek() {
   assertCurrent(*queue_);
   if (state_ == PlaybackState::Running) return pump();
-  while (seek_ && !commands_.isSuperseded()) {
+  for (DecodeTurn turn; turn.goesOn();) {
+    if (!seek_ || commands_.isSuperseded()) return endSeek(false);
     switch (pictures_.stepSearch()) {
       case Outcome::Working:
         break;
@@ -137,7 +138,13 @@ void Playback::continueSeek() {
                                                   "The video has no picture that can be decoded."));
     }
   }
-  endSeek(false);
+  setPictureLoad(*queue_, pictures_.load());
+  if (!std::exchange(isSeekTurnPosted_, true)) post(&Playback::nextSeekTurn);
+}
+
+void Playback::nextSeekTurn() {
+  isSeekTurnPosted_ = false;
+  continueSeek();
 }
 
 void Playback::finishSeek() {
@@ -225,14 +232,14 @@ void Playback::soundIsReady() {
 
 // Running.
 
-/// Goes to the frame that is due, decodes a little ahead, tops up the sound, and asks to be woken
-/// for the next thing due.
+/// Goes to the frame that is due, decodes a little ahead, and asks to be woken for the next thing
+/// due.
 void Playback::pump() {
   assertCurrent(*queue_);
   if (state_ != PlaybackState::Running) return;
   const CMTime now = clock_.timeAt(TimeSource::now());
   if (frames_->advance(now) && events_.pictureChanged) events_.pictureChanged();
-  sound_.fill();
+  setPictureLoad(*queue_, pictures_.load());
   pictures_.decodeAhead(now, [this] { return commands_.isSuperseded(); });
   if (pictures_.error()) error_ = pictures_.error();
   const auto end = endTime();
@@ -256,7 +263,6 @@ void Playback::schedulePump() {
 std::optional<int64_t> Playback::nextPumpHostTime() const {
   EarliestTime next;
   if (const auto wake = pictures_.nextWake()) next.add(dueHostTime(*clock_.timebase(), *wake));
-  next.add(sound_.nextFillHostTime());
   if (const auto end = endTime()) next.add(dueHostTime(*clock_.timebase(), *end));
   return next.time();
 }

@@ -17,8 +17,9 @@
 namespace zaffo::media {
 
 /// Plays one item, sound and picture, against a timebase of its own. Everything runs on a serial
-/// queue of its own, woken by commands, by the source, and by a timer for the next thing due; while
-/// it stands still nothing runs. Commands return at once. Thread: any.
+/// queue of its own, in short turns, woken by commands, by the source, and by a timer for the next
+/// thing due; but sound that was started flows on one of its own. While it stands still nothing
+/// runs. Commands return at once. Thread: any.
 ///
 /// It decides what is done next (see PlaybackState); where it is, what is seen and what is heard
 /// are its clock's, its pictures' and its sound's.
@@ -79,6 +80,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
   void enter(PlaybackState state);
   void beginSeek(Seek seek);
   void continueSeek();
+  void nextSeekTurn();
   void finishSeek();
   void endSeek(bool finished);
   void settle();
@@ -96,7 +98,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
   void fail(NSErrorPtr error);
   void letGo();
 
-  const DispatchQueuePtr queue_;
+  const std::shared_ptr<SerialQueue> queue_;
   PlaybackClock clock_;
   const std::shared_ptr<FrameStore> frames_;
   CommandLog commands_;
@@ -107,6 +109,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
   SoundSupply sound_;
   double rate_ = 0;
   Seek seek_;  ///< none when the one that was sought last was superseded
+  bool isSeekTurnPosted_ = false;
   std::vector<Completion> prerolls_;
   NSErrorPtr error_;  ///< why it cannot go on, or not for long
   DispatchTimerPtr timer_;

@@ -31,7 +31,7 @@ std::shared_ptr<SampleRenderer> SampleRenderer::create(Events events) {
 
 SampleRenderer::SampleRenderer(Events events)
     : events_(std::move(events)),
-      queue_(dispatch_queue_create("com.zaffo.samplerenderer")),
+      queue_(makePictureQueue("com.zaffo.samplerenderer")),
       samples_(hostTimebase()) {}
 
 // Calls: any thread.
@@ -59,6 +59,9 @@ void SampleRenderer::enqueue(QueuedSample sample) {
   // First of all: to a pump that finds the sample it must not look like the last one of long ago.
   dataRequest_->noteSample(TimeSource::now());
   if (closed_) return;
+  if (const auto& format = sample.format) {
+    setPictureLoad(*queue_, pictureLoad(int64_t{format->width()} * format->height()));
+  }
   const auto enqueued = samples_.enqueue(std::move(sample));
   if (!enqueued.isTaken) return;
   if (!samples_.queue().hasRoom(now())) dataRequest_->owe();
@@ -159,7 +162,7 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
   SampleQueueDecoder::Demand demand = demandAt(timebase, hostNow);
   awaitsQuiet_ = false;
   SampleQueueDecoder::Picture picture;
-  for (int step = 0; step < DecodeBurst::kStepsPerPump; ++step) {
+  for (DecodeTurn turn; turn.goesOn();) {
     // Anew for each step: samples may come between two of them.
     const auto prospect = dataRequest_->prospect(decoder_.generation(), hostNow);
     demand.noneComing = prospect != MediaDataRequest::Prospect::Coming;

@@ -10,6 +10,7 @@
 #include "platform/coremedia/CMTimebase.h"
 #include "platform/dispatch/DispatchTimer.h"
 #include "platform/media/playback/DecodeBurst.h"
+#include "platform/media/playback/DecodeTurn.h"
 #include "platform/media/playback/RenderedSamples.h"
 #include "platform/media/video/Lateness.h"
 #include "platform/media/video/MediaDataRequest.h"
@@ -80,7 +81,7 @@ class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
   void letGo();
 
   const Events events_;
-  const DispatchQueuePtr queue_;
+  const std::shared_ptr<SerialQueue> queue_;
   RenderedSamples samples_;
   const std::shared_ptr<MediaDataRequest> dataRequest_ = std::make_shared<MediaDataRequest>();
   std::atomic<bool> closed_{false};

@@ -1,6 +1,7 @@
 #include "platform/media/playback/SoundSupply.h"
 
 #include <cmath>
+#include <utility>
 
 namespace zaffo::media {
 
@@ -13,71 +14,74 @@ constexpr double kJoiningSeconds = 0.02;
 
 SoundSupply::SoundSupply(const std::shared_ptr<SampleSource>& source,
                          std::span<const TrackVolume> volumes, AudioOutput& output)
-    : output_(output), track_(Soundtrack::create(source, volumes, output)) {}
+    : output_(output) {
+  if (auto track = Soundtrack::create(source, volumes, output)) {
+    feed_ = SoundFeed::create(std::move(track));
+  }
+}
 
 void SoundSupply::setReadyHandler(const std::function<void()>& handler) {
-  if (track_) track_->setReadyHandler(handler);
+  if (feed_) feed_->setHandler(handler);
 }
 
 void SoundSupply::setVolume(float volume) {
-  if (track_) track_->setVolume(volume);
+  if (feed_) feed_->with([volume](Soundtrack& track) { track.setVolume(volume); });
 }
 
 bool SoundSupply::prefill(CMTime time) {
-  return !track_ || track_->prefill(time);
+  return !feed_ || feed_->with([time](Soundtrack& track) { return track.prefill(time); });
+}
+
+bool SoundSupply::failed() const {
+  return feed_ && feed_->with([](const Soundtrack& track) { return track.failed(); });
 }
 
 void SoundSupply::start(PlaybackClock& clock, double rate, int64_t host) {
   int64_t start = host;
   joint_.reset();
-  if (track_) {
+  if (feed_) {
     const int64_t firstFrame = output_.earliestStartFrame();
     start = hostTimeOf(firstFrame);
-    track_->start(firstFrame, rate);
+    feed_->start(firstFrame, rate);
     clock.follow(output_.clock());
   }
   clock.start(rate, start, host);
 }
 
 void SoundSupply::joinAgain(const PlaybackClock& clock, double rate) {
-  if (!track_) return;
+  if (!feed_) return;
   const int64_t firstFrame =
       output_.earliestStartFrame() + static_cast<int64_t>(kJoiningSeconds * output_.sampleRate());
   joint_ = {clock.timeAt(hostTimeOf(firstFrame)), firstFrame, rate};
-  track_->stop();
+  feed_->stop();
   join();
 }
 
 void SoundSupply::join() {
-  if (!joint_ || !track_->prefill(joint_->time)) return;
-  track_->start(joint_->outputFrame, joint_->rate);
+  if (!joint_ || !prefill(joint_->time)) return;
+  feed_->start(joint_->outputFrame, joint_->rate);
   joint_.reset();
-}
-
-void SoundSupply::fill() {
-  if (track_) track_->fill();
 }
 
 void SoundSupply::stop() {
   joint_.reset();
-  if (track_) track_->stop();
-}
-
-std::optional<int64_t> SoundSupply::nextFillHostTime() const {
-  return track_ ? track_->nextFillHostTime() : std::nullopt;
+  if (feed_) feed_->stop();
 }
 
 std::optional<DataEnd> SoundSupply::end() const {
-  return track_ ? std::optional(DataEnd{track_->finished(), track_->endTime()}) : std::nullopt;
+  if (!feed_) return std::nullopt;
+  return feed_->with([](const Soundtrack& track) {
+    return DataEnd{track.finished(), track.endTime()};
+  });
 }
 
 void SoundSupply::rest() {
-  if (track_) track_->release();
+  if (feed_) feed_->with([](Soundtrack& track) { track.release(); });
 }
 
 void SoundSupply::close() {
   joint_.reset();
-  track_.reset();
+  feed_.reset();
 }
 
 int64_t SoundSupply::hostTimeOf(int64_t outputFrame) const {

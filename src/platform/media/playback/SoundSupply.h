@@ -8,26 +8,27 @@
 
 #include "platform/media/playback/ItemEnd.h"
 #include "platform/media/playback/PlaybackClock.h"
-#include "platform/media/soundtrack/Soundtrack.h"
+#include "platform/media/playback/SoundFeed.h"
 
 namespace zaffo::media {
 
-/// The sound of a playback, started, stopped and joined in beside its pictures. Does nothing for an
-/// item without sound. Thread: one at a time.
+/// The sound of a playback, started, stopped and joined in beside its pictures; in between it flows
+/// by itself. Does nothing for an item without sound. Thread: one at a time.
 class SoundSupply {
  public:
   /// `volumes`: of the tracks that are not heard at full volume. `output` outlives it.
   SoundSupply(const std::shared_ptr<SampleSource>& source, std::span<const TrackVolume> volumes,
               AudioOutput& output);
 
-  /// Called, on any thread, when the source has something again. Set before the first prefill().
+  /// Called, on any thread, when the source has something again, and when all was given to the
+  /// output. Set before the first prefill().
   void setReadyHandler(const std::function<void()>& handler);
   void setVolume(float volume);
 
   /// Decodes what a start at `time` takes. False while the source has not given enough yet.
   [[nodiscard]] bool prefill(CMTime time);
   /// Whether there is sound, and none of it can be decoded.
-  [[nodiscard]] bool failed() const { return track_ && track_->failed(); }
+  [[nodiscard]] bool failed() const;
 
   /// Starts the sound that was prefilled for the position of `clock`, and the clock with it, so
   /// that it leaves its position when the sound is heard; at once where there is no sound.
@@ -37,11 +38,8 @@ class SoundSupply {
   void joinAgain(const PlaybackClock& clock, double rate);
   /// Joins in now if that had to wait for the source.
   void join();
-  void fill();
   void stop();
 
-  /// Host time at which fill() has something to do again, if ever.
-  [[nodiscard]] std::optional<int64_t> nextFillHostTime() const;
   /// How far it has been given to the output; none where there is no sound.
   [[nodiscard]] std::optional<DataEnd> end() const;
 
@@ -61,7 +59,7 @@ class SoundSupply {
   [[nodiscard]] int64_t hostTimeOf(int64_t outputFrame) const;
 
   AudioOutput& output_;
-  std::unique_ptr<Soundtrack> track_;
+  std::shared_ptr<SoundFeed> feed_;
   std::optional<Joint> joint_;  ///< while it waits for its sound
 };
 

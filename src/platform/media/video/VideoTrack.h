@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 
@@ -41,6 +42,10 @@ class VideoTrack {
   /// Goes on after `frame`, which was given for the sync sample at or before it, decoder let go.
   void resumeAfter(const VideoFrame& frame);
 
+  /// How many a picture of what was read last has.
+  [[nodiscard]] int64_t pixels() const {
+    return format_ ? int64_t{format_->width()} * format_->height() : 0;
+  }
   /// What is decoded where a segment begins.
   [[nodiscard]] const DecodeOnlyRun& decodeOnlyRun() const { return decodeOnlyRun_; }
 

@@ -69,6 +69,18 @@ TEST_F(PlaybackSeekTest, ASeekThatWaitsForTheSourceFailsAtOnceWhenANewerOneComes
   EXPECT_EQ(prerolled_, true);
 }
 
+TEST_F(PlaybackSeekTest, ALongOneGivesWayToWhatElseIsAskedFor) {
+  source_->let(1'000'000);
+  int readsAtStart = source_->asked(1), readsAtCancel = 0, readsAtEnd = 0;
+  playback_->seek(CMTimeMake(3, 2), kCMTimeZero, kCMTimeZero,
+                  [&](bool) { readsAtEnd = source_->asked(1); });
+  playback_->preroll([&](bool) { readsAtCancel = source_->asked(1); });
+  playback_->cancelPrerolls();
+  time_.settle();
+  EXPECT_GT(readsAtCancel, readsAtStart) << "the seek has begun";
+  EXPECT_LT(readsAtCancel, readsAtEnd) << "and is under way";
+}
+
 TEST_F(PlaybackSeekTest, NoTimeIsNoPlaceToGoTo) {
   for (const CMTime time : {kCMTimeInvalid, kCMTimeIndefinite}) {
     std::optional<bool> finished;

@@ -2,8 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <set>
+#include <string>
+#include <vector>
+
 #include "doubles/ManualTime.h"
 #include "doubles/ScriptedSampleSource.h"
+#include "platform/dispatch/QueueBase.h"
 #include "platform/media/Decoding.h"
 #include "platform/media/GatedSource.h"
 #include "platform/media/output/CapturedOutput.h"
@@ -21,6 +27,17 @@ class SoundSupplyTest : public testing::Test {
     return std::llround(CMTimeGetSeconds(distance) * CapturedOutput::kRate);
   }
 
+  /// How many times nothing is heard for 10 ms.
+  static int silencesIn(const std::vector<float>& sound) {
+    int silences = 0;
+    constexpr std::size_t kSpan = 960;
+    for (std::size_t at = 0; at + kSpan <= sound.size(); at += kSpan) {
+      const auto from = sound.begin() + static_cast<std::ptrdiff_t>(at);
+      silences += std::all_of(from, from + kSpan, [](float each) { return each == 0; });
+    }
+    return silences;
+  }
+
   ManualTime time_;
   CapturedOutput output_;
   std::shared_ptr<GatedSource> source_ =
@@ -36,7 +53,7 @@ TEST_F(SoundSupplyTest, WithoutSoundTheClockStartsAtOnce) {
   EXPECT_EQ(framesUntilStart(), 0);
   EXPECT_EQ(clock_.timebase()->masterClock(), CMClockGetHostTimeClock());
   EXPECT_FALSE(sound.end());
-  EXPECT_FALSE(sound.nextFillHostTime());
+  EXPECT_FALSE(time_.hasTimer());
 }
 
 TEST_F(SoundSupplyTest, TheClockStartsWhenTheFirstSoundIsHeardAndFollowsTheOutput) {
@@ -48,7 +65,7 @@ TEST_F(SoundSupplyTest, TheClockStartsWhenTheFirstSoundIsHeardAndFollowsTheOutpu
               static_cast<double>(output_.starts().front() - output_.present()), 1);
   EXPECT_EQ(clock_.timebase()->masterClock(), output_.clock());
   EXPECT_FALSE(sound.end()->isOver);
-  EXPECT_TRUE(sound.nextFillHostTime());
+  EXPECT_TRUE(time_.hasTimer()) << "for when the output is to be topped up";
 }
 
 TEST_F(SoundSupplyTest, PrefillsAsSoonAsTheSourceHasEnough) {
@@ -88,16 +105,66 @@ TEST_F(SoundSupplyTest, AStopCallsOffWhatWaitsToJoinIn) {
   EXPECT_EQ(output_.starts().size(), 1u);
 }
 
+TEST_F(SoundSupplyTest, FlowsByItselfUntilItsEndAndTellsThat) {
+  SoundSupply sound(source_, {}, output_);
+  int told = 0;
+  sound.setReadyHandler([&told] { ++told; });
+  ASSERT_TRUE(sound.prefill(kCMTimeZero));
+  sound.start(clock_, 1, now());
+  time_.advance(2400 * kNanosecondsPerMillisecond);
+  EXPECT_EQ(told, 0);
+  EXPECT_FALSE(sound.end()->isOver);
+  time_.advance(400 * kNanosecondsPerMillisecond);
+  EXPECT_EQ(told, 1);
+  EXPECT_TRUE(sound.end()->isOver);
+  const int64_t start = output_.starts().front();
+  EXPECT_EQ(silencesIn(output_.heard(start, start + 28 * CapturedOutput::kRate / 10)), 0);
+  EXPECT_FALSE(time_.hasTimer());
+}
+
+TEST_F(SoundSupplyTest, IsReadAndDecodedOnAQueueOfItsOwnOnceItFlows) {
+  std::set<std::string> queues;
+  source_->setAskedHandler([&queues](int) {
+    const QueueBase* const queue = QueueBase::current();
+    queues.insert(queue ? queue->label() : "none");
+  });
+  SoundSupply sound(source_, {}, output_);
+  ASSERT_TRUE(sound.prefill(kCMTimeZero));
+  sound.start(clock_, 1, now());
+  queues.clear();
+  time_.advance(kNanosecondsPerSecond);
+  EXPECT_EQ(queues, std::set<std::string>{"com.zaffo.sound"});
+}
+
+TEST_F(SoundSupplyTest, GoesOnAsSoonAsTheSourceHasMore) {
+  source_->let(20);
+  SoundSupply sound(source_, {}, output_);
+  int told = 0;
+  sound.setReadyHandler([&told] { ++told; });
+  ASSERT_TRUE(sound.prefill(kCMTimeZero));
+  sound.start(clock_, 1, now());
+  time_.settle();
+  const int writes = output_.writes();
+  time_.advance(100 * kNanosecondsPerMillisecond);
+  EXPECT_EQ(output_.writes(), writes) << "nothing more is to be had";
+  source_->let(1'000'000);
+  time_.settle();
+  EXPECT_GT(output_.writes(), writes);
+  EXPECT_GE(told, 1);
+}
+
 TEST_F(SoundSupplyTest, IsSilentOnceItIsClosed) {
   SoundSupply sound(source_, {}, output_);
   ASSERT_TRUE(sound.prefill(kCMTimeZero));
   sound.start(clock_, 1, now());
   sound.close();
   sound.setVolume(0.5f);
-  sound.fill();
   sound.join();
   sound.stop();
-  EXPECT_FALSE(sound.nextFillHostTime());
+  const int writes = output_.writes();
+  time_.advance(kNanosecondsPerSecond);
+  EXPECT_EQ(output_.writes(), writes);
+  EXPECT_FALSE(time_.hasTimer());
 }
 
 }  // namespace
