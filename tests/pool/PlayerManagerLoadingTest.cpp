@@ -267,6 +267,15 @@ TEST_F(PlayerManagerLoadingTest, NobodyIsToldWhenThePoolDropsThePlayerBeforeTheL
   EXPECT_EQ(a->completions, 0);
 }
 
+TEST_F(PlayerManagerLoadingTest, CancellingWhatThePoolHasDroppedDoesNothing) {
+  const auto a = request("a");
+  manager->removeAllPlayers();
+  log->clear();
+  a->command->cancel();
+  EXPECT_THAT(*log, testing::IsEmpty());
+  EXPECT_EQ(a->completions, 0);
+}
+
 TEST_F(PlayerManagerLoadingTest, NobodyIsToldWhenThePoolHasGoneBeforeTheLoadEnds) {
   const auto a = request("a");
   const auto kept = player(0);
