@@ -23,7 +23,13 @@ class FileDemuxer {
   [[nodiscard]] AVFormatContext* context() const { return context_.get(); }
   /// Whether nothing was read since open(): the demuxer stands before the first packet.
   [[nodiscard]] bool isAtStart() const { return atStart_; }
-  void setMoved() { atStart_ = false; }
+  void setMoved() {
+    atStart_ = false;
+    behindHeadOf_ = -1;
+  }
+  /// Whether what was read last is the head of a stream (see TrackHead), all of it.
+  [[nodiscard]] bool isBehindHead(int streamIndex) const { return behindHeadOf_ == streamIndex; }
+  void setBehindHead(int streamIndex) { behindHeadOf_ = streamIndex; }
   /// Goes back before the first packet of a stream by the index; false when there is none.
   [[nodiscard]] bool rewind(int streamIndex);
 
@@ -60,6 +66,7 @@ class FileDemuxer {
   FormatContextPtr context_;
   const ContainerFormat* format_ = nullptr;
   bool atStart_ = true;
+  int behindHeadOf_ = -1;
   int64_t startMicroseconds_ = 0;
 };
 

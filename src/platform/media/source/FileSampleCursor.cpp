@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/foundation/MakeError.h"
+#include "platform/media/FFmpegError.h"
 #include "platform/media/MediaTime.h"
 #include "platform/media/source/FileSampleSource.h"
 #include "platform/media/source/GradualRefresh.h"
@@ -33,6 +34,27 @@ int64_t prerollMilliseconds(AVCodecID codec) {
   }
 }
 
+/// The timestamp, counted from time zero, from which on decoding of what is shown or heard at
+/// `time` needs a track.
+int64_t neededFor(CMTime time, const AVCodecParameters& parameters, AVRational base) {
+  const int64_t timestamp = timestampFromTime(time, base);
+  if (parameters.codec_type != AVMEDIA_TYPE_AUDIO) return timestamp;
+  return timestamp - av_rescale_q(prerollMilliseconds(parameters.codec_id), {1, 1000}, base);
+}
+
+/// The same sample once more, by reference to the same bytes.
+Sample copyOf(const Sample& sample) {
+  return {.packet = PacketPtr(av_packet_clone(sample.packet.get())),
+          .presentation = sample.presentation,
+          .decode = sample.decode,
+          .duration = sample.duration,
+          .sync = sample.sync,
+          .decodeOnly = sample.decodeOnly,
+          .isDiscontinuity = sample.isDiscontinuity,
+          .heardFrom = sample.heardFrom,
+          .heardUntil = sample.heardUntil};
+}
+
 }  // namespace
 
 Result<std::unique_ptr<SampleCursor>> FileSampleCursor::open(
@@ -40,8 +62,37 @@ Result<std::unique_ptr<SampleCursor>> FileSampleCursor::open(
     const AVAssetTrack& track) {
   std::unique_ptr<FileSampleCursor> cursor(
       new FileSampleCursor(std::move(source), std::move(demuxer), track));
-  if (cursor->demuxer_->isAtStart() || cursor->rewind()) return cursor;
+  if (cursor->rewind()) return cursor;
   return cursor->error_;
+}
+
+std::unique_ptr<const TrackHead> FileSampleCursor::readHead(
+    std::shared_ptr<FileSampleSource> source, std::unique_ptr<FileDemuxer>& demuxer,
+    const AVAssetTrack& track) {
+  FileSampleCursor cursor(std::move(source), std::move(demuxer), track);
+  auto head = std::make_unique<TrackHead>();
+  int bytes = 0;
+  Outcome outcome = cursor.goToFirst() ? Outcome::Ready : Outcome::Error;
+  while (outcome == Outcome::Ready && head->samples.size() < TrackHead::kMostSamples &&
+         bytes < TrackHead::kMostBytes) {
+    Sample sample;
+    outcome = cursor.next(sample);
+    if (outcome != Outcome::Ready) break;
+    bytes += sample.packet->size;
+    head->samples.push_back(std::move(sample));
+  }
+  if (outcome == Outcome::Ready) cursor.demuxer_->setBehindHead(cursor.streamIndex_);
+  const bool isWhole = !head->samples.empty() && cursor.describe(*head);
+  demuxer = std::move(cursor.demuxer_);
+  return isWhole ? std::move(head) : nullptr;
+}
+
+bool FileSampleCursor::describe(TrackHead& head) const {
+  head.timeBase = stream_->time_base;
+  head.timelineStart = demuxer_->timelineStart(*stream_);
+  head.tellsDecodeTimes = demuxer_->tellsDecodeTimes(*stream_);
+  head.parameters.reset(avcodec_parameters_alloc());
+  return head.parameters && avcodec_parameters_copy(head.parameters.get(), stream_->codecpar) >= 0;
 }
 
 FileSampleCursor::FileSampleCursor(std::shared_ptr<FileSampleSource> source,
@@ -50,8 +101,9 @@ FileSampleCursor::FileSampleCursor(std::shared_ptr<FileSampleSource> source,
       demuxer_(std::move(demuxer)),
       streamIndex_(track.trackID - 1),
       timeRange_(track.timeRange),
+      head_(source_->head(track.trackID)),
       packet_(av_packet_alloc()) {
-  selectStream();
+  if (demuxer_) selectStream();
 }
 
 FileSampleCursor::~FileSampleCursor() {
@@ -59,7 +111,7 @@ FileSampleCursor::~FileSampleCursor() {
 }
 
 const AVCodecParameters& FileSampleCursor::codecParameters() const {
-  return *stream_->codecpar;
+  return stream_ ? *stream_->codecpar : *head_->parameters;
 }
 
 void FileSampleCursor::selectStream() {
@@ -71,6 +123,8 @@ void FileSampleCursor::selectStream() {
 
 Outcome FileSampleCursor::next(Sample& sample) {
   if (outcome_ != Outcome::Ready) return outcome_;
+  if (inHead_ && *inHead_ < head_->samples.size()) return giveHead(sample);
+  if (inHead_ && !goBehindHead()) return outcome_;
   if (!std::exchange(pending_, false)) outcome_ = read();
   if (outcome_ != Outcome::Ready) return outcome_;
   // Frames shown just after a gradual refresh begins cannot be decoded from it, so only the sample
@@ -82,6 +136,30 @@ Outcome FileSampleCursor::next(Sample& sample) {
   }
   fill(sample);
   return outcome_;
+}
+
+Outcome FileSampleCursor::giveHead(Sample& sample) {
+  sample = copyOf(head_->samples[(*inHead_)++]);
+  if (!sample.packet) {
+    error_ = makeFFmpegError(AVErrorUnknown, "Out of memory.", AVERROR(ENOMEM));
+    return outcome_ = Outcome::Error;
+  }
+  lastDecode_ = sample.packet->dts;
+  isFirst_ = false;
+  return Outcome::Ready;
+}
+
+// Where the demuxer has been elsewhere since, what the head holds is read and passed over.
+bool FileSampleCursor::goBehindHead() {
+  inHead_.reset();
+  if (!hasDemuxer()) return false;
+  if (demuxer_->isBehindHead(streamIndex_)) return true;
+  if (!goToFirst()) return false;
+  for (std::size_t i = 0; i < head_->samples.size(); ++i) {
+    outcome_ = read();
+    if (outcome_ != Outcome::Ready) return false;
+  }
+  return true;
 }
 
 Outcome FileSampleCursor::read() {
@@ -138,16 +216,16 @@ bool FileSampleCursor::seek(CMTime time) {
   error_ = nullptr;
   outcome_ = Outcome::Ready;
   pending_ = false;
+  inHead_.reset();
+  const bool isTime = CMTIME_IS_NUMERIC(time) || CMTIME_IS_POSITIVE_INFINITY(time);
+  if (!isTime || time <= kCMTimeZero) return rewind();
+  if (landInHead(time)) return true;
+  if (!hasDemuxer()) return false;
   const int64_t start = demuxer_->timelineStart(*stream_);
-  if (!CMTIME_IS_NUMERIC(time) && !CMTIME_IS_POSITIVE_INFINITY(time)) return rewind();
-  if (stream_->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
-    const int64_t preroll = av_rescale_q(prerollMilliseconds(stream_->codecpar->codec_id),
-                                         {1, 1000}, stream_->time_base);
-    const int64_t timestamp = timestampFromTime(time, stream_->time_base) - preroll;
-    return timestamp > 0 && landAt(timestamp + start) ? true : rewind();
-  }
-  const int64_t timestamp = timestampFromTime(time, stream_->time_base);
-  return timestamp > 0 && seekVideo(timestamp + start) ? true : rewind();
+  const int64_t timestamp = neededFor(time, *stream_->codecpar, stream_->time_base);
+  const bool isSound = stream_->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+  const auto land = isSound ? &FileSampleCursor::landAt : &FileSampleCursor::seekVideo;
+  return timestamp > 0 && (this->*land)(timestamp + start) ? true : rewind();
 }
 
 // The demuxer's index is by decoding time: the key frame it gives may be shown after `timestamp`,
@@ -179,14 +257,55 @@ bool FileSampleCursor::landAt(int64_t timestamp) {
   return outcome_ != Outcome::Error || demuxer_->hasCompleteIndex();
 }
 
-// Parsing anew is the one way to the start that every format and every damaged index allows.
+// Goes where seeking would, if the head tells where that is: then nothing needs to be read.
+bool FileSampleCursor::landInHead(CMTime time) {
+  if (!head_) return false;
+  const auto& samples = head_->samples;
+  const int64_t needed = neededFor(time, *head_->parameters, head_->timeBase);
+  if (needed <= 0) return rewind();
+  const bool isSound = head_->parameters->codec_type == AVMEDIA_TYPE_AUDIO;
+  if (isSound || !head_->tellsDecodeTimes) return false;
+  const int64_t timestamp = needed + head_->timelineStart;
+  const auto after = std::ranges::find_if(samples, [timestamp](const Sample& sample) {
+    return sample.packet->dts == AV_NOPTS_VALUE || sample.packet->dts > timestamp;
+  });
+  if (after == samples.end() || after->packet->dts == AV_NOPTS_VALUE) return false;
+  auto landing = after - samples.begin();
+  const auto isIt = [&](const Sample& sample) {
+    const AVPacket& packet = *sample.packet;
+    return sample.sync && (packet.pts == AV_NOPTS_VALUE || packet.pts <= timestamp);
+  };
+  while (landing > 0 && !isIt(samples[static_cast<std::size_t>(landing - 1)])) --landing;
+  (void)rewind();
+  inHead_ = static_cast<std::size_t>(std::max<std::ptrdiff_t>(landing - 1, 0));
+  return true;
+}
+
 bool FileSampleCursor::rewind() {
   lastDecode_ = AV_NOPTS_VALUE;
   isFirst_ = true;
   pending_ = false;
   outcome_ = Outcome::Ready;
   error_ = nullptr;
-  if (demuxer_->isAtStart() || demuxer_->rewind(streamIndex_)) return true;
+  inHead_.reset();
+  if (!head_) return goToFirst();
+  inHead_ = 0;
+  return true;
+}
+
+// Has the demuxer stand before the first sample. Parsing anew is the one way there that every
+// format and every damaged index allows.
+bool FileSampleCursor::goToFirst() {
+  if (demuxer_ && (demuxer_->isAtStart() || demuxer_->rewind(streamIndex_))) return true;
+  return parseAnew();
+}
+
+bool FileSampleCursor::hasDemuxer() {
+  if (!demuxer_ && (demuxer_ = source_->takeIdle())) selectStream();
+  return demuxer_ || parseAnew();
+}
+
+bool FileSampleCursor::parseAnew() {
   auto fresh = source_->openDemuxer();
   if (!fresh) {
     error_ = fresh.error();

@@ -35,8 +35,28 @@ Result<std::shared_ptr<FileSampleSource>> FileSampleSource::open(const std::stri
     return makeError(AVErrorFileFormatNotRecognized,
                      "The file \"" + path + "\" holds neither picture nor sound.");
   }
-  source->giveBack(*std::move(demuxer));
+  source->readHeads(*std::move(demuxer));
   return source;
+}
+
+// Last that of the picture, which the demuxer then stands behind. Where there is no index it is the
+// only one, for going back would mean to parse anew.
+void FileSampleSource::readHeads(std::unique_ptr<FileDemuxer> demuxer) {
+  auto order = tracks_;
+  const auto main = std::ranges::find(order, AVMediaTypeVideo, &AVAssetTrack::mediaType);
+  if (main != order.end()) std::iter_swap(main, order.end() - 1);
+  if (!demuxer->hasCompleteIndex()) order.erase(order.begin(), order.end() - 1);
+  for (const auto& track : order) {
+    if (undecodable_.contains(track->trackID)) continue;
+    auto head = FileSampleCursor::readHead(shared_from_this(), demuxer, *track);
+    if (head) heads_[track->trackID] = std::move(head);
+  }
+  giveBack(std::move(demuxer));
+}
+
+const TrackHead* FileSampleSource::head(int trackID) const {
+  const auto found = heads_.find(trackID);
+  return found == heads_.end() ? nullptr : found->second.get();
 }
 
 void FileSampleSource::describe(FileDemuxer& demuxer) {
@@ -64,8 +84,9 @@ NSErrorPtr FileSampleSource::whyNotDecoded(int trackID) const {
 Result<std::unique_ptr<SampleCursor>> FileSampleSource::openCursor(int trackID) {
   const auto track = std::ranges::find(tracks_, trackID, &AVAssetTrack::trackID);
   if (track == tracks_.end()) return makeError(AVErrorUnknown, "The asset has no such track.");
-  std::unique_ptr<FileDemuxer> demuxer = takeIdle();
-  if (!demuxer) {
+  std::unique_ptr<FileDemuxer> demuxer = takeBehindHead(trackID - 1);
+  if (!demuxer && !head(trackID)) demuxer = takeIdle();
+  if (!demuxer && !head(trackID)) {
     auto opened = openDemuxer();
     if (!opened) return opened.error();
     demuxer = *std::move(opened);
@@ -75,6 +96,16 @@ Result<std::unique_ptr<SampleCursor>> FileSampleSource::openCursor(int trackID) 
 
 Result<std::unique_ptr<FileDemuxer>> FileSampleSource::openDemuxer() const {
   return FileDemuxer::open(file_);
+}
+
+std::unique_ptr<FileDemuxer> FileSampleSource::takeBehindHead(int streamIndex) {
+  MutexLock lock(idleMutex_);
+  const auto found = std::ranges::find_if(
+      idle_, [streamIndex](const auto& demuxer) { return demuxer->isBehindHead(streamIndex); });
+  if (found == idle_.end()) return nullptr;
+  std::unique_ptr<FileDemuxer> demuxer = std::move(*found);
+  idle_.erase(found);
+  return demuxer;
 }
 
 std::unique_ptr<FileDemuxer> FileSampleSource::takeIdle() {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <functional>
+#include <string_view>
 
 #include "doubles/ProcessCounts.h"
 #include "platform/media/Decoding.h"
@@ -142,6 +144,56 @@ TEST(FileSampleSource, ACursorAfterAnotherStartsAtTheBeginningOfItsOwnTrack) {
     EXPECT_EQ(samples.size(), type == AVMediaTypeVideo ? 120u : 174u);
   }
 }
+
+/// What there is to a sample, its bytes included.
+std::string fingerprint(const Sample& sample) {
+  const AVPacket& packet = *sample.packet;
+  const std::string_view bytes(reinterpret_cast<const char*>(packet.data),
+                               static_cast<std::size_t>(packet.size));
+  return CMTimeDescription(sample.presentation) + CMTimeDescription(sample.decode) +
+         CMTimeDescription(sample.duration) + (sample.sync ? " sync" : "") +
+         (sample.decodeOnly ? " hidden " : " ") +
+         std::to_string(std::hash<std::string_view>{}(bytes));
+}
+
+std::vector<std::string> fingerprintsOf(const std::vector<Sample>& samples) {
+  std::vector<std::string> prints;
+  for (const Sample& sample : samples) prints.push_back(fingerprint(sample));
+  return prints;
+}
+
+class EveryCursorOf : public testing::TestWithParam<const char*> {};
+
+TEST_P(EveryCursorOf, GivesTheSameSamplesWhereverItsDemuxerComesFrom) {
+  const auto source = openClip(clip(GetParam()));
+  for (const auto& track : source->tracks()) {
+    std::vector<std::unique_ptr<SampleCursor>> cursors;
+    for (int i = 0; i < 3; ++i) {
+      cursors.push_back(source->openCursor(track->trackID).valueOr(nullptr));
+      ASSERT_TRUE(cursors.back());
+    }
+    const auto samples = fingerprintsOf(readAll(*cursors.front()));
+    EXPECT_GT(samples.size(), TrackHead::kMostSamples);
+    for (int i = 1; i < 3; ++i) EXPECT_EQ(fingerprintsOf(readAll(*cursors[i])), samples) << i;
+    ASSERT_TRUE(cursors.front()->seek(kCMTimeZero));
+    EXPECT_EQ(fingerprintsOf(readAll(*cursors.front())), samples) << "after a seek";
+    cursors.clear();
+    const auto again = source->openCursor(track->trackID).valueOr(nullptr);
+    EXPECT_EQ(fingerprintsOf(readAll(*again)), samples) << "after others";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Clips, EveryCursorOf,
+                         testing::Values("h264_30.mp4", "h264_30_moov_last.mp4", "edit_list.mp4",
+                                         "edit_list_hevc.mp4", "fragmented.mp4", "late_video.mp4",
+                                         "fragmented_late.mp4", "vp9_opus.webm", "h264.mkv",
+                                         "gradual_refresh.mkv", "audio.mp3", "audio.aac",
+                                         "audio.ogg", "audio.flac", "audio.wav"),
+                         [](const testing::TestParamInfo<const char*>& clipInfo) {
+                           std::string name = clipInfo.param;
+                           std::ranges::replace(name, '.', '_');
+                           return name;
+                         });
 
 TEST(FileSampleSource, ItsTracksNameItAndDoNotKeepIt) {
   auto source = openClip(clip("h264_25.mp4"));

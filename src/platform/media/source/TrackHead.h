@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "platform/media/FFmpegCommon.h"
+#include "platform/media/Sample.h"
+
+namespace zaffo::media {
+
+/// What a track begins with: its first samples in decode order, read when the file was opened and
+/// kept for as long as it is open. So a player shows its first frame, and a loop goes back to its
+/// start, without waiting for the disk. Thread: any, unchanged once made.
+struct TrackHead {
+  /// Enough of a picture track for the first frame of a loop, which lies 0.05 s into the file.
+  static constexpr std::size_t kMostSamples = 8;
+  /// The first sample is kept however large it is.
+  static constexpr int kMostBytes = 512 * 1024;
+
+  std::vector<Sample> samples;  ///< never empty
+  CodecParametersPtr parameters;
+  AVRational timeBase{};          ///< of the stream
+  int64_t timelineStart = 0;      ///< as FileDemuxer::timelineStart
+  bool tellsDecodeTimes = false;  ///< as FileDemuxer::tellsDecodeTimes
+};
+
+}  // namespace zaffo::media
