@@ -11,8 +11,7 @@ namespace zaffo {
 using DispatchBlock = std::function<void()>;
 
 /// Where blocks run: the main queue, a serial queue of one's own, or a global concurrent queue.
-/// Queues own no threads: they share one pool with a worker for each core and one more. Thread:
-/// any.
+/// Queues own no threads: they share one pool with one worker more than cores. Thread: any.
 class ZAFFO_EXPORT DispatchQueue {
  public:
   virtual ~DispatchQueue() = default;

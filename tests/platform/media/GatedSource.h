@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -19,16 +20,17 @@ class GatedSource final : public SampleSource, public std::enable_shared_from_th
  public:
   explicit GatedSource(std::shared_ptr<SampleSource> inner) : inner_(std::move(inner)) {}
 
-  /// Lets `samples` more be read of each track; the cursors that wait hear of it.
-  void let(int samples) {
+  /// Lets `samples` more be read of each track, or of one; the cursors that wait hear of it.
+  void let(int samples, std::optional<int> only = std::nullopt) {
     std::vector<std::function<void()>> waiting;
     {
       const std::lock_guard lock(gateMutex_);
       for (auto& [track, state] : states_) {
+        if (only && *only != track) continue;
         state.left = samples;
         if (std::exchange(state.waits, false)) waiting.push_back(state.ready);
       }
-      initially_ = samples;
+      if (!only) initially_ = samples;
     }
     for (const auto& ready : waiting) ready();
   }

@@ -31,6 +31,7 @@ void PictureSupply::beginSearch(const SeekRequest& seek) {
   found_ = {};
   error_ = nullptr;
   hasEnded_ = false;
+  lateness_ = {};
   if (!track_ || takeFirstFrame(seek.target())) return;
   frames_->dropQueued();
   track_->beginSeek(seek.target(), seek.earliest(), seek.latest());
@@ -38,7 +39,7 @@ void PictureSupply::beginSearch(const SeekRequest& seek) {
 
 bool PictureSupply::takeFirstFrame(CMTime target) {
   if (!first_ || target > CMTimeMaximum(first_->presentation, kCMTimeZero)) return false;
-  track_->resumeAfter(*first_);
+  track_->resumeAfter(first_->presentation);
   found_ = *first_;
   return true;
 }
@@ -51,6 +52,7 @@ Outcome PictureSupply::stepSearch() {
 }
 
 void PictureSupply::showFound(CMTime position) {
+  if (track_) static_cast<void>(track_->takeLate());  // on the way to it
   if (found_.buffer) {
     endOfLast_ = endOf(found_);
     if (position == kCMTimeZero && !first_) first_ = found_;
@@ -71,7 +73,9 @@ void PictureSupply::decodeAhead(CMTime now, const std::function<bool()>& isSuper
 /// False when that is all for now.
 bool PictureSupply::step(CMTime now) {
   VideoFrame frame;
-  switch (track_->stepNext(frame)) {
+  const Outcome outcome = track_->stepNext(frame);
+  if (const std::size_t late = track_->takeLate()) frames_->noteLate(late);
+  switch (outcome) {
     case Outcome::Working:
       return true;
     case Outcome::Again:
@@ -81,6 +85,7 @@ bool PictureSupply::step(CMTime now) {
       endOfLast_ = endOf(frame);
       lateness_.gave(endOfLast_, TimeSource::now());
       track_->hurryTo(lateness_.hurries(now) ? now : kCMTimeInvalid);
+      track_->leapTo(lateness_.isFarBehind(now) ? now : kCMTimeInvalid);
       frames_->push(std::move(frame));
       return false;
     case Outcome::Error:
@@ -98,12 +103,37 @@ std::optional<CMTime> PictureSupply::nextWake() const {
   return frames_->nextWake(DecodeBurst::kFewFrames + framesForDecodeOnlyRun());
 }
 
+bool PictureSupply::isDry(CMTime now) const {
+  if (!track_ || hasEnded_ || endOfLast_ > now) return false;
+  return !CMTIME_IS_NUMERIC(duration_) || endOfLast_ < duration_;
+}
+
+std::optional<CMTime> PictureSupply::runsDryAt() const {
+  return waits_ && isDry(endOfLast_) ? std::optional(endOfLast_) : std::nullopt;
+}
+
 std::optional<DataEnd> PictureSupply::end() const {
   return track_ ? std::optional(DataEnd{hasEnded_, endOfLast_}) : std::nullopt;
 }
 
 void PictureSupply::rest() {
   if (track_) track_->releaseDecoderIfRebuildable();
+}
+
+bool PictureSupply::holdsMore() const {
+  return track_ && !error_ && (track_->hasDecoder() || frames_->queued() > 0);
+}
+
+void PictureSupply::letGo() {
+  const CMTime shown = frames_->shownTime();
+  if (!holdsMore() || CMTIME_IS_INVALID(shown)) return;
+  frames_->dropQueued();
+  track_->resumeAfter(shown);
+  track_->releaseDecoderIfRebuildable();
+  burst_.stop();
+  lateness_ = {};
+  endOfLast_ = shown;
+  hasEnded_ = waits_ = false;
 }
 
 void PictureSupply::close() {

@@ -51,6 +51,11 @@ class PictureSupply {
   /// The media time at which it is to be called again otherwise, if that is known.
   [[nodiscard]] std::optional<CMTime> nextWake() const;
 
+  /// Whether no frame that is shown after `now` is there, although there should be.
+  [[nodiscard]] bool isDry(CMTime now) const;
+  /// The media time from which on there is none, while only the source can bring it.
+  [[nodiscard]] std::optional<CMTime> runsDryAt() const;
+
   /// How far they have been decoded; none where there are no pictures.
   [[nodiscard]] std::optional<DataEnd> end() const;
   /// Until when the last frame is shown if none follows.
@@ -60,6 +65,11 @@ class PictureSupply {
 
   /// For a playback that stands still: lets go of the decoder if it is quickly had again.
   void rest();
+  /// For one that has stood still for a while: keeps the frame on show. What follows it is decoded
+  /// again, from the sync sample before it, should it ever be asked for.
+  void letGo();
+  /// Whether there is something for letGo() to do.
+  [[nodiscard]] bool holdsMore() const;
   /// Lets go of everything; nothing is on show any more.
   void close();
 

@@ -11,6 +11,15 @@
 
 namespace zaffo::media {
 
+namespace {
+
+/// Who pauses for shorter than this goes on with the decoder at hand.
+constexpr int64_t kUntilRest = 750'000'000;
+/// A pump that comes later than this finds the clock elsewhere: the process was stopped.
+constexpr int64_t kLeap = 1'000'000'000;
+
+}  // namespace
+
 std::shared_ptr<Playback> Playback::create(std::shared_ptr<SampleSource> source,
                                            AudioOutput& output, Events events,
                                            std::span<const TrackVolume> volumes) {
@@ -111,6 +120,7 @@ void Playback::beginSeek(Seek seek) {
   seek_ = std::move(seek);
   if (commands_.isSuperseded()) return endSeek(false);
   if (state_ == PlaybackState::Running) pause();
+  cancelTimer();
   enter(PlaybackState::Seeking);
   error_ = nullptr;
   pictures_.beginSearch(*seek_);
@@ -121,6 +131,7 @@ void Playback::beginSeek(Seek seek) {
 void Playback::continueSeek() {
   assertCurrent(*queue_);
   if (state_ == PlaybackState::Running) return pump();
+  if (state_ == PlaybackState::Waiting) return goOn();
   for (DecodeTurn turn; turn.goesOn();) {
     if (!seek_ || commands_.isSuperseded()) return endSeek(false);
     switch (pictures_.stepSearch()) {
@@ -176,6 +187,7 @@ void Playback::settle() {
   if (rate_ > 0) return startRunning();
   pictures_.rest();
   sound_.rest();
+  if (pictures_.holdsMore()) restLater();
 }
 
 void Playback::completePrerolls(bool finished) {
@@ -196,7 +208,12 @@ void Playback::applyRate(double rate) {
       return;
     case PlaybackState::Running:
       if (rate > 0) return changeRate();
-      return pause();
+      pause();
+      return restLater();
+    case PlaybackState::Waiting:
+      if (rate > 0) return;
+      pause();
+      return restLater();
     case PlaybackState::Ended:
       return finish(clock_.timeAt(TimeSource::now()));
     case PlaybackState::Failed:
@@ -205,6 +222,11 @@ void Playback::applyRate(double rate) {
 }
 
 void Playback::startRunning() {
+  cancelTimer();
+  if (state_ == PlaybackState::Ready && pictures_.isDry(clock_.timeAt(TimeSource::now()))) {
+    enter(PlaybackState::Waiting);
+    return goOn();
+  }
   enter(PlaybackState::Running);
   sound_.start(clock_, rate_, TimeSource::now());
   pump();
@@ -220,11 +242,56 @@ void Playback::changeRate() {
 void Playback::pause() {
   enter(PlaybackState::Ready);
   clock_.stop(TimeSource::now());
-  if (timer_) timer_->cancel();
+  cancelTimer();
   sound_.stop();
 }
 
+/// Standing still, it lets go of what it holds beyond the frame on show, unless it goes on soon.
+void Playback::restLater() {
+  setTimer(TimeSource::now() + kUntilRest, &Playback::restMore);
+}
+
+void Playback::restMore() {
+  const bool stands = state_ == PlaybackState::Ready || state_ == PlaybackState::Ended;
+  if (!stands || rate_ > 0) return;
+  if (frames_->advance(clock_.timeAt(TimeSource::now())) && events_.pictureChanged) {
+    events_.pictureChanged();
+  }
+  pictures_.letGo();
+  sound_.rest();
+}
+
+// Waiting for the source.
+
+/// Nothing is left to be shown or heard: stands still until there is.
+void Playback::wait() {
+  enter(PlaybackState::Waiting);
+  clock_.stop(TimeSource::now());
+  cancelTimer();
+  sound_.stop();
+  goOn();
+}
+
+/// Decodes towards the next frame, then the sound, and runs on.
+void Playback::goOn() {
+  assertCurrent(*queue_);
+  if (state_ != PlaybackState::Waiting) return;
+  const CMTime now = clock_.timeAt(TimeSource::now());
+  setPictureLoad(*queue_, pictures_.load());
+  pictures_.decodeAhead(now, [this] { return commands_.isSuperseded(); });
+  if (pictures_.error()) error_ = pictures_.error();
+  if (commands_.isSuperseded()) return;
+  if (pictures_.isDry(now)) {
+    if (pictures_.isBusy()) post(&Playback::goOn);
+    return;
+  }
+  if (!sound_.prefill(now)) return;
+  completePrerolls(true);
+  startRunning();
+}
+
 void Playback::soundIsReady() {
+  if (state_ == PlaybackState::Waiting) return goOn();
   if (state_ != PlaybackState::Running) return settle();
   sound_.join();
   pump();
@@ -237,26 +304,63 @@ void Playback::soundIsReady() {
 void Playback::pump() {
   assertCurrent(*queue_);
   if (state_ != PlaybackState::Running) return;
-  const CMTime now = clock_.timeAt(TimeSource::now());
+  const int64_t host = TimeSource::now();
+  if (catchUp(host)) return;
+  const CMTime now = clock_.timeAt(host);
   if (frames_->advance(now) && events_.pictureChanged) events_.pictureChanged();
   setPictureLoad(*queue_, pictures_.load());
   pictures_.decodeAhead(now, [this] { return commands_.isSuperseded(); });
   if (pictures_.error()) error_ = pictures_.error();
   const auto end = endTime();
+  if (runsDry(host)) return wait();
   if (end && now >= *end) return finish(*end);
   schedulePump();
 }
 
+/// After a leap of the clock it goes to where that is now, instead of decoding all that lies
+/// between.
+bool Playback::catchUp(int64_t host) {
+  const bool isLate = std::exchange(pumpDue_, kNever) < host - kLeap;
+  if (error_ || (!isLate && !sound_.isLeftBehind())) return false;
+  beginSeek(
+      std::make_shared<SeekRequest>(clock_.positionAt(host), kCMTimeZero, kCMTimeZero, nullptr));
+  return true;
+}
+
+/// Whether nothing is left to be shown or heard, and only the source can change that.
+bool Playback::runsDry(int64_t host) const {
+  if (error_) return false;
+  const auto silence = sound_.runsDryHostTime();
+  const auto dry = pictures_.runsDryAt();
+  return (silence && *silence <= host) || (dry && *dry <= clock_.timeAt(host));
+}
+
 void Playback::schedulePump() {
-  if (timer_) timer_->cancel();
-  timer_ = nullptr;
-  if (pictures_.isBusy()) return post(&Playback::pump);
+  cancelTimer();
+  if (pictures_.isBusy()) {
+    pumpDue_ = TimeSource::now();
+    return post(&Playback::pump);
+  }
   const auto due = nextPumpHostTime();
   if (!due) return;
-  timer_ = dispatch_timer_at(wakeHostTime(*due), queue_, [weakSelf = weak_from_this()] {
+  const int64_t wake = wakeHostTime(*due);
+  setTimer(wake, &Playback::pump);
+  pumpDue_ = wake;
+}
+
+/// Makes a step at a host time, and none that was to be made at another.
+void Playback::setTimer(int64_t host, void (Playback::*step)()) {
+  cancelTimer();
+  timer_ = dispatch_timer_at(host, queue_, [weakSelf = weak_from_this(), step] {
     const auto self = weakSelf.lock();
-    if (self && !self->commands_.isClosed()) self->pump();
+    if (self && !self->commands_.isClosed()) ((*self).*step)();
   });
+}
+
+void Playback::cancelTimer() {
+  if (timer_) timer_->cancel();
+  timer_ = nullptr;
+  pumpDue_ = kNever;
 }
 
 /// The host time of the next thing to do; none while only the source can bring it.
@@ -264,6 +368,8 @@ std::optional<int64_t> Playback::nextPumpHostTime() const {
   EarliestTime next;
   if (const auto wake = pictures_.nextWake()) next.add(dueHostTime(*clock_.timebase(), *wake));
   if (const auto end = endTime()) next.add(dueHostTime(*clock_.timebase(), *end));
+  next.add(sound_.runsDryHostTime());
+  if (const auto dry = pictures_.runsDryAt()) next.add(dueHostTime(*clock_.timebase(), *dry));
   return next.time();
 }
 
@@ -280,6 +386,7 @@ void Playback::finish(CMTime end) {
   rate_ = 0;
   clock_.standAt(end, TimeSource::now());
   sound_.stop();
+  restLater();
   if (error_) {
     if (events_.failed) events_.failed(commands_.begun(), error_);
   } else if (events_.ended) {
@@ -297,7 +404,7 @@ void Playback::fail(NSErrorPtr error) {
 
 void Playback::letGo() {
   enter(PlaybackState::Closed);
-  if (timer_) timer_->cancel();
+  cancelTimer();
   endSeek(false);
   completePrerolls(false);
   events_ = {};

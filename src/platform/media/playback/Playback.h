@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <span>
@@ -24,8 +25,9 @@ namespace zaffo::media {
 /// It decides what is done next (see PlaybackState); where it is, what is seen and what is heard
 /// are its clock's, its pictures' and its sound's.
 ///
-/// An idle playback at the first frame keeps that frame and the first stretch of sound, nothing
-/// else; playing on decodes again from the sync sample.
+/// A playback that stands still, from the start at the first frame and after a while anywhere else,
+/// keeps the frame on show and a stretch of sound, nothing else; playing on decodes again from the
+/// sync sample.
 class Playback : public std::enable_shared_from_this<Playback> {
  public:
   /// Called on the playback's queue; a step under way while close() is called may still call one.
@@ -70,6 +72,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
 
  private:
   using Seek = std::shared_ptr<SeekRequest>;
+  static constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
   Playback(const std::shared_ptr<SampleSource>& source, AudioOutput& output, Events events,
            std::span<const TrackVolume> volumes);
@@ -89,9 +92,17 @@ class Playback : public std::enable_shared_from_this<Playback> {
   void startRunning();
   void changeRate();
   void pause();
+  void restLater();
+  void restMore();
+  void wait();
+  void goOn();
   void soundIsReady();
   void pump();
+  [[nodiscard]] bool catchUp(int64_t host);
+  [[nodiscard]] bool runsDry(int64_t host) const;
   void schedulePump();
+  void setTimer(int64_t host, void (Playback::*step)());
+  void cancelTimer();
   [[nodiscard]] std::optional<int64_t> nextPumpHostTime() const;
   [[nodiscard]] std::optional<CMTime> endTime() const;
   void finish(CMTime end);
@@ -113,6 +124,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
   std::vector<Completion> prerolls_;
   NSErrorPtr error_;  ///< why it cannot go on, or not for long
   DispatchTimerPtr timer_;
+  int64_t pumpDue_ = kNever;  ///< host time at which the next pump was to be at the latest
 };
 
 }  // namespace zaffo::media

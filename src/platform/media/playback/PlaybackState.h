@@ -5,18 +5,24 @@ namespace zaffo::media {
 /// Where a playback stands.
 ///
 ///              frame found          rate > 0, sound at hand
-///     Seeking ────────────▶ Ready ──────────────────────────▶ Running
-///        │                  │   ▲                              │   │
-///        │ there is none    │   └─────────── rate 0 ───────────┘   │ the end, of the item or
-///        │                  │ there is nothing but sound,          │ of what can be decoded
-///        ▼                  ▼ and that cannot be decoded           ▼
-///        └──────────────▶ Failed ◀── (likewise) ──────────────── Ended
+///     Seeking ────────────▶ Ready ──────────────────────────▶ Running ◀──────┐
+///        │                  │ │ ▲                              │ │ │        │ there is more to
+///        │ there is none    │ │ ├─────────── rate 0 ───────────┘ │ │        │ show and to hear,
+///        │                  │ │ └─────────── rate 0 ────────┐    │ │        │ or that was all
+///        │                  │ │ rate > 0, frames let go of  │    │ │ dry    │
+///        │                  │ └────────────────────────────▶ Waiting ───────┘
+///        │                  │                                  │
+///        │                  │ there is nothing but sound,      │ the end, of the item or
+///        ▼                  ▼ and that cannot be decoded       ▼ of what can be decoded
+///        └──────────────▶ Failed ◀── (likewise) ──────────── Ended
 ///
-/// A seek leads to Seeking from anywhere, close() to Closed, and from there nothing leads on.
+/// A seek leads to Seeking from anywhere, and a leap of the clock from Running; close() to Closed,
+/// and from there nothing leads on. Dry: the source has nothing for now, and what it gave is over.
 enum class PlaybackState {
   Seeking,  ///< looks for the frame of a position, or waits for the seek that supersedes this one
   Ready,    ///< stands still with the frame of its position on show; the sound may not be there yet
   Running,  ///< the timebase moves
+  Waiting,  ///< stands still for the source or the decoder, and then goes on by itself
   Ended,    ///< came to a stop by itself
   Failed,   ///< cannot go on from here
   Closed,
@@ -31,13 +37,15 @@ enum class PlaybackState {
     case Closed:
       return true;
     case Ready:
-      return from == Seeking || from == Running;
+      return from == Seeking || from == Running || from == Waiting;
     case Running:
-      return from == Ready;
+      return from == Ready || from == Waiting;
+    case Waiting:
+      return from == Ready || from == Running;
     case Ended:
       return from == Running;
     case Failed:
-      return from != Running;
+      return from != Running && from != Waiting;
   }
   return false;
 }

@@ -10,6 +10,9 @@ namespace zaffo::media {
 
 namespace {
 
+/// Who pauses for shorter than this goes on with the decoder at hand.
+constexpr int64_t kUntilRest = 750'000'000;
+
 std::shared_ptr<CMTimebase> hostTimebase() {
   auto timebase = CMTimebase::create(CMClockGetHostTimeClock());
   const int64_t now = TimeSource::now();
@@ -130,6 +133,7 @@ void SampleRenderer::pump() {
   // Back before the frame on show: shows an earlier one if that is at hand.
   const bool wentBack = std::exchange(lastTime_, now) > now;
   if (wentBack && now < shown && decoder_.goBackTo(now)) dropQueued();
+  if (timebase->rate() != 0) restAt_.reset();
   const bool isBusy = decode(*timebase, hostNow);
   const std::size_t late = decoder_.takeLate();
   if (timebase->rate() != 0 && CMTIME_IS_VALID(shown)) frames()->noteLate(late);
@@ -144,6 +148,7 @@ void SampleRenderer::beginGeneration() {
   failed_ = false;
   lastTime_ = kCMTimeNegativeInfinity;
   lateness_.begin(TimeSource::now());
+  restAt_.reset();
 }
 
 SampleQueueDecoder::Demand SampleRenderer::demandAt(const CMTimebase& timebase, int64_t hostNow) {
@@ -184,7 +189,7 @@ bool SampleRenderer::decode(const CMTimebase& timebase, int64_t hostNow) {
         return false;
       case Outcome::End:
         awaitsQuiet_ = !demand.noneComing && !decoder_.isSettled();
-        if (timebase.rate() == 0 && !awaitsQuiet_) rest();
+        if (timebase.rate() == 0 && !awaitsQuiet_) rest(hostNow);
         return false;
     }
   }
@@ -202,10 +207,13 @@ void SampleRenderer::dropQueued() {
   samples_.dropQueued(decoder_.generation());
 }
 
-/// Standing still: keeps the frame on show and the samples, and lets go of what can be had again
-/// quickly.
-void SampleRenderer::rest() {
-  if (decoder_.letGoIfCheap(frames()->shownTime())) dropQueued();
+/// Standing still: keeps the frame on show and the samples, and lets go of what can be had again,
+/// if not quickly then after a while.
+void SampleRenderer::rest(int64_t hostNow) {
+  const CMTime shown = frames()->shownTime();
+  const bool hasStoodForLong = restAt_ && *restAt_ <= hostNow;
+  if (decoder_.letGoIfCheap(shown) || (hasStoodForLong && decoder_.letGo(shown))) dropQueued();
+  if (!restAt_ && decoder_.hasDecoder()) restAt_ = hostNow + kUntilRest;
 }
 
 /// False when nobody is to hear of it: the samples were flushed, or are about to be.
@@ -240,6 +248,7 @@ std::optional<int64_t> SampleRenderer::nextPumpHostTime(const CMTimebase& timeba
     next.add(timebase.hostTimeAtTime(frames()->shownTime() - CMTimeMake(1, 1'000'000)));
   }
   if (awaitsQuiet_) next.add(dataRequest_->quietAt());
+  if (restAt_ && *restAt_ > TimeSource::now()) next.add(*restAt_);
   if (decoder_.holdsLateFrame() && timebase.rate() > 0) next.add(lateness_.overdueAt());
   return next.time();
 }

@@ -28,7 +28,7 @@ namespace zaffo::media {
 /// request for more lifts that.
 ///
 /// While the timebase stands still it decodes up to the picture that is due and keeps that one and
-/// the samples; while it moves, a few frames ahead.
+/// the samples, and after a while nothing else; while it moves, a few frames ahead.
 class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
  public:
   using Status = RendererStatus;
@@ -74,7 +74,7 @@ class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
   [[nodiscard]] SampleQueueDecoder::Demand demandAt(const CMTimebase& timebase, int64_t hostNow);
   void give(SampleQueueDecoder::Picture picture, CMTime now);
   void dropQueued();
-  void rest();
+  void rest(int64_t hostNow);
   [[nodiscard]] bool fail(NSErrorPtr error);
   void schedule(const CMTimebase& timebase, bool isBusy);
   [[nodiscard]] std::optional<int64_t> nextPumpHostTime(const CMTimebase& timebase) const;
@@ -93,8 +93,9 @@ class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
   DecodeBurst burst_;
   CMTime lastTime_ = kCMTimeNegativeInfinity;  ///< at the last pump of this generation
   Lateness lateness_;
-  bool failed_ = false;       ///< until the next generation
-  bool awaitsQuiet_ = false;  ///< more is known once no sample is on its way
+  bool failed_ = false;            ///< until the next generation
+  bool awaitsQuiet_ = false;       ///< more is known once no sample is on its way
+  std::optional<int64_t> restAt_;  ///< host time at which it has stood still for long
   DispatchTimerPtr timer_;
 };
 

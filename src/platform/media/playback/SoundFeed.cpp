@@ -44,6 +44,16 @@ void SoundFeed::stop() {
   track_->stop();
 }
 
+std::optional<int64_t> SoundFeed::runsDryHostTime() const {
+  MutexLock lock(trackMutex_);
+  return isFlowing_ ? track_->runsDryHostTime() : std::nullopt;
+}
+
+bool SoundFeed::isLeftBehind() const {
+  MutexLock lock(trackMutex_);
+  return isFlowing_ && track_->isLeftBehind();
+}
+
 void SoundFeed::topUpSoon() {
   queue_->async([weakSelf = weak_from_this()] {
     if (const auto self = weakSelf.lock()) self->topUp();

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "platform/Mutex.h"
 #include "platform/dispatch/DispatchTimer.h"
@@ -33,6 +35,9 @@ class SoundFeed : public std::enable_shared_from_this<SoundFeed> {
   /// Starts the sound as Soundtrack::start() does, and tops it up from now on.
   void start(int64_t outputFrame, double rate);
   void stop();
+  /// As Soundtrack's; not while it is stopped.
+  [[nodiscard]] std::optional<int64_t> runsDryHostTime() const;
+  [[nodiscard]] bool isLeftBehind() const;
 
  private:
   explicit SoundFeed(std::unique_ptr<Soundtrack> track);

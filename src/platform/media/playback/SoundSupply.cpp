@@ -68,6 +68,15 @@ void SoundSupply::stop() {
   if (feed_) feed_->stop();
 }
 
+std::optional<int64_t> SoundSupply::runsDryHostTime() const {
+  if (joint_) return hostTimeOf(joint_->outputFrame);
+  return feed_ ? feed_->runsDryHostTime() : std::nullopt;
+}
+
+bool SoundSupply::isLeftBehind() const {
+  return feed_ && feed_->isLeftBehind();
+}
+
 std::optional<DataEnd> SoundSupply::end() const {
   if (!feed_) return std::nullopt;
   return feed_->with([](const Soundtrack& track) {

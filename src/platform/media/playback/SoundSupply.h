@@ -34,11 +34,15 @@ class SoundSupply {
   /// that it leaves its position when the sound is heard; at once where there is no sound.
   void start(PlaybackClock& clock, double rate, int64_t host);
   /// The clock runs at another rate now: falls silent, and joins in a little later in the right
-  /// place, or further on if that place has gone by before its sound could be decoded.
+  /// place, which is when it runs dry if the source has not given its sound by then.
   void joinAgain(const PlaybackClock& clock, double rate);
   /// Joins in now if that had to wait for the source.
   void join();
   void stop();
+  /// Host time at which there is nothing more to be heard, as long as the source has nothing.
+  [[nodiscard]] std::optional<int64_t> runsDryHostTime() const;
+  /// Whether the clock has leapt away from it.
+  [[nodiscard]] bool isLeftBehind() const;
 
   /// How far it has been given to the output; none where there is no sound.
   [[nodiscard]] std::optional<DataEnd> end() const;

@@ -23,11 +23,12 @@ CMTime soundStart(const Sample& sample) {
 }  // namespace
 
 AudioTrack::AudioTrack(std::shared_ptr<SampleSource> source, int trackID, int sampleRate,
-                       VolumeEnvelope volume)
+                       VolumeEnvelope volume, OpenDecoder open)
     : source_(std::move(source)),
       trackID_(trackID),
       sampleRate_(sampleRate),
-      volume_(std::move(volume)) {}
+      volume_(std::move(volume)),
+      openDecoder_(std::move(open)) {}
 
 AudioTrack::~AudioTrack() = default;
 
@@ -106,10 +107,9 @@ Outcome AudioTrack::feed(int64_t frame) {
     if (nextFrame_ >= frame) return Outcome::Ready;
     if (!openDecoder()) return Outcome::Working;
   }
-  // One that the decoder refuses is damaged, too.
-  static_cast<void>(decoder_->send(*sample_));
   decoderIsEmpty_ = false;
-  sample_.reset();
+  // It is sent once more when what the decoder holds is out. One that is refused is damaged, too.
+  if (decoder_->send(*sample_) != Outcome::Again) sample_.reset();
   return Outcome::Working;
 }
 
@@ -147,7 +147,7 @@ bool AudioTrack::seekCursor() {
 bool AudioTrack::openDecoder() {
   const AVCodecParameters& parameters = cursor_->codecParameters();
   if (decoder_ && decoder_->decodes(parameters)) return true;
-  decoder_ = AudioDecoder::open(parameters, sampleRate_).valueOr(nullptr);
+  decoder_ = openDecoder_(parameters, sampleRate_).valueOr(nullptr);
   if (!decoder_) fail();
   return decoder_ != nullptr;
 }

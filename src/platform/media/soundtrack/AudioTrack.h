@@ -20,8 +20,11 @@ class AudioTrack {
  public:
   static constexpr int64_t kForEver = std::numeric_limits<int64_t>::max();
 
+  using OpenDecoder = std::function<Result<std::unique_ptr<AudioDecoder>>(
+      const AVCodecParameters& parameters, int outputSampleRate)>;
+
   AudioTrack(std::shared_ptr<SampleSource> source, int trackID, int sampleRate,
-             VolumeEnvelope volume);
+             VolumeEnvelope volume, OpenDecoder open = &AudioDecoder::open);
   ~AudioTrack();
 
   /// Goes to where the sound from `frame` on is read; the source is asked when there is some.
@@ -65,6 +68,7 @@ class AudioTrack {
   const int trackID_;
   const int sampleRate_;
   const VolumeEnvelope volume_;
+  const OpenDecoder openDecoder_;
   std::function<void()> readyHandler_;
 
   std::unique_ptr<SampleCursor> cursor_;

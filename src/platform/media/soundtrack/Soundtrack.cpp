@@ -87,7 +87,7 @@ void Soundtrack::start(int64_t outputFrame, double rate) {
 }
 
 void Soundtrack::fill() {
-  if (!input_ || silent_ || prefilling_) return;
+  if (!input_ || silent_ || prefilling_ || isLeftBehind()) return;
   waiting_ = false;
   writePending();
   const auto ahead = static_cast<int64_t>(kAheadSeconds * sampleRate_);
@@ -101,10 +101,23 @@ void Soundtrack::fill() {
 }
 
 std::optional<int64_t> Soundtrack::nextFillHostTime() const {
-  if (!input_ || finished() || waiting_) return std::nullopt;
+  if (!input_ || finished() || waiting_ || isLeftBehind()) return std::nullopt;
   const double lowSeconds =
       static_cast<double>(input_->nextOutputFrame()) / sampleRate_ - kLowSeconds;
   return output_.clock()->hostTimeAtNanoseconds(std::llround(lowSeconds * 1e9));
+}
+
+std::optional<int64_t> Soundtrack::runsDryHostTime() const {
+  if (!input_ || finished() || !waiting_) return std::nullopt;
+  const double seconds = static_cast<double>(input_->nextOutputFrame()) / sampleRate_;
+  return output_.clock()->hostTimeAtNanoseconds(std::llround(seconds * 1e9));
+}
+
+bool Soundtrack::isLeftBehind() const {
+  // What the output does not take is late through no fault of a leap.
+  if (!input_ || finished() || pendingOffset_ < pending_.size()) return false;
+  const int64_t late = output_.earliestStartFrame() - input_->nextOutputFrame();
+  return late > static_cast<int64_t>(kLeftBehindSeconds * sampleRate_);
 }
 
 void Soundtrack::stop() {

@@ -23,6 +23,8 @@ class Soundtrack {
   /// How far ahead of the output sound is written, and how little is left when it is topped up.
   static constexpr double kAheadSeconds = 0.5;
   static constexpr double kLowSeconds = 0.25;
+  /// Sound that is late by more is not decoded any more.
+  static constexpr double kLeftBehindSeconds = 1;
 
   /// The sound tracks of `source` if they are parts of one sound, otherwise the first, each under
   /// its volume. Null when there is none.
@@ -45,6 +47,11 @@ class Soundtrack {
   /// Host time at which fill() has something to do again; none when it never will, or when only the
   /// source can bring it.
   [[nodiscard]] std::optional<int64_t> nextFillHostTime() const;
+  /// Host time at which what was given to the output runs out; none unless it waits for the source.
+  [[nodiscard]] std::optional<int64_t> runsDryHostTime() const;
+  /// Whether the output has gone on so far without it, after a leap of the clock, that sound is to
+  /// be started anew where it is by now. fill() does nothing then.
+  [[nodiscard]] bool isLeftBehind() const;
   /// Falls silent with a short fade; the decoders stay for a soon start.
   void stop();
   /// Lets go of everything but what was prefilled.

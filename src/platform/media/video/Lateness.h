@@ -13,6 +13,8 @@ class Lateness {
  public:
   /// A decoder this far behind hurries.
   static constexpr CMTime kBehind = CMTimeMake(1, 10);
+  /// One this far behind goes on from a later sync sample, as soon as one is due.
+  static constexpr CMTime kFarBehind = CMTimeMake(1, 4);
   /// After so long without a frame, while others are due, one that is late is better than none.
   static constexpr int64_t kOverdueNanoseconds = 100'000'000;
 
@@ -30,6 +32,10 @@ class Lateness {
   /// Whether frames that no other refers to are to be left out, with the media at `now`.
   [[nodiscard]] bool hurries(CMTime now) const {
     return CMTIME_IS_NUMERIC(lastEnd_) && lastEnd_ + kBehind < now;
+  }
+  /// Whether decoding is to go on from the latest sync sample that is due, with the media at `now`.
+  [[nodiscard]] bool isFarBehind(CMTime now) const {
+    return CMTIME_IS_NUMERIC(lastEnd_) && lastEnd_ + kFarBehind < now;
   }
   /// Whether a frame that is late is to be given.
   [[nodiscard]] bool isOverdue(int64_t host) const { return host >= overdueAt(); }

@@ -77,6 +77,11 @@ bool SampleQueue::hasRoom(CMTime now) const {
   return waitingBytes_ < kMostBytes && aheadWhileLocked(now) < kMostAhead;
 }
 
+bool SampleQueue::reaches(CMTime time) const {
+  MutexLock lock(samplesMutex_);
+  return horizon_.time() > time;
+}
+
 bool SampleQueue::hasAmpleRoom(CMTime now) const {
   MutexLock lock(samplesMutex_);
   return waitingBytes_ <= kAmpleBytes && aheadWhileLocked(now) <= kAmpleAhead;

@@ -44,6 +44,8 @@ class SampleQueue {
   /// Whether there is room: less than four seconds wait to become due after `now`, and less than
   /// 16 MiB wait at all.
   [[nodiscard]] bool hasRoom(CMTime now) const;
+  /// Whether no sample can come any more that is presented at `time` or before.
+  [[nodiscard]] bool reaches(CMTime time) const;
   /// Whether there is so much room that asking for more is worth it: a quarter of both.
   [[nodiscard]] bool hasAmpleRoom(CMTime now) const;
 

@@ -226,7 +226,7 @@ bool SampleQueueDecoder::open() {
     error_ = makeError(AVErrorDecoderNotFound, "The samples are of no known format.");
     return false;
   }
-  auto decoder = VideoDecoder::open(*parameters);
+  auto decoder = openDecoder_(*parameters);
   if (!decoder) {
     error_ = decoder.error();
     return false;
@@ -245,7 +245,9 @@ Outcome SampleQueueDecoder::send(const QueuedSample& next, const Demand& demand)
   const bool isNew = isToShow(sample) && isAfter(sample.presentation, passed_);
   const bool isWanted = isNew && !isLate;
   decoder_->setSkipsUnreferencedFrames(!isWanted && !atOnce && !wantsFirst_);
-  if (decoder_->send(sample) == Outcome::Error) error_ = decoder_->error();
+  const Outcome sent = decoder_->send(sample);
+  if (sent == Outcome::Again) return Outcome::Working;  // once more when its frame is out
+  if (sent == Outcome::Error) error_ = decoder_->error();
   ++sent_;
   if (isToShow(sample)) ++sentToShow_;
   decodeOnlyRun_.sent(sample);
@@ -311,12 +313,14 @@ bool SampleQueueDecoder::goBackTo(CMTime time) {
 }
 
 bool SampleQueueDecoder::letGoIfCheap(CMTime shown) {
+  if (sampleQueue_.pixelsToDecodeAgain() <= kCheapPixels && letGo(shown)) return true;
+  if (isSpent_ && !gaveNothing_ && CMTIME_IS_VALID(shown)) decoder_.reset();
+  return false;
+}
+
+bool SampleQueueDecoder::letGo(CMTime shown) {
   if (!decoder_ || gaveNothing_ || !CMTIME_IS_VALID(shown)) return false;
-  const bool isCheap = sampleQueue_.pixelsToDecodeAgain() <= kCheapPixels;
-  if (!isCheap || !sampleQueue_.rewind(generation_)) {
-    if (isSpent_) decoder_.reset();
-    return false;
-  }
+  if (!sampleQueue_.rewind(generation_)) return false;
   decoder_.reset();
   restartDecoder();
   isSpent_ = true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -23,7 +24,11 @@ namespace zaffo::media {
 /// should samples run out before the frame that is due, the earliest one there is stands in for it.
 class SampleQueueDecoder {
  public:
-  explicit SampleQueueDecoder(SampleQueue& sampleQueue) : sampleQueue_(sampleQueue) {}
+  using OpenDecoder =
+      std::function<Result<std::unique_ptr<VideoDecoder>>(const AVCodecParameters& parameters)>;
+
+  explicit SampleQueueDecoder(SampleQueue& sampleQueue, OpenDecoder open = &VideoDecoder::open)
+      : sampleQueue_(sampleQueue), openDecoder_(std::move(open)) {}
 
   struct Demand {
     CMTime now;
@@ -70,8 +75,11 @@ class SampleQueueDecoder {
   /// again takes no more than a moment. True when there is no decoder any more, and the frames
   /// after the one on show will be given again.
   [[nodiscard]] bool letGoIfCheap(CMTime shown);
+  /// The same, however long that takes; not where the samples for it are not kept any more.
+  [[nodiscard]] bool letGo(CMTime shown);
   /// Whether what follows is decoded from the sync sample again: the decoder was drained before.
   [[nodiscard]] bool isSpent() const { return isSpent_; }
+  [[nodiscard]] bool hasDecoder() const { return decoder_ != nullptr; }
   /// Lets go of the decoder if it holds nothing.
   void letGoIfSpent() {
     if (isSpent_ || sent_ == 0) decoder_.reset();
@@ -110,6 +118,7 @@ class SampleQueueDecoder {
   void restartDecoder();
 
   SampleQueue& sampleQueue_;
+  const OpenDecoder openDecoder_;
   uint64_t generation_ = kNoGeneration;
   std::unique_ptr<VideoDecoder> decoder_;
   std::shared_ptr<const CMFormatDescription> format_;

@@ -15,7 +15,7 @@ void VideoTrack::beginSeek(CMTime time, CMTime earliest, CMTime latest) {
   target_ = time;
   earliest_ = earliest;
   latest_ = latest;
-  sought_ = hurryTo_ = resumeAt_ = kCMTimeInvalid;
+  sought_ = hurryTo_ = leapTo_ = resumeAt_ = kCMTimeInvalid;
   search_ = placeAt(time) ? Search::Undecided : Search::None;
 }
 
@@ -129,17 +129,31 @@ Outcome VideoTrack::stepNext(VideoFrame& frame) {
     if (!placeAt(shown)) return Outcome::Error;
     decoder_.goOnAfter(shown);
   }
+  if (readsOn()) {
+    Sample sample;
+    if (read(sample) == Outcome::Ready) {
+      enqueue(std::move(sample));
+      return Outcome::Working;
+    }
+    leapTo_ = kCMTimeInvalid;
+  }
   // A late frame is better than none.
   const CMTime now = CMTIME_IS_VALID(hurryTo_) ? hurryTo_ : kCMTimeNegativeInfinity;
   return step({.now = now, .ahead = true, .overdue = true, .hurryTo = hurryTo_}, frame);
 }
 
-void VideoTrack::resumeAfter(const VideoFrame& frame) {
+/// Whether what lies up to the time to leap to was not read yet, and there is room for it.
+bool VideoTrack::readsOn() const {
+  return CMTIME_IS_VALID(leapTo_) && !hasEnded_ && !samples_.reaches(leapTo_) &&
+         samples_.hasRoom(leapTo_);
+}
+
+void VideoTrack::resumeAfter(CMTime shown) {
   (void)samples_.flush();
   decoder_.begin();
   search_ = Search::None;
-  hurryTo_ = kCMTimeInvalid;
-  resumeAt_ = frame.presentation;
+  hurryTo_ = leapTo_ = kCMTimeInvalid;
+  resumeAt_ = shown;
 }
 
 // Decoding

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -36,11 +37,18 @@ class VideoTrack {
   /// Frames after the last one given that will be too late: those that no other refers to may be
   /// left out up to `time`.
   void hurryTo(CMTime time) { hurryTo_ = time; }
+  /// Reads on up to `time`, not with an invalid time, before another frame is decoded: what lies
+  /// before the last sync sample on the way is left out.
+  void leapTo(CMTime time) { leapTo_ = time; }
+  /// How many frames were left out since the last call.
+  [[nodiscard]] std::size_t takeLate() { return decoder_.takeLate(); }
 
   /// Lets go of the decoder when it can be rebuilt from the sync sample last shown.
   void releaseDecoderIfRebuildable() { decoder_.letGoIfSpent(); }
-  /// Goes on after `frame`, which was given for the sync sample at or before it, decoder let go.
-  void resumeAfter(const VideoFrame& frame);
+  [[nodiscard]] bool hasDecoder() const { return decoder_.hasDecoder(); }
+  /// Goes on after the frame that is presented at `shown`, from the sync sample at or before it:
+  /// nothing of what was read or decoded is needed any more.
+  void resumeAfter(CMTime shown);
 
   /// How many a picture of what was read last has.
   [[nodiscard]] int64_t pixels() const {
@@ -73,6 +81,7 @@ class VideoTrack {
   [[nodiscard]] Outcome stepDecoding(VideoFrame& frame);
   [[nodiscard]] Outcome searchAgain();
   [[nodiscard]] Outcome step(SampleQueueDecoder::Demand demand, VideoFrame& frame);
+  [[nodiscard]] bool readsOn() const;
   [[nodiscard]] Outcome feed();
   [[nodiscard]] Outcome fail(NSErrorPtr error);
 
@@ -98,6 +107,7 @@ class VideoTrack {
   ReorderHorizon horizon_;          ///< of it and what was read behind it
 
   CMTime hurryTo_ = kCMTimeInvalid;
+  CMTime leapTo_ = kCMTimeInvalid;
   CMTime resumeAt_ = kCMTimeInvalid;  ///< nothing of what follows it was read
 };
 

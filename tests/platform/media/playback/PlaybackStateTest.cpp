@@ -9,7 +9,7 @@ namespace {
 
 using enum PlaybackState;
 
-constexpr std::array kStates{Seeking, Ready, Running, Ended, Failed, Closed};
+constexpr std::array kStates{Seeking, Ready, Running, Waiting, Ended, Failed, Closed};
 
 TEST(PlaybackState, HasTheArrowsOfItsDrawingAndNoOthers) {
   struct Row {
@@ -17,12 +17,13 @@ TEST(PlaybackState, HasTheArrowsOfItsDrawingAndNoOthers) {
     std::array<bool, kStates.size()> to;  ///< in the order of kStates
   };
   constexpr std::array kArrows{
-      Row{Seeking, {true, true, false, false, true, true}},
-      Row{Ready, {true, true, true, false, true, true}},
-      Row{Running, {true, true, true, true, false, true}},
-      Row{Ended, {true, false, false, true, true, true}},
-      Row{Failed, {true, false, false, false, true, true}},
-      Row{Closed, {false, false, false, false, false, true}},
+      Row{Seeking, {true, true, false, false, false, true, true}},
+      Row{Ready, {true, true, true, true, false, true, true}},
+      Row{Running, {true, true, true, true, true, false, true}},
+      Row{Waiting, {true, true, true, true, false, false, true}},
+      Row{Ended, {true, false, false, false, true, true, true}},
+      Row{Failed, {true, false, false, false, false, true, true}},
+      Row{Closed, {false, false, false, false, false, false, true}},
   };
   for (const Row& row : kArrows) {
     for (std::size_t to = 0; to < kStates.size(); ++to) {

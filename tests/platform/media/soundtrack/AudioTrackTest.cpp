@@ -99,6 +99,40 @@ TEST_F(AudioTrackTest, GivesEveryFrameInItsPlace) {
   EXPECT_FALSE(track_->failed());
 }
 
+/// One that takes each sample only when it is sent for the second time.
+class ReluctantDecoder final : public AudioDecoder {
+ public:
+  explicit ReluctantDecoder(std::unique_ptr<AudioDecoder> inner) : inner_(std::move(inner)) {}
+  Outcome send(const Sample& sample) override {
+    return (refuses_ = !refuses_) ? Outcome::Again : inner_->send(sample);
+  }
+  Outcome receive(AudioBlock& block) override { return inner_->receive(block); }
+  void drain() override { inner_->drain(); }
+  void reset() override { inner_->reset(); }
+  [[nodiscard]] bool decodes(const AVCodecParameters& parameters) const override {
+    return inner_->decodes(parameters);
+  }
+  [[nodiscard]] NSErrorPtr error() const override { return inner_->error(); }
+
+ private:
+  const std::unique_ptr<AudioDecoder> inner_;
+  bool refuses_ = false;
+};
+
+TEST_F(AudioTrackTest, ASampleThatTheDecoderDoesNotTakeYetIsSentAgain) {
+  open(sound(0, 10 * kSample));
+  const auto openReluctant = [](const AVCodecParameters& parameters,
+                                int rate) -> Result<std::unique_ptr<AudioDecoder>> {
+    return std::make_unique<ReluctantDecoder>(
+        AudioDecoder::open(parameters, rate).valueOr(nullptr));
+  };
+  track_ = std::make_unique<AudioTrack>(source_, trackID_, kRate, VolumeEnvelope(), openReluctant);
+  track_->seek(0);
+  const Heard heard = readTo(AudioTrack::kForEver);
+  expectInPlace(heard);
+  EXPECT_EQ(heard.frames(), 10 * kSample);
+}
+
 TEST_F(AudioTrackTest, GivesFromTheFrameThatIsSoughtOn) {
   open(sound(0, 10 * kSample));
   track_->seek(2 * kSample + 345);

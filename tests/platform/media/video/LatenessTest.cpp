@@ -38,6 +38,14 @@ TEST(Lateness, IsToldByWhereTheLastFrameEndsAndWhenItWasGiven) {
   }
 }
 
+TEST(Lateness, IsFarFromAQuarterOfASecondOn) {
+  Lateness lateness;
+  EXPECT_FALSE(lateness.isFarBehind(milliseconds(5000)));
+  lateness.gave(milliseconds(1000), 0);
+  EXPECT_FALSE(lateness.isFarBehind(milliseconds(1250)));
+  EXPECT_TRUE(lateness.isFarBehind(milliseconds(1251)));
+}
+
 TEST(Lateness, OfAFrameWithoutAnEndDoesNotMakeItHurry) {
   Lateness lateness;
   EXPECT_FALSE(lateness.hurries(milliseconds(5000)));

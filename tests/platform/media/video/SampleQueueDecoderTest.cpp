@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -71,6 +72,59 @@ class SampleQueueDecoderTest : public testing::Test {
   SampleQueueDecoder decoder_{queue_};
   SampleQueueDecoder::Picture picture_;
 };
+
+/// One that takes each sample only when it is sent for the second time.
+class ReluctantDecoder final : public VideoDecoder {
+ public:
+  explicit ReluctantDecoder(std::unique_ptr<VideoDecoder> inner) : inner_(std::move(inner)) {}
+  Outcome send(const Sample& sample) override {
+    return (refuses_ = !refuses_) ? Outcome::Again : inner_->send(sample);
+  }
+  [[nodiscard]] bool adoptParameters(const AVCodecParameters& parameters) override {
+    return inner_->adoptParameters(parameters);
+  }
+  Outcome receive(VideoFrame& frame) override { return inner_->receive(frame); }
+  void drain() override { inner_->drain(); }
+  void reset() override { inner_->reset(); }
+  void holdBackBefore(CMTime time) override { inner_->holdBackBefore(time); }
+  [[nodiscard]] CMTime heldBack() const override { return inner_->heldBack(); }
+  Outcome receiveHeldBack(VideoFrame& frame) override { return inner_->receiveHeldBack(frame); }
+  void forgetHeldBack() override { inner_->forgetHeldBack(); }
+  void setSkipsUnreferencedFrames(bool skips) override {
+    inner_->setSkipsUnreferencedFrames(skips);
+  }
+  [[nodiscard]] NSErrorPtr error() const override { return inner_->error(); }
+
+ private:
+  const std::unique_ptr<VideoDecoder> inner_;
+  bool refuses_ = false;
+};
+
+TEST_F(SampleQueueDecoderTest, ASampleThatTheDecoderDoesNotTakeYetIsSentAgain) {
+  SampleQueueDecoder decoder(
+      queue_, [](const AVCodecParameters& parameters) -> Result<std::unique_ptr<VideoDecoder>> {
+        return std::make_unique<ReluctantDecoder>(VideoDecoder::open(parameters).valueOr(nullptr));
+      });
+  push(kCount);
+  decoder.begin();
+  for (int number = 0; number < kCount; ++number) {
+    const Demand demand{.now = frames(number), .noneComing = true, .haveAllCome = true};
+    Outcome outcome = Outcome::Working;
+    while (outcome == Outcome::Working) outcome = decoder.step(demand, picture_);
+    ASSERT_EQ(outcome, Outcome::Ready);
+    ASSERT_EQ(shown(), number);
+  }
+}
+
+TEST_F(SampleQueueDecoderTest, ALetGoDecoderGoesOnBehindThePictureOnShow) {
+  push(kCount);
+  begin();
+  ASSERT_EQ(play(0, 18), range(0, 18));
+  ASSERT_TRUE(decoder_.hasDecoder());
+  ASSERT_TRUE(decoder_.letGo(frames(17)));
+  EXPECT_FALSE(decoder_.hasDecoder());
+  EXPECT_EQ(play(18), range(18));
+}
 
 TEST_F(SampleQueueDecoderTest, TheFrameWantedAtOnceComesOutOfItsSampleAlone) {
   push(1, true);

@@ -111,6 +111,39 @@ TEST_F(VideoTrackTest, GivesWhatFollowsWhateverFrameWasFound) {
   }
 }
 
+TEST_F(VideoTrackTest, LeapsToTheLastSyncSampleThatIsDue) {
+  const int start = secondStart();
+  open();
+  ASSERT_EQ(seek(frames(0)), Outcome::Ready);
+  track_->hurryTo(frames(start + 5));
+  track_->leapTo(frames(start + 5));
+  ASSERT_EQ(next(), Outcome::Ready);
+  EXPECT_GE(shown(), start);
+  EXPECT_GE(track_->takeLate(), static_cast<std::size_t>(start - 1));
+  EXPECT_EQ(track_->takeLate(), 0u);
+  const int leapt = shown();
+  track_->hurryTo(kCMTimeInvalid);
+  track_->leapTo(kCMTimeInvalid);
+  EXPECT_EQ(rest(), range(leapt + 1));
+}
+
+TEST_F(VideoTrackTest, LeapsNowhereWhereNoSyncSampleIsDue) {
+  const int start = secondStart();
+  open();
+  ASSERT_EQ(seek(frames(0)), Outcome::Ready);
+  track_->leapTo(frames(start - 1));
+  EXPECT_EQ(rest(), range(1));
+  EXPECT_EQ(track_->takeLate(), 0u);
+}
+
+TEST_F(VideoTrackTest, AnEmptySourceOnTheWayOfALeapIsNotWaitedFor) {
+  open();
+  ASSERT_EQ(seek(frames(0)), Outcome::Ready);
+  source_->let(6);
+  track_->leapTo(frames(20));
+  EXPECT_EQ(next(), Outcome::Ready) << "what is there is decoded";
+}
+
 TEST_F(VideoTrackTest, ASeekToleratesTheSyncFrameThatIsEarlyEnough) {
   const int start = secondStart();
   open();
@@ -291,7 +324,7 @@ TEST_F(VideoTrackTest, GoesOnAfterAFrameThatWasKept) {
   const VideoFrame kept = frame_;
   ASSERT_EQ(seek(frames(15)), Outcome::Ready);
   ASSERT_EQ(next(), Outcome::Ready);
-  track_->resumeAfter(kept);
+  track_->resumeAfter(kept.presentation);
   track_->releaseDecoderIfRebuildable();
   EXPECT_EQ(rest(), range(1));
 }
