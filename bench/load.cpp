@@ -3,19 +3,18 @@
 //   zaffo-bench-load floor-play|floor-play-picture|play|play-window COUNT SECONDS CLIPS
 // memory, play and play-window stand for native players of plain items; fast- before them makes the
 // players fast, loop- the items looping, fast-loop- both. Prints one line of JSON.
-#include <dirent.h>
 #include <sys/resource.h>
 
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "BenchFeed.h"
 #include "Floor.h"
 #include "Report.h"
+#include "Usage.h"
 
 namespace {
 
@@ -39,25 +38,6 @@ struct Mode {
     return true;
   }
 };
-
-struct Usage {
-  double privateMiB = 0;
-  int threads = 0;
-};
-
-Usage usage() {
-  Usage result;
-  std::ifstream rollup("/proc/self/smaps_rollup");
-  std::string key;
-  for (double value = 0; rollup >> key; rollup.ignore(1024, '\n')) {
-    if (key.rfind("Private_", 0) == 0 && rollup >> value) result.privateMiB += value / 1024;
-  }
-  if (DIR* tasks = opendir("/proc/self/task")) {
-    while (const dirent* entry = readdir(tasks)) result.threads += entry->d_name[0] != '.';
-    closedir(tasks);
-  }
-  return result;
-}
 
 /// The use once nothing is let go of any more, however busy the machine is.
 Usage settledUsage() {

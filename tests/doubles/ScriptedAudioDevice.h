@@ -14,8 +14,16 @@ namespace zaffo::media {
 /// test knows when each frame is heard. Outlives the devices that it opens.
 class ScriptedAudioDevice {
  public:
-  /// What a device keeps between taking a frame and letting it be heard.
   static constexpr int64_t kLatencyFrames = 2400;
+  /// How a device deals with what it takes.
+  struct Buffering {
+    int64_t latencyFrames =
+        kLatencyFrames;        ///< kept between taking a frame and letting it be heard
+    int64_t pieceFrames = 0;   ///< taken at a time; 0: as many as were heard
+    int64_t leadInFrames = 0;  ///< time before the first frame is heard
+  };
+  /// Before a device is opened.
+  void setBuffering(Buffering buffering) { buffering_ = buffering; }
 
   [[nodiscard]] OpenAudioDevice opener() {
     return [this](int, AudioDeviceClient& client) -> std::unique_ptr<AudioDevice> {
@@ -29,8 +37,15 @@ class ScriptedAudioDevice {
   void play(int64_t frames) {
     const std::lock_guard lock(deviceMutex_);
     if (!device_ || !device_->started) return;
-    if (given_ == 0) take(kLatencyFrames);
-    take(frames);
+    if (given_ == 0) {
+      take(buffering_.latencyFrames);
+      leadIn_ = buffering_.leadInFrames;
+    }
+    leadIn_ -= frames;
+    if (leadIn_ >= 0) return;
+    const int64_t piece = buffering_.pieceFrames > 0 ? buffering_.pieceFrames : frames;
+    const int64_t wanted = played_ + frames + buffering_.latencyFrames;
+    while (given_ + piece <= wanted) take(piece);
     played_ += frames;
   }
 
@@ -85,8 +100,10 @@ class ScriptedAudioDevice {
     given_ += frames;
   }
 
+  Buffering buffering_;
   mutable std::mutex deviceMutex_;
   Device* device_ = nullptr;
+  int64_t leadIn_ = 0;
   std::vector<float> taken_;
   int64_t given_ = 0;
   int64_t played_ = 0;

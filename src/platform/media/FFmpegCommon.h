@@ -8,8 +8,6 @@ extern "C" {
 
 #include <memory>
 
-#include "platform/media/HeapTrim.h"
-
 struct SwrContext;
 struct SwsContext;
 
@@ -24,12 +22,6 @@ struct PacketDeleter {
 };
 struct FrameDeleter {
   void operator()(AVFrame* f) const { av_frame_free(&f); }
-};
-struct CodecContextDeleter {
-  void operator()(AVCodecContext* c) const {
-    avcodec_free_context(&c);
-    trimHeapSoon();
-  }
 };
 struct CodecParametersDeleter {
   void operator()(AVCodecParameters* p) const { avcodec_parameters_free(&p); }
@@ -55,7 +47,6 @@ struct SwsDeleter {
 };
 using PacketPtr = std::unique_ptr<AVPacket, PacketDeleter>;
 using FramePtr = std::unique_ptr<AVFrame, FrameDeleter>;
-using CodecContextPtr = std::unique_ptr<AVCodecContext, CodecContextDeleter>;
 using CodecParametersPtr = std::unique_ptr<AVCodecParameters, CodecParametersDeleter>;
 using IOContextPtr = std::unique_ptr<AVIOContext, IOContextDeleter>;
 using FormatContextPtr = std::unique_ptr<AVFormatContext, FormatContextDeleter>;

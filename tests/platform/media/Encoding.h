@@ -14,6 +14,7 @@ extern "C" {
 #include <vector>
 
 #include "platform/media/Sample.h"
+#include "platform/media/codec/CodecContext.h"
 #include "platform/media/codec/VideoDecoder.h"
 
 namespace zaffo::media {

@@ -1,6 +1,8 @@
 #include "platform/media/codec/CodecContext.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/FFmpegError.h"
+#include "platform/media/HeapHoles.h"
+#include "platform/media/codec/FramePool.h"
 
 #include <algorithm>
 #include <array>
@@ -47,7 +49,32 @@ std::string nameOf(const AVCodecParameters& parameters) {
   return parameters.codec_tag ? av_fourcc_make_string(text, parameters.codec_tag) : "none";
 }
 
+int getBuffer(AVCodecContext* codec, AVFrame* frame, int flags) {
+  return static_cast<FramePool*>(codec->opaque)->allocate(*codec, *frame, flags);
+}
+
+CodecContextPtr allocateContext(const AVCodec* codec) {
+  const auto frames = FramePool::create();
+  CodecContextPtr context(avcodec_alloc_context3(codec), {frames});
+  if (!context) return context;
+  context->opaque = frames.get();
+  context->get_buffer2 = getBuffer;
+#if LIBAVCODEC_VERSION_MAJOR < 60
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  context->thread_safe_callbacks = 1;  // later versions take that for granted
+#pragma GCC diagnostic pop
+#endif
+  return context;
+}
+
 }  // namespace
+
+void CodecContextDeleter::operator()(AVCodecContext* c) const {
+  avcodec_free_context(&c);
+  if (frames) frames->close();
+  returnHolesSoon();
+}
 
 NSErrorPtr whyNotDecoded(const AVCodecParameters& parameters) {
   if (!findDecoder(parameters.codec_id)) {
@@ -64,7 +91,7 @@ Result<CodecContextPtr> openCodec(const AVCodecParameters& parameters, int threa
   keepFFmpegQuiet();
   if (NSErrorPtr reason = whyNotDecoded(parameters)) return reason;
   const AVCodec* codec = findDecoder(parameters.codec_id);
-  CodecContextPtr context(avcodec_alloc_context3(codec));
+  CodecContextPtr context = allocateContext(codec);
   int result =
       context ? avcodec_parameters_to_context(context.get(), &parameters) : AVERROR(ENOMEM);
   if (result >= 0) {

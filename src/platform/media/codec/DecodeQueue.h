@@ -2,7 +2,7 @@
 
 #include <deque>
 
-#include "platform/media/FFmpegCommon.h"
+#include "platform/media/codec/CodecContext.h"
 
 namespace zaffo::media {
 

@@ -100,9 +100,12 @@ PixelBuffers::PixelBuffers(const AVCodecParameters& parameters)
     : colorSpace_(parameters.color_space),
       colorRange_(parameters.color_range),
       chromaLocation_(parameters.chroma_location),
-      pixelAspect_(parameters.sample_aspect_ratio) {}
+      pixelAspect_(parameters.sample_aspect_ratio),
+      converted_(FramePool::create()) {}
 
-PixelBuffers::~PixelBuffers() = default;
+PixelBuffers::~PixelBuffers() {
+  converted_->close();
+}
 
 CVPixelBufferPtr PixelBuffers::wrap(FramePtr frame) {
   if (!knownFormat(frame->format)) frame = convert(*frame);
@@ -140,7 +143,7 @@ FramePtr PixelBuffers::convert(const AVFrame& frame) {
   converted->format = to;
   converted->width = frame.width;
   converted->height = frame.height;
-  if (av_frame_get_buffer(converted.get(), 0) < 0) return nullptr;
+  if (converted_->allocate(*converted) < 0) return nullptr;
   scaler_.reset(sws_getCachedContext(scaler_.release(), frame.width, frame.height, from,
                                      frame.width, frame.height, to, SWS_POINT, nullptr, nullptr,
                                      nullptr));

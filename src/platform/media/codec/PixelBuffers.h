@@ -1,7 +1,9 @@
 #pragma once
 
+#include <memory>
+
 #include "platform/coremedia/CVPixelBuffer.h"
-#include "platform/media/FFmpegCommon.h"
+#include "platform/media/codec/FramePool.h"
 
 namespace zaffo::media {
 
@@ -25,6 +27,7 @@ class PixelBuffers {
   AVChromaLocation chromaLocation_;
   AVRational pixelAspect_;
   SwsPtr scaler_;
+  std::shared_ptr<FramePool> converted_;
 };
 
 }  // namespace zaffo::media

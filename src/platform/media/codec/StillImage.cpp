@@ -12,6 +12,7 @@ extern "C" {
 #include "platform/coremedia/PixelConversion.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/FFmpegCommon.h"
+#include "platform/media/MappedMemory.h"
 
 namespace zaffo::media {
 namespace {
@@ -30,7 +31,9 @@ bool scale(const CVPixelBuffer& buffer, int width, int height, Pixels& pixels) {
                                      AV_PIX_FMT_BGRA, kFlags, nullptr, nullptr, nullptr));
   if (!scaler) return false;
   const std::size_t stride = bytesPerRow(buffer.cropWidth);
-  Pixels whole(stride * static_cast<std::size_t>(buffer.cropHeight));
+  const MappedMemory whole(stride * static_cast<std::size_t>(buffer.cropHeight),
+                           MappedMemory::Pages::AtOnce);
+  if (!whole) return false;
   convertToBGRA(buffer, whole.data(), static_cast<std::ptrdiff_t>(stride));
   const std::array<const uint8_t*, 4> source{whole.data()};
   const std::array<uint8_t*, 4> target{pixels.data()};

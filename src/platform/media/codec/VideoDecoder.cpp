@@ -1,21 +1,23 @@
 #include "platform/media/codec/VideoDecoder.h"
 
-#include <algorithm>
 #include <thread>
+#include <utility>
 
 #include "platform/media/CodecConfig.h"
 #include "platform/media/codec/CodecContext.h"
+#include "platform/media/codec/DecoderThreads.h"
 #include "platform/media/codec/PixelBuffers.h"
 #include "platform/media/codec/SampleDecoding.h"
 
 namespace zaffo::media {
 namespace {
 
-// One thread decodes 1080p30 with room to spare; above that a picture may take more than its time.
-int threadCount(const AVCodecParameters& parameters) {
-  constexpr int64_t kOneThreadPixels = int64_t{1920} * 1088;
-  if (int64_t{parameters.width} * parameters.height <= kOneThreadPixels) return 1;
-  return static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
+/// `frameDuration` is invalid while it is not known.
+int threadCount(const AVCodecParameters& parameters, CMTime frameDuration = kCMTimeInvalid) {
+  const double seconds = CMTIME_IS_NUMERIC(frameDuration) ? CMTimeGetSeconds(frameDuration) : 0;
+  const double rate = seconds > 0 ? 1 / seconds : 0;
+  return decoderThreads({parameters.width, parameters.height, rate},
+                        std::thread::hardware_concurrency());
 }
 
 class SoftwareVideoDecoder : public VideoDecoder {
@@ -38,6 +40,7 @@ class SoftwareVideoDecoder : public VideoDecoder {
   NSErrorPtr error() const override { return refusal_ ? refusal_ : decoding_.error(); }
 
  private:
+  void noteRate(const Sample& sample);
   void noteStart(const Sample& sample);
   [[nodiscard]] bool isBroken(const SampleTimes::Entry& times) const;
   [[nodiscard]] bool isEarly(CMTime presentation) const {
@@ -50,6 +53,7 @@ class SoftwareVideoDecoder : public VideoDecoder {
   std::unique_ptr<PixelBuffers> buffers_;
   std::unique_ptr<PixelBuffers> formerBuffers_;  // of the codec before this one
   int64_t firstOfCodec_ = 0;                     // number of the first sample sent to this one
+  bool knowsRate_ = false;                       // of the frames, as this codec's samples tell it
   bool skips_ = false;
   CMTime startPresentation_;  // of the sync sample that decoding last began with
   int64_t startNumber_ = 0;
@@ -62,10 +66,23 @@ class SoftwareVideoDecoder : public VideoDecoder {
 
 Outcome SoftwareVideoDecoder::send(const Sample& sample) {
   if (refusal_) return Outcome::Error;
+  noteRate(sample);
   decoding_.context().skip_frame =
       skips_ || sample.decodeOnly ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
   noteStart(sample);
   return decoding_.send(sample);
+}
+
+// Only samples tell the rate. A codec that has too few threads for it makes way while it is empty.
+void SoftwareVideoDecoder::noteRate(const Sample& sample) {
+  if (std::exchange(knowsRate_, true)) return;
+  const AVCodecParameters* parameters = config_.parameters();
+  if (!parameters) return;
+  const int threads = threadCount(*parameters, sample.duration);
+  if (threads <= decoding_.context().thread_count) return;
+  if (auto context = openCodec(*parameters, threads)) {
+    decoding_.startAnewWith(*std::move(context));
+  }
 }
 
 void SoftwareVideoDecoder::noteStart(const Sample& sample) {
@@ -91,6 +108,7 @@ bool SoftwareVideoDecoder::adoptParameters(const AVCodecParameters& parameters) 
   decoding_.startAnewWith(*std::move(context));
   formerBuffers_ = std::move(buffers_);
   firstOfCodec_ = decoding_.nextNumber();
+  knowsRate_ = false;
   config_ = CodecConfig(parameters);
   buffers_ = std::make_unique<PixelBuffers>(parameters);
   return true;

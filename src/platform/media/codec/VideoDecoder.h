@@ -16,7 +16,7 @@ struct VideoFrame {
   CMTime duration;
 };
 
-/// Decodes one video track in software with the least threads that keep up (one up to 1080p30).
+/// Decodes one video track in software with the least threads that keep up (decoderThreads()).
 /// Frames that were marked not shown, or have no time, are decoded as far as others refer to them,
 /// and not given. Frames that are too early (holdBackBefore()) are held back, unconverted, the last
 /// one alone. Thread: one at a time.

@@ -61,6 +61,10 @@ class AudioOutput {
   /// The first output frame that a sound which is written now can still reach in time: what has
   /// been rendered, and one period of the device for the time it takes to write.
   [[nodiscard]] virtual int64_t earliestStartFrame() const = 0;
+  /// Every frame below it may be rendered by now: a device renders ahead of what is heard by its
+  /// latency, in pieces as large as it likes. What goes on sounding is written well beyond it.
+  /// Never less than earliestStartFrame().
+  [[nodiscard]] virtual int64_t renderLimit() const = 0;
   /// A new input that holds at least `capacityFrames`, silent until its first restart(). Warms the
   /// device up, so that it is open when the sound starts.
   [[nodiscard]] virtual std::shared_ptr<AudioInput> addInput(int64_t capacityFrames) = 0;

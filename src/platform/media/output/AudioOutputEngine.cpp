@@ -66,6 +66,10 @@ int64_t AudioOutputEngine::earliestStartFrame() const {
   return std::max(mixer_->nextFrame(), presentFrame() + kPeriodFrames) + kPeriodFrames;
 }
 
+int64_t AudioOutputEngine::renderLimit() const {
+  return std::max(earliestStartFrame(), presentFrame() + kPeriodFrames + device_->latencyFrames());
+}
+
 std::shared_ptr<AudioInput> AudioOutputEngine::addInput(int64_t capacityFrames) {
   auto input = std::make_shared<MixedInput>(mixer_, mixer_->add(capacityFrames), weak_from_this());
   post(&AudioOutputEngine::warmUp);

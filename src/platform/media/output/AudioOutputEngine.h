@@ -49,6 +49,7 @@ class AudioOutputEngine final : public AudioOutput,
   [[nodiscard]] int sampleRate() const override { return kSampleRate; }
   [[nodiscard]] const std::shared_ptr<CMClock>& clock() const override { return clock_; }
   [[nodiscard]] int64_t earliestStartFrame() const override;
+  [[nodiscard]] int64_t renderLimit() const override;
   [[nodiscard]] std::shared_ptr<AudioInput> addInput(int64_t capacityFrames) override;
 
   /// Device at first. Takes effect soon; the sound goes on. Thread: any.

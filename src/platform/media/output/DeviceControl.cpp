@@ -108,6 +108,7 @@ void DeviceControl::reported(const std::shared_ptr<DeviceSession>& session, int6
   assertCurrent(*control_);
   if (session != session_) return;
   askedAt_ = std::nullopt;
+  if (framesHeard) noteLatency(session->framesGiven() - *framesHeard);
   if (!framesHeard || tracker_->report(host, *framesHeard) == DeviceClockTracker::State::Stalled) {
     failed(session->owner());
     return;
@@ -120,6 +121,14 @@ void DeviceControl::reported(const std::shared_ptr<DeviceSession>& session, int6
   session->takeOver();
   startPolling(kPlayingPoll);
   events_.playing();
+}
+
+/// Devices take sound in pieces, so that each look finds them filled differently.
+void DeviceControl::noteLatency(int64_t frames) {
+  constexpr int64_t kShareLost = 32;  // by each report while it plays
+  const int64_t most = latencyFrames_.load();
+  const int64_t lost = state_ == State::Playing ? most / kShareLost : 0;
+  latencyFrames_.store(std::max(frames, most - lost));
 }
 
 /// Lets go of the device on its own queue, where it may take its time.

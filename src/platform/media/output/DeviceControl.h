@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -58,6 +59,9 @@ class DeviceControl : public std::enable_shared_from_this<DeviceControl> {
   /// Closes the device and forgets failures. Calls no event.
   void close();
   [[nodiscard]] bool playing() const { return state_ == State::Playing; }
+  /// The most that devices were seen to take ahead of what is heard; it falls slowly, and is
+  /// remembered for the next device. Thread: any.
+  [[nodiscard]] int64_t latencyFrames() const { return latencyFrames_.load(); }
 
  private:
   enum class State { Closed, Opening, Settling, Playing, Waiting };
@@ -68,6 +72,7 @@ class DeviceControl : public std::enable_shared_from_this<DeviceControl> {
   void poll();
   void reported(const std::shared_ptr<DeviceSession>& session, int64_t host,
                 std::optional<int64_t> framesHeard);
+  void noteLatency(int64_t frames);
   void dropSession();
 
   const std::shared_ptr<AudioMixer> mixer_;
@@ -86,6 +91,7 @@ class DeviceControl : public std::enable_shared_from_this<DeviceControl> {
   std::optional<DeviceClockTracker> tracker_;
   DispatchTimerPtr pollTimer_;
   std::optional<int64_t> askedAt_;  ///< since when the device owes an answer
+  std::atomic<int64_t> latencyFrames_{0};
 };
 
 }  // namespace zaffo::media

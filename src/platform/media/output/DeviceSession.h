@@ -33,6 +33,8 @@ class DeviceSession final : public AudioDeviceClient {
   /// the stream began counts that as ours, and then more is heard than was given. Such an answer
   /// changes nothing. Nothing when there is no device, or when it cannot tell.
   [[nodiscard]] std::optional<int64_t> framesHeard();
+  /// How many frames the device has taken. Thread: any.
+  [[nodiscard]] int64_t framesGiven() const { return framesGiven_.load(); }
 
   // The control side.
   [[nodiscard]] RenderGate::Owner owner() const { return owner_; }

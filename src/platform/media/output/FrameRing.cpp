@@ -12,7 +12,7 @@ int64_t FrameRing::write(std::span<const float> interleaved, int64_t consumed) {
   while (frame < end) {
     const int64_t slot = frame & (capacity_ - 1);
     const int64_t run = std::min(end - frame, capacity_ - slot);
-    std::copy_n(interleaved.data() + 2 * (frame - first), 2 * run, samples_.data() + 2 * slot);
+    std::copy_n(interleaved.data() + 2 * (frame - first), 2 * run, samples() + 2 * slot);
     frame += run;
   }
   end_.store(end, std::memory_order_release);

@@ -3,8 +3,10 @@
 #include <atomic>
 #include <bit>
 #include <cstdint>
+#include <new>
 #include <span>
-#include <vector>
+
+#include "platform/media/MappedMemory.h"
 
 namespace zaffo::media {
 
@@ -20,7 +22,9 @@ class FrameRing {
   explicit FrameRing(int64_t capacityFrames)
       : capacity_(static_cast<int64_t>(
             std::bit_ceil(static_cast<uint64_t>(capacityFrames < 1 ? 1 : capacityFrames)))),
-        samples_(static_cast<size_t>(2 * capacity_)) {}
+        memory_(sizeof(float) * static_cast<size_t>(2 * capacity_)) {
+    if (!memory_) throw std::bad_alloc();
+  }
 
   /// Producer, while the consumer does not hold the ring: empties it; frame `first` comes next.
   void restart(int64_t first, uint64_t serial) {
@@ -52,12 +56,14 @@ class FrameRing {
   [[nodiscard]] std::span<const float> contiguous(int64_t first, int64_t count) const {
     const int64_t slot = first & (capacity_ - 1);
     const int64_t run = count < capacity_ - slot ? count : capacity_ - slot;
-    return {samples_.data() + 2 * slot, static_cast<size_t>(2 * run)};
+    return {samples() + 2 * slot, static_cast<size_t>(2 * run)};
   }
 
  private:
+  [[nodiscard]] float* samples() const { return reinterpret_cast<float*>(memory_.data()); }
+
   const int64_t capacity_;
-  std::vector<float> samples_;
+  const MappedMemory memory_;
   int64_t start_ = 0;
   uint64_t serial_ = 0;
   std::atomic<int64_t> end_{0};

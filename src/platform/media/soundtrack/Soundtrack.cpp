@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "platform/TimeSource.h"
 #include "platform/avfoundation/AVAssetTrack.h"
 #include "platform/media/FrameTime.h"
 
@@ -92,7 +93,7 @@ void Soundtrack::fill() {
   writePending();
   const auto ahead = static_cast<int64_t>(kAheadSeconds * sampleRate_);
   while (pendingOffset_ == pending_.size() && !ended_ &&
-         input_->nextOutputFrame() - output_.earliestStartFrame() < ahead) {
+         input_->nextOutputFrame() - output_.renderLimit() < ahead) {
     if (readSome() == Outcome::Again) return;
     append(sound_);
     if (ended_) endSound();
@@ -102,9 +103,9 @@ void Soundtrack::fill() {
 
 std::optional<int64_t> Soundtrack::nextFillHostTime() const {
   if (!input_ || finished() || waiting_ || isLeftBehind()) return std::nullopt;
-  const double lowSeconds =
-      static_cast<double>(input_->nextOutputFrame()) / sampleRate_ - kLowSeconds;
-  return output_.clock()->hostTimeAtNanoseconds(std::llround(lowSeconds * 1e9));
+  const int64_t left = input_->nextOutputFrame() - output_.renderLimit();
+  const double seconds = static_cast<double>(left) / sampleRate_ - kLowSeconds;
+  return TimeSource::now() + std::llround(std::max(seconds, kLowSeconds / 2) * 1e9);
 }
 
 std::optional<int64_t> Soundtrack::runsDryHostTime() const {

@@ -1,7 +1,11 @@
 #include "platform/media/codec/VideoDecoder.h"
 
+#include <thread>
+
+#include "doubles/ProcessCounts.h"
 #include "platform/foundation/AVError.h"
 #include "platform/media/Decoding.h"
+#include "platform/media/codec/DecoderThreads.h"
 
 namespace zaffo::media {
 namespace {
@@ -257,6 +261,42 @@ TEST(VideoDecoder, RefusesCodecsThatAreNotOnTheListAndSizesBeyondTheLimit) {
     EXPECT_EQ(error->code(), AVErrorDecoderNotFound);
     EXPECT_FALSE(source->isPlayable()) << name;
   }
+}
+
+TEST(VideoDecoder, HasTheThreadsThatSizeAndRateOfItsSamplesNeed) {
+  const unsigned cores = std::thread::hardware_concurrency();
+  // One that decodes on its caller's thread has none of its own.
+  const auto threadsFor = [&](const PictureLoad& load) -> std::size_t {
+    const int threads = decoderThreads(load, cores);
+    return threads > 1 ? static_cast<std::size_t>(threads) : 0;
+  };
+  const std::size_t others = threadCountBesideQueues();
+  const auto decoderThreadCount = [others] { return threadCountBesideQueues() - others; };
+  CodecParametersPtr parameters(avcodec_parameters_alloc());
+  parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+  parameters->codec_id = AV_CODEC_ID_H264;
+  for (const auto& [width, height] : {std::pair{1280, 720}, {1920, 1080}, {3840, 2160}}) {
+    parameters->width = width;
+    parameters->height = height;
+    for (const int rate : {24, 60, 120}) {
+      const auto decoder = VideoDecoder::open(*parameters).valueOr(nullptr);
+      ASSERT_TRUE(decoder);
+      EXPECT_EQ(decoderThreadCount(), threadsFor({width, height, 30}));
+      for (int i = 0; i < 3; ++i) {
+        Sample sample;
+        sample.packet.reset(av_packet_alloc());
+        ASSERT_EQ(av_new_packet(sample.packet.get(), 32), 0);
+        std::fill_n(sample.packet->data, 32, uint8_t{0});
+        sample.presentation = CMTimeMake(i, rate);
+        sample.duration = CMTimeMake(1, rate);
+        static_cast<void>(decoder->send(sample));
+        const double told = std::max(rate, 30);  // what it was opened with it keeps
+        EXPECT_EQ(decoderThreadCount(), threadsFor({width, height, told}))
+            << width << "x" << height << " at " << rate;
+      }
+    }
+  }
+  EXPECT_EQ(decoderThreadCount(), 0U);
 }
 
 TEST(VideoDecoder, AStreamWithoutAKeyFrameGivesNoPictureAndEnds) {

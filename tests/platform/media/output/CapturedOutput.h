@@ -28,6 +28,7 @@ class CapturedOutput final : public AudioOutput {
   [[nodiscard]] int sampleRate() const override { return kRate; }
   [[nodiscard]] const std::shared_ptr<CMClock>& clock() const override { return base_; }
   [[nodiscard]] int64_t earliestStartFrame() const override { return present() + 2 * kPeriod; }
+  [[nodiscard]] int64_t renderLimit() const override { return earliestStartFrame(); }
   [[nodiscard]] std::shared_ptr<AudioInput> addInput(int64_t capacityFrames) override {
     ++inputs_;
     return std::make_shared<Input>(*this, capacityFrames);
