@@ -16,6 +16,7 @@
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/DispatchTimer.h"
 #include "platform/dispatch/MainLoop.h"
+#include "platform/dispatch/OutsideWait.h"
 
 namespace zaffo {
 namespace {
@@ -76,6 +77,26 @@ TEST_F(ProcessExitDeathTest, IsNotHeldUpByABlockThatWaitsForEver) {
         dispatch_queue_create_blocking("stuck")->async([] {
           started.count_down();
           never->wait();
+        });
+        started.wait();
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "^$");
+}
+
+TEST_F(ProcessExitDeathTest, IsNotHeldUpByWorkersThatWaitForTheOutsideOrHaveDoneSo) {
+  EXPECT_EXIT(
+      {
+        static std::latch started(2);
+        static auto* const never = new std::latch(1);
+        dispatch_queue_create("stuck")->async([] {
+          const OutsideWait wait;
+          started.count_down();
+          never->wait();
+        });
+        dispatch_queue_create("over")->async([] {
+          { const OutsideWait wait; }
+          started.count_down();
         });
         started.wait();
         std::exit(0);
