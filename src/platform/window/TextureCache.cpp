@@ -104,7 +104,8 @@ bool TextureCache::uploadPlanes(const CVPixelBuffer& p, SDL_Texture* texture) {
 
 TextureCache::Shape TextureCache::packedShape(int width, int height, int drawnWidth,
                                               int drawnHeight) const {
-  Shape shape{SDL_PIXELFORMAT_ARGB8888, width, height, SDL_YUV_CONVERSION_AUTOMATIC};
+  Shape shape{SDL_PIXELFORMAT_ARGB8888, std::max(width, 1), std::max(height, 1),
+              SDL_YUV_CONVERSION_AUTOMATIC};
   if (width > largestWidth_ || height > largestHeight_) {
     shape.width = std::clamp(drawnWidth, 1, largestWidth_);
     shape.height = std::clamp(drawnHeight, 1, largestHeight_);
@@ -124,7 +125,9 @@ PictureTexture TextureCache::texture(const CVPixelBufferPtr& picture, int drawnW
     return find(picture, {format, p.cropWidth, p.cropHeight, mode},
                 [&](SDL_Texture* texture) { return uploadPlanes(p, texture); });
   }
-  const Shape shape = packedShape(p.cropWidth, p.cropHeight, drawnWidth, drawnHeight);
+  // No more pixels are converted than are drawn.
+  const Shape shape = packedShape(std::min(p.cropWidth, drawnWidth),
+                                  std::min(p.cropHeight, drawnHeight), drawnWidth, drawnHeight);
   return find(picture, shape, [&](SDL_Texture* texture) {
     return uploadPacked(scaler_, p, texture, shape.width, shape.height);
   });

@@ -25,7 +25,9 @@ class TextureCache {
   explicit TextureCache(SDL_Renderer* renderer);
 
   /// The texture of a picture; valid until endList(). `drawnWidth` and `drawnHeight` are what the
-  /// picture is drawn at, before it is turned: one too large for a texture is scaled to that.
+  /// picture is drawn at, before it is turned. One too large for a texture is scaled to that, and
+  /// so is a moving picture that the graphics processor cannot convert, if that is less than its
+  /// own size.
   [[nodiscard]] PictureTexture texture(const CVPixelBufferPtr& picture, int drawnWidth,
                                        int drawnHeight);
   [[nodiscard]] PictureTexture texture(const CGImagePtr& image, int drawnWidth, int drawnHeight);

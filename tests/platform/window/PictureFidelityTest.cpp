@@ -23,10 +23,12 @@ struct Waves {
 };
 /// Colours that change from pixel to pixel: drawn half a pixel off they are no more than 40 dB
 /// alike.
-constexpr Waves kWaves[] = {{"waves_160x128_hevc.mp4", 160, 128},
-                            {"waves_162x130_h264.mp4", 162, 130},
-                            {"waves_162x130_vp9.webm", 162, 130},
-                            {"waves_161x131_vp9.webm", 161, 131}};
+constexpr Waves kWaves[] = {
+    {"waves_160x128_hevc.mp4", 160, 128}, {"waves_160x128_bt2020.mp4", 160, 128},
+    {"waves_160x128_422.mp4", 160, 128},  {"waves_160x128_422p10.mp4", 160, 128},
+    {"waves_160x128_444.mp4", 160, 128},  {"waves_160x128_full.mp4", 160, 128},
+    {"waves_162x130_h264.mp4", 162, 130}, {"waves_162x130_vp9.webm", 162, 130},
+    {"waves_161x131_vp9.webm", 161, 131}};
 constexpr double kAlike = 45;  // dB
 
 /// What ffmpeg makes of the clip's first picture, each pixel drawn as `scale` by `scale`.
@@ -38,6 +40,22 @@ CGImagePtr reference(const Waves& waves, int scale) {
   const int width = scale * waves.width;
   return std::make_shared<const CGImage>(width, scale * waves.height, std::size_t{4} * width,
                                          std::move(pixels));
+}
+
+/// Each pixel the mean of four.
+CGImagePtr halved(const CGImagePtr& whole) {
+  const int width = whole->width() / 2, height = whole->height() / 2;
+  std::vector<uint8_t> pixels;
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* above = whole->pixels() + std::size_t{2} * y * whole->stride();
+    const uint8_t* below = above + whole->stride();
+    for (int x = 0; x < 4 * width; ++x) {
+      const int left = 8 * (x / 4) + x % 4, right = left + 4;
+      const int sum = above[left] + above[right] + below[left] + below[right];
+      pixels.push_back(static_cast<uint8_t>((sum + 2) / 4));
+    }
+  }
+  return std::make_shared<const CGImage>(width, height, std::size_t{4} * width, std::move(pixels));
 }
 
 /// Peak signal to noise ratio of blue, green and red, in dB.
@@ -118,7 +136,7 @@ std::unique_ptr<Screening> screening(bool fed, const std::shared_ptr<AVAsset>& a
 
 using Look = std::function<CGImagePtr(const std::shared_ptr<Window>&)>;
 
-/// Shows each clip at its own size and at twice that, by both kinds of layer.
+/// Shows each clip at its own size, at twice that and at half of it, by both kinds of layer.
 void expectFidelity(const std::shared_ptr<Window>& window, const Look& look) {
   for (const Waves& waves : kWaves) {
     const auto asset = loadedAsset(waves);
@@ -131,6 +149,11 @@ void expectFidelity(const std::shared_ptr<Window>& window, const Look& look) {
         EXPECT_TRUE(waitUntil([&] { return screening->isReady(); })) << waves.file;
         EXPECT_GE(likeness(look(window), reference(waves, scale)), kAlike)
             << waves.file << (fed ? ", fed with samples, " : ", played, ") << scale << " times";
+      }
+      if (waves.width % 2 == 0 && waves.height % 2 == 0) {
+        layer->setFrame(CGRectMake(0, 0, waves.width / 2, waves.height / 2));
+        EXPECT_GE(likeness(look(window), halved(reference(waves, 1))), kAlike)
+            << waves.file << (fed ? ", fed with samples" : ", played") << ", halved";
       }
       layer->removeFromSuperlayer();
     }
