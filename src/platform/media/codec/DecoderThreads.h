@@ -7,14 +7,14 @@ namespace zaffo::media {
 
 /// What decoding a track in time takes. A rate of 0 or less is not known, and taken for 30 a
 /// second.
-struct PictureLoad {
+struct DecoderLoad {
   int width = 0, height = 0;
   double framesPerSecond = 0;
 };
 
 /// How many threads a decoder gets: the least that keep up, since each costs memory and none makes
 /// the first picture come sooner. One decodes 1080p30 with room to spare.
-[[nodiscard]] constexpr int decoderThreads(const PictureLoad& load, unsigned cores) {
+[[nodiscard]] constexpr int decoderThreads(const DecoderLoad& load, unsigned cores) {
   constexpr double kPixelsPerSecond = 1920.0 * 1088 * 33;
   constexpr double kUnknownRate = 30;
   constexpr int kMost = 4;

@@ -7,7 +7,7 @@ namespace {
 
 TEST(DecoderThreads, AreAsManyAsSizeAndRateNeedAndNoMore) {
   const struct {
-    PictureLoad load;
+    DecoderLoad load;
     unsigned cores;
     int threads;
   } table[] = {

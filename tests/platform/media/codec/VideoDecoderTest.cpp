@@ -266,7 +266,7 @@ TEST(VideoDecoder, RefusesCodecsThatAreNotOnTheListAndSizesBeyondTheLimit) {
 TEST(VideoDecoder, HasTheThreadsThatSizeAndRateOfItsSamplesNeed) {
   const unsigned cores = std::thread::hardware_concurrency();
   // One that decodes on its caller's thread has none of its own.
-  const auto threadsFor = [&](const PictureLoad& load) -> std::size_t {
+  const auto threadsFor = [&](const DecoderLoad& load) -> std::size_t {
     const int threads = decoderThreads(load, cores);
     return threads > 1 ? static_cast<std::size_t>(threads) : 0;
   };

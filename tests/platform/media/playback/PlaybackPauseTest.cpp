@@ -21,7 +21,7 @@ class PlaybackPauseTest : public PlaybackFixture {
 
 TEST_F(PlaybackPauseTest, KeepsNoThreadOfADecoderForLong) {
   if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "one core";
-  open({.options = "g=12;bf=2", .count = 60, .size = 1504}, 0);
+  open({.options = "g=12;bf=2", .count = 60, .size = 1920}, 0);
   setRate(1);
   time_.advance(kSecond);
   const std::size_t playing = threadCount();
