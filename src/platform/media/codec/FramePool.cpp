@@ -9,6 +9,8 @@ extern "C" {
 #include <array>
 #include <utility>
 
+#include "platform/media/SpareMappings.h"
+
 namespace zaffo::media {
 namespace {
 
@@ -115,20 +117,28 @@ MappedMemory FramePool::take(std::size_t bytes) {
       return spare;
     }
   }
+  if (MappedMemory spare = SpareMappings::shared().take(bytes)) return spare;
   return MappedMemory(bytes, MappedMemory::Pages::AtOnce);
 }
 
 void FramePool::giveBack(MappedMemory memory) {
-  const MutexLock lock(sparesMutex_);
-  if (closed_ || memory.size() != spareBytes_ || spares_.size() >= kMostSpares) return;
-  spares_.push_back(std::move(memory));
+  {
+    const MutexLock lock(sparesMutex_);
+    if (!closed_ && memory.size() == spareBytes_ && spares_.size() < kMostSpares) {
+      return spares_.push_back(std::move(memory));
+    }
+  }
+  SpareMappings::shared().keep(std::move(memory));
 }
 
 void FramePool::close() {
   std::vector<MappedMemory> unused;
-  const MutexLock lock(sparesMutex_);
-  closed_ = true;
-  unused.swap(spares_);
+  {
+    const MutexLock lock(sparesMutex_);
+    closed_ = true;
+    unused.swap(spares_);
+  }
+  for (MappedMemory& memory : unused) SpareMappings::shared().keep(std::move(memory));
 }
 
 }  // namespace zaffo::media

@@ -11,8 +11,8 @@
 namespace zaffo::media {
 
 /// Where a decoder's frames lie: each in memory of its own, which goes back to the system and never
-/// into the heap. A few that were let go wait for the next frames while the decoder plays; frames
-/// may outlive it, and then go as soon as nobody holds them. Thread: any.
+/// into the heap. A few that were let go wait for the next frames while the decoder plays; what is
+/// left over, then or when frames outlive the decoder, becomes SpareMappings. Thread: any.
 class FramePool : public std::enable_shared_from_this<FramePool> {
  public:
   /// As many frames as a burst decodes before others are let go again.
