@@ -30,6 +30,7 @@ class PlayRequest final : public ZFCancelCommand, public std::enable_shared_from
 
   void cancel() override {
     completion_ = nullptr;
+    video_ = nullptr;
     if (const auto command = std::exchange(command_, nullptr)) command->cancel();
   }
 
@@ -41,7 +42,7 @@ class PlayRequest final : public ZFCancelCommand, public std::enable_shared_from
   void fail(NSErrorPtr error) { end(PlayerLoadResult::Failure{std::move(error)}); }
 
   const std::weak_ptr<PlayerManager> pool_;
-  const std::shared_ptr<ZFVideo> video_;
+  std::shared_ptr<ZFVideo> video_;            ///< null once it is over: it may hold this
   PlayerManager::LoadCompletion completion_;  ///< empty once it was called, or cancelled
   ZFCancelCommandPtr command_;                ///< of the step under way
   bool hasAnswer_ = false;                    ///< of the loader
@@ -52,7 +53,8 @@ void PlayRequest::loadItem() {
   const std::shared_ptr<void> silence(nullptr, [self = shared_from_this()](void*) {
     dispatch_async(dispatch_get_main_queue(), [self] { self->itemLoaded(nullptr); });
   });
-  command_ = video_->loadAVPlayerItemWithOptions(
+  const auto video = video_;  // which may cancel this inside the call
+  command_ = video->loadAVPlayerItemWithOptions(
       {}, [self = shared_from_this(), silence](const std::shared_ptr<AVPlayerItem>& item, double,
                                                double) {
         dispatch_async(dispatch_get_main_queue(), [self, item] { self->itemLoaded(item); });
@@ -65,18 +67,20 @@ void PlayRequest::itemLoaded(const std::shared_ptr<AVPlayerItem>& item) {
   if (!item) return askWhyThereIsNone();
   const auto pool = pool_.lock();
   if (!pool) return cancel();
-  const bool needsRoom = pool->playerState(video_) == PlayerState::NotLoaded;
+  const auto video = video_;  // the pool may answer inside the call
+  const bool needsRoom = pool->playerState(video) == PlayerState::NotLoaded;
   if (needsRoom && !pool->makeRoom(*item)) {
     return fail(makePlayerError("No player available for this video"));
   }
   auto command = pool->loadPlayer(
-      video_, item, {},
+      video, item, {},
       [self = shared_from_this()](const PlayerLoadResult& result) { self->end(result); });
   if (completion_) command_ = std::move(command);
 }
 
 void PlayRequest::askWhyThereIsNone() {
-  command_ = video_->loadThumbnailWithPriority(
+  const auto video = video_;
+  command_ = video->loadThumbnailWithPriority(
       0, kSmallThumbnail,
       [self = shared_from_this()](const std::shared_ptr<const UIImage>&, NSErrorPtr error) {
         if (!error) error = makePlayerError("Nothing that can be played can be made of this video");
@@ -88,6 +92,7 @@ void PlayRequest::askWhyThereIsNone() {
 void PlayRequest::end(const PlayerLoadResult& result) {
   command_ = nullptr;
   const auto completion = std::exchange(completion_, nullptr);
+  video_ = nullptr;
   if (!completion) return;
   if (const auto player = result.player()) player->setRate(1);
   completion(result);

@@ -26,9 +26,11 @@ constexpr const char* kStartAndEnd =
 
 class FeedFastTest : public testing::Test {
  protected:
-  /// A headless run of `script` over clips as they are, not trimmed to loop.
+  /// A headless run of `script` over clips as they are, not trimmed to loop. Its output is what the
+  /// players tell.
   void feed(const std::string& script, const std::vector<std::string>& inputs,
             FeedRun::Arguments options = {"--fast", "--loop", "single"}) {
+    options.push_back("--trace");
     run.feed(script, inputs, std::move(options));
   }
   [[nodiscard]] int frameIn(const std::string& picture) const { return run.frameIn(picture); }

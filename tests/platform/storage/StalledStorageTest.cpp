@@ -156,6 +156,7 @@ TEST_F(StalledStorageTest, ReadersOfStalledFilesLeaveTheQueuesFree) {
 
 TEST_F(StalledStorageTest, HoweverManyAssetsAreLoadedThreadsHaveABoundAndCancellingIsHeardAtOnce) {
   constexpr int kAssets = 400;
+  expectQueuesAreFree();  // whose threads are there from then on
   const size_t threadsBefore = threadCount();
   StalledStorage storage(stalledPath_);
   std::vector<std::shared_ptr<AVAsset>> assets;
