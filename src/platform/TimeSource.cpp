@@ -2,8 +2,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <utility>
 
 #include "platform/Mutex.h"
+#include "platform/ReplacedTime.h"
 
 namespace zaffo {
 
@@ -35,6 +37,14 @@ void TimeSource::replace(TimeSource* source) {
 
 uint64_t TimeSource::generation() {
   return replaceCount.load(std::memory_order_acquire);
+}
+
+bool setReplacementAlarm(int64_t deadline, std::function<void()> toRing) {
+  if (!TimeSource::replacement()) return false;
+  MutexLock lock(askingMutex);
+  TimeSource* const source = TimeSource::replacement();
+  if (source) source->setAlarm(deadline, std::move(toRing));
+  return source != nullptr;
 }
 
 }  // namespace zaffo

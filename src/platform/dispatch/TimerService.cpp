@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/FatalError.h"
+#include "platform/ReplacedTime.h"
 #include "platform/TimeSource.h"
 
 namespace zaffo {
@@ -66,10 +67,7 @@ void TimerService::armWhileLocked() {
   const auto earliest = heap_.earliest();
   if (!earliest || *earliest >= armedDeadline_) return;
   armedDeadline_ = *earliest;
-  if (TimeSource* const replacement = TimeSource::replacement()) {
-    replacement->setAlarm(*earliest, [this] { alarmRang(); });
-    return;
-  }
+  if (setReplacementAlarm(*earliest, [this] { alarmRang(); })) return;
   startThreadWhileLocked();
   const std::chrono::nanoseconds sinceOrigin(*earliest);
   alarm_.expires_at(asio::steady_timer::time_point(sinceOrigin));
