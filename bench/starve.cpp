@@ -8,12 +8,14 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -38,6 +40,8 @@ class QueueProbe {
   }
 
  private:
+  static constexpr std::chrono::milliseconds kPause{5};  ///< between two looks
+
   static int64_t nanoseconds() { return static_cast<int64_t>(bench::now() * 1e9); }
   void run() {
     while (!stopped_) {
@@ -49,15 +53,22 @@ class QueueProbe {
       });
       ran.wait(0);
       worst_ = std::max<int64_t>(worst_, ran - posted);
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      std::unique_lock lock(stopMutex_);
+      stopping_.wait_for(lock, kPause, [this] { return stopped_.load(); });
     }
   }
   void stop() {
-    stopped_ = true;
+    {
+      const std::lock_guard lock(stopMutex_);
+      stopped_ = true;
+    }
+    stopping_.notify_one();
     if (thread_.joinable()) thread_.join();
   }
 
   const zaffo::DispatchQueuePtr queue_;
+  std::mutex stopMutex_;
+  std::condition_variable stopping_;
   std::atomic<bool> stopped_{false};
   std::atomic<int64_t> worst_{0};
   std::thread thread_;

@@ -31,6 +31,9 @@ void runFor(double seconds);
 /// Made by the one library that a program is linked with.
 [[nodiscard]] std::unique_ptr<Player> makePlayer();
 
+/// For libraries that work on threads of their own: there is nothing to wait for but the clock.
+void letTimePass(double seconds);
+
 /// Ends the program: the library could not do what it was asked to.
 [[noreturn]] void fail(const std::string& what);
 

@@ -8,16 +8,25 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include "Peer.h"
 
 namespace peers {
+
+void letTimePass(double seconds) {
+  std::mutex mutex;
+  std::condition_variable never;
+  std::unique_lock lock(mutex);
+  never.wait_for(lock, std::chrono::duration<double>(seconds), [] { return false; });
+}
 
 void fail(const std::string& what) {
   std::fprintf(stderr, "bench: %s\n", what.c_str());

@@ -45,7 +45,7 @@ enum DispatchQueuePriority : long {
 [[nodiscard]] ZAFFO_EXPORT DispatchQueuePtr dispatch_queue_create(std::string label);
 
 /// A new serial queue whose blocks may wait for the outside world (a network read, a device being
-/// opened): it runs on a set of threads that grows with need and shrinks again.
+/// opened): it runs on a set of threads that grows with need, to 64, and shrinks again.
 [[nodiscard]] ZAFFO_EXPORT DispatchQueuePtr dispatch_queue_create_blocking(std::string label);
 
 /// The queue whose blocks run in turns of the MainLoop, on the main thread.
