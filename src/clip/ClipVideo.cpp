@@ -1,10 +1,11 @@
 #include "clip/ClipVideo.h"
 
+#include <optional>
 #include <utility>
 
+#include "clip/ItemAnswer.h"
 #include "loading/ZFLoopingVideoPlayerItemLoader.h"
 #include "loading/ZFSingleLoopVideoPlayerItemLoader.h"
-#include "platform/dispatch/DispatchQueue.h"
 
 namespace zaffo {
 
@@ -18,16 +19,11 @@ class ClipVideo::ItemLoad final : public ZFCancelCommand,
       : video_(std::move(video)), options_(options), completion_(std::move(completion)) {}
 
   void start() {
-    // A loader that can make no loop says so by letting go of the block uncalled. Where it was
-    // called the load is over by the time that is noticed.
-    const std::shared_ptr<void> silence(nullptr, [self = shared_from_this()](void*) {
-      dispatch_async(dispatch_get_main_queue(), [self] { self->startAgainPlainly(); });
-    });
     video_->loader_->loadAVPlayerItemWithOptions(
-        options_, [self = shared_from_this(), silence](const std::shared_ptr<AVPlayerItem>& item,
-                                                       double loopSeconds, double seconds) {
-          dispatch_async(dispatch_get_main_queue(), [=] { self->end(item, loopSeconds, seconds); });
-        });
+        options_,
+        answeringOnMainQueue([self = shared_from_this()](const std::optional<ItemAnswer>& answer) {
+          return answer ? self->end(*answer) : self->startAgainPlainly();
+        }));
   }
 
   void cancel() override {
@@ -42,11 +38,11 @@ class ClipVideo::ItemLoad final : public ZFCancelCommand,
     start();
   }
 
-  void end(const std::shared_ptr<AVPlayerItem>& item, double loopSeconds, double seconds) {
+  void end(const ItemAnswer& answer) {
     if (std::exchange(isOver_, true)) return;
-    if (item) video_->itemDuration_ = item->duration();
+    if (answer.item) video_->itemDuration_ = answer.item->duration();
     const ItemCompletion completion = std::exchange(completion_, nullptr);
-    if (completion) completion(item, loopSeconds, seconds);
+    if (completion) completion(answer.item, answer.loopSeconds, answer.seconds);
   }
 
   const std::shared_ptr<ClipVideo> video_;

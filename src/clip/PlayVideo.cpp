@@ -1,7 +1,9 @@
 #include "clip/PlayVideo.h"
 
+#include <optional>
 #include <utility>
 
+#include "clip/ItemAnswer.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "pool/PlayerDecorator.h"
 
@@ -45,24 +47,19 @@ class PlayRequest final : public ZFCancelCommand, public std::enable_shared_from
   std::shared_ptr<ZFVideo> video_;            ///< null once it is over: it may hold this
   PlayerManager::LoadCompletion completion_;  ///< empty once it was called, or cancelled
   ZFCancelCommandPtr command_;                ///< of the step under way
-  bool hasAnswer_ = false;                    ///< of the loader
 };
 
 void PlayRequest::loadItem() {
-  // A loader that can make no item of a video may say so by letting go of the block uncalled.
-  const std::shared_ptr<void> silence(nullptr, [self = shared_from_this()](void*) {
-    dispatch_async(dispatch_get_main_queue(), [self] { self->itemLoaded(nullptr); });
-  });
   const auto video = video_;  // which may cancel this inside the call
   command_ = video->loadAVPlayerItemWithOptions(
-      {}, [self = shared_from_this(), silence](const std::shared_ptr<AVPlayerItem>& item, double,
-                                               double) {
-        dispatch_async(dispatch_get_main_queue(), [self, item] { self->itemLoaded(item); });
-      });
+      {},
+      answeringOnMainQueue([self = shared_from_this()](const std::optional<ItemAnswer>& answer) {
+        self->itemLoaded(answer ? answer->item : nullptr);
+      }));
 }
 
 void PlayRequest::itemLoaded(const std::shared_ptr<AVPlayerItem>& item) {
-  if (std::exchange(hasAnswer_, true) || !completion_) return;
+  if (!completion_) return;
   command_ = nullptr;
   if (!item) return askWhyThereIsNone();
   const auto pool = pool_.lock();
