@@ -1,7 +1,6 @@
 // A playback whose clock is suddenly elsewhere, as after the process was
 // stopped.
 
-#include "doubles/LeapingTime.h"
 #include "platform/media/playback/PlaybackFixture.h"
 
 namespace zaffo::media {
@@ -21,14 +20,12 @@ class PlaybackLeapTest : public PlaybackFixture {
     setRate(1);
     time_.advance(kSecond);
   }
-
-  LeapingTime leaping_{time_};
 };
 
 TEST_F(PlaybackLeapTest, GoesToTheRightPictureWithoutWhatLiesBetween) {
   open(0);
   const int read = memory_->reads();
-  leaping_.leap(20 * kSecond);
+  time_.leap(20 * kSecond);
   EXPECT_NEAR(seconds(), 21, 0.001);
   EXPECT_EQ(shown(), greyOf(630));
   EXPECT_LT(memory_->reads() - read, 4 * kGroup) << "of 600";
@@ -41,7 +38,7 @@ TEST_F(PlaybackLeapTest, GoesToTheRightPictureWithoutWhatLiesBetween) {
 TEST_F(PlaybackLeapTest, TheSoundGoesOnAtItsPlace) {
   open(30);
   const int read = source_->asked(kSound);
-  leaping_.leap(20 * kSecond);
+  time_.leap(20 * kSecond);
   EXPECT_LT(source_->asked(kSound) - read, 60) << "of 940";
   ASSERT_EQ(output_.starts().size(), 2u);
   EXPECT_GT(output_.starts().back(), output_.present());
@@ -63,7 +60,7 @@ TEST_F(PlaybackLeapTest, SoundAloneDoesToo) {
   setRate(1);
   time_.advance(kSecond);
   const int read = memory->reads();
-  leaping_.leap(20 * kSecond);
+  time_.leap(20 * kSecond);
   EXPECT_LT(memory->reads() - read, 60) << "of 940";
   time_.advance(kSecond);
   EXPECT_NEAR(seconds(), 22, 0.05);
@@ -72,7 +69,7 @@ TEST_F(PlaybackLeapTest, SoundAloneDoesToo) {
 
 TEST_F(PlaybackLeapTest, BeyondTheEndShowsTheLastPictureAndTellsTheEnd) {
   open(30);
-  leaping_.leap(100 * kSecond);
+  time_.leap(100 * kSecond);
   time_.advance(kSecond);
   EXPECT_EQ(ended_, 1);
   EXPECT_EQ(shown(), greyOf(kCount - 1));
@@ -82,7 +79,7 @@ TEST_F(PlaybackLeapTest, BeyondTheEndShowsTheLastPictureAndTellsTheEnd) {
 
 TEST_F(PlaybackLeapTest, ATimerThatIsALittleLateIsNoLeap) {
   open(30);
-  leaping_.leap(kSecond / 2);
+  time_.leap(kSecond / 2);
   EXPECT_EQ(output_.starts().size(), 1u);
   EXPECT_EQ(shown(), greyOf(44)) << "it began when its sound was heard";
 }
@@ -91,7 +88,7 @@ TEST_F(PlaybackLeapTest, WhileItStandsStillNothingLeaps) {
   open(30);
   setRate(0);
   const double place = seconds();
-  leaping_.leap(20 * kSecond);
+  time_.leap(20 * kSecond);
   EXPECT_EQ(seconds(), place);
   EXPECT_EQ(shown(), greyOf(29));
 }
