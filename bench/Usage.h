@@ -1,6 +1,7 @@
 #pragma once
 
 #include <dirent.h>
+#include <sys/resource.h>
 
 #include <fstream>
 #include <string>
@@ -23,4 +24,14 @@ inline Usage usage() {
     closedir(tasks);
   }
   return result;
+}
+
+/// Of all threads so far, in and out of the system.
+inline double cpuSeconds() {
+  rusage used{};
+  getrusage(RUSAGE_SELF, &used);
+  const auto seconds = [](timeval t) {
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+  };
+  return seconds(used.ru_utime) + seconds(used.ru_stime);
 }

@@ -3,7 +3,6 @@
 //   zaffo-bench-load floor-play|floor-play-picture|play|play-window COUNT SECONDS CLIPS
 // memory, play and play-window stand for native players of plain items; fast- before them makes the
 // players fast, loop- the items looping, fast-loop- both. Prints one line of JSON.
-#include <sys/resource.h>
 
 #include <cmath>
 #include <cstdio>
@@ -50,15 +49,6 @@ Usage settledUsage() {
     present = next;
   }
   return present;
-}
-
-double cpuSeconds() {
-  rusage used{};
-  getrusage(RUSAGE_SELF, &used);
-  const auto seconds = [](timeval t) {
-    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
-  };
-  return seconds(used.ru_utime) + seconds(used.ru_stime);
 }
 
 /// The pool with `count` players that each show their first picture.

@@ -1,23 +1,20 @@
 // One library beside the others: zaffo-peer-NAME latency CLIP OTHER-CLIP
-//                                zaffo-peer-NAME memory|play|destroy COUNT CLIP...
+//                                zaffo-peer-NAME memory|play COUNT CLIP...
 //                                zaffo-peer-NAME loop SECONDS CLIP
 // Prints one line of JSON, times in milliseconds.
-#include <dirent.h>
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "Peer.h"
+#include "Usage.h"
 
 namespace peers {
 
@@ -59,34 +56,6 @@ double median(std::vector<double> values) {
   return values[values.size() / 2];
 }
 
-double cpuSeconds() {
-  rusage used{};
-  getrusage(RUSAGE_SELF, &used);
-  const auto seconds = [](timeval t) {
-    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
-  };
-  return seconds(used.ru_utime) + seconds(used.ru_stime);
-}
-
-double privateMiB() {
-  double sum = 0;
-  std::ifstream rollup("/proc/self/smaps_rollup");
-  std::string key;
-  for (double value = 0; rollup >> key; rollup.ignore(1024, '\n')) {
-    if (key.rfind("Private_", 0) == 0 && rollup >> value) sum += value / 1024;
-  }
-  return sum;
-}
-
-int threads() {
-  int count = 0;
-  if (DIR* tasks = opendir("/proc/self/task")) {
-    while (const dirent* entry = readdir(tasks)) count += entry->d_name[0] != '.';
-    closedir(tasks);
-  }
-  return count;
-}
-
 Players openAll(std::size_t count, const Clips& clips) {
   Players players;
   while (players.size() < count) {
@@ -126,11 +95,11 @@ void latency(const std::string& clip, const std::string& other) {
 void memory(std::size_t count, const Clips& clips) {
   Players players = openAll(1, clips);
   peers::runFor(2);
-  const double one = privateMiB();
+  const double one = usage().privateMiB;
   for (auto& player : openAll(count - 1, clips)) players.push_back(std::move(player));
   peers::runFor(3);
-  const double each = count > 1 ? (privateMiB() - one) / static_cast<double>(count - 1) : 0;
-  std::printf("{\"one\": %.2f, \"each\": %.2f, \"threads\": %d}\n", one, each, threads());
+  const double each = count > 1 ? (usage().privateMiB - one) / static_cast<double>(count - 1) : 0;
+  std::printf("{\"one\": %.2f, \"each\": %.2f, \"threads\": %d}\n", one, each, usage().threads);
 }
 
 void play(std::size_t count, const Clips& clips) {
