@@ -23,7 +23,7 @@ namespace zaffo {
 /// highest lane that has any. One per process, never destroyed. Thread: any.
 class WorkerPool {
  public:
-  /// Spare workers at most. When as many wait, and then one for each core, nothing goes on.
+  /// Spare workers at most. When as many wait, and then all the others, nothing goes on.
   static constexpr int kMostSpare = 64;
   /// While this many workers wait, no background work is begun: thumbnails of files that stall,
   /// however many, leave spare workers for the playing of others.

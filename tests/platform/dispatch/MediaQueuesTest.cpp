@@ -110,5 +110,11 @@ TEST_F(MediaQueuesTest, SoundStartsBeforeAllElsePicturesAfter) {
   EXPECT_EQ(order[125], 2);
 }
 
+TEST(PictureLoad, PicturesAreHeavyAbove1080p) {
+  EXPECT_EQ(pictureLoad(0), PictureLoad::Light);
+  EXPECT_EQ(pictureLoad(1920 * 1080), PictureLoad::Light);
+  EXPECT_EQ(pictureLoad(2560 * 1440), PictureLoad::Heavy);
+}
+
 }  // namespace
 }  // namespace zaffo

@@ -3,7 +3,6 @@
 #include <cstdint>
 
 #include "platform/TimeSource.h"
-#include "platform/dispatch/MediaQueues.h"
 
 namespace zaffo::media {
 
@@ -26,11 +25,5 @@ class DecodeTurn {
   int steps_ = 0;
   int64_t end_ = 0;
 };
-
-/// How long a step takes with pictures of so many pixels: above 1080p perhaps longer than its time.
-[[nodiscard]] constexpr PictureLoad pictureLoad(int64_t pixels) {
-  constexpr int64_t kLightPixels = int64_t{1920} * 1088;
-  return pixels > kLightPixels ? PictureLoad::Heavy : PictureLoad::Light;
-}
 
 }  // namespace zaffo::media

@@ -25,6 +25,9 @@ namespace zaffo::media {
   return std::max(due, TimeSource::now() + kShortestNapNanoseconds);
 }
 
+/// What stands still for longer lets go of its decoder; who pauses for shorter goes on with it.
+inline constexpr int64_t kUntilRestNanoseconds = 750'000'000;
+
 /// The earliest of several times, of which some may never come.
 class EarliestTime {
  public:

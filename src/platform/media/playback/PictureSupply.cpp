@@ -4,6 +4,7 @@
 
 #include "platform/TimeSource.h"
 #include "platform/avfoundation/AVAssetTrack.h"
+#include "platform/media/playback/DecodeTurn.h"
 
 namespace zaffo::media {
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <optional>
 
+#include "platform/dispatch/MediaQueues.h"
 #include "platform/media/playback/DecodeBurst.h"
-#include "platform/media/playback/DecodeTurn.h"
 #include "platform/media/playback/ItemEnd.h"
 #include "platform/media/playback/SeekRequest.h"
 #include "platform/media/video/FrameStore.h"
@@ -41,10 +41,9 @@ class PictureSupply {
   /// Shows what was found. The playback stands at `position` then.
   void showFound(CMTime position);
 
-  /// Decodes one frame if it is time to, so that the caller can see to other things between two, or
-  /// for a turn towards it.
-  /// `now` is the time that should be on show. Asks `isSuperseded` before each step, and stops when
-  /// it is.
+  /// Decodes if it is time to: up to the next frame, but for a turn at most, so that the caller can
+  /// see to other things. `now` is the time that should be on show. Asks `isSuperseded` before each
+  /// step, and stops when it is.
   void decodeAhead(CMTime now, const std::function<bool()>& isSuperseded);
   /// Whether decodeAhead() is to be called again at once.
   [[nodiscard]] bool isBusy() const { return burst_.isOn() && !waits_; }

@@ -7,14 +7,13 @@
 #include "platform/dispatch/Confinement.h"
 #include "platform/foundation/AVError.h"
 #include "platform/foundation/MakeError.h"
+#include "platform/media/playback/DecodeTurn.h"
 #include "platform/media/playback/DueTime.h"
 
 namespace zaffo::media {
 
 namespace {
 
-/// Who pauses for shorter than this goes on with the decoder at hand.
-constexpr int64_t kUntilRest = 750'000'000;
 /// A pump that comes later than this finds the clock elsewhere: the process was stopped.
 constexpr int64_t kLeap = 1'000'000'000;
 
@@ -207,11 +206,8 @@ void Playback::applyRate(double rate) {
       if (rate > 0) settle();
       return;
     case PlaybackState::Running:
-      if (rate > 0) return changeRate();
-      pause();
-      return restLater();
     case PlaybackState::Waiting:
-      if (rate > 0) return;
+      if (rate > 0) return state_ == PlaybackState::Running ? changeRate() : void();
       pause();
       return restLater();
     case PlaybackState::Ended:
@@ -248,7 +244,7 @@ void Playback::pause() {
 
 /// Standing still, it lets go of what it holds beyond the frame on show, unless it goes on soon.
 void Playback::restLater() {
-  setTimer(TimeSource::now() + kUntilRest, &Playback::restMore);
+  setTimer(TimeSource::now() + kUntilRestNanoseconds, &Playback::restMore);
 }
 
 void Playback::restMore() {

@@ -4,14 +4,12 @@
 
 #include "platform/TimeSource.h"
 #include "platform/dispatch/Confinement.h"
+#include "platform/media/playback/DecodeTurn.h"
 #include "platform/media/playback/DueTime.h"
 
 namespace zaffo::media {
 
 namespace {
-
-/// Who pauses for shorter than this goes on with the decoder at hand.
-constexpr int64_t kUntilRest = 750'000'000;
 
 std::shared_ptr<CMTimebase> hostTimebase() {
   auto timebase = CMTimebase::create(CMClockGetHostTimeClock());
@@ -213,7 +211,7 @@ void SampleRenderer::rest(int64_t hostNow) {
   const CMTime shown = frames()->shownTime();
   const bool hasStoodForLong = restAt_ && *restAt_ <= hostNow;
   if (decoder_.letGoIfCheap(shown) || (hasStoodForLong && decoder_.letGo(shown))) dropQueued();
-  if (!restAt_ && decoder_.hasDecoder()) restAt_ = hostNow + kUntilRest;
+  if (!restAt_ && decoder_.hasDecoder()) restAt_ = hostNow + kUntilRestNanoseconds;
 }
 
 /// False when nobody is to hear of it: the samples were flushed, or are about to be.

@@ -29,11 +29,5 @@ TEST(DecodeTurn, IsOverAfterSoManySteps) {
   EXPECT_EQ(stepsOf(time, 0), DecodeTurn::kMostSteps);
 }
 
-TEST(DecodeTurn, PicturesAreHeavyAbove1080p) {
-  EXPECT_EQ(pictureLoad(0), PictureLoad::Light);
-  EXPECT_EQ(pictureLoad(1920 * 1080), PictureLoad::Light);
-  EXPECT_EQ(pictureLoad(2560 * 1440), PictureLoad::Heavy);
-}
-
 }  // namespace
 }  // namespace zaffo::media
