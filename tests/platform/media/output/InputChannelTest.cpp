@@ -230,11 +230,32 @@ TEST_F(InputChannelTest, AVolumeReachesItsValueStepByStepWhileItSounds) {
   EXPECT_EQ(before, 0.5f);
 }
 
+TEST_F(InputChannelTest, FallsInTwoFadesAtOnceWhereARunDriesUpSoonAfterAnother) {
+  channel.restart(0);
+  channel.write(constant(2 * kBlock + 40, 1.0f));
+  render(3 * kBlock);
+  channel.restart(consumed);
+  channel.write(constant(kBlock - 6, 1.0f));
+  render(kBlock);
+  channel.write(constant(100, 1.0f));
+  float before = 1.0f - 6.0f / (kFadeFrames + 1), steepest = 0.0f;
+  for (const float sample : render(2 * kBlock)) {
+    steepest = std::max(steepest, std::abs(sample - before));
+    EXPECT_LE(sample, 1.0f);
+    before = sample;
+  }
+  EXPECT_EQ(before, 0.0f);
+  EXPECT_GT(steepest, 1.2f / kFadeFrames);
+  EXPECT_LT(steepest, 2.01f / kFadeFrames);
+}
+
 /// A writer that starts runs over and over beside a render side that never waits. All that is
 /// written for output frame n has the same ratio of right to left, which changes with n.
 class InputChannelStress : public InputChannelTest {
  protected:
   static constexpr int64_t kChange = 512;
+  /// A run that dries up again within the fade of the one before falls in two fades at once.
+  static constexpr float kSteepest = 2.01f / kFadeFrames;
 
   static float ratioAt(int64_t frame) { return frame / kChange % 2 == 0 ? 0.25f : 0.75f; }
 
@@ -253,7 +274,7 @@ class InputChannelStress : public InputChannelTest {
       const float left = out[static_cast<size_t>(2 * i)];
       const float right = out[static_cast<size_t>(2 * i + 1)];
       const float step = std::abs(left - last_);
-      if (step > 1.01f / kFadeFrames || left < -1e-4f || left > 1.02f) ++clicks;
+      if (step > kSteepest || left < -1e-4f || left > 1.02f) ++clicks;
       // A level of exactly 1 is sound as it was written, outside of every fade.
       if (left == 1.0f && right != ratioAt(first + i)) ++misplaced;
       if (left == 1.0f) ++whole;
