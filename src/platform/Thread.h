@@ -30,24 +30,15 @@ class SignalsBlocked {
   sigset_t former_{};
 };
 
-/// Names the calling thread for debuggers and `top -H`, with at most 15 characters. Does nothing
-/// where the system has no thread names.
-inline void setThreadName([[maybe_unused]] const std::string& name) {
-#if defined(__linux__)
-  pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
-#endif
-}
-
-/// Starts one of the library's own threads, with a name, and without the process's signals, which
-/// are for the application to receive. Throws std::system_error when the system has no more
-/// threads.
+/// Starts one of the library's own threads, without the process's signals, which are for the
+/// application to receive, and with a name of at most 15 characters for debuggers and `top -H`.
+/// Throws std::system_error when the system has no more threads.
 template <class Body>
-[[nodiscard]] std::thread startThread(std::string name, Body body) {
+[[nodiscard]] std::thread startThread(const std::string& name, Body body) {
   const SignalsBlocked blocked;
-  return std::thread([name = std::move(name), run = std::move(body)]() mutable {
-    setThreadName(name);
-    run();
-  });
+  std::thread thread(std::move(body));
+  pthread_setname_np(thread.native_handle(), name.substr(0, 15).c_str());
+  return thread;
 }
 
 }  // namespace zaffo

@@ -125,6 +125,7 @@ TEST(OutsideWait, WhenItIsOverNoMoreBlocksRunAtOnceThanThereAreWorkers) {
 
 TEST(OutsideWait, HasABoundOfSpareWorkersAndAllWaitersComeToTheirTurn) {
   StalledBlocks stalled;
+  EXPECT_TRUE(runs(dispatch_queue_create("first"))) << "which has the workers started";
   const size_t before = threadCount();
   const int bound = WorkerPool::kMostSpare + workers();
   stalled.addSerial(bound + 50);
@@ -147,6 +148,7 @@ TEST(OutsideWait, HoweverManyWaitInTheBackgroundOthersHaveWorkers) {
 }
 
 TEST(OutsideWait, DoesNothingOnOtherThreads) {
+  EXPECT_TRUE(runs(dispatch_queue_create("first"))) << "which has the workers started";
   const size_t before = threadCount();
   {
     const OutsideWait outside;

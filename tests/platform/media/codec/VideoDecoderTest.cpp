@@ -271,7 +271,14 @@ TEST(VideoDecoder, HasTheThreadsThatSizeAndRateOfItsSamplesNeed) {
     return threads > 1 ? static_cast<std::size_t>(threads) : 0;
   };
   const std::size_t others = threadCountBesideQueues();
-  const auto decoderThreadCount = [others] { return threadCountBesideQueues() - others; };
+  const auto threadsOfDecoder = [others](std::size_t most) {
+    return countOfThreadsThatStay(threadCountBesideQueues, others + most) - others;
+  };
+  const auto expectThreadsFor = [&](const DecoderLoad& load) {
+    const std::size_t threads = threadsFor(load);
+    EXPECT_EQ(threadsOfDecoder(threads), threads)
+        << load.width << "x" << load.height << " at " << load.framesPerSecond;
+  };
   CodecParametersPtr parameters(avcodec_parameters_alloc());
   parameters->codec_type = AVMEDIA_TYPE_VIDEO;
   parameters->codec_id = AV_CODEC_ID_H264;
@@ -281,7 +288,7 @@ TEST(VideoDecoder, HasTheThreadsThatSizeAndRateOfItsSamplesNeed) {
     for (const int rate : {24, 60, 120}) {
       const auto decoder = VideoDecoder::open(*parameters).valueOr(nullptr);
       ASSERT_TRUE(decoder);
-      EXPECT_EQ(decoderThreadCount(), threadsFor({width, height, 30}));
+      expectThreadsFor({width, height, 30});
       for (int i = 0; i < 3; ++i) {
         Sample sample;
         sample.packet.reset(av_packet_alloc());
@@ -291,12 +298,11 @@ TEST(VideoDecoder, HasTheThreadsThatSizeAndRateOfItsSamplesNeed) {
         sample.duration = CMTimeMake(1, rate);
         static_cast<void>(decoder->send(sample));
         const double told = std::max(rate, 30);  // what it was opened with it keeps
-        EXPECT_EQ(decoderThreadCount(), threadsFor({width, height, told}))
-            << width << "x" << height << " at " << rate;
+        expectThreadsFor({width, height, told});
       }
     }
   }
-  EXPECT_EQ(decoderThreadCount(), 0U);
+  EXPECT_EQ(threadsOfDecoder(0), 0U);
 }
 
 TEST(VideoDecoder, AStreamWithoutAKeyFrameGivesNoPictureAndEnds) {

@@ -149,7 +149,7 @@ TEST_F(RendererRestTest, IsGoneFromEveryStateWithoutATimerAThreadOrACall) {
     timebase_->setTime(kCMTimeZero);
     makeRenderer();
   }
-  EXPECT_EQ(threadCountBesideQueues(), threads);
+  EXPECT_EQ(countOfThreadsThatStay(threadCountBesideQueues, threads), threads);
 }
 
 }  // namespace
