@@ -18,11 +18,12 @@ constexpr int64_t kTenSeconds = 10'000'000'000;
 TEST(BlockingThreads, GrowWithNeedAndShrinkWhenThereIsNone) {
   static auto* const threads = new BlockingThreads(std::chrono::milliseconds(5), 6);
   constexpr int kReaders = 6;
-  std::latch allReading(kReaders);
+  std::latch allReading(kReaders + 1);
   for (int i = 0; i < kReaders; ++i) {
     std::make_shared<SerialQueue>("reader", *threads)->async([&] { allReading.arrive_and_wait(); });
   }
   EXPECT_EQ(threads->size(), kReaders);
+  allReading.count_down();
   dispatch_wait_until_idle();
   EXPECT_TRUE(runMainLoopUntil([] { return threads->size() == 0; }, kTenSeconds));
 
