@@ -1,7 +1,9 @@
-# Runs at install time with SOURCE, DESTINATION and ROOTS: copies the public headers, which are
-# those an application reaches from the ROOTS, directly or not. Nothing else has to be listed, and
-# a private header cannot slip in unless a public one includes it.
+# Runs at install time with SOURCE, SCRATCH, DESTINATION and ROOTS: copies the public headers, which
+# are those an application reaches from the ROOTS, directly or not. Nothing else has to be listed, and
+# a private header cannot slip in unless a public one includes it. Installed, they include one another
+# as <ZaffoPlayback/...>, so that an application's own header of the same name is not taken for one.
 cmake_policy(VERSION 3.25)
+file(REMOVE_RECURSE ${SCRATCH})
 set(waiting ${ROOTS})
 set(public "")
 while(waiting)
@@ -10,13 +12,11 @@ while(waiting)
     continue()
   endif()
   list(APPEND public ${header})
-  file(STRINGS ${SOURCE}/${header} includes REGEX "^#include \"")
-  foreach(line IN LISTS includes)
-    string(REGEX REPLACE "^#include \"([^\"]+)\".*" "\\1" included "${line}")
-    list(APPEND waiting ${included})
-  endforeach()
+  file(READ ${SOURCE}/${header} text)
+  string(REGEX MATCHALL "#include \"[^\"]+\"" includes "${text}")
+  list(TRANSFORM includes REPLACE "#include \"([^\"]+)\"" "\\1")
+  list(APPEND waiting ${includes})
+  string(REGEX REPLACE "#include \"([^\"]+)\"" "#include <ZaffoPlayback/\\1>" text "${text}")
+  file(WRITE ${SCRATCH}/${header} "${text}")
 endwhile()
-foreach(header IN LISTS public)
-  get_filename_component(folder ${header} DIRECTORY)
-  file(INSTALL DESTINATION ${DESTINATION}/${folder} TYPE FILE FILES ${SOURCE}/${header})
-endforeach()
+file(INSTALL DESTINATION ${DESTINATION} TYPE DIRECTORY FILES ${SCRATCH}/)

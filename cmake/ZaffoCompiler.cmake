@@ -10,8 +10,11 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE RelWithDebInfo)
 endif()
 
-# Installed libraries and programs find one another wherever the prefix is put.
-set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+# The same bits, whichever folder they are built in.
+if(NOT CMAKE_BUILD_TYPE STREQUAL Debug)
+  add_compile_options(-ffile-prefix-map=${PROJECT_BINARY_DIR}=build
+                      -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+endif()
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)

@@ -5,11 +5,16 @@ include(CMakePackageConfigHelpers)
 set(zaffo_libraries ZaffoPlatform ZaffoUtils ZaffoPlayback ZaffoWindow)
 
 install(TARGETS ${zaffo_libraries} EXPORT ZaffoPlayback
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 install(CODE "
   set(SOURCE \"${PROJECT_SOURCE_DIR}/src\")
-  set(DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_INCLUDEDIR}/ZaffoPlayback\")
+  set(SCRATCH \"${PROJECT_BINARY_DIR}/installed-headers\")
+  set(DESTINATION \"${CMAKE_INSTALL_INCLUDEDIR}/ZaffoPlayback\")
+  if(NOT IS_ABSOLUTE \"\${DESTINATION}\")
+    string(PREPEND DESTINATION \"\${CMAKE_INSTALL_PREFIX}/\")
+  endif()
   set(ROOTS ZaffoPlayback.h platform/window/Window.h)
   include(\"${CMAKE_CURRENT_LIST_DIR}/InstallHeaders.cmake\")")
 
@@ -28,20 +33,45 @@ install(FILES ${PROJECT_BINARY_DIR}/ZaffoPlaybackConfig.cmake
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # zaffo_pkg_config(LIBRARY FILE DESCRIPTION [REQUIRES file…])
-# The prefix is found from the file's own place, so that an installed tree can be moved.
+# The prefix is found from the file's own place, so that an installed tree can be moved, unless
+# folders were named absolutely.
 function(zaffo_pkg_config library file description)
-  cmake_parse_arguments(ARG "" "" "REQUIRES" ${ARGN})
+  set(libs "")
+  cmake_parse_arguments(ARG "" "" "REQUIRES;REQUIRES_PRIVATE;LIBS_PRIVATE" ${ARGN})
+  # Static libraries alone: what they are linked with is everybody's business.
+  if(NOT BUILD_SHARED_LIBS)
+    list(APPEND ARG_REQUIRES ${ARG_REQUIRES_PRIVATE})
+    set(libs ${ARG_LIBS_PRIVATE})
+    unset(ARG_REQUIRES_PRIVATE)
+    unset(ARG_LIBS_PRIVATE)
+  endif()
+  list(JOIN libs " " libs)
   list(JOIN ARG_REQUIRES ", " requires)
+  list(JOIN ARG_REQUIRES_PRIVATE ", " requires_private)
+  list(JOIN ARG_LIBS_PRIVATE " " libs_private)
   file(RELATIVE_PATH up ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  foreach(folder LIBDIR INCLUDEDIR)
+    set(${folder} ${CMAKE_INSTALL_${folder}})
+    if(NOT IS_ABSOLUTE ${${folder}})
+      string(PREPEND ${folder} "\${prefix}/")
+    endif()
+  endforeach()
   configure_file(${CMAKE_CURRENT_FUNCTION_LIST_DIR}/zaffo.pc.in ${PROJECT_BINARY_DIR}/${file}.pc
                  @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${file}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endfunction()
 
-zaffo_pkg_config(ZaffoPlatform zaffo-platform "The media frameworks under ZaffoPlayback")
+zaffo_pkg_config(ZaffoPlatform zaffo-platform "The media frameworks under ZaffoPlayback"
+                 REQUIRES_PRIVATE libavformat libavcodec libswresample libswscale libavutil libpng
+                 LIBS_PRIVATE -lcubeb -pthread -lstdc++)
 zaffo_pkg_config(ZaffoUtils zaffo-utils "Videos, item loaders and cancel commands"
-                 REQUIRES "zaffo-platform = ${PROJECT_VERSION}")
+                 REQUIRES "zaffo-platform = ${PROJECT_VERSION}" LIBS_PRIVATE -lstdc++)
 zaffo_pkg_config(ZaffoPlayback zaffo-playback "${PROJECT_DESCRIPTION}"
                  REQUIRES "zaffo-utils = ${PROJECT_VERSION}")
 zaffo_pkg_config(ZaffoWindow zaffo-window "A window that shows a view tree"
-                 REQUIRES "zaffo-platform = ${PROJECT_VERSION}")
+                 REQUIRES "zaffo-platform = ${PROJECT_VERSION}"
+                 REQUIRES_PRIVATE sdl2 LIBS_PRIVATE -pthread -lstdc++)
+
+add_custom_target(uninstall
+  COMMAND ${CMAKE_COMMAND} -DMANIFEST=${PROJECT_BINARY_DIR}/install_manifest.txt
+          -P ${CMAKE_CURRENT_LIST_DIR}/Uninstall.cmake VERBATIM)

@@ -1,6 +1,7 @@
 #pragma once
 
 /// Everything an application needs from ZaffoPlayback.
+#include "Version.h"
 #include "clip/ClipVideo.h"
 #include "clip/PlayVideo.h"
 #include "companion/AVPlayerItemLoader.h"

@@ -6,6 +6,10 @@
 #include "companion/ZFVideo.h"
 #include "platform/foundation/NSURL.h"
 
+// Xlib has a macro of this name, which is none of an enumerator's.
+#pragma push_macro("None")
+#undef None
+
 namespace zaffo {
 
 /// A video that is nothing but the clip at an address, for applications that need no ZFVideo of
@@ -55,3 +59,5 @@ class ZAFFO_EXPORT ClipVideo final : public ZFVideo,
 };
 
 }  // namespace zaffo
+
+#pragma pop_macro("None")

@@ -65,6 +65,10 @@ inline constexpr long PlayerErrorCode = 500;
                          {{NSLocalizedDescriptionKey, std::move(message)}});
 }
 
+// Xlib has a macro of this name, which is none of a member's.
+#pragma push_macro("Success")
+#undef Success
+
 /// The answer to a request for a player: a handle, or why there is none. Thread: any.
 class PlayerLoadResult {
  public:
@@ -98,6 +102,8 @@ class PlayerLoadResult {
  private:
   std::variant<Success, Failure> result_;
 };
+
+#pragma pop_macro("Success")
 
 /// What every kind of player can do: play, seek, report the time and show the picture. Applications
 /// hold a PlayerDecorator, which forwards to a pooled player. Always held by shared_ptr. Thread:

@@ -5,6 +5,10 @@
 
 #include "platform/foundation/NSError.h"
 
+// Xlib has a macro of this name, which is none of an enumerator's.
+#pragma push_macro("None")
+#undef None
+
 namespace zaffo {
 
 /// Posted when the platform's media services were restarted and every player is of no use.
@@ -38,3 +42,5 @@ class ZAFFO_EXPORT AVAudioSession {
 };
 
 }  // namespace zaffo
+
+#pragma pop_macro("None")

@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+static_assert(ZAFFO_VERSION_AT_LEAST(0, 1, 0) && !ZAFFO_VERSION_AT_LEAST(1, 0, 0));
+
 namespace {
 
 /// Asks a loader for the item of a file that is not there; the answer comes through the media and
