@@ -30,6 +30,9 @@ ALLOWED = {
     PLAYBACK: MEDIA_BASE | {CODEC, SOURCE, VIDEO, SOUNDTRACK, OUTPUT},
     "platform/avfoundation/engine": PUBLIC_PLATFORM | {MEDIA, CODEC, SOURCE, VIDEO, SOUNDTRACK,
                                                        OUTPUT, PLAYBACK},
+    # Bytes of the network are a source of bytes to the engine, which finds no more than that.
+    "platform/network": {"platform/foundation", "platform/dispatch",
+                         f"{MEDIA}/MappedMemory.h", f"{SOURCE}/ByteSource.h"},
     "platform/window": BASE,
     "companion": PUBLIC_PLATFORM,
     "loading": PUBLIC_PLATFORM | {"companion", "pool/ZFMediaQueue.h"},
@@ -55,6 +58,7 @@ LIBRARIES = [
     (re.compile(r"libav|libsw|libpostproc"), ("src/platform/media/", "bench/Floor")),
     (re.compile(r"cubeb"), ("src/platform/media/",)),
     (re.compile(r"asio"), ("src/platform/dispatch/",)),
+    (re.compile(r"curl"), ("src/platform/network/",)),
     (re.compile(r"SDL"), ("src/platform/window/", "app/", "examples/")),
 ]
 

@@ -1,0 +1,297 @@
+#include "platform/network/HttpResource.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <list>
+#include <utility>
+#include <vector>
+
+#include "platform/foundation/MakeError.h"
+#include "platform/network/AwaitedRange.h"
+#include "platform/network/NetworkError.h"
+#include "platform/network/RangeStore.h"
+
+namespace zaffo::network {
+
+namespace {
+
+/// Bytes that come sooner than the answer to another request.
+constexpr int64_t kWorthReading = int64_t{128} * 1024;
+
+bool mayPass(const NSError& error) {
+  switch (error.code()) {
+    case NSURLErrorTimedOut:
+    case NSURLErrorCannotFindHost:
+    case NSURLErrorCannotConnectToHost:
+    case NSURLErrorNetworkConnectionLost:
+    case NSURLErrorResourceUnavailable:
+    case NSURLErrorSecureConnectionFailed:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+/// The resource, which also its requests under way and its Wants hold. What was read and is waited
+/// for belongs to a mutex, the download to the network's thread; plan() there makes the one follow
+/// the other.
+class HttpResource::Core final : public ByteBudget::Holder,
+                                 public HttpDownload::Sink,
+                                 public std::enable_shared_from_this<Core> {
+ public:
+  Core(URL address, HttpOptions options, HttpClient& client)
+      : client_(client),
+        name_(address->absoluteString()),
+        place_(std::move(address), std::move(options)) {}
+
+  [[nodiscard]] int64_t readHeld(int64_t offset, std::span<uint8_t> bytes);
+  void add(const std::shared_ptr<AwaitedRange>& range);
+  void remove(const std::shared_ptr<AwaitedRange>& range);
+  void close();
+  void setByteBound(int64_t bound) override;
+
+  [[nodiscard]] std::optional<int64_t> size() const {
+    MutexLock lock(stateMutex_);
+    return size_;
+  }
+  [[nodiscard]] NSErrorPtr error() const {
+    MutexLock lock(stateMutex_);
+    return error_;
+  }
+  [[nodiscard]] const std::string& name() const { return name_; }
+
+ private:
+  struct Aim {
+    enum class Kind { Nothing, GoOn, Start, Stop };
+    Kind kind = Kind::Nothing;
+    int64_t offset = 0;
+    std::optional<int64_t> end;
+  };
+
+  bool didReceive(int64_t offset, std::span<const uint8_t> bytes) override;
+  void didEnd(const NSErrorPtr& error) override;
+
+  void planSoonWhileLocked() ZAFFO_REQUIRES(stateMutex_);
+  void plan();
+  [[nodiscard]] Aim aimWhileLocked() ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] Aim aimAheadWhileLocked() ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] Aim startWhileLocked(int64_t offset) ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] bool isMetWhileLocked(const AwaitedRange& range) const ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] bool isWantedWhileLocked(int64_t offset) const ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] int64_t endOfWhileLocked(const AwaitedRange& range) const
+      ZAFFO_REQUIRES(stateMutex_) {
+    return size_ ? std::min(range.end, std::max(range.begin, *size_)) : range.end;
+  }
+  [[nodiscard]] int64_t aheadWhileLocked() const ZAFFO_REQUIRES(stateMutex_) { return bound_ / 2; }
+
+  HttpClient& client_;
+  const std::string name_;
+
+  mutable Mutex stateMutex_;
+  int64_t bound_ ZAFFO_GUARDED_BY(stateMutex_) = ByteBudget::kOfResource;
+  RangeStore store_ ZAFFO_GUARDED_BY(stateMutex_){ByteBudget::kOfResource};
+  std::list<std::shared_ptr<AwaitedRange>> awaited_ ZAFFO_GUARDED_BY(stateMutex_);
+  std::optional<int64_t> size_ ZAFFO_GUARDED_BY(stateMutex_);
+  NSErrorPtr error_ ZAFFO_GUARDED_BY(stateMutex_);
+  int64_t front_ ZAFFO_GUARDED_BY(stateMutex_) = 0;  // where reading has come to
+  bool isPlanned_ ZAFFO_GUARDED_BY(stateMutex_) = false;
+  bool readsAhead_ ZAFFO_GUARDED_BY(stateMutex_) = false;
+  bool isPaused_ ZAFFO_GUARDED_BY(stateMutex_) = false;
+  bool isOver_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // the download
+  bool isClosed_ ZAFFO_GUARDED_BY(stateMutex_) = false;
+
+  // The network's thread alone.
+  RemotePlace place_;
+  std::unique_ptr<HttpDownload> download_;
+};
+
+int64_t HttpResource::Core::readHeld(int64_t offset, std::span<uint8_t> bytes) {
+  if (offset < 0) return -EINVAL;
+  MutexLock lock(stateMutex_);
+  if (bytes.empty() || (size_ && offset >= *size_)) return 0;
+  const int64_t count = store_.read(offset, bytes);
+  if (count == 0) return error_ ? -EIO : -EAGAIN;
+  front_ = offset + count;
+  // Half of what is held ahead was read: worth another turn of the network's thread.
+  const int64_t half = front_ + aheadWhileLocked() / 2;
+  if (readsAhead_ && (isPaused_ || isOver_) && store_.firstMissing(front_, half) < half) {
+    planSoonWhileLocked();
+  }
+  return count;
+}
+
+void HttpResource::Core::add(const std::shared_ptr<AwaitedRange>& range) {
+  MutexLock lock(stateMutex_);
+  store_.pin(range->begin, range->end);
+  awaited_.push_back(range);
+  front_ = range->begin;
+  readsAhead_ = true;
+  if (error_ && mayPass(*error_)) error_ = nullptr;
+  planSoonWhileLocked();
+}
+
+void HttpResource::Core::remove(const std::shared_ptr<AwaitedRange>& range) {
+  range->cancel();
+  MutexLock lock(stateMutex_);
+  store_.unpin(range->begin, range->end);
+  const bool wasAwaited = awaited_.remove(range) > 0;
+  if (!wasAwaited || !awaited_.empty()) return;
+  readsAhead_ = false;
+  planSoonWhileLocked();
+}
+
+void HttpResource::Core::close() {
+  MutexLock lock(stateMutex_);
+  isClosed_ = true;
+  planSoonWhileLocked();
+}
+
+void HttpResource::Core::setByteBound(int64_t bound) {
+  MutexLock lock(stateMutex_);
+  bound_ = bound;
+  store_.setBound(bound);
+}
+
+void HttpResource::Core::planSoonWhileLocked() {
+  if (std::exchange(isPlanned_, true)) return;
+  NetworkLoop::shared().post([self = shared_from_this()] { self->plan(); });
+}
+
+/// Tells those who have what they waited for, then has the download bring what is to come next.
+void HttpResource::Core::plan() {
+  std::vector<std::shared_ptr<AwaitedRange>> met;
+  Aim aim;
+  {
+    MutexLock lock(stateMutex_);
+    isPlanned_ = false;
+    if (std::exchange(isOver_, false)) download_.reset();
+    for (const auto& range : awaited_) {
+      if (!isClosed_ && isMetWhileLocked(*range)) met.push_back(range);
+    }
+    std::erase_if(awaited_, [this](const auto& range)
+                                ZAFFO_REQUIRES(stateMutex_) { return isMetWhileLocked(*range); });
+    aim = aimWhileLocked();
+    if (aim.kind != Aim::Kind::Nothing) isPaused_ = false;
+  }
+  if (aim.kind == Aim::Kind::Stop || aim.kind == Aim::Kind::Start) download_.reset();
+  if (aim.kind == Aim::Kind::GoOn) download_->resume();
+  if (aim.kind == Aim::Kind::Start) {
+    download_ = std::make_unique<HttpDownload>(client_, place_, *this, aim.offset, aim.end);
+  }
+  for (const auto& range : met) range->tell();
+}
+
+HttpResource::Core::Aim HttpResource::Core::aimWhileLocked() {
+  if (isClosed_ || error_) return {Aim::Kind::Stop, 0, {}};
+  if (awaited_.empty()) return aimAheadWhileLocked();
+  const AwaitedRange& range = *awaited_.front();
+  const int64_t missing = store_.firstMissing(range.begin, endOfWhileLocked(range));
+  if (!download_) return startWhileLocked(missing);
+  const int64_t position = download_->position();
+  const bool isBeyond = download_->end() && missing >= *download_->end();
+  const bool isNear = missing - position <= kWorthReading || !place_.representation.servesRanges();
+  if (position <= missing && isNear && !isBeyond) return {Aim::Kind::GoOn, 0, {}};
+  return startWhileLocked(missing);
+}
+
+HttpResource::Core::Aim HttpResource::Core::aimAheadWhileLocked() {
+  if (!readsAhead_) return {Aim::Kind::Stop, 0, {}};
+  const int64_t limit = front_ + aheadWhileLocked();
+  const int64_t missing = store_.firstMissing(front_, limit);
+  if (missing >= limit || (size_ && missing >= *size_)) return {};
+  if (!download_) return startWhileLocked(missing);
+  return {Aim::Kind::GoOn, 0, {}};
+}
+
+HttpResource::Core::Aim HttpResource::Core::startWhileLocked(int64_t offset) {
+  if (!place_.representation.servesRanges()) return {Aim::Kind::Start, 0, {}};
+  return {Aim::Kind::Start, offset, store_.firstHeld(offset)};
+}
+
+bool HttpResource::Core::isMetWhileLocked(const AwaitedRange& range) const {
+  const int64_t end = endOfWhileLocked(range);
+  return error_ || store_.firstMissing(range.begin, end) >= end;
+}
+
+/// Whether bytes at this place are on the way to something that is wanted.
+bool HttpResource::Core::isWantedWhileLocked(int64_t offset) const {
+  return std::any_of(awaited_.begin(), awaited_.end(),
+                     [&](const auto& range) { return range->end > offset; });
+}
+
+bool HttpResource::Core::didReceive(int64_t offset, std::span<const uint8_t> bytes) {
+  MutexLock lock(stateMutex_);
+  size_ = place_.representation.size();
+  isPaused_ = !isWantedWhileLocked(offset) && offset >= front_ + aheadWhileLocked();
+  if (isPaused_) return false;
+  if (!store_.write(offset, bytes)) {
+    error_ = makePosixError(AVErrorUnknown, "Memory is short.", ENOMEM);
+  }
+  const bool isMet = std::any_of(
+      awaited_.begin(), awaited_.end(),
+      [this](const auto& range) ZAFFO_REQUIRES(stateMutex_) { return isMetWhileLocked(*range); });
+  if (isMet) planSoonWhileLocked();
+  return true;
+}
+
+void HttpResource::Core::didEnd(const NSErrorPtr& error) {
+  MutexLock lock(stateMutex_);
+  size_ = place_.representation.size();
+  error_ = error;
+  isOver_ = true;
+  planSoonWhileLocked();
+}
+
+class HttpResource::HeldWant final : public Want {
+ public:
+  HeldWant(std::shared_ptr<Core> core, std::shared_ptr<AwaitedRange> range)
+      : core_(std::move(core)), range_(std::move(range)) {
+    core_->add(range_);
+  }
+  ~HeldWant() override { core_->remove(range_); }
+
+ private:
+  const std::shared_ptr<Core> core_;
+  const std::shared_ptr<AwaitedRange> range_;
+};
+
+HttpResource::HttpResource(URL address, HttpOptions options, HttpClient& client, ByteBudget& budget)
+    : core_(std::make_shared<Core>(std::move(address), std::move(options), client)),
+      budget_(budget) {
+  budget_.add(core_);
+}
+
+HttpResource::~HttpResource() {
+  budget_.remove(*core_);
+  core_->close();
+}
+
+int64_t HttpResource::readHeld(int64_t offset, std::span<uint8_t> bytes) {
+  return core_->readHeld(offset, bytes);
+}
+
+std::unique_ptr<media::ByteSource::Want> HttpResource::want(int64_t offset, int64_t count,
+                                                            std::function<void()> handler) {
+  const int64_t begin = std::max<int64_t>(offset, 0);
+  const int64_t most = std::numeric_limits<int64_t>::max() - begin;
+  const int64_t end = begin + std::clamp<int64_t>(count, 0, most);
+  return std::make_unique<HeldWant>(core_,
+                                    std::make_shared<AwaitedRange>(begin, end, std::move(handler)));
+}
+
+std::optional<int64_t> HttpResource::size() const {
+  return core_->size();
+}
+
+NSErrorPtr HttpResource::error() const {
+  return core_->error();
+}
+
+const std::string& HttpResource::name() const {
+  return core_->name();
+}
+
+}  // namespace zaffo::network

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/media/source/ByteSource.h"
+#include "platform/network/ByteBudget.h"
+#include "platform/network/HttpDownload.h"
+
+namespace zaffo::network {
+
+/// The bytes of an http or https address. What was read last and what lies ahead of it are kept in
+/// memory, within the budget's bound; what is wanted may exceed it. One request at a time brings
+/// the bytes, from the wanted place on and as far ahead as the bound allows; nothing is asked for
+/// until something is wanted.
+///
+/// Its end, or that of the last Want before it was met, ends the traffic at once. Handlers of Wants
+/// run on the network's thread and must be short. After a failure that may pass, a further Want
+/// tries again. Thread: any.
+class HttpResource final : public media::ByteSource {
+ public:
+  /// `address` is http or https. `client` and `budget` outlive it.
+  explicit HttpResource(URL address, HttpOptions options = {},
+                        HttpClient& client = HttpClient::shared(),
+                        ByteBudget& budget = ByteBudget::shared());
+  ~HttpResource() override;
+  HttpResource(const HttpResource&) = delete;
+  HttpResource& operator=(const HttpResource&) = delete;
+
+  [[nodiscard]] int64_t readHeld(int64_t offset, std::span<uint8_t> bytes) override;
+  [[nodiscard]] std::unique_ptr<Want> want(int64_t offset, int64_t count,
+                                           std::function<void()> handler) override;
+  [[nodiscard]] std::optional<int64_t> size() const override;
+  [[nodiscard]] NSErrorPtr error() const override;
+  [[nodiscard]] const std::string& name() const override;
+
+ private:
+  class Core;
+  class HeldWant;
+
+  std::shared_ptr<Core> core_;
+  ByteBudget& budget_;
+};
+
+}  // namespace zaffo::network
