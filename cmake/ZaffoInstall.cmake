@@ -62,7 +62,7 @@ function(zaffo_pkg_config library file description)
 endfunction()
 
 zaffo_pkg_config(ZaffoPlatform zaffo-platform "The media frameworks under ZaffoPlayback"
-                 REQUIRES_PRIVATE libavformat libavcodec libswresample libswscale libavutil libpng
+                 REQUIRES_PRIVATE libavformat libavcodec libswresample libswscale libavutil libcurl libpng
                  LIBS_PRIVATE -lcubeb -pthread -lstdc++)
 zaffo_pkg_config(ZaffoUtils zaffo-utils "Videos, item loaders and cancel commands"
                  REQUIRES "zaffo-platform = ${PROJECT_VERSION}" LIBS_PRIVATE -lstdc++)
