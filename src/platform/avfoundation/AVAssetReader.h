@@ -76,9 +76,8 @@ class ZAFFO_EXPORT AVAssetReader {
   /// for its track, and reading has not started. Adding one that cannot be changes nothing.
   [[nodiscard]] virtual bool canAddOutput(const std::shared_ptr<AVAssetReaderOutput>& output) = 0;
   virtual void addOutput(std::shared_ptr<AVAssetReaderOutput> output) = 0;
-  /// False when it was started or cancelled before, or the start cannot be read: see status(). Goes
-  /// to the start, which may wait for the disk; takes microseconds from the beginning of a track.
-  /// Without outputs it stays Reading.
+  /// False when it was started or cancelled before, or a track cannot be opened: see status().
+  /// Reads nothing of a file. Without outputs it stays Reading.
   virtual bool startReading() = 0;
   /// Ends reading: every output gives null from now on, also one that is being read on another
   /// thread; a wait there ends. Nothing after Completed or Failed.

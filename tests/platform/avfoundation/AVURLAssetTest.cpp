@@ -141,6 +141,14 @@ TEST(AVURLAsset, ASecondLoadSharesTheSource) {
   EXPECT_EQ(asset->sampleSource(), source);
 }
 
+/// Opens as a function says, in the call.
+AssetLoading::Open byCalling(std::function<AssetLoading::Opened()> open) {
+  return [open = std::move(open)](const DispatchQueuePtr&, const auto& done) {
+    done(open());
+    return nullptr;
+  };
+}
+
 /// An opening of media that waits until a test lets it go on.
 class SlowOpening {
  public:
@@ -161,7 +169,8 @@ class SlowOpening {
 
 TEST(AssetLoading, CancellingEndsKeysUnderWayAndRunsTheirHandlers) {
   const auto opening = std::make_shared<SlowOpening>();
-  const auto loading = std::make_shared<AssetLoading>([opening] { return opening->open(); });
+  const auto loading =
+      std::make_shared<AssetLoading>(byCalling([opening] { return opening->open(); }));
   std::promise<AVKeyValueStatus> ended;
   loading->load({"tracks"}, [&] { ended.set_value(loading->status("tracks", nullptr)); });
   opening->waitUntilBegun();
@@ -175,7 +184,7 @@ TEST(AssetLoading, CancellingEndsKeysUnderWayAndRunsTheirHandlers) {
 
 TEST(AssetLoading, CancellingWithNothingUnderWayChangesNothing) {
   const auto loading =
-      std::make_shared<AssetLoading>([] { return makeError(AVErrorUnknown, "no"); });
+      std::make_shared<AssetLoading>(byCalling([] { return makeError(AVErrorUnknown, "no"); }));
   loading->cancel();
   EXPECT_EQ(loading->status("tracks", nullptr), AVKeyValueStatus::Unknown);
   std::promise<void> ended;
@@ -188,9 +197,9 @@ TEST(AssetLoading, CancellingWithNothingUnderWayChangesNothing) {
 TEST(AssetLoading, CancelledKeysCanBeLoadedAgain) {
   std::atomic<int> passes = 0;
   const auto opening = std::make_shared<SlowOpening>();
-  const auto loading = std::make_shared<AssetLoading>([&passes, opening] {
+  const auto loading = std::make_shared<AssetLoading>(byCalling([&passes, opening] {
     return ++passes == 1 ? opening->open() : makeError(AVErrorUnknown, "second");
-  });
+  }));
   loading->load({"tracks"}, nullptr);
   opening->waitUntilBegun();
   loading->cancel();
@@ -204,7 +213,8 @@ TEST(AssetLoading, CancelledKeysCanBeLoadedAgain) {
 
 TEST(AssetLoading, SeveralLoadsShareOnePass) {
   const auto opening = std::make_shared<SlowOpening>();
-  const auto loading = std::make_shared<AssetLoading>([opening] { return opening->open(); });
+  const auto loading =
+      std::make_shared<AssetLoading>(byCalling([opening] { return opening->open(); }));
   std::promise<void> first, second;
   loading->load({"tracks"}, [&] { first.set_value(); });
   opening->waitUntilBegun();

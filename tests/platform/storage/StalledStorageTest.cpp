@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <numeric>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -24,6 +25,7 @@
 #include "platform/dispatch/BlockingThreads.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/media/playback/VideoOutput.h"
+#include "platform/media/source/SampleSource.h"
 
 namespace zaffo {
 namespace {
@@ -108,6 +110,51 @@ TEST_F(StalledStorageTest, PlayersOfStalledFilesLeaveAnotherAllItsPictures) {
   EXPECT_GE(StalledStorage::waiting(), files_);
   storage.release();
   EXPECT_EQ(shownFrames(*players.front(), 2).size(), 2U) << "it goes on";
+}
+
+/// The player itself is as free as the others.
+TEST_F(StalledStorageTest, APlayerOfAStalledFileHearsWhatItIsTold) {
+  auto asset = loadedAsset(stalledPath_);
+  const std::weak_ptr<media::SampleSource> source = asset->sampleSource();
+  const auto player = AVPlayer::create();
+  player->replaceCurrentItemWithPlayerItem(AVPlayerItem::playerItemWithAsset(asset));
+  EXPECT_EQ(shownFrames(*player, 1), std::vector{0});
+  StalledStorage storage(stalledPath_);
+  std::optional<bool> far, back;
+  player->setRate(1);
+  player->seekToTime(CMTimeMake(3, 1), kCMTimeZero, kCMTimeZero, [&](bool done) { far = done; });
+  ASSERT_TRUE(waitUntilStalled(1));
+  EXPECT_FALSE(far);
+  player->setRate(0);
+  player->seekToTime(kCMTimeZero, kCMTimeZero, kCMTimeZero, [&](bool done) { back = done; });
+  ASSERT_TRUE(runMainLoopUntil([&] { return far && back; }, kTenSeconds));
+  EXPECT_EQ(far, false);
+  EXPECT_EQ(back, true);
+  EXPECT_EQ(player->currentTime(), kCMTimeZero);
+  EXPECT_EQ(shownFrames(*player, 1), std::vector{0});
+  asset.reset();
+  player->replaceCurrentItemWithPlayerItem(nullptr);
+  EXPECT_TRUE(runMainLoopUntil([&] { return source.expired(); }, kTenSeconds)) << "closed";
+  EXPECT_GE(StalledStorage::waiting(), 1);
+}
+
+TEST_F(StalledStorageTest, AHundredPagesTakeNoMoreThreadsThanThoseForFiles) {
+  constexpr int kPages = 100;
+  std::vector<std::shared_ptr<AVPlayer>> players;
+  for (int i = 0; i < kPages; ++i) {
+    players.push_back(AVPlayer::create());
+    players.back()->replaceCurrentItemWithPlayerItem(
+        AVPlayerItem::playerItemWithAsset(loadedAsset(stalledPath_)));
+  }
+  expectQueuesAreFree();  // whose threads are there from then on
+  const size_t threadsBefore = threadCount();
+  StalledStorage storage(stalledPath_);
+  for (const auto& player : players) player->setRate(1);
+  ASSERT_TRUE(waitUntilStalled(BlockingThreads::kMostThreads));
+  expectQueuesAreFree();
+  EXPECT_LE(threadCount(), threadsBefore + BlockingThreads::kMostThreads);
+  storage.release();
+  EXPECT_EQ(shownFrames(*players.back(), 2).size(), 2U) << "it goes on";
 }
 
 TEST_F(StalledStorageTest, ThumbnailsOfStalledFilesLeaveOthersTheirs) {

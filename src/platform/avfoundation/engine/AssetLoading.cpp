@@ -51,18 +51,31 @@ void AssetLoading::startPassWhileLocked() {
   queue_->async([self = shared_from_this(), pass = ++pass_] { self->run(pass); });
 }
 
+bool AssetLoading::isUnderWayWhileLocked(int pass) const {
+  return passUnderWay_ && pass == pass_;
+}
+
 void AssetLoading::run(int pass) {
   assertCurrent(*queue_);
   {
     MutexLock lock(mutex_);
-    if (pass != pass_ || !passUnderWay_) return;
+    if (!isUnderWayWhileLocked(pass)) return;
   }
-  auto opened = open_();
+  auto opening = open_(queue_, [self = shared_from_this(), pass](Opened opened) {
+    self->finish(pass, std::move(opened));
+  });
+  MutexLock lock(mutex_);
+  if (isUnderWayWhileLocked(pass)) opening_.swap(opening);
+}
+
+void AssetLoading::finish(int pass, Opened opened) {
   std::vector<std::function<void()>> handlers;
+  std::shared_ptr<void> opening;
   {
     MutexLock lock(mutex_);
-    if (pass != pass_ || !passUnderWay_) return;
+    if (!isUnderWayWhileLocked(pass)) return;
     passUnderWay_ = false;
+    opening.swap(opening_);
     error_ = opened.error();
     source_ = std::move(opened).valueOr(nullptr);
     settleWhileLocked(source_ ? AVKeyValueStatus::Loaded : AVKeyValueStatus::Failed);
@@ -73,9 +86,11 @@ void AssetLoading::run(int pass) {
 
 void AssetLoading::cancel() {
   std::vector<std::function<void()>> handlers;
+  std::shared_ptr<void> opening;
   {
     MutexLock lock(mutex_);
     passUnderWay_ = false;
+    opening.swap(opening_);
     settleWhileLocked(AVKeyValueStatus::Cancelled);
     handlers = takeHandlersWhileLocked();
   }

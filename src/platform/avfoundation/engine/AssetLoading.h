@@ -28,9 +28,13 @@ namespace zaffo {
 /// keys that have an end already, run at once though the opening may still be waiting for a disk.
 class AssetLoading : public std::enable_shared_from_this<AssetLoading> {
  public:
-  using Open = std::function<Result<std::shared_ptr<media::SampleSource>>()>;
+  using Opened = Result<std::shared_ptr<media::SampleSource>>;
+  /// Opens the media and calls `done` once, on `queue` or in the call; not if what it returned is
+  /// let go of before.
+  using Open = std::function<std::shared_ptr<void>(const DispatchQueuePtr& queue,
+                                                   std::function<void(Opened)> done)>;
 
-  /// `open` may wait for the outside world; it runs on a queue that is made for that.
+  /// `open` is called on the queue that it is given, where it may wait for the outside world.
   explicit AssetLoading(Open open);
 
   void load(const std::vector<std::string>& keys, std::function<void()> handler);
@@ -47,6 +51,8 @@ class AssetLoading : public std::enable_shared_from_this<AssetLoading> {
   };
 
   void run(int pass);
+  void finish(int pass, Opened opened);
+  [[nodiscard]] bool isUnderWayWhileLocked(int pass) const ZAFFO_REQUIRES(mutex_);
   void startPassWhileLocked() ZAFFO_REQUIRES(mutex_);
   void settleWhileLocked(AVKeyValueStatus status) ZAFFO_REQUIRES(mutex_);
   [[nodiscard]] bool hasEndedWhileLocked(const Waiter& waiter) const ZAFFO_REQUIRES(mutex_);
@@ -65,6 +71,7 @@ class AssetLoading : public std::enable_shared_from_this<AssetLoading> {
   int pass_ ZAFFO_GUARDED_BY(mutex_) =
       0;  // the pass under way, or the last; a cancelled one is old
   bool passUnderWay_ ZAFFO_GUARDED_BY(mutex_) = false;
+  std::shared_ptr<void> opening_ ZAFFO_GUARDED_BY(mutex_);  // of the pass under way
 };
 
 }  // namespace zaffo

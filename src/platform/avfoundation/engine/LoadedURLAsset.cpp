@@ -1,30 +1,17 @@
 #include "platform/avfoundation/engine/LoadedURLAsset.h"
 
-#include <algorithm>
+#include <utility>
 
-#include "platform/foundation/MakeError.h"
-#include "platform/media/source/FileSampleSource.h"
+#include "platform/avfoundation/engine/AssetOpening.h"
+#include "platform/media/source/SampleSource.h"
 
 namespace zaffo {
-namespace {
-
-Result<std::shared_ptr<media::SampleSource>> open(const std::shared_ptr<const NSURL>& url) {
-  if (!url || !url->isFileURL()) {
-    const std::string text = url ? url->absoluteString() : "";
-    return makeError(
-        AVErrorUnsupportedURL,
-        "The address \"" + text + "\" is not one of a local file; only those can be played.");
-  }
-  auto source = media::FileSampleSource::open(url->path());
-  if (!source) return source.error();
-  return *std::move(source);
-}
-
-}  // namespace
-
 LoadedURLAsset::LoadedURLAsset(std::shared_ptr<const NSURL> url)
     : url_(std::move(url)),
-      loading_(std::make_shared<AssetLoading>([address = url_] { return open(address); })) {}
+      loading_(std::make_shared<AssetLoading>(
+          [address = url_](const DispatchQueuePtr& queue, AssetOpening::Completion done) {
+            return AssetOpening::begin(address, queue, std::move(done));
+          })) {}
 
 void LoadedURLAsset::loadValuesAsynchronouslyForKeys(std::vector<std::string> keys,
                                                      std::function<void()> handler) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string_view>
 
@@ -29,9 +30,11 @@ struct Box {
 
 class BoxReader {
  public:
-  explicit BoxReader(const LocalFile& file) : file_(file) {}
+  explicit BoxReader(ReadTask& task) : task_(task) {}
 
-  [[nodiscard]] Box whole() const { return {{}, 0, file_.size()}; }
+  [[nodiscard]] Box whole() const {
+    return {{}, 0, task_.bytes().size().value_or(std::numeric_limits<int64_t>::max())};
+  }
 
   /// Calls `visit` with each box from `begin` to `end`, until it says that it has seen enough.
   void each(int64_t begin, int64_t end, const std::function<bool(const Box&)>& visit) const {
@@ -67,7 +70,7 @@ class BoxReader {
   template <std::size_t Count>
   [[nodiscard]] std::array<uint8_t, Count> bytesAt(int64_t offset) const {
     std::array<uint8_t, Count> bytes{};
-    static_cast<void>(file_.readAt(offset, bytes));
+    static_cast<void>(task_.readAll(offset, bytes));
     return bytes;
   }
 
@@ -88,7 +91,7 @@ class BoxReader {
     return box;
   }
 
-  const LocalFile& file_;
+  ReadTask& task_;
 };
 
 /// The entries of a description of samples say what kind they are; encrypted ones hide the codec.
@@ -116,8 +119,8 @@ int trackID(const BoxReader& reader, const Box& track) {
 
 }  // namespace
 
-std::vector<int> encryptedTracks(const LocalFile& file) {
-  const BoxReader reader(file);
+std::vector<int> encryptedTracks(ReadTask& task) {
+  const BoxReader reader(task);
   std::vector<int> tracks;
   if (const auto movie = reader.find(reader.whole(), "moov")) {
     reader.each(movie->begin, movie->end, [&](const Box& box) {

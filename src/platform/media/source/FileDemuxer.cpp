@@ -19,16 +19,6 @@ int refuseOtherFiles(AVFormatContext*, AVIOContext**, const char*, int, AVDictio
   return AVERROR(EPERM);
 }
 
-NSErrorPtr notRecognised(const std::string& path) {
-  return makeError(AVErrorFileFormatNotRecognized,
-                   "The file \"" + path + "\" is not in a format that can be played.");
-}
-
-NSErrorPtr failedToParse(const std::string& path, int averror) {
-  return makeFFmpegError(AVErrorFileFailedToParse,
-                         "The file \"" + path + "\" is damaged or incomplete.", averror);
-}
-
 // The container's word on the shape of a pixel comes before the codec's.
 void adoptContainerAspect(AVStream& stream) {
   if (stream.sample_aspect_ratio.num > 0) {
@@ -38,35 +28,47 @@ void adoptContainerAspect(AVStream& stream) {
 
 }  // namespace
 
-Result<std::unique_ptr<FileDemuxer>> FileDemuxer::open(std::shared_ptr<const LocalFile> file) {
-  std::unique_ptr<FileDemuxer> demuxer(new FileDemuxer(std::move(file)));
+Result<std::unique_ptr<FileDemuxer>> FileDemuxer::open(ReadTask& task) {
+  std::unique_ptr<FileDemuxer> demuxer(new FileDemuxer(task));
   if (NSErrorPtr failure = demuxer->parse()) return failure;
   return demuxer;
 }
 
-FileDemuxer::FileDemuxer(std::shared_ptr<const LocalFile> file) : file_(std::move(file)) {}
 FileDemuxer::~FileDemuxer() = default;
+
+NSErrorPtr FileDemuxer::notRecognised() const {
+  return makeError(AVErrorFileFormatNotRecognized, "The file \"" + task_->bytes().name() +
+                                                       "\" is not in a format that can be played.");
+}
+
+/// Why the bytes cannot be had, where that is it.
+NSErrorPtr FileDemuxer::failedToParse(int averror) const {
+  if (NSErrorPtr error = task_->bytes().error()) return error;
+  return makeFFmpegError(AVErrorFileFailedToParse,
+                         "The file \"" + task_->bytes().name() + "\" is damaged or incomplete.",
+                         averror);
+}
 
 NSErrorPtr FileDemuxer::recognise() {
   std::array<uint8_t, 16> head{};
-  int64_t count = file_->readAt(0, head);
-  if (count < 0) return failedToParse(file_->path(), static_cast<int>(count));
+  int64_t count = task_->readAll(0, head);
+  if (count < 0) return failedToParse(static_cast<int>(count));
   format_ = ContainerFormat::byMagic(std::span(head).first(static_cast<std::size_t>(count)));
   if (format_) return nullptr;
   std::vector<uint8_t> bytes(kContentBytes);
-  count = file_->readAt(ContainerFormat::tagBytes(head), bytes);
+  count = task_->readAll(ContainerFormat::tagBytes(head), bytes);
   if (count > 0) {
     const auto content = std::span(bytes).first(static_cast<std::size_t>(count));
     format_ = ContainerFormat::byMagic(content);
     if (!format_) format_ = ContainerFormat::byContent(content);
   }
-  return format_ ? nullptr : notRecognised(file_->path());
+  return format_ ? nullptr : notRecognised();
 }
 
 NSErrorPtr FileDemuxer::parse() {
   if (NSErrorPtr failure = recognise()) return failure;
   const AVInputFormat* input = av_find_input_format(format_->name);
-  if (!input) return notRecognised(file_->path());
+  if (!input) return notRecognised();
 
   keepFFmpegQuiet();
   auto* buffer = static_cast<uint8_t*>(av_malloc(kIOBufferBytes));
@@ -80,11 +82,11 @@ NSErrorPtr FileDemuxer::parse() {
   context->max_analyze_duration = kProbeMicroseconds;
   // Frees the context on failure.
   const int opened = avformat_open_input(&context, "", input, nullptr);
-  if (opened < 0) return failedToParse(file_->path(), opened);
+  if (opened < 0) return failedToParse(opened);
   context_.reset(context);
   if (!format_->describesItself || lacksPictureSize()) {
     const int found = avformat_find_stream_info(context, nullptr);
-    if (found < 0) return failedToParse(file_->path(), found);
+    if (found < 0) return failedToParse(found);
     // Raw streams have no time line of their own: it starts with the first sample that is heard.
     const bool raw = !format_->describesItself && context->start_time != AV_NOPTS_VALUE;
     if (raw) startMicroseconds_ = context->start_time;
@@ -128,6 +130,20 @@ bool FileDemuxer::rewind(int streamIndex) {
   return av_seek_frame(context_.get(), streamIndex, first->timestamp, AVSEEK_FLAG_BACKWARD) >= 0;
 }
 
+bool FileDemuxer::survivesAbandoning() {
+  if (!io_ || !context_) return false;
+  io_->eof_reached = io_->error = 0;
+  if (!hasCompleteIndex()) return false;
+  const int64_t missing = task_->lastMissing();
+  return std::ranges::any_of(streams(), [missing](AVStream* stream) {
+    for (int i = 0; i < avformat_index_get_entries_count(stream); ++i) {
+      const AVIndexEntry& entry = *avformat_index_get_entry(stream, i);
+      if (missing >= entry.pos && missing < entry.pos + entry.size) return true;
+    }
+    return false;
+  });
+}
+
 int64_t FileDemuxer::timelineStart(const AVStream& stream) const {
   return av_rescale_q(startMicroseconds_, kMicroseconds, stream.time_base);
 }
@@ -139,13 +155,13 @@ bool FileDemuxer::tellsDecodeTimes(const AVStream& stream) const {
 }
 
 NSErrorPtr FileDemuxer::readFailed(int averror) const {
-  return failedToParse(file_->path(), averror);
+  return failedToParse(averror);
 }
 
 int FileDemuxer::readPacket(void* opaque, uint8_t* buffer, int size) {
   auto* self = static_cast<FileDemuxer*>(opaque);
   const int64_t count =
-      self->file_->readAt(self->position_, std::span(buffer, static_cast<std::size_t>(size)));
+      self->task_->read(self->position_, std::span(buffer, static_cast<std::size_t>(size)));
   if (count == 0) return AVERROR_EOF;
   if (count > 0) self->position_ += count;
   return static_cast<int>(count);
@@ -153,16 +169,18 @@ int FileDemuxer::readPacket(void* opaque, uint8_t* buffer, int size) {
 
 int64_t FileDemuxer::seekTo(void* opaque, int64_t offset, int whence) {
   auto* self = static_cast<FileDemuxer*>(opaque);
+  const std::optional<int64_t> bytes = self->task_->bytes().size();
   switch (whence & ~AVSEEK_FORCE) {
     case AVSEEK_SIZE:
-      return self->file_->size();
+      return bytes.value_or(AVERROR(ENOSYS));
     case SEEK_SET:
       break;
     case SEEK_CUR:
       offset += self->position_;
       break;
     case SEEK_END:
-      offset += self->file_->size();
+      if (!bytes) return AVERROR(ENOSYS);
+      offset += *bytes;
       break;
     default:
       return AVERROR(EINVAL);

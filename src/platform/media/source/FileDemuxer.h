@@ -6,19 +6,26 @@
 #include "platform/foundation/Result.h"
 #include "platform/media/FFmpegCommon.h"
 #include "platform/media/source/ContainerFormat.h"
-#include "platform/media/source/LocalFile.h"
+#include "platform/media/source/ReadTask.h"
 
 namespace zaffo::media {
 
-/// An AVFormatContext that reads one LocalFile and nothing else: its formats are an allow list, it
-/// opens no other file and knows no protocol. Thread: one at a time.
+/// An AVFormatContext that reads one ByteSource and nothing else: its formats are an allow list, it
+/// opens no other file and knows no protocol. All that reads is called in the work of a ReadTask,
+/// and leaves that where bytes are missing. Thread: one at a time.
 class FileDemuxer {
  public:
-  /// Parses the header. Fails when the file cannot be played.
-  static Result<std::unique_ptr<FileDemuxer>> open(std::shared_ptr<const LocalFile> file);
+  /// Parses the header, in the work of `task`. Fails when the file cannot be played.
+  static Result<std::unique_ptr<FileDemuxer>> open(ReadTask& task);
   ~FileDemuxer();
   FileDemuxer(const FileDemuxer&) = delete;
   FileDemuxer& operator=(const FileDemuxer&) = delete;
+
+  /// What reads from now on is the work of `task`, which has the same bytes and outlives that.
+  void readFor(ReadTask& task) { task_ = &task; }
+  /// After its task was abandoned in the middle: whether it can be used again, once it has gone to
+  /// some place. Only where the samples themselves were missing has the parser lost nothing.
+  [[nodiscard]] bool survivesAbandoning();
 
   [[nodiscard]] AVFormatContext* context() const { return context_.get(); }
   /// Whether nothing was read since open(): the demuxer stands before the first packet.
@@ -51,16 +58,18 @@ class FileDemuxer {
   [[nodiscard]] NSErrorPtr readFailed(int averror) const;
 
  private:
-  explicit FileDemuxer(std::shared_ptr<const LocalFile> file);
+  explicit FileDemuxer(ReadTask& task) : task_(&task) {}
   [[nodiscard]] NSErrorPtr recognise();
   [[nodiscard]] NSErrorPtr parse();
   [[nodiscard]] bool lacksPictureSize() const;
   [[nodiscard]] bool lacksStart(const AVStream& stream) const;
+  [[nodiscard]] NSErrorPtr failedToParse(int averror) const;
+  [[nodiscard]] NSErrorPtr notRecognised() const;
 
   static int readPacket(void* opaque, uint8_t* buffer, int size);
   static int64_t seekTo(void* opaque, int64_t offset, int whence);
 
-  std::shared_ptr<const LocalFile> file_;
+  ReadTask* task_;
   int64_t position_ = 0;
   IOContextPtr io_;  // outlives context_, which reads through it until it is closed
   FormatContextPtr context_;

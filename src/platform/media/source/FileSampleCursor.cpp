@@ -1,320 +1,49 @@
 #include "platform/media/source/FileSampleCursor.h"
 
-#include <algorithm>
-#include <span>
 #include <utility>
 
-#include "platform/foundation/MakeError.h"
-#include "platform/media/FFmpegError.h"
-#include "platform/media/MediaTime.h"
 #include "platform/media/source/FileSampleSource.h"
-#include "platform/media/source/GradualRefresh.h"
-#include "platform/media/source/SoundGrid.h"
 
 namespace zaffo::media {
-namespace {
-
-// Sound that decoding needs before a time so that the sound at that time is right: the overlap of
-// AAC and Vorbis, the bit reservoir of MP3, the prediction of Opus, which halves what is wrong with
-// each 20 ms: after 80 ms it sounds right, after 400 ms it is.
-int64_t prerollMilliseconds(AVCodecID codec) {
-  switch (codec) {
-    case AV_CODEC_ID_AAC:
-      return 100;
-    case AV_CODEC_ID_VORBIS:
-      return 100;
-    case AV_CODEC_ID_AC3:
-      return 70;
-    case AV_CODEC_ID_MP3:
-      return 250;
-    case AV_CODEC_ID_OPUS:
-      return 400;
-    default:
-      return 0;
-  }
-}
-
-/// The timestamp, counted from time zero, from which on decoding of what is shown or heard at
-/// `time` needs a track.
-int64_t neededFor(CMTime time, const AVCodecParameters& parameters, AVRational base) {
-  const int64_t timestamp = timestampFromTime(time, base);
-  if (parameters.codec_type != AVMEDIA_TYPE_AUDIO) return timestamp;
-  return timestamp - av_rescale_q(prerollMilliseconds(parameters.codec_id), {1, 1000}, base);
-}
-
-/// The same sample once more, by reference to the same bytes.
-Sample copyOf(const Sample& sample) {
-  return {.packet = PacketPtr(av_packet_clone(sample.packet.get())),
-          .presentation = sample.presentation,
-          .decode = sample.decode,
-          .duration = sample.duration,
-          .sync = sample.sync,
-          .decodeOnly = sample.decodeOnly,
-          .isDiscontinuity = sample.isDiscontinuity,
-          .heardFrom = sample.heardFrom,
-          .heardUntil = sample.heardUntil};
-}
-
-}  // namespace
-
-Result<std::unique_ptr<SampleCursor>> FileSampleCursor::open(
-    std::shared_ptr<FileSampleSource> source, std::unique_ptr<FileDemuxer> demuxer,
-    const AVAssetTrack& track) {
-  std::unique_ptr<FileSampleCursor> cursor(
-      new FileSampleCursor(std::move(source), std::move(demuxer), track));
-  if (cursor->rewind()) return cursor;
-  return cursor->error_;
-}
-
-std::unique_ptr<const TrackHead> FileSampleCursor::readHead(
-    std::shared_ptr<FileSampleSource> source, std::unique_ptr<FileDemuxer>& demuxer,
-    const AVAssetTrack& track) {
-  FileSampleCursor cursor(std::move(source), std::move(demuxer), track);
-  auto head = std::make_unique<TrackHead>();
-  int bytes = 0;
-  Outcome outcome = cursor.goToFirst() ? Outcome::Ready : Outcome::Error;
-  while (outcome == Outcome::Ready && head->samples.size() < TrackHead::kMostSamples &&
-         bytes < TrackHead::kMostBytes) {
-    Sample sample;
-    outcome = cursor.next(sample);
-    if (outcome != Outcome::Ready) break;
-    bytes += sample.packet->size;
-    head->samples.push_back(std::move(sample));
-  }
-  if (outcome == Outcome::Ready) cursor.demuxer_->setBehindHead(cursor.streamIndex_);
-  const bool isWhole = !head->samples.empty() && cursor.describe(*head);
-  demuxer = std::move(cursor.demuxer_);
-  return isWhole ? std::move(head) : nullptr;
-}
-
-bool FileSampleCursor::describe(TrackHead& head) const {
-  head.timeBase = stream_->time_base;
-  head.timelineStart = demuxer_->timelineStart(*stream_);
-  head.tellsDecodeTimes = demuxer_->tellsDecodeTimes(*stream_);
-  head.parameters.reset(avcodec_parameters_alloc());
-  return head.parameters && avcodec_parameters_copy(head.parameters.get(), stream_->codecpar) >= 0;
-}
 
 FileSampleCursor::FileSampleCursor(std::shared_ptr<FileSampleSource> source,
                                    std::unique_ptr<FileDemuxer> demuxer, const AVAssetTrack& track)
-    : source_(std::move(source)),
-      demuxer_(std::move(demuxer)),
-      streamIndex_(track.trackID - 1),
-      timeRange_(track.timeRange),
-      head_(source_->head(track.trackID)),
-      packet_(av_packet_alloc()) {
-  if (demuxer_) selectStream();
+    : task_(source->bytes()), reader_(std::move(source), std::move(demuxer), track, task_) {
+  if (!reader_.goInHead(kCMTimeZero)) sought_ = kCMTimeZero;
 }
 
 FileSampleCursor::~FileSampleCursor() {
-  if (demuxer_) source_->giveBack(std::move(demuxer_));
-}
-
-const AVCodecParameters& FileSampleCursor::codecParameters() const {
-  return stream_ ? *stream_->codecpar : *head_->parameters;
-}
-
-void FileSampleCursor::selectStream() {
-  for (AVStream* stream : demuxer_->streams()) {
-    stream->discard = stream->index == streamIndex_ ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
-    if (stream->index == streamIndex_) stream_ = stream;
-  }
+  abandon();
 }
 
 Outcome FileSampleCursor::next(Sample& sample) {
-  if (outcome_ != Outcome::Ready) return outcome_;
-  if (inHead_ && *inHead_ < head_->samples.size()) return giveHead(sample);
-  if (inHead_ && !goBehindHead()) return outcome_;
-  if (!std::exchange(pending_, false)) outcome_ = read();
-  if (outcome_ != Outcome::Ready) return outcome_;
-  // Frames shown just after a gradual refresh begins cannot be decoded from it, so only the sample
-  // that was sought counts as sync.
-  const bool isSync = packet_->flags & AV_PKT_FLAG_KEY;
-  if (!std::exchange(isFirst_, false) && isSync &&
-      beginsGradualRefresh(*packet_, codecParameters())) {
-    packet_->flags &= ~AV_PKT_FLAG_KEY;
-  }
-  fill(sample);
+  if (!sought_ && reader_.isInHead()) return reader_.next(sample);
+  if (!task_.isUnderWay()) std::swap(read_, sample);
+  if (!task_.run([this] { readOne(); })) return Outcome::Again;
+  std::swap(read_, sample);
   return outcome_;
 }
 
-Outcome FileSampleCursor::giveHead(Sample& sample) {
-  sample = copyOf(head_->samples[(*inHead_)++]);
-  if (!sample.packet) {
-    error_ = makeFFmpegError(AVErrorUnknown, "Out of memory.", AVERROR(ENOMEM));
-    return outcome_ = Outcome::Error;
-  }
-  lastDecode_ = sample.packet->dts;
-  isFirst_ = false;
-  return Outcome::Ready;
-}
-
-// Where the demuxer has been elsewhere since, what the head holds is read and passed over.
-bool FileSampleCursor::goBehindHead() {
-  inHead_.reset();
-  if (!hasDemuxer()) return false;
-  if (demuxer_->isBehindHead(streamIndex_)) return true;
-  if (!goToFirst()) return false;
-  for (std::size_t i = 0; i < head_->samples.size(); ++i) {
-    outcome_ = read();
-    if (outcome_ != Outcome::Ready) return false;
-  }
-  return true;
-}
-
-Outcome FileSampleCursor::read() {
-  demuxer_->setMoved();
-  int result = 0;
-  do {
-    av_packet_unref(packet_.get());
-    result = av_read_frame(demuxer_->context(), packet_.get());
-  } while (result >= 0 && packet_->stream_index != streamIndex_);
-  if (result == AVERROR_EOF && !endsEarly()) return Outcome::End;
-  if (result >= 0 && av_packet_get_side_data(packet_.get(), AV_PKT_DATA_ENCRYPTION_INFO, nullptr)) {
-    error_ = contentIsProtected();
-    return Outcome::Error;
-  }
-  if (result >= 0 && !(packet_->flags & AV_PKT_FLAG_CORRUPT)) {
-    lastDecode_ = packet_->dts;
-    return Outcome::Ready;
-  }
-  error_ = demuxer_->readFailed(result < 0 ? result : AVERROR_INVALIDDATA);
-  return Outcome::Error;
-}
-
-// Whether the index names samples after the last one that was read; any at all when none was read
-// since the place was taken, for every place that can be taken is that of a sample.
-bool FileSampleCursor::endsEarly() const {
-  const int count = avformat_index_get_entries_count(stream_);
-  if (!demuxer_->hasCompleteIndex() || count == 0) return false;
-  if (lastDecode_ == AV_NOPTS_VALUE) return true;
-  return avformat_index_get_entry(stream_, count - 1)->timestamp > lastDecode_;
-}
-
-void FileSampleCursor::fill(Sample& sample) {
-  const AVRational base = stream_->time_base;
-  const int64_t start = demuxer_->timelineStart(*stream_);
-  const int64_t pts = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
-  const SoundGrid grid(*stream_);
-  const auto onTimeline = [&](int64_t timestamp) {
-    return timestamp == AV_NOPTS_VALUE ? kCMTimeInvalid : grid.timeOf(timestamp - start);
-  };
-  sample.presentation = onTimeline(pts);
-  sample.decode = demuxer_->tellsDecodeTimes(*stream_) ? onTimeline(packet_->dts) : kCMTimeInvalid;
-  sample.duration = timeFromTimestamp(std::max<int64_t>(0, packet_->duration), base);
-  sample.sync = packet_->flags & AV_PKT_FLAG_KEY;
-  sample.decodeOnly = (packet_->flags & AV_PKT_FLAG_DISCARD) != 0;
-  // The first and last packets of most codecs reach beyond the sound that was put in.
-  sample.heardFrom = kCMTimeZero;
-  sample.heardUntil = demuxer_->hasCompleteIndex() ? CMTimeRangeGetEnd(timeRange_) : kCMTimeInvalid;
-  if (!sample.packet) sample.packet.reset(av_packet_alloc());
-  av_packet_unref(sample.packet.get());
-  av_packet_move_ref(sample.packet.get(), packet_.get());
+void FileSampleCursor::readOne() {
+  if (sought_) reader_.seek(*std::exchange(sought_, std::nullopt));
+  outcome_ = reader_.next(read_);
 }
 
 bool FileSampleCursor::seek(CMTime time) {
-  error_ = nullptr;
-  outcome_ = Outcome::Ready;
-  pending_ = false;
-  inHead_.reset();
-  const bool isTime = CMTIME_IS_NUMERIC(time) || CMTIME_IS_POSITIVE_INFINITY(time);
-  if (!isTime || time <= kCMTimeZero) return rewind();
-  if (landInHead(time)) return true;
-  if (!hasDemuxer()) return false;
-  const int64_t start = demuxer_->timelineStart(*stream_);
-  const int64_t timestamp = neededFor(time, *stream_->codecpar, stream_->time_base);
-  const bool isSound = stream_->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
-  const auto land = isSound ? &FileSampleCursor::landAt : &FileSampleCursor::seekVideo;
-  return timestamp > 0 && (this->*land)(timestamp + start) ? true : rewind();
-}
-
-// The demuxer's index is by decoding time: the key frame it gives may be shown after `timestamp`,
-// and then the one before it is needed. The same goes for the beginning of a gradual refresh.
-bool FileSampleCursor::seekVideo(int64_t timestamp) {
-  int64_t wanted = timestamp;
-  while (landAt(wanted)) {
-    if (outcome_ != Outcome::Ready) return true;
-    const int64_t shownAt = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
-    if (shownAt <= timestamp && !beginsGradualRefresh(*packet_, codecParameters())) return true;
-    if (packet_->dts == AV_NOPTS_VALUE || packet_->dts > wanted) return false;
-    wanted = packet_->dts - 1;
-  }
-  return false;
-}
-
-// Goes to the last sync sample that is decoded at or before `timestamp`, and reads it. False when
-// the way there leads through the start. An index of every sample is right about the places: what
-// is not there is missing from the file, which next() tells.
-bool FileSampleCursor::landAt(int64_t timestamp) {
-  demuxer_->setMoved();
-  if (av_seek_frame(demuxer_->context(), streamIndex_, timestamp, AVSEEK_FLAG_BACKWARD) < 0) {
-    return false;
-  }
-  lastDecode_ = AV_NOPTS_VALUE;
-  isFirst_ = true;
-  outcome_ = read();
-  pending_ = outcome_ == Outcome::Ready;
-  return outcome_ != Outcome::Error || demuxer_->hasCompleteIndex();
-}
-
-// Goes where seeking would, if the head tells where that is: then nothing needs to be read.
-bool FileSampleCursor::landInHead(CMTime time) {
-  if (!head_) return false;
-  const auto& samples = head_->samples;
-  const int64_t needed = neededFor(time, *head_->parameters, head_->timeBase);
-  if (needed <= 0) return rewind();
-  const bool isSound = head_->parameters->codec_type == AVMEDIA_TYPE_AUDIO;
-  if (isSound || !head_->tellsDecodeTimes) return false;
-  const int64_t timestamp = needed + head_->timelineStart;
-  const auto after = std::ranges::find_if(samples, [timestamp](const Sample& sample) {
-    return sample.packet->dts == AV_NOPTS_VALUE || sample.packet->dts > timestamp;
-  });
-  if (after == samples.end() || after->packet->dts == AV_NOPTS_VALUE) return false;
-  auto landing = after - samples.begin();
-  const auto isIt = [&](const Sample& sample) {
-    const AVPacket& packet = *sample.packet;
-    return sample.sync && (packet.pts == AV_NOPTS_VALUE || packet.pts <= timestamp);
-  };
-  while (landing > 0 && !isIt(samples[static_cast<std::size_t>(landing - 1)])) --landing;
-  (void)rewind();
-  inHead_ = static_cast<std::size_t>(std::max<std::ptrdiff_t>(landing - 1, 0));
+  abandon();
+  sought_.reset();
+  if (!reader_.goInHead(time)) sought_ = time;
   return true;
 }
 
-bool FileSampleCursor::rewind() {
-  lastDecode_ = AV_NOPTS_VALUE;
-  isFirst_ = true;
-  pending_ = false;
-  outcome_ = Outcome::Ready;
-  error_ = nullptr;
-  inHead_.reset();
-  if (!head_) return goToFirst();
-  inHead_ = 0;
-  return true;
+NSErrorPtr FileSampleCursor::error() const {
+  return sought_ || task_.isUnderWay() ? nullptr : reader_.error();
 }
 
-// Has the demuxer stand before the first sample. Parsing anew is the one way there that every
-// format and every damaged index allows.
-bool FileSampleCursor::goToFirst() {
-  if (demuxer_ && (demuxer_->isAtStart() || demuxer_->rewind(streamIndex_))) return true;
-  return parseAnew();
-}
-
-bool FileSampleCursor::hasDemuxer() {
-  if (!demuxer_ && (demuxer_ = source_->takeIdle())) selectStream();
-  return demuxer_ || parseAnew();
-}
-
-bool FileSampleCursor::parseAnew() {
-  auto fresh = source_->openDemuxer();
-  if (!fresh) {
-    error_ = fresh.error();
-    outcome_ = Outcome::Error;
-    return false;
-  }
-  demuxer_ = *std::move(fresh);
-  selectStream();
-  return true;
+void FileSampleCursor::abandon() {
+  if (!task_.isUnderWay()) return;
+  task_.abandon();
+  reader_.wasAbandoned();
 }
 
 }  // namespace zaffo::media

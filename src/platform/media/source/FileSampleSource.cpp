@@ -1,12 +1,16 @@
 #include "platform/media/source/FileSampleSource.h"
 
 #include <algorithm>
+#include <semaphore>
 
 #include "platform/avfoundation/AVAssetTrack.h"
 #include "platform/foundation/MakeError.h"
+#include "platform/media/FFmpegError.h"
 #include "platform/media/codec/CodecContext.h"
 #include "platform/media/source/EncryptedTracks.h"
 #include "platform/media/source/FileSampleCursor.h"
+#include "platform/media/source/LocalByteSource.h"
+#include "platform/media/source/SourceOpening.h"
 #include "platform/media/source/TrackInfo.h"
 
 namespace zaffo::media {
@@ -21,48 +25,66 @@ bool isEncrypted(const AVStream& stream, const std::vector<int>& encrypted) {
          av_dict_get(stream.metadata, "enc_key_id", nullptr, 0);
 }
 
+/// What is known without its samples; null when memory is short.
+std::unique_ptr<TrackHead> headOf(const FileDemuxer& demuxer, const AVStream& stream) {
+  auto head = std::make_unique<TrackHead>();
+  head->timeBase = stream.time_base;
+  head->timelineStart = demuxer.timelineStart(stream);
+  head->tellsDecodeTimes = demuxer.tellsDecodeTimes(stream);
+  head->parameters.reset(avcodec_parameters_alloc());
+  if (!head->parameters) return nullptr;
+  const int copied = avcodec_parameters_copy(head->parameters.get(), stream.codecpar);
+  return copied >= 0 ? std::move(head) : nullptr;
+}
+
 }  // namespace
 
-Result<std::shared_ptr<FileSampleSource>> FileSampleSource::open(const std::string& path) {
-  auto file = LocalFile::open(path);
-  if (!file) return file.error();
-  std::shared_ptr<FileSampleSource> source(new FileSampleSource(*std::move(file)));
-  auto demuxer = source->openDemuxer();
+Result<std::shared_ptr<FileSampleSource>> FileSampleSource::open(std::shared_ptr<ByteSource> bytes,
+                                                                 ReadTask& task) {
+  std::shared_ptr<FileSampleSource> source(new FileSampleSource(std::move(bytes)));
+  auto demuxer = FileDemuxer::open(task);
   if (!demuxer) return demuxer.error();
   (*demuxer)->learnStarts();
-  source->describe(**demuxer);
-  if (source->tracks_.empty()) {
-    return makeError(AVErrorFileFormatNotRecognized,
-                     "The file \"" + path + "\" holds neither picture nor sound.");
+  if (!source->describe(**demuxer, task)) {
+    return makeFFmpegError(AVErrorUnknown, "Out of memory.", AVERROR(ENOMEM));
   }
-  source->readHeads(*std::move(demuxer));
+  if (source->tracks_.empty()) {
+    return makeError(AVErrorFileFormatNotRecognized, "The file \"" + source->bytes_->name() +
+                                                         "\" holds neither picture nor sound.");
+  }
+  source->readHeads(*std::move(demuxer), task);
   return source;
+}
+
+Result<std::shared_ptr<FileSampleSource>> FileSampleSource::open(const std::string& path) {
+  auto bytes = LocalByteSource::open(path);
+  if (!bytes) return bytes.error();
+  std::counting_semaphore<> ready(0);
+  SourceOpening opening(*std::move(bytes));
+  opening.setReadyHandler([&ready] { ready.release(); });
+  while (opening.step() == Outcome::Again) ready.acquire();
+  return opening.take();
 }
 
 // Last that of the picture, which the demuxer then stands behind. Where there is no index it is the
 // only one, for going back would mean to parse anew.
-void FileSampleSource::readHeads(std::unique_ptr<FileDemuxer> demuxer) {
+void FileSampleSource::readHeads(std::unique_ptr<FileDemuxer> demuxer, ReadTask& task) {
   auto order = tracks_;
   const auto main = std::ranges::find(order, AVMediaTypeVideo, &AVAssetTrack::mediaType);
   if (main != order.end()) std::iter_swap(main, order.end() - 1);
   if (!demuxer->hasCompleteIndex()) order.erase(order.begin(), order.end() - 1);
   for (const auto& track : order) {
     if (undecodable_.contains(track->trackID)) continue;
-    auto head = FileSampleCursor::readHead(shared_from_this(), demuxer, *track);
-    if (head) heads_[track->trackID] = std::move(head);
+    TrackReader::readHead(shared_from_this(), demuxer, *track, task, *heads_[track->trackID]);
   }
   giveBack(std::move(demuxer));
 }
 
-const TrackHead* FileSampleSource::head(int trackID) const {
-  const auto found = heads_.find(trackID);
-  return found == heads_.end() ? nullptr : found->second.get();
-}
-
-void FileSampleSource::describe(FileDemuxer& demuxer) {
+/// False when memory is short.
+bool FileSampleSource::describe(FileDemuxer& demuxer, ReadTask& task) {
   duration_ = kCMTimeZero;
   AVFormatContext& context = *demuxer.context();
-  const std::vector<int> encrypted = encryptedTracks(*file_);
+  const std::vector<int> encrypted = encryptedTracks(task);
   for (AVStream* stream : demuxer.streams()) {
     if (!isTrack(*stream)) continue;
     auto track =
@@ -72,8 +94,11 @@ void FileSampleSource::describe(FileDemuxer& demuxer) {
                                                           : media::whyNotDecoded(*stream->codecpar);
     if (obstacle) undecodable_[track->trackID] = std::move(obstacle);
     duration_ = CMTimeMaximum(duration_, CMTimeRangeGetEnd(track->timeRange));
+    heads_[track->trackID] = headOf(demuxer, *stream);
+    if (!heads_[track->trackID]) return false;
     tracks_.push_back(std::move(track));
   }
+  return true;
 }
 
 NSErrorPtr FileSampleSource::whyNotDecoded(int trackID) const {
@@ -85,17 +110,8 @@ Result<std::unique_ptr<SampleCursor>> FileSampleSource::openCursor(int trackID) 
   const auto track = std::ranges::find(tracks_, trackID, &AVAssetTrack::trackID);
   if (track == tracks_.end()) return makeError(AVErrorUnknown, "The asset has no such track.");
   std::unique_ptr<FileDemuxer> demuxer = takeBehindHead(trackID - 1);
-  if (!demuxer && !head(trackID)) demuxer = takeIdle();
-  if (!demuxer && !head(trackID)) {
-    auto opened = openDemuxer();
-    if (!opened) return opened.error();
-    demuxer = *std::move(opened);
-  }
-  return FileSampleCursor::open(shared_from_this(), std::move(demuxer), **track);
-}
-
-Result<std::unique_ptr<FileDemuxer>> FileSampleSource::openDemuxer() const {
-  return FileDemuxer::open(file_);
+  if (!demuxer && head(trackID).samples.empty()) demuxer = takeIdle();
+  return std::make_unique<FileSampleCursor>(shared_from_this(), std::move(demuxer), **track);
 }
 
 std::unique_ptr<FileDemuxer> FileSampleSource::takeBehindHead(int streamIndex) {

@@ -1,10 +1,11 @@
 #include "platform/media/source/LocalFile.h"
-#include "platform/dispatch/OutsideWait.h"
 #include "platform/foundation/MakeError.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +15,13 @@ namespace {
 
 NSErrorPtr openFailed(const std::string& path, int number) {
   return makePosixError(AVErrorUnknown, "The file \"" + path + "\" cannot be opened.", number);
+}
+
+/// Such file systems cannot be asked not to wait, and have no reason to.
+bool isInMemory(int descriptor) {
+  struct statfs status {};
+  return fstatfs(descriptor, &status) == 0 &&
+         (status.f_type == TMPFS_MAGIC || status.f_type == RAMFS_MAGIC);
 }
 
 }  // namespace
@@ -35,16 +43,16 @@ Result<std::shared_ptr<const LocalFile>> LocalFile::open(const std::string& path
 }
 
 LocalFile::LocalFile(std::string path, int descriptor, int64_t size)
-    : path_(std::move(path)), descriptor_(descriptor), size_(size) {}
+    : path_(std::move(path)),
+      descriptor_(descriptor),
+      size_(size),
+      isInMemory_(isInMemory(descriptor)) {}
 
 LocalFile::~LocalFile() {
   ::close(descriptor_);
 }
 
 int64_t LocalFile::readAt(int64_t offset, std::span<uint8_t> bytes) const {
-  int64_t held = 0;
-  if (readHeld(offset, bytes, held)) return held;
-  const OutsideWait wait;
   for (;;) {
     const ssize_t count = ::pread(descriptor_, bytes.data(), bytes.size(), offset);
     if (count >= 0) return count;
@@ -52,18 +60,15 @@ int64_t LocalFile::readAt(int64_t offset, std::span<uint8_t> bytes) const {
   }
 }
 
-/// Reads what the system holds in memory; false when that is not all that is to be had. Mostly it
-/// is, and then nobody's place need be taken.
-bool LocalFile::readHeld([[maybe_unused]] int64_t offset, [[maybe_unused]] std::span<uint8_t> bytes,
-                         [[maybe_unused]] int64_t& count) const {
+int64_t LocalFile::readHeld(int64_t offset, std::span<uint8_t> bytes) const {
+  if (isInMemory_) return readAt(offset, bytes);
 #ifdef RWF_NOWAIT
   const iovec part{bytes.data(), bytes.size()};
-  count = ::preadv2(descriptor_, &part, 1, offset, RWF_NOWAIT);
-  const auto wanted = static_cast<int64_t>(bytes.size());
-  return count == wanted || (count >= 0 && offset + count >= size_);
-#else
-  return false;
+  const ssize_t count = ::preadv2(descriptor_, &part, 1, offset, RWF_NOWAIT);
+  if (count >= 0) return count;
+  if (errno != EOPNOTSUPP && errno != ENOSYS && errno != EINVAL) return -errno;
 #endif
+  return -EAGAIN;
 }
 
 }  // namespace zaffo::media

@@ -9,16 +9,16 @@
 
 namespace zaffo::media {
 
-/// What a track begins with: its first samples in decode order, read when the file was opened and
-/// kept for as long as it is open. So a player shows its first frame, and a loop goes back to its
-/// start, without waiting for the disk. Thread: any, unchanged once made.
+/// What is known of a track once its file was opened, and kept for as long as it is open. To that
+/// belong its first samples in decode order: so a player shows its first frame, and a loop goes
+/// back to its start, without waiting for the disk. Thread: any, unchanged once made.
 struct TrackHead {
   /// Enough of a picture track for the first frame of a loop, which lies 0.05 s into the file.
   static constexpr std::size_t kMostSamples = 8;
   /// The first sample is kept however large it is.
   static constexpr int kMostBytes = 512 * 1024;
 
-  std::vector<Sample> samples;  ///< never empty
+  std::vector<Sample> samples;  ///< none where they were not read, or could not be
   CodecParametersPtr parameters;
   AVRational timeBase{};          ///< of the stream
   int64_t timelineStart = 0;      ///< as FileDemuxer::timelineStart

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "media/Clips.h"
+#include "platform/media/source/LocalByteSource.h"
 
 namespace zaffo::media {
 namespace {
@@ -55,9 +56,13 @@ class EncryptedTracksTest : public testing::Test {
 
  private:
   static std::vector<int> ofFile(const std::string& path) {
-    const auto file = LocalFile::open(path);
-    EXPECT_TRUE(file) << path;
-    return file ? encryptedTracks(**file) : std::vector<int>();
+    auto bytes = LocalByteSource::open(path);
+    EXPECT_TRUE(bytes) << path;
+    std::vector<int> tracks;
+    if (!bytes) return tracks;
+    ReadTask task(*std::move(bytes));
+    EXPECT_TRUE(task.run([&] { tracks = encryptedTracks(task); }));
+    return tracks;
   }
 
   const std::string path_ = testing::TempDir() + "EncryptedTracks" + std::to_string(getpid());

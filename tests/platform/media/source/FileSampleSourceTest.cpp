@@ -3,12 +3,11 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <functional>
-#include <string_view>
 
 #include "doubles/ProcessCounts.h"
 #include "platform/media/Decoding.h"
 #include "platform/media/FFmpegError.h"
+#include "platform/media/source/SamplePrint.h"
 
 namespace zaffo::media {
 namespace {
@@ -143,23 +142,6 @@ TEST(FileSampleSource, ACursorAfterAnotherStartsAtTheBeginningOfItsOwnTrack) {
     const auto samples = readAll(*openTrack(*source, type));
     EXPECT_EQ(samples.size(), type == AVMediaTypeVideo ? 120u : 174u);
   }
-}
-
-/// What there is to a sample, its bytes included.
-std::string fingerprint(const Sample& sample) {
-  const AVPacket& packet = *sample.packet;
-  const std::string_view bytes(reinterpret_cast<const char*>(packet.data),
-                               static_cast<std::size_t>(packet.size));
-  return CMTimeDescription(sample.presentation) + CMTimeDescription(sample.decode) +
-         CMTimeDescription(sample.duration) + (sample.sync ? " sync" : "") +
-         (sample.decodeOnly ? " hidden " : " ") +
-         std::to_string(std::hash<std::string_view>{}(bytes));
-}
-
-std::vector<std::string> fingerprintsOf(const std::vector<Sample>& samples) {
-  std::vector<std::string> prints;
-  for (const Sample& sample : samples) prints.push_back(fingerprint(sample));
-  return prints;
 }
 
 class EveryCursorOf : public testing::TestWithParam<const char*> {};

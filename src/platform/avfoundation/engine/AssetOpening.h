@@ -1,0 +1,35 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/NSURL.h"
+#include "platform/foundation/Result.h"
+#include "platform/media/source/SourceOpening.h"
+
+namespace zaffo {
+
+/// The opening of what an address names, in turns on a queue: one each time bytes that it waited
+/// for have come. Gives up when it is let go of. Thread: the queue.
+class AssetOpening : public std::enable_shared_from_this<AssetOpening> {
+ public:
+  using Completion = std::function<void(Result<std::shared_ptr<media::SampleSource>>)>;
+
+  /// Called on `queue`, which may wait for the disk. Calls `done` once, there or in the call. Null
+  /// when it has done so already.
+  [[nodiscard]] static std::shared_ptr<AssetOpening> begin(const std::shared_ptr<const NSURL>& url,
+                                                           const DispatchQueuePtr& queue,
+                                                           Completion done);
+
+ private:
+  AssetOpening(std::shared_ptr<media::ByteSource> bytes, DispatchQueuePtr queue, Completion done)
+      : queue_(std::move(queue)), done_(std::move(done)), opening_(std::move(bytes)) {}
+  void step();
+
+  const DispatchQueuePtr queue_;
+  const Completion done_;
+  media::SourceOpening opening_;
+};
+
+}  // namespace zaffo
