@@ -110,6 +110,13 @@ Sleeps sleeps() {
   return result;
 }
 
+std::string mainThreadName() {
+  std::ifstream comm("/proc/self/comm");
+  std::string name;
+  std::getline(comm, name);
+  return name;
+}
+
 void printWakeUps(const Report& report, const char* state, double seconds, const Handle& handle) {
   const auto shown = [&] { return bench::picturesOf(handle).shown; };
   const auto pictures = shown();
@@ -117,7 +124,9 @@ void printWakeUps(const Report& report, const char* state, double seconds, const
   bench::runFor(seconds);
   double all = 0;
   std::string threads;
-  for (auto [name, count] : sleeps()) {
+  Sleeps after = sleeps();
+  after[mainThreadName()] -= 1;  // the one with which this program itself waited
+  for (auto [name, count] : after) {
     if (const auto former = before.find(name); former != before.end()) count -= former->second;
     if (count == 0) continue;
     all += count / seconds;
@@ -142,7 +151,7 @@ void wakeUps(const Report& report, double seconds, const std::string& clip) {
   view->setFrame(zaffo::CGRectMake(0, 0, options.size.width, options.size.height));
   window->rootView()->addSubview(view);
   handle->setRate(1);
-  bench::runFor(2);  // until the sound device has its place
+  bench::runFor(6);  // until the sound device has its place
   report.print("{");
   printWakeUps(report, "drawn", seconds, handle);
   view->removeFromSuperview();

@@ -14,6 +14,8 @@ PLAY_SECONDS = 4.5
 LOOP_SECONDS = 60
 SEAMS = 25
 SWIPES = 200
+HEAVY_PAGES = 4
+HEAVY_SECONDS = 10
 
 
 class Bench:
@@ -198,6 +200,51 @@ class Bench:
             busy.kill()
             busy.wait()
 
+    def host(self):
+        """What the application notices; with sound where there is a sound server."""
+        clip, seconds = self.clip(MAIN_CLIPS[0]), "3" if self.quick else "10"
+        run = self.run_once("zaffo-bench-host", "wake-ups", seconds, clip)
+        for state, target in (("drawn", "150"), ("hidden", "50"), ("idle", "0")):
+            self.add(f"wake-ups a second, one playing: {state}", None, run[state]["per_second"], "",
+                     1, target)
+        run = self.run_once("zaffo-bench-host", "heap", "300", clip)
+        self.add("longest small allocation beside a torn heap of 300 MiB, after playing",
+                 run["calm_ms"], run["idle_ms"], "ms")
+
+    def heavy_clips(self):
+        """4K HEVC with a key frame every ten seconds, made once."""
+        folder = os.path.join(self.build, "heavy-clips")
+        os.makedirs(folder, exist_ok=True)
+        names = [os.path.join(folder, f"heavy-{n}.mp4") for n in range(HEAVY_PAGES)]
+        for number, name in enumerate(names):
+            if os.path.exists(name):
+                continue
+            partial = os.path.join(folder, f".partial-{number}.mp4")
+            picture = f"mandelbrot=size=3840x2160:rate=30:start_x=-0.7{number}"
+            subprocess.run(
+                ["ffmpeg", "-nostdin", "-loglevel", "error", "-y", "-f", "lavfi", "-i", picture,
+                 "-f", "lavfi", "-i", f"sine=frequency={220 * (number + 1)}:sample_rate=48000",
+                 "-t", str(HEAVY_SECONDS), "-pix_fmt", "yuv420p", "-c:v", "libx265", "-preset",
+                 "ultrafast", "-x265-params", "keyint=300:min-keyint=300:log-level=error", "-tag:v",
+                 "hvc1", "-c:a", "aac", partial], check=True)
+            os.rename(partial, name)
+        return names
+
+    def starve(self):
+        """What heavy pages take away from a light one and from other queues."""
+        light, heavy = self.clip(LONG_CLIPS[0]), self.heavy_clips()
+        for mode, count, text in (("play", 2, "two 4K pages playing"),
+                                  ("play", HEAVY_PAGES, "four 4K pages playing"),
+                                  ("seek", 2, "exact seeks in two 4K pages")):
+            run = self.run_once("zaffo-bench-starve", mode, "5", light, *heavy[:count])
+            for key, what, target in (("serial_ms", "a serial queue's longest wait", "20 ms"),
+                                      ("global_ms", "the global queue's longest wait", "20 ms"),
+                                      ("silence_ms", "longest silence in a light page's sound", "0")):
+                self.add(f"{text}: {what}", None, run[key], "ms", 1, target)
+            seen = run["light_shown"] + run["light_dropped"]
+            self.add(f"{text}: pictures that a light page drops", None,
+                     100 * run["light_dropped"] / max(seen, 1), "%", 1, "5 %")
+
     def table(self):
         rows = [("", "beside", "library", "ratio", "target")] + self.rows
         widths = [max(len(row[i]) for row in rows) for i in range(5)]
@@ -210,7 +257,8 @@ class Bench:
 
 def main():
     bench = Bench(sys.argv[1], sys.argv[2], "quick" in sys.argv[3:])
-    for measure in (bench.latencies, bench.memory, bench.cpu, bench.fast, bench.loops, bench.feed):
+    for measure in (bench.latencies, bench.memory, bench.cpu, bench.fast, bench.loops, bench.feed,
+                    bench.host, bench.starve):
         measure()
     print("Medians, beside libavformat and libavcodec alone (the floor: one thread, the same clips)"
           " unless the row says otherwise.\n")

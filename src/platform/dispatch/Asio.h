@@ -5,5 +5,5 @@
 #define ASIO_NO_DEPRECATED
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
+#include <asio/posix/stream_descriptor.hpp>
 #include <asio/post.hpp>
-#include <asio/steady_timer.hpp>

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/TimeSource.h"
+#include "platform/dispatch/MainQueue.h"
 #include "platform/dispatch/QueueTimer.h"
 #include "platform/dispatch/TimerService.h"
 
@@ -20,6 +21,13 @@ int64_t deadlineAfter(int64_t now, int64_t delay) {
                                                            : now + delay;
 }
 
+/// The main loop rings its own timers, so that no other thread wakes for them; replaced time rings
+/// all of them in one order.
+TimerService& serviceFor(const DispatchQueuePtr& queue) {
+  const bool isMain = queue.get() == &MainQueue::shared() && !TimeSource::replacement();
+  return isMain ? TimerService::ofMainQueue() : TimerService::shared();
+}
+
 }  // namespace
 
 DispatchTimerPtr dispatch_timer_after(int64_t delay, const DispatchQueuePtr& queue,
@@ -30,11 +38,13 @@ DispatchTimerPtr dispatch_timer_after(int64_t delay, const DispatchQueuePtr& que
 
 DispatchTimerPtr dispatch_timer_at(int64_t deadline, const DispatchQueuePtr& queue,
                                    DispatchBlock block) {
-  const auto timer = std::make_shared<QueueTimer>(QueueTimer::kOnce, queue, std::move(block));
+  TimerService& service = serviceFor(queue);
+  const auto timer =
+      std::make_shared<QueueTimer>(service, QueueTimer::kOnce, queue, std::move(block));
   if (deadline <= TimeSource::now()) {
     timer->fire();  // what is due already need not go through another thread
   } else {
-    TimerService::shared().schedule(deadline, timer);
+    service.schedule(deadline, timer);
   }
   return timer;
 }
@@ -42,8 +52,9 @@ DispatchTimerPtr dispatch_timer_at(int64_t deadline, const DispatchQueuePtr& que
 DispatchTimerPtr dispatch_timer_every(int64_t interval, const DispatchQueuePtr& queue,
                                       DispatchBlock block) {
   const int64_t period = std::max(interval, kShortestPeriod);
-  const auto timer = std::make_shared<QueueTimer>(period, queue, std::move(block));
-  TimerService::shared().schedule(deadlineAfter(TimeSource::now(), period), timer);
+  TimerService& service = serviceFor(queue);
+  const auto timer = std::make_shared<QueueTimer>(service, period, queue, std::move(block));
+  service.schedule(deadlineAfter(TimeSource::now(), period), timer);
   return timer;
 }
 

@@ -1,12 +1,14 @@
 #include "platform/dispatch/MainQueue.h"
 
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 
 #include <chrono>
 #include <utility>
 
 #include "platform/FatalError.h"
+#include "platform/dispatch/TimerService.h"
 
 namespace zaffo {
 
@@ -17,6 +19,19 @@ constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
 int createEventDescriptor() {
   const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (descriptor < 0) fatalError("No event descriptor could be created for the main queue.");
+  return descriptor;
+}
+
+/// Readable while one of the two is.
+int createDescriptorOver(int first, int second) {
+  const int descriptor = epoll_create1(EPOLL_CLOEXEC);
+  for (const int each : {first, second}) {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    if (epoll_ctl(descriptor, EPOLL_CTL_ADD, each, &event) != 0) {
+      fatalError("No descriptor could be created for the main loop.");
+    }
+  }
   return descriptor;
 }
 
@@ -38,7 +53,10 @@ MainQueue& MainQueue::shared() {
 }
 
 MainQueue::MainQueue()
-    : QueueBase("com.zaffoapp.main-thread"), fileDescriptor_(createEventDescriptor()) {}
+    : QueueBase("com.zaffoapp.main-thread"),
+      signalDescriptor_(createEventDescriptor()),
+      fileDescriptor_(createDescriptorOver(signalDescriptor_,
+                                           TimerService::ofMainQueue().alarm().descriptor())) {}
 
 void MainQueue::async(DispatchBlock block) {
   if (!block) return;
@@ -67,17 +85,18 @@ bool MainQueue::mustSignalWhileLocked() {
 /// Not while locked: the main thread would wake, take the processor and wait for a lock held by a
 /// thread of lower priority, which then has no processor.
 void MainQueue::signal() const {
-  eventfd_write(fileDescriptor_, 1);
+  eventfd_write(signalDescriptor_, 1);
 }
 
 void MainQueue::clearSignalWhileLocked() {
   signalled_ = false;
   eventfd_t ignored = 0;
-  eventfd_read(fileDescriptor_, &ignored);
+  eventfd_read(signalDescriptor_, &ignored);
 }
 
 int MainQueue::runTurn(const std::function<bool()>& stops) {
   const CurrentScope current(*this);
+  TimerService::ofMainQueue().ringDue();
   const uint64_t end = endOfTurn();
   int count = 0;
   while (DispatchBlock block = takeBefore(end)) {

@@ -6,8 +6,10 @@
 
 namespace zaffo {
 
-QueueTimer::QueueTimer(int64_t period, DispatchQueuePtr queue, DispatchBlock block)
-    : period_(period),
+QueueTimer::QueueTimer(TimerService& service, int64_t period, DispatchQueuePtr queue,
+                       DispatchBlock block)
+    : service_(service),
+      period_(period),
       queue_(std::move(queue)),
       block_(std::make_shared<const DispatchBlock>(std::move(block))) {}
 
@@ -21,7 +23,7 @@ void QueueTimer::cancel() {
     queue.swap(queue_);
     block.swap(block_);
   }
-  TimerService::shared().noteCancelled();
+  service_.noteCancelled();
 }
 
 void QueueTimer::fire() {

@@ -9,13 +9,15 @@
 
 namespace zaffo {
 
+class TimerService;
+
 /// The only kind of timer: a block, its queue, and optionally a period.
 class QueueTimer final : public DispatchTimer, public std::enable_shared_from_this<QueueTimer> {
  public:
   static constexpr int64_t kOnce = 0;
 
-  /// `period` in nanoseconds, or kOnce.
-  QueueTimer(int64_t period, DispatchQueuePtr queue, DispatchBlock block);
+  /// `period` in nanoseconds, or kOnce; `service`, which outlives it, is to fire it.
+  QueueTimer(TimerService& service, int64_t period, DispatchQueuePtr queue, DispatchBlock block);
 
   void cancel() override;
 
@@ -29,6 +31,7 @@ class QueueTimer final : public DispatchTimer, public std::enable_shared_from_th
  private:
   void run();
 
+  TimerService& service_;
   const int64_t period_;
   std::atomic<bool> cancelled_{false};
   Mutex stateMutex_;

@@ -3,6 +3,8 @@
 #include <semaphore.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <ctime>
 
 namespace zaffo {
 
@@ -20,6 +22,17 @@ class Semaphore {
   void acquire() {
     while (sem_wait(&semaphore_) != 0 && errno == EINTR) {
     }
+  }
+  [[nodiscard]] bool tryAcquire() { return sem_trywait(&semaphore_) == 0; }
+  /// False when there was none until `deadline`, in nanoseconds of the machine's monotonic clock.
+  [[nodiscard]] bool acquireUntil(int64_t deadline) {
+    constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
+    const timespec until{static_cast<time_t>(deadline / kNanosecondsPerSecond),
+                         static_cast<long>(deadline % kNanosecondsPerSecond)};
+    while (sem_clockwait(&semaphore_, CLOCK_MONOTONIC, &until) != 0) {
+      if (errno != EINTR) return false;
+    }
+    return true;
   }
 
  private:

@@ -7,6 +7,7 @@
 
 #include "platform/FatalError.h"
 #include "platform/ThreadPriority.h"
+#include "platform/dispatch/TimerService.h"
 #include "platform/dispatch/WorkCount.h"
 
 namespace zaffo {
@@ -14,6 +15,8 @@ namespace zaffo {
 namespace {
 constexpr std::chrono::seconds kParkedLifetime{10};
 thread_local bool isWorkerThread = false;
+/// The calling worker, awake anyway, runs the next piece of work that it announces.
+thread_local bool keepsNextWork = false;
 }  // namespace
 
 class WorkerPool::Lane final : public Executor {
@@ -85,14 +88,32 @@ void WorkerPool::execute(size_t lane, std::shared_ptr<Runnable> work) {
     waitingWork_[lane].push_back(std::move(work));
     waiting_.fetch_add(1, std::memory_order_relaxed);
   }
-  work_.release();
+  if (!std::exchange(keepsNextWork, false)) work_.release();
 }
 
 void WorkerPool::work() {
   while (!stopped_ && spares_.mayGoOn()) {
-    work_.acquire();
-    if (!stopped_) runHighest();
+    if (awaitWork() && !stopped_) runHighest();
   }
+}
+
+/// Sleeps until there is work. A worker that goes to sleep rings what is due meanwhile: no other
+/// thread need wake for it. False when that gave this worker no work.
+bool WorkerPool::awaitWork() {
+  if (work_.tryAcquire()) return true;
+  TimerService& timers = TimerService::shared();
+  const int64_t deadline = timers.beginKeeping();
+  if (deadline == TimerService::kNever) {
+    work_.acquire();
+    return true;
+  }
+  if (work_.acquireUntil(deadline)) {
+    timers.endKeeping(deadline);
+    return true;
+  }
+  keepsNextWork = true;
+  timers.ringKept(deadline);
+  return !std::exchange(keepsNextWork, false);
 }
 
 /// Runs one piece of work, if there is one that is not withheld: there are as many calls as pieces.

@@ -54,6 +54,7 @@ class WorkerPool {
   void execute(size_t lane, std::shared_ptr<Runnable> work);
   [[nodiscard]] bool startWorker();
   void work();
+  [[nodiscard]] bool awaitWork();
   void runHighest();
   [[nodiscard]] std::shared_ptr<Runnable> takeHighest();
   [[nodiscard]] bool mayBegin(size_t lane) const;

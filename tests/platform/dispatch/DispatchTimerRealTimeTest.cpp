@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <latch>
 #include <limits>
 #include <memory>
@@ -66,12 +70,77 @@ TEST(DispatchTimerInRealTime, FiresWhileEveryWorkerIsBusy) {
     dispatch_async(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_HIGH),
                    [&] { release.wait(); });
   }
-  bool ran = false;
+  std::atomic<bool> ran = false, ranElsewhere = false;
   const auto timer =
       dispatch_timer_after(kMillisecond, dispatch_get_main_queue(), [&] { ran = true; });
-  EXPECT_TRUE(runMainLoopUntil([&] { return ran; }, 10 * kSecond));
+  const auto elsewhere = dispatch_timer_after(
+      kMillisecond, dispatch_queue_create_blocking("patient"), [&] { ranElsewhere = true; });
+  EXPECT_TRUE(runMainLoopUntil([&] { return ran && ranElsewhere; }, 10 * kSecond));
   release.count_down();
   dispatch_wait_until_idle();
+}
+
+/// How often the thread that rings timers went to sleep; each time something had woken it.
+long sleepsOfTimerThread() {
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream status(task.path() / "status");
+    std::string line;
+    bool isTimers = false;
+    while (std::getline(status, line)) {
+      if (line == "Name:\tzaffo-timers") isTimers = true;
+      if (isTimers && line.starts_with("voluntary_ctxt_switches:")) {
+        return std::strtol(line.c_str() + line.find('\t'), nullptr, 10);
+      }
+    }
+  }
+  return 0;
+}
+
+/// What the thread was woken for by now it has seen to.
+void settleTimers() {
+  std::atomic<bool> rang = false;
+  const auto timer = dispatch_timer_after(kMillisecond, dispatch_queue_create_blocking("settles"),
+                                          [&] { rang = true; });
+  ASSERT_TRUE(runMainLoopUntil([&] { return rang.load(); }, 10 * kSecond));
+}
+
+TEST(DispatchTimerInRealTime, SettingEarlierTimersWakesNobody) {
+  settleTimers();
+  const long before = sleepsOfTimerThread();
+  const auto queue = dispatch_queue_create("never");
+  constexpr int kTimers = 200;
+  std::vector<DispatchTimerPtr> timers;
+  for (int i = 0; i < kTimers; ++i) {
+    timers.push_back(dispatch_timer_after((3600 - i) * kSecond, queue, [] { FAIL(); }));
+  }
+  settleTimers();
+  EXPECT_LT(sleepsOfTimerThread() - before, kTimers / 10);
+  for (const auto& timer : timers) timer->cancel();
+}
+
+TEST(DispatchTimerInRealTime, ATimerOfTheMainQueueWakesTheMainThreadAlone) {
+  settleTimers();
+  const long before = sleepsOfTimerThread();
+  int runs = 0;
+  const auto timer = dispatch_timer_every(kMillisecond, dispatch_get_main_queue(), [&] { ++runs; });
+  ASSERT_TRUE(runMainLoopUntil([&] { return runs == 50; }, 10 * kSecond));
+  timer->cancel();
+  EXPECT_LT(sleepsOfTimerThread() - before, 5);
+}
+
+TEST(DispatchTimerInRealTime, AWorkerThatSleepsRingsWhatIsDueItself) {
+  settleTimers();
+  const long before = sleepsOfTimerThread();
+  const auto queue = dispatch_queue_create("paced");
+  std::atomic<int> runs = 0;
+  constexpr int kRuns = 50;
+  std::function<void()> step = [&] {
+    if (++runs < kRuns) dispatch_timer_after(2 * kMillisecond, queue, step).reset();
+  };
+  queue->async(step);
+  ASSERT_TRUE(runMainLoopUntil([&] { return runs == kRuns; }, 10 * kSecond));
+  dispatch_wait_until_idle();
+  EXPECT_LT(sleepsOfTimerThread() - before, kRuns / 2);
 }
 
 TEST(DispatchTimerInRealTime, SurvivesThreadsThatMakeAndCancelTimersAtRandom) {

@@ -11,6 +11,7 @@
 
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/DispatchTimer.h"
+#include "platform/dispatch/MainQueue.h"
 #include "platform/foundation/NSThread.h"
 
 namespace zaffo {
@@ -151,7 +152,7 @@ TEST_F(MainLoopTest, AWakeUpWithoutABlockDoesNotKeepTheDescriptorReadable) {
 
 TEST_F(MainLoopTest, ASignalThatComesAfterItsBlockWasRunIsGoneAfterOneTurn) {
   // A thread that queued a block signals it without the lock, perhaps when the block has run.
-  ASSERT_EQ(eventfd_write(MainLoop::fileDescriptor(), 1), 0);
+  ASSERT_EQ(eventfd_write(MainQueue::shared().signalDescriptor(), 1), 0);
   EXPECT_TRUE(isReadable());
   EXPECT_EQ(MainLoop::runTurn(), 0);
   EXPECT_FALSE(isReadable()) << "a loop that polls it would spin";
