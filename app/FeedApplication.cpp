@@ -1,45 +1,15 @@
 #include "FeedApplication.h"
 
-#include <cmath>
 #include <cstdio>
 #include <fstream>
-#include <map>
 #include <utility>
 
 #include "cell/PlayerCell.h"
 
 namespace zaffo::feed {
 
-namespace {
-
-/// A clip too short to loop is played as it is.
-std::shared_ptr<FeedVideo> makeVideo(const URLs::value_type& url, std::string id,
-                                     Options::Loop loop) {
-  auto plain = ZFSingleLoopVideoPlayerItemLoader::createWithURL(url);
-  if (loop != Options::Loop::Looping)
-    return std::make_shared<FeedVideo>(url, std::move(id), std::move(plain));
-  auto looping = ZFLoopingVideoPlayerItemLoader::createWithURL(url);
-  return std::make_shared<FeedVideo>(url, std::move(id), std::move(looping), std::move(plain));
-}
-
-/// One video per page; a clip that appears more than once has an id for each page.
-std::vector<std::shared_ptr<FeedVideo>> makeVideos(const URLs& urls, Options::Loop loop) {
-  std::vector<std::shared_ptr<FeedVideo>> videos;
-  std::map<std::string, int> count;
-  for (const auto& url : urls) {
-    std::string id = url->absoluteString();
-    if (const int number = ++count[id]; number > 1) id += "#" + std::to_string(number);
-    videos.push_back(makeVideo(url, std::move(id), loop));
-  }
-  return videos;
-}
-
-}  // namespace
-
 FeedApplication::FeedApplication(Options options, const URLs& urls, std::vector<Command> commands)
-    : options_(std::move(options)),
-      commands_(std::move(commands)),
-      videos_(makeVideos(urls, options_.loop)) {}
+    : options_(std::move(options)), commands_(std::move(commands)), videos_(urls, options_.loop) {}
 
 FeedApplication::~FeedApplication() = default;
 
@@ -73,6 +43,7 @@ bool FeedApplication::openWindow() {
   options.title = "zaffo-feed";
   options.size = {static_cast<double>(options_.width), static_cast<double>(options_.height)};
   options.offscreen = options_.headless;
+  options.scale = options_.scale;
   NSErrorPtr error;
   window_ = Window::create(options, &error);
   if (window_) return true;
@@ -85,28 +56,45 @@ bool FeedApplication::openWindow() {
 void FeedApplication::makeFeed() {
   manager_ = PlayerManager::create();
   manager_->setUseFastPlayer(options_.fast);
-  view_ = FeedView::create(static_cast<int>(videos_.size()));
+  view_ = FeedView::create(videos_.count());
   window_->rootView()->addSubview(view_);
   fitFeedToWindow();
-
-  const PlayerCell::Style style{options_.loop != Options::Loop::None, window_->size()};
-  controller_ = FeedController::create(
-      {manager_, view_, statistics_, [this](int page) { return nameOfPage(page); },
-       [this, style](int page) {
-         return PlayerCell::create(manager_, videos_[static_cast<std::size_t>(page)], style);
-       }});
-  view_->setPageHandler([this](int page) { controller_->showPage(page); });
+  view_->startAt(static_cast<int>(options_.start) - 1);
+  controller_ = makeController();
+  control_ = PlaybackControl::create(controller_);
+  makeOverlay();
+  view_->setPageHandler([this](int page) { pageTurned(page); });
   view_->setRestHandler([this] { controller_->scrollingEnded(); });
   input_ = std::make_unique<FeedInput>(
-      view_, FeedInput::Actions{[this] {
-                                  if (const auto cell = controller_->currentCell())
-                                    cell->togglePlaying();
-                                },
-                                [this] { fitFeedToWindow(); }, [this] { loop_.quit(); }});
-  window_->setInputHandler([this](const InputEvent& event) { input_->handle(event); });
+      view_, FeedInput::Actions{
+                 [this](Action action) { perform(action); },
+                 [this](CGPoint place) { return OverlayView::isOnBar(place, window_->size()); },
+                 [this](FeedInput::Phase phase, double x) { scrub(phase, x); }});
+  window_->setInputHandler([this](const InputEvent& event) { handle(event); });
   window_->setPresentHandler([this](int64_t hostNanoseconds) { presented(hostNanoseconds); });
   observeResets();
   controller_->start();
+  pageTurned(view_->page());
+}
+
+std::shared_ptr<FeedController> FeedApplication::makeController() {
+  const double scale = window_->scale();
+  const CGSize size = window_->size();
+  const PlayerCell::Style style{options_.loop != Options::Loop::None,
+                                {size.width * scale, size.height * scale},
+                                [window = window_] { return window->scale(); }};
+  return FeedController::create(
+      {manager_, view_, statistics_, [this](int page) { return nameOfPage(page); },
+       [this, style](int page) { return PlayerCell::create(manager_, videos_.at(page), style); }});
+}
+
+void FeedApplication::makeOverlay() {
+  if (options_.headless && !options_.overlay) return;
+  overlay_ = Overlay::create({[window = window_] { return window->scale(); },
+                              [this] { return overlayState(); },
+                              [this](const auto& answer) { readPool(answer); }});
+  window_->rootView()->addSubview(overlay_->view());
+  overlay_->setSize(window_->size());
 }
 
 void FeedApplication::observeResets() {
@@ -123,6 +111,7 @@ void FeedApplication::observeResets() {
 void FeedApplication::fitFeedToWindow() {
   view_->setFrame({{0, 0}, window_->size()});
   view_->layoutIfNeeded();
+  if (overlay_) overlay_->setSize(window_->size());
 }
 
 void FeedApplication::startScript() {
@@ -140,7 +129,7 @@ void FeedApplication::scriptEnded(ScriptRunner::Ending ending) {
 // Running
 
 std::string FeedApplication::nameOfPage(int page) const {
-  return videos_[static_cast<std::size_t>(page)]->name();
+  return videos_.at(page)->name();
 }
 
 int FeedApplication::playerCount() const {
@@ -149,6 +138,8 @@ int FeedApplication::playerCount() const {
 
 void FeedApplication::presented(int64_t hostNanoseconds) {
   controller_->didPresent(hostNanoseconds);
+  view_->pictureShown();
+  if (overlay_) overlay_->pictureShown();
 }
 
 void FeedApplication::turnEnded(const TurnTimes& turn) {
@@ -157,6 +148,12 @@ void FeedApplication::turnEnded(const TurnTimes& turn) {
     const auto cell = controller_->currentCell();
     if (cell && cell->isShown()) std::exchange(frameWaiter_, nullptr)({});
   }
+  if (overlay_) {
+    const auto cell = controller_->currentCell();
+    overlay_->update(control_->isPaused(), (cell && !cell->isShown()) || control_->isSeeking());
+  }
+  if (std::exchange(isAwake_, control_->isPlaying()) != isAwake_)
+    window_->setKeepsScreenAwake(isAwake_);
   if (warmedUp_ || statistics_->swipes().size() <= Statistics::kWarmedUp) return;
   warmedUp_ = true;
   dispatch_async(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT),
@@ -174,6 +171,7 @@ void FeedApplication::finish() {
   const int players = playerCount();
   const auto figures = ProcessFigures::read();
   runner_ = nullptr;
+  overlay_ = nullptr;
   window_->setInputHandler({});
   window_->setPresentHandler({});
   controller_->stop();
@@ -188,70 +186,6 @@ void FeedApplication::writeStatistics() {
   file << statistics_->json();
   file.close();
   if (!file) complain(options_.statsFile + ": cannot be written");
-}
-
-// What a script can do
-
-void FeedApplication::scrollBy(int pages) {
-  view_->scrollToPage(view_->page() + pages);
-}
-
-void FeedApplication::scrollTo(int page) {
-  view_->scrollToPage(page);
-}
-
-void FeedApplication::waitForFrame(Outcome done) {
-  frameWaiter_ = std::move(done);
-}
-
-void FeedApplication::setRate(float rate) {
-  if (const auto cell = controller_->currentCell()) cell->setRate(rate);
-}
-
-void FeedApplication::seek(double seconds, Outcome done) {
-  constexpr CMTimeScale kTimescale = 90000;
-  const CMTime time = CMTimeMakeWithSeconds(seconds, kTimescale);
-  // A video that is still loading has nothing to seek in yet.
-  waitForFrame([this, time, done = std::move(done)](const std::string&) {
-    controller_->currentCell()->seek(time, [done] { done({}); });
-  });
-}
-
-void FeedApplication::setVolume(float volume) {
-  controller_->setVolume(volume);
-}
-
-void FeedApplication::shot(const std::string& file, Outcome done) {
-  window_->snapshot([file, done = std::move(done)](const CGImagePtr& image) {
-    if (!image) return done("there is no picture to write to " + file);
-    // Compressing takes tens of milliseconds.
-    dispatch_async(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT), [=] {
-      const auto error = image->writePNG(file);
-      const std::string text = error ? file + ": " + error->localizedDescription() : std::string();
-      dispatch_async(dispatch_get_main_queue(), [=] { done(text); });
-    });
-  });
-}
-
-void FeedApplication::printState() {
-  std::printf("%s\n", manager_->debugDescription().c_str());
-  std::fflush(stdout);
-}
-
-void FeedApplication::setIdle(bool on) {
-  controller_->setMainThreadIsIdle(on);
-}
-
-void FeedApplication::setFast(bool on) {
-  controller_->setUseFastPlayer(on);
-}
-
-void FeedApplication::setBounds(long most, long mostWhileIdle) {
-  controller_->setBounds(most, mostWhileIdle);
-}
-
-void FeedApplication::resetMediaServices() {
-  AVAudioSession::sharedInstance().resetMediaServices();
 }
 
 }  // namespace zaffo::feed

@@ -1,19 +1,23 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <ZaffoPlayback/ZaffoPlayback.h>
 
 #include "Options.h"
+#include "VideoList.h"
 #include "feed/FeedController.h"
 #include "feed/FeedInput.h"
-#include "feed/FeedVideo.h"
 #include "feed/FeedView.h"
 #include "feed/FolderScan.h"
+#include "feed/PlaybackControl.h"
 #include "figures/MeasuredLoop.h"
 #include "figures/Statistics.h"
+#include "overlay/Overlay.h"
 #include "script/ScriptRunner.h"
 
 namespace zaffo::feed {
@@ -35,12 +39,26 @@ class FeedApplication final : public ScriptHost {
   [[nodiscard]] bool openSound();
   [[nodiscard]] bool openWindow();
   void makeFeed();
+  [[nodiscard]] std::shared_ptr<FeedController> makeController();
+  void makeOverlay();
   void observeResets();
   void startScript();
   void scriptEnded(ScriptRunner::Ending ending);
   void finish();
   void writeStatistics();
   void complain(const std::string& text);
+
+  // What a person does
+  void handle(const InputEvent& event);
+  void perform(Action action);
+  void leave();
+  void seekBy(double seconds);
+  void scrub(FeedInput::Phase phase, double x);
+  void changeVolume(int percent);
+  void addVideos(const std::string& path);
+  void pageTurned(int page);
+  [[nodiscard]] OverlayState overlayState() const;
+  void readPool(const std::function<void(Overlay::Rows)>& answer);
 
   [[nodiscard]] int playerCount() const;
   [[nodiscard]] std::string nameOfPage(int page) const;
@@ -60,10 +78,12 @@ class FeedApplication final : public ScriptHost {
   void setFast(bool on) override;
   void setBounds(long most, long mostWhileIdle) override;
   void resetMediaServices() override;
+  void sendInput(InputEvent event) override { handle(event); }
+  void printStatus() override;
 
   const Options options_;
   const std::vector<Command> commands_;
-  std::vector<std::shared_ptr<FeedVideo>> videos_;
+  VideoList videos_;
   MeasuredLoop loop_;
   int status_ = 0;
 
@@ -72,11 +92,16 @@ class FeedApplication final : public ScriptHost {
   std::shared_ptr<PlayerManager> manager_;
   std::shared_ptr<FeedView> view_;
   std::shared_ptr<FeedController> controller_;
+  std::shared_ptr<PlaybackControl> control_;
+  std::shared_ptr<Overlay> overlay_;  // null where nobody sees it
   std::unique_ptr<FeedInput> input_;
   std::shared_ptr<ScriptRunner> runner_;
   std::shared_ptr<int> resetObserver_ = std::make_shared<int>(0);
   Outcome frameWaiter_;
   bool warmedUp_ = false;
+  bool isAwake_ = true;  // the display is kept from its screen saver
+  int64_t lastDrop_ = 0;
+  std::optional<std::pair<int64_t, uint64_t>> poolRead_;  // when, and how many pictures by then
 };
 
 }  // namespace zaffo::feed

@@ -12,6 +12,7 @@ namespace {
 
 constexpr int kUsageError = 2;
 constexpr int kLargestSide = 8192;
+constexpr long kMostPages = 1'000'000;
 
 /// Reads "405x720" into the two sides; returns what is wrong, or an empty string.
 std::string readSize(const std::string& text, Options& options) {
@@ -29,9 +30,20 @@ std::string readSize(const std::string& text, Options& options) {
 void describe(CLI::App& app, Options& options) {
   app.set_version_flag("--version", std::string("zaffo-feed ") + ZaffoPlaybackVersionString,
                        "Print the version and exit");
-  app.add_option("inputs", options.inputs, "Video files, folders of them, or URLs, in feed order")
+  app.add_option("inputs", options.inputs,
+                 "Video files, folders of them, or URLs, in feed order; - for a list of them on "
+                 "standard input")
       ->type_name("FILE|FOLDER|URL");
+  app.add_flag("--recursive", options.recursive, "Look into the folders below a folder, too");
+  app.add_option("--start", options.start, "Page to begin with (1)")
+      ->type_name("N")
+      ->check(CLI::Range(1L, kMostPages).description(""));
   app.add_flag("--headless", options.headless, "Render offscreen; no display is needed");
+  app.add_flag("--overlay", options.overlay,
+               "Show title, bar and marks in pictures that are written, too");
+  app.add_option("--scale", options.scale, "Pixels a point of a headless run (1)")
+      ->type_name("S")
+      ->check(CLI::Range(0.5, 4.0).description(""));
   app.add_option_function<std::string>(
          "--size",
          [&options](const std::string& text) {
@@ -68,6 +80,8 @@ void describe(CLI::App& app, Options& options) {
 /// Mistakes that CLI11 cannot check for; empty when all is well.
 std::string contradiction(const Options& options) {
   if (options.inputs.empty()) return "nothing to play: name a file, a folder or a URL";
+  if (options.scale != 1 && !options.headless)
+    return "--scale goes with --headless; a window has its display's scale";
   if (!options.shotFile.empty() && (!options.headless || options.hasScript()))
     return "--shot goes with --headless and without a script; in a script say 'shot FILE.png'";
   return {};

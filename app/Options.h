@@ -16,9 +16,13 @@ struct Options {
   };
 
   std::vector<std::string> inputs;  ///< files, folders and URLs as given
+  bool recursive = false;           ///< folders below folders too
+  long start = 1;                   ///< the page to begin with, from 1
   bool headless = false;
-  int width = 405;   ///< of the feed, in points
-  int height = 720;  ///< of the feed, in points
+  bool overlay = false;  ///< in pictures and offscreen, too
+  double scale = 1;      ///< pixels a point, offscreen
+  int width = 405;       ///< of the feed, in points
+  int height = 720;      ///< of the feed, in points
   bool sound = true;
   bool fast = false;
   bool trace = false;

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <optional>
 #include <string>
@@ -41,9 +42,13 @@ std::optional<std::string> readScript(const Options& options) {
 }
 
 int runFeed(const Options& options) {
-  const auto videos = collectVideos(options.inputs);
+  const auto videos = collectVideos(withListedInputs(options.inputs, std::cin),
+                                    options.recursive ? Folders::Deep : Folders::Flat);
   if (const auto* wrong = std::get_if<std::string>(&videos)) return usageError(*wrong);
   const URLs& urls = std::get<URLs>(videos);
+  if (options.start > static_cast<long>(urls.size()))
+    return usageError("there is no page " + std::to_string(options.start) + "; the last one is " +
+                      std::to_string(urls.size()));
 
   const auto text = readScript(options);
   if (!text) return usageError(options.scriptFile + ": cannot be read");

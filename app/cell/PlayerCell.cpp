@@ -1,7 +1,11 @@
 #include "cell/PlayerCell.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <utility>
+
+#include "cell/FailureText.h"
 
 namespace zaffo::feed {
 
@@ -10,14 +14,14 @@ using State = PlayerLoan::State;
 PlayerCell::PlayerCell(Private, const std::shared_ptr<PlayerManager>& manager,
                        std::shared_ptr<FeedVideo> video, Style style)
     : video_(std::move(video)),
-      style_(style),
-      page_(FeedPage::create()),
+      style_(std::move(style)),
+      page_(FeedPage::create(style_.density)),
       loan_(PlayerLoan::create(manager, video_)),
       thumbnail_(std::make_shared<Thumbnail>()) {}
 
 std::shared_ptr<PlayerCell> PlayerCell::create(const std::shared_ptr<PlayerManager>& manager,
                                                std::shared_ptr<FeedVideo> video, Style style) {
-  auto cell = std::make_shared<PlayerCell>(Private{}, manager, std::move(video), style);
+  auto cell = std::make_shared<PlayerCell>(Private{}, manager, std::move(video), std::move(style));
   cell->loan_->setLoadedHandler([weakSelf = std::weak_ptr<PlayerCell>(cell)] {
     if (const auto self = weakSelf.lock()) self->loanChanged();
   });
@@ -118,7 +122,7 @@ void PlayerCell::hidePlayer() {
   noteFrameCounts();
   tally_.forget();
   playback_ = nullptr;
-  isOnScreen_ = false;
+  isOnScreen_ = isAtEnd_ = false;
   page_->setPlayerView(nullptr);
   page_->setThumbnailHidden(false);
 }
@@ -128,7 +132,7 @@ void PlayerCell::startPlaying() {
   const auto& player = loan_->player();
   player->setVolume(volume_);
   if (!isAtStart_) rewind();
-  setPlayerRate(rate_);
+  applyRate();
   isAtStart_ = false;
 }
 
@@ -136,16 +140,19 @@ void PlayerCell::startPlaying() {
 /// thumbnail, which looks the same.
 void PlayerCell::rewind() {
   page_->setThumbnailHidden(false);
+  isAtEnd_ = false;
   playback_->rewind();
 }
 
-void PlayerCell::setPlayerRate(float rate) {
-  if (playback_) playback_->setRate(rate);
+/// A page that is not in view stands still, too.
+void PlayerCell::applyRate() {
+  if (playback_) playback_->setRate(swipe_ && !isHeld_ ? rate_ : 0);
 }
 
 void PlayerCell::playbackEnded() {
   if (!swipe_) return;
   if (tally_.firstPresented() == 0 && !playback_->hasPicture()) return failOnTheWay({});
+  isAtEnd_ = !style_.loops;
   if (style_.loops) rewind();
 }
 
@@ -160,8 +167,8 @@ void PlayerCell::showFailure() {
       thumbnail_->state() == Thumbnail::State::Loading) {
     return loadThumbnail();
   }
-  std::string reason = loan_->reason().empty() ? thumbnail_->reason() : loan_->reason();
-  if (reason.empty()) reason = "There is no video in it that can be played.";
+  const std::string reason =
+      loan_->reason().empty() ? failureText(thumbnail_->error()) : loan_->reason();
   page_->setThumbnailHidden(true);
   page_->setText(video_->name() + "\n\n" + reason);
   if (swipe_ && swipe_->error.empty()) {
@@ -193,9 +200,9 @@ void PlayerCell::becomeCurrent(std::shared_ptr<Swipe> swipe, float volume) {
 }
 
 void PlayerCell::resignCurrent() {
-  setPlayerRate(0);
   noteFrameCounts();
   swipe_ = nullptr;
+  applyRate();
 }
 
 void PlayerCell::scrollingEnded() {
@@ -232,11 +239,35 @@ bool PlayerCell::isShown() const {
 
 void PlayerCell::setRate(float rate) {
   rate_ = rate;
-  if (swipe_) setPlayerRate(rate);
+  if (swipe_) applyRate();
 }
 
 void PlayerCell::togglePlaying() {
-  setRate(rate_ > 0 ? 0.0f : 1.0f);
+  if (!isAtEnd_) return setRate(rate_ > 0 ? 0.0f : 1.0f);
+  rewind();
+  setRate(1);
+}
+
+void PlayerCell::setHeld(bool held) {
+  isHeld_ = held;
+  if (swipe_) applyRate();
+}
+
+bool PlayerCell::isPlaying() const {
+  return swipe_ && playback_ && !isHeld_ && rate_ > 0 && !isAtEnd_;
+}
+
+std::optional<ClipPosition> PlayerCell::position() const {
+  const auto& player = loan_->player();
+  const auto item = player ? player->playerItem() : nullptr;
+  if (!item) return std::nullopt;
+  const double whole = CMTimeGetSeconds(item->duration());
+  const double round = video_->roundSeconds().value_or(whole);
+  const double time = std::max(CMTimeGetSeconds(player->currentTime()), 0.0);
+  if (!std::isfinite(time) || !std::isfinite(round) || !(round > 0)) return std::nullopt;
+  const double last = std::max(std::ceil(whole / round - 1e-6) - 1, 0.0);
+  const double start = round * std::min(std::floor(time / round), last);
+  return ClipPosition{std::min(time - start, round), round, start};
 }
 
 void PlayerCell::setVolume(float volume) {
@@ -247,7 +278,7 @@ void PlayerCell::setVolume(float volume) {
 void PlayerCell::seek(CMTime time, std::function<void()> completion) {
   const auto& player = loan_->player();
   if (!playback_ || !player || !player->playerItem()) return completion();
-  isAtStart_ = false;
+  isAtStart_ = isAtEnd_ = false;
   playback_->seek(time, std::move(completion));
 }
 

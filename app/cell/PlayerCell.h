@@ -21,10 +21,11 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   struct Private {};
 
  public:
-  /// What a clip does at its end, and how large a thumbnail is wanted, in pixels.
+  /// What a clip does at its end, how large a thumbnail is wanted, in pixels, and pixels a point.
   struct Style {
     bool loops = true;  ///< an item that has ended starts again
     CGSize thumbnailSize;
+    Density density = [] { return 1.0; };
   };
 
   PlayerCell(Private, const std::shared_ptr<PlayerManager>& manager,
@@ -44,8 +45,13 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   void scrollingEnded() override;
   void didPresent(int64_t hostNanoseconds) override;
   [[nodiscard]] bool isShown() const override;
+  void updateRecord() override { noteFrameCounts(); }
   void setRate(float rate) override;
+  [[nodiscard]] float rate() const override { return rate_; }
   void togglePlaying() override;
+  void setHeld(bool held) override;
+  [[nodiscard]] bool isPlaying() const override;
+  [[nodiscard]] std::optional<ClipPosition> position() const override;
   void setVolume(float volume) override;
   void seek(CMTime time, std::function<void()> completion) override;
 
@@ -58,7 +64,7 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   void startPlaying();
   void rewind();
   void playbackEnded();
-  void setPlayerRate(float rate);
+  void applyRate();
   void failOnTheWay(std::string reason);
   void showFailure();
   void thumbnailChanged();
@@ -76,6 +82,8 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   FrameTally tally_;
   bool isAtStart_ = true;    // of the video, or on the way there
   bool isOnScreen_ = false;  // since it became current
+  bool isHeld_ = false;
+  bool isAtEnd_ = false;  // and stays there
 
   std::shared_ptr<Swipe> swipe_;  // while current, null otherwise
   float rate_ = 1;

@@ -53,10 +53,10 @@ void PlayerLoan::loadItem() {
     });
   });
   video_->loadAVPlayerItemWithOptions(
-      options_,
-      [weakSelf, attempt, silence](const std::shared_ptr<AVPlayerItem>& item, double, double) {
-        onMainThread([weakSelf, attempt, item] {
-          if (const auto self = weakSelf.lock()) self->itemLoaded(attempt, item);
+      options_, [weakSelf, attempt, silence](const std::shared_ptr<AVPlayerItem>& item,
+                                             double round, double whole) {
+        onMainThread([weakSelf, attempt, item, round, whole] {
+          if (const auto self = weakSelf.lock()) self->itemLoaded(attempt, item, round, whole);
         });
       });
 }
@@ -83,12 +83,14 @@ void PlayerLoan::loadFailed(std::string reason) {
   if (loadedHandler_) loadedHandler_();
 }
 
-void PlayerLoan::itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem>& item) {
+void PlayerLoan::itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem>& item,
+                            double round, double whole) {
   if (attempt != attempt_ || state_ != State::LoadingItem) return;
   if (!item) return loadFailed({});
   // Otherwise a full pool might take the player of a page that is still waiting for it.
   if (!manager_->makeRoom(*item)) return loadFailed("No player available for this video");
   video_->setItemDuration(item->duration());
+  video_->setRounds(round, whole);
   state_ = State::LoadingPlayer;
   auto command =
       manager_->loadPlayer(video_, item, options_,

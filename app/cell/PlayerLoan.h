@@ -66,7 +66,9 @@ class PlayerLoan : public std::enable_shared_from_this<PlayerLoan> {
   void loadItem();
   void itemMissing(uint64_t attempt);
   void loadFailed(std::string reason);
-  void itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem>& item);
+  /// `round` and `whole` are the seconds of a loop and of all of them, as the loader tells them.
+  void itemLoaded(uint64_t attempt, const std::shared_ptr<AVPlayerItem>& item, double round,
+                  double whole);
   void playerLoaded(uint64_t attempt, const PlayerLoadResult& result);
   void end(void (PlayerDecorator::*operation)());
 

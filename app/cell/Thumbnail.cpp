@@ -14,7 +14,7 @@ void Thumbnail::load(ZFVideo& video, CGSize size, std::function<void()> done) {
                                           if (!self) return;
                                           self->state_ = image ? State::Loaded : State::Failed;
                                           if (image) self->image_ = image->cgImage();
-                                          if (error) self->reason_ = error->localizedDescription();
+                                          self->error_ = error;
                                           done();
                                         });
                                   });

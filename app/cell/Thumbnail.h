@@ -16,7 +16,7 @@ class Thumbnail : public std::enable_shared_from_this<Thumbnail> {
   [[nodiscard]] State state() const { return state_; }
   [[nodiscard]] const CGImagePtr& image() const { return image_; }
   /// Why it Failed.
-  [[nodiscard]] const std::string& reason() const { return reason_; }
+  [[nodiscard]] const NSErrorPtr& error() const { return error_; }
 
   /// Fetches the thumbnail of `video`, at most `size` pixels large, and calls `done` on the main
   /// thread when it has arrived or failed. Does nothing after the first time.
@@ -25,7 +25,7 @@ class Thumbnail : public std::enable_shared_from_this<Thumbnail> {
  private:
   State state_ = State::Unknown;
   CGImagePtr image_;
-  std::string reason_;
+  NSErrorPtr error_;
 };
 
 }  // namespace zaffo::feed

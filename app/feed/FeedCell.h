@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <ZaffoPlayback/ZaffoPlayback.h>
@@ -9,6 +10,14 @@
 #include "figures/Statistics.h"
 
 namespace zaffo::feed {
+
+/// Where a clip is in its time, in seconds. A clip that is laid end to end is counted through in
+/// rounds.
+struct ClipPosition {
+  double time = 0;    ///< since the clip, or this round of it, began
+  double length = 0;  ///< of the clip, or of a round
+  double start = 0;   ///< of the round, in what is played
+};
 
 /// One page of the feed as its controller sees it: its view, and the player it borrows from the
 /// pool while needed. Abstract so that the controller can be tested by itself. Thread: main.
@@ -41,11 +50,21 @@ class FeedCell {
 
   /// A picture of the feed was put on screen at this host time.
   virtual void didPresent(int64_t hostNanoseconds) = 0;
+  /// Brings the record's counts of frames up to date; what changes them otherwise is the end.
+  virtual void updateRecord() = 0;
   /// Whether its video is on screen, or an error in its place.
   [[nodiscard]] virtual bool isShown() const = 0;
 
   virtual void setRate(float rate) = 0;
+  /// The one that was set; 1 on a page that has just come into view.
+  [[nodiscard]] virtual float rate() const = 0;
   virtual void togglePlaying() = 0;
+  /// Held, it stands still whatever the rate, until it is let go.
+  virtual void setHeld(bool held) = 0;
+  /// Whether there is a video, it is not held, has a rate and is not at its end.
+  [[nodiscard]] virtual bool isPlaying() const = 0;
+  /// Empty while there is no video, or its length is unknown.
+  [[nodiscard]] virtual std::optional<ClipPosition> position() const = 0;
   virtual void setVolume(float volume) = 0;
   /// Shows the exact frame at `time`. `completion` is called when it is ready, or at once when
   /// there is no player.

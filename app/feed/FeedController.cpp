@@ -63,7 +63,9 @@ void FeedController::showPage(int page) {
   forwards_ = page > current_;
   current_ = page;
   makeRoom(capacity());
-  cellAt(page)->becomeCurrent(swipe, volume_);
+  const auto cell = cellAt(page);
+  cell->setHeld(isHeld_);
+  cell->becomeCurrent(swipe, volume_);
   update();
 }
 
@@ -125,6 +127,11 @@ void FeedController::didPresent(int64_t hostNanoseconds) {
 void FeedController::setVolume(float volume) {
   volume_ = volume;
   if (const auto cell = currentCell()) cell->setVolume(volume);
+}
+
+void FeedController::setHeld(bool held) {
+  isHeld_ = held;
+  if (const auto cell = currentCell()) cell->setHeld(held);
 }
 
 long FeedController::capacity() const {

@@ -43,10 +43,14 @@ class FeedController : public std::enable_shared_from_this<FeedController> {
 
   /// The view moves to another page.
   void showPage(int page);
+  /// The view has more pages at the end: those near may be loaded.
+  void pagesAdded() { updateSoon(); }
   void scrollingEnded();
   void didPresent(int64_t hostNanoseconds);
 
   void setVolume(float volume);
+  /// Holds the page in view, and those that will be, or lets go.
+  void setHeld(bool held);
   void setMainThreadIsIdle(bool isIdle);
   void setBounds(long most, long mostWhileIdle);
   void setUseFastPlayer(bool use);
@@ -68,6 +72,7 @@ class FeedController : public std::enable_shared_from_this<FeedController> {
   int current_ = -1;
   bool forwards_ = true;
   float volume_ = 1;
+  bool isHeld_ = false;
 };
 
 }  // namespace zaffo::feed

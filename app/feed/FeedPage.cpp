@@ -1,15 +1,12 @@
 #include "feed/FeedPage.h"
 
-#include <algorithm>
 #include <utility>
-
-#include "feed/TextImage.h"
 
 namespace zaffo::feed {
 
 namespace {
 
-constexpr int kLetterHeight = 18;
+constexpr double kLetterSize = 17;
 constexpr double kTextWidth = 0.85;  // of the page
 constexpr CGColor kPageColor{0.09, 0.09, 0.11, 1};
 
@@ -19,18 +16,19 @@ CGRect rectangleAtOrigin(CGSize size) {
 
 }  // namespace
 
-FeedPage::FeedPage(Private)
-    : UIView(CGRectZero), thumbnailView_(UIView::create()), textView_(UIView::create()) {}
+FeedPage::FeedPage(Private, Density density)
+    : UIView(CGRectZero),
+      thumbnailView_(UIView::create()),
+      label_(Label::create(std::move(density))) {}
 
-std::shared_ptr<FeedPage> FeedPage::create() {
-  auto page = std::make_shared<FeedPage>(Private{});
+std::shared_ptr<FeedPage> FeedPage::create(Density density) {
+  auto page = std::make_shared<FeedPage>(Private{}, std::move(density));
   page->layer()->setMasksToBounds(true);
   page->setBackgroundColor(kPageColor);
   page->thumbnailView_->layer()->setContentsGravity(CALayer::Gravity::ResizeAspect);
-  page->textView_->layer()->setContentsGravity(CALayer::Gravity::Center);
-  page->textView_->setHidden(true);
+  page->label_->setHidden(true);
   page->addSubview(page->thumbnailView_);
-  page->addSubview(page->textView_);
+  page->addSubview(page->label_);
   return page;
 }
 
@@ -58,8 +56,7 @@ void FeedPage::setPlayerView(std::shared_ptr<UIView> view) {
 void FeedPage::setText(std::string text) {
   if (text == text_) return;
   text_ = std::move(text);
-  renderedWidth_ = 0;
-  textView_->setHidden(text_.empty());
+  label_->setHidden(text_.empty());
   setNeedsLayout();
 }
 
@@ -67,17 +64,16 @@ void FeedPage::layoutSubviews() {
   UIView::layoutSubviews();
   const CGRect whole = rectangleAtOrigin(frame().size);
   thumbnailView_->setFrame(whole);
-  textView_->setFrame(whole);
   if (playerView_ && playerView_->superview().get() == this) playerView_->setFrame(whole);
-  renderTextImage();
+  layOutText();
 }
 
-void FeedPage::renderTextImage() {
-  const double width = frame().size.width;
-  if (width == renderedWidth_) return;
-  renderedWidth_ = width;
-  textView_->layer()->setContents(
-      renderText(text_, static_cast<int>(width * kTextWidth), kLetterHeight));
+void FeedPage::layOutText() {
+  const CGSize page = frame().size;
+  label_->setText(text_,
+                  {.size = kLetterSize, .width = page.width * kTextWidth, .isCentred = true});
+  const CGSize size = label_->textSize();
+  label_->moveTo({(page.width - size.width) / 2, (page.height - size.height) / 2});
 }
 
 }  // namespace zaffo::feed

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include <ZaffoPlayback/ZaffoPlayback.h>
+#include "text/Label.h"
 
 namespace zaffo::feed {
 
@@ -14,8 +14,8 @@ class FeedPage final : public UIView {
   struct Private {};
 
  public:
-  explicit FeedPage(Private);
-  [[nodiscard]] static std::shared_ptr<FeedPage> create();
+  FeedPage(Private, Density density);
+  [[nodiscard]] static std::shared_ptr<FeedPage> create(Density density);
 
   void setThumbnail(CGImagePtr image);
   [[nodiscard]] bool hasThumbnail() const;
@@ -31,13 +31,12 @@ class FeedPage final : public UIView {
   void layoutSubviews() override;
 
  private:
-  void renderTextImage();
+  void layOutText();
 
   std::shared_ptr<UIView> thumbnailView_;
   std::shared_ptr<UIView> playerView_;
-  std::shared_ptr<UIView> textView_;
+  std::shared_ptr<Label> label_;
   std::string text_;
-  double renderedWidth_ = 0;
 };
 
 }  // namespace zaffo::feed

@@ -1,5 +1,8 @@
 #include "feed/FeedVideo.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace zaffo::feed {
 
 FeedVideo::FeedVideo(std::shared_ptr<const NSURL> url, std::string id,
@@ -13,6 +16,16 @@ FeedVideo::FeedVideo(std::shared_ptr<const NSURL> url, std::string id,
 std::string FeedVideo::name() const {
   const std::string last = url_->lastPathComponent();
   return last.empty() ? url_->absoluteString() : last;
+}
+
+/// A loop is shorter than the loader tells where the sound outlasts the picture: as long as all of
+/// them together, by their number.
+void FeedVideo::setRounds(double round, double whole) {
+  roundSeconds_.reset();
+  if (!plainLoader_ || playsPlainly_ || !(round > 0) || !(whole > 0)) return;
+  constexpr double kTrimmed = 0.1, kWanted = 162.5, kFewest = 25, kMost = 50;
+  const double copies = 1 + std::clamp(std::floor(kWanted / (round + kTrimmed)), kFewest, kMost);
+  roundSeconds_ = whole / copies;
 }
 
 bool FeedVideo::playPlainly() {

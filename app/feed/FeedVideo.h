@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <ZaffoPlayback/ZaffoPlayback.h>
@@ -23,6 +24,12 @@ class FeedVideo final : public ZFVideo {
 
   /// Known once the item has been loaded; indefinite before.
   void setItemDuration(CMTime duration) { itemDuration_ = duration; }
+
+  /// What the loader of the last item told of its loops: the seconds of one and of all of them.
+  void setRounds(double round, double whole);
+  /// How long the clip plays before it begins again, in an item of it laid end to end; empty when
+  /// the item is the clip as it is, or none was loaded.
+  [[nodiscard]] std::optional<double> roundSeconds() const { return roundSeconds_; }
 
   /// Takes items from the plain loader from now on; false when it already does, or there is none.
   [[nodiscard]] bool playPlainly();
@@ -48,6 +55,7 @@ class FeedVideo final : public ZFVideo {
   std::shared_ptr<AVPlayerItemLoader> plainLoader_;
   bool playsPlainly_ = false;
   CMTime itemDuration_ = kCMTimeIndefinite;
+  std::optional<double> roundSeconds_;
 };
 
 }  // namespace zaffo::feed

@@ -4,7 +4,7 @@ namespace zaffo::feed {
 
 namespace {
 
-constexpr int64_t kGlideTick = 1'000'000'000 / 60;
+constexpr int64_t kFirstStep = 1'000'000'000 / 60;
 
 }  // namespace
 
@@ -16,8 +16,9 @@ std::shared_ptr<FeedView> FeedView::create(int pageCount) {
   return view;
 }
 
-FeedView::~FeedView() {
-  if (timer_) timer_->cancel();
+void FeedView::setPageCount(int count) {
+  pageCount_ = count;
+  scroll_.setCount(count);
 }
 
 template <typename Movement>
@@ -26,16 +27,21 @@ void FeedView::move(Movement movement) {
   const bool wasMoving = isMoving();
   movement();
   placeViews();
-  runTimerWhileGliding();
+  if (isGliding()) layer()->setNeedsDisplay();  // also where it moves by less than can be seen
   if (page() != oldPage && pageHandler_) pageHandler_(page());
   if (wasMoving && !isMoving() && restHandler_) restHandler_();
+}
+
+void FeedView::startAt(int page) {
+  scroll_.setPage(page);
+  placeViews();
 }
 
 void FeedView::scrollToPage(int page) {
   move([&] {
     const int64_t now = TimeSource::now();
-    scroll_.glideTo(page, now);
-    scroll_.advance(now + kGlideTick);  // the page appears at once, not a tick later
+    scroll_.glideTo(page, now - kFirstStep);
+    scroll_.advance(now);  // the page appears at once, not a picture later
   });
 }
 
@@ -51,21 +57,8 @@ void FeedView::endDrag() {
   move([&] { scroll_.endDrag(TimeSource::now()); });
 }
 
-void FeedView::tick() {
-  move([&] { scroll_.advance(TimeSource::now()); });
-}
-
-void FeedView::runTimerWhileGliding() {
-  if (isGliding() == (timer_ != nullptr)) return;
-  if (timer_) {
-    timer_->cancel();
-    timer_ = nullptr;
-    return;
-  }
-  const std::weak_ptr<UIView> weakSelf = weak_from_this();
-  timer_ = dispatch_timer_every(kGlideTick, dispatch_get_main_queue(), [weakSelf] {
-    if (const auto self = std::static_pointer_cast<FeedView>(weakSelf.lock())) self->tick();
-  });
+void FeedView::pictureShown() {
+  if (isGliding()) move([&] { scroll_.advance(TimeSource::now()); });
 }
 
 void FeedView::placePage(int page, const std::shared_ptr<UIView>& view) {
@@ -86,7 +79,6 @@ void FeedView::layoutSubviews() {
   if (frame().size.height != pageHeight_) {
     pageHeight_ = frame().size.height;
     scroll_.setPages(pageCount_, pageHeight_);
-    runTimerWhileGliding();
   }
   placeViews();
 }

@@ -11,18 +11,19 @@
 namespace zaffo::feed {
 
 /// A column of pages, each as large as the view, which shows the part it is scrolled to. Scrolls by
-/// dragging or to a page, gliding on a timer. The owner adds the pages that are near. Thread: main.
+/// dragging or to a page. A glide goes on with each picture that is put on screen. The owner adds
+/// the pages that are near. Thread: main.
 class FeedView final : public UIView {
   struct Private {};
 
  public:
   FeedView(Private, int pageCount);
   [[nodiscard]] static std::shared_ptr<FeedView> create(int pageCount);
-  ~FeedView() override;
-
   /// The page it rests on or glides to, from 0.
   [[nodiscard]] int page() const { return scroll_.page(); }
   [[nodiscard]] int pageCount() const { return pageCount_; }
+  /// More pages at the end.
+  void setPageCount(int count);
   [[nodiscard]] double offset() const { return scroll_.offset(); }
   [[nodiscard]] bool isMoving() const { return scroll_.isMoving(); }
   [[nodiscard]] bool isGliding() const { return scroll_.isGliding(); }
@@ -33,8 +34,13 @@ class FeedView final : public UIView {
   /// Called when it has come to rest after a movement.
   void setRestHandler(std::function<void()> handler) { restHandler_ = std::move(handler); }
 
+  /// Shows a page without gliding there, and without telling the handler.
+  void startAt(int page);
   /// Glides to a page, or to the nearest one that exists.
   void scrollToPage(int page);
+  /// A picture was put on screen: a glide goes on, so that there is a place for each picture and a
+  /// picture for each place, whatever the display's pace.
+  void pictureShown();
   /// A drag, in points of the view.
   void beginDrag(double y);
   void drag(double y);
@@ -49,15 +55,12 @@ class FeedView final : public UIView {
  private:
   template <typename Movement>
   void move(Movement movement);
-  void tick();
-  void runTimerWhileGliding();
   void placeViews();
 
-  const int pageCount_;
+  int pageCount_;
   PageScroll scroll_;
   double pageHeight_ = 0;
   std::map<int, std::shared_ptr<UIView>> pages_;
-  DispatchTimerPtr timer_;
   std::function<void(int page)> pageHandler_;
   std::function<void()> restHandler_;
 };

@@ -1,17 +1,23 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 namespace zaffo::feed {
 
 /// The position of a column of pages of equal height: an offset in points from the top of the first
 /// page, and the page it rests on or is moving to. A drag moves it directly; on release, and on a
-/// key, it glides to a page and stops there, without inertia. It is told the time, in nanoseconds,
-/// and knows nothing of views. Thread: one.
+/// key, it glides to a page as if a spring pulled it there: from the speed that it has, without
+/// going beyond, and along the same way however often it is asked where it is. It is told the time,
+/// in nanoseconds, and knows nothing of views. Thread: one.
 class PageScroll {
  public:
   /// Sets how many pages there are and how high each is, keeping the page.
   void setPages(int count, double height);
+  /// Rests on `page`, or the nearest one that exists.
+  void setPage(int page);
+  /// More pages at the end, or fewer; a movement goes on.
+  void setCount(int count);
 
   /// Points between the top of the first page and the top of what is shown.
   [[nodiscard]] double offset() const { return offset_; }
@@ -35,7 +41,7 @@ class PageScroll {
   void advance(int64_t now);
 
  private:
-  /*  Resting --glideTo--> Gliding --time is up--> Resting
+  /*  Resting --glideTo--> Gliding --is there--> Resting
          |                  |   ^
          +---beginDrag------+   |endDrag
          v                      |
@@ -45,6 +51,9 @@ class PageScroll {
   [[nodiscard]] int clamped(int page) const;
   [[nodiscard]] double topOf(int page) const { return page * height_; }
   [[nodiscard]] double flickSpeed(int64_t now) const;
+  void glideFrom(double speed, int64_t now);
+  [[nodiscard]] double glideTime(int64_t now) const;
+  [[nodiscard]] double glideSpeedAt(int64_t now) const;
 
   int count_ = 0;
   double height_ = 1;
@@ -52,14 +61,17 @@ class PageScroll {
   int page_ = 0;
   double offset_ = 0;
 
-  double glideFrom_ = 0;
+  // A glide: where it began, from its target, and how fast, in points and seconds.
+  double glideDistance_ = 0, glideSpeed_ = 0;
   int64_t glideStart_ = 0;
 
   double dragStartOffset_ = 0;
   double dragStartY_ = 0;
-  double speed_ = 0;  // points per second, positive towards later pages
-  double lastY_ = 0;
-  int64_t lastMove_ = 0;
+  struct Touch {
+    double y = 0;
+    int64_t time = 0;
+  };
+  std::vector<Touch> touches_;  // of the drag, as long ago as a flick remembers
 };
 
 }  // namespace zaffo::feed

@@ -3,11 +3,15 @@
 #include <poll.h>
 #include <signal.h>
 
+#include <array>
+
 #include <ZaffoPlayback/ZaffoPlayback.h>
 
 namespace zaffo::feed {
 
 namespace {
+
+constexpr std::array kEnding{SIGINT, SIGTERM, SIGHUP};
 
 volatile sig_atomic_t endingSignal = 0;
 
@@ -21,13 +25,11 @@ MeasuredLoop::MeasuredLoop() {
   // Blocked everywhere except in the wait, so that none is missed between a check and the wait.
   sigset_t ending;
   sigemptyset(&ending);
-  sigaddset(&ending, SIGINT);
-  sigaddset(&ending, SIGTERM);
+  for (const int number : kEnding) sigaddset(&ending, number);
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
   struct sigaction action {};
   action.sa_handler = noteSignal;
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+  for (const int number : kEnding) sigaction(number, &action, nullptr);
 }
 
 bool MeasuredLoop::waitForWork() {

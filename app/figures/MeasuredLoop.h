@@ -7,10 +7,10 @@
 namespace zaffo::feed {
 
 /// Runs the main loop a turn at a time and reports how long each turn kept the main thread busy.
-/// Ends on quit(), SIGINT and SIGTERM. Thread: main.
+/// Ends on quit(), SIGINT, SIGTERM and SIGHUP. Thread: main.
 class MeasuredLoop {
  public:
-  /// Takes over SIGINT and SIGTERM for this thread and those it starts; create it first.
+  /// Takes over those signals for this thread and those it starts; create it first.
   MeasuredLoop();
   MeasuredLoop(const MeasuredLoop&) = delete;
   MeasuredLoop& operator=(const MeasuredLoop&) = delete;

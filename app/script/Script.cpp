@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <charconv>
+#include <initializer_list>
 #include <map>
 
 #include "script/Script.h"
@@ -32,6 +34,10 @@ const std::map<std::string, Grammar> kWords{
     {"fast", {Word::Fast, 1, "fast on|off"}},
     {"bounds", {Word::Bounds, 2, "bounds MAX IDLE"}},
     {"reset", {Word::Reset, 0, "reset"}},
+    {"press", {Word::Press, 1, "press KEY"}},
+    {"pointer", {Word::Pointer, 3, "pointer down|move|up X Y"}},
+    {"window", {Word::Window, 1, "window show|hide"}},
+    {"status", {Word::Status, 0, "status"}},
     {"quit", {Word::Quit, 0, "quit"}},
 };
 
@@ -62,7 +68,16 @@ bool readSwitch(const Token& token) {
   throw errorAt(token, "'" + token.text + "' is neither on nor off");
 }
 
+/// One of two or three words; the text of the error lists them.
+std::string readChoice(const Token& token, std::initializer_list<const char*> choices,
+                       const char* list) {
+  if (std::find(choices.begin(), choices.end(), token.text) == choices.end())
+    throw errorAt(token, "'" + token.text + "' is not " + list);
+  return token.text;
+}
+
 constexpr double kLongest = 86400;  // a day: more is a typing error
+constexpr double kFarthest = 1e5;   // points
 
 void readArguments(const Sentence& words, Command& command) {
   switch (command.word) {
@@ -87,6 +102,18 @@ void readArguments(const Sentence& words, Command& command) {
     case Word::Idle:
     case Word::Fast:
       command.on = readSwitch(words[1]);
+      break;
+    case Word::Press:
+      if (words[1].text.empty()) throw errorAt(words[1], "the key needs a name");
+      command.what = words[1].text;
+      break;
+    case Word::Pointer:
+      command.what = readChoice(words[1], {"down", "move", "up"}, "down, move or up");
+      command.number = readReal(words[2], -kFarthest, kFarthest, "a place in the window");
+      command.down = readReal(words[3], -kFarthest, kFarthest, "a place in the window");
+      break;
+    case Word::Window:
+      command.on = readChoice(words[1], {"show", "hide"}, "show or hide") == "show";
       break;
     case Word::Bounds:
       command.first = readNumber<long>(words[1], "a whole number");

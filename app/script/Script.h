@@ -17,25 +17,31 @@ enum class Word {
   Play,
   Pause,
   Rate,
-  Seek,    ///< seconds from the start of the video
-  Volume,  ///< 0 to 1
-  Shot,    ///< writes a PNG
-  State,   ///< prints the pool
-  Idle,    ///< whether the pool is told that the main thread is idle
-  Fast,    ///< which kind of player the pool makes
-  Bounds,  ///< the pool's two bounds
-  Reset,   ///< a reset of the media services
+  Seek,     ///< seconds from the start of the video
+  Volume,   ///< 0 to 1
+  Shot,     ///< writes a PNG
+  State,    ///< prints the pool
+  Idle,     ///< whether the pool is told that the main thread is idle
+  Fast,     ///< which kind of player the pool makes
+  Bounds,   ///< the pool's two bounds
+  Reset,    ///< a reset of the media services
+  Press,    ///< a key, or a notch of the wheel
+  Pointer,  ///< a button or a finger goes down, moves or goes up
+  Window,   ///< what happens to the window: it is hidden, or shown again
+  Status,   ///< prints what a person sees and hears
   Quit,
 };
 
 /// One command of a script with its arguments.
 struct Command {
   Word word = Word::Quit;
-  double number = 0;   ///< Wait, Rate, Seek, Volume
+  double number = 0;   ///< Wait, Rate, Seek, Volume; Pointer: from the left
+  double down = 0;     ///< Pointer: from the top
   long first = 0;      ///< Goto: the page; Bounds: the most players in all
   long second = 0;     ///< Bounds: the most players while idle
-  bool on = false;     ///< Idle, Fast
+  bool on = false;     ///< Idle, Fast; Window: whether it is shown
   std::string file{};  ///< Shot
+  std::string what{};  ///< Press: the key; Pointer: down, move or up
   int line = 1;        ///< where its word stands
   int column = 1;
 };

@@ -5,6 +5,46 @@
 
 namespace zaffo::feed {
 
+namespace {
+
+InputEvent inputEvent(InputEvent::Type type) {
+  InputEvent event;
+  event.type = type;
+  event.hostTime = TimeSource::now();
+  return event;
+}
+
+/// "Down", "Shift+/", "wheel down", "Ctrl+wheel up".
+InputEvent keyEvent(std::string name) {
+  InputEvent event = inputEvent(InputEvent::Type::KeyDown);
+  const auto take = [&name](const std::string& prefix) {
+    const bool has = name.size() > prefix.size() && name.starts_with(prefix);
+    if (has) name.erase(0, prefix.size());
+    return has;
+  };
+  event.withControl = take("Ctrl+");
+  event.withShift = take("Shift+");
+  if (name == "wheel down" || name == "wheel up") {
+    event.type = InputEvent::Type::Wheel;
+    event.wheelY = name == "wheel down" ? 1 : -1;
+  } else {
+    event.key = std::move(name);
+  }
+  return event;
+}
+
+InputEvent pointerEvent(const Command& command) {
+  using Type = InputEvent::Type;
+  const Type type = command.what == "down"   ? Type::PointerDown
+                    : command.what == "move" ? Type::PointerMove
+                                             : Type::PointerUp;
+  InputEvent event = inputEvent(type);
+  event.position = {command.number, command.down};
+  return event;
+}
+
+}  // namespace
+
 ScriptRunner::ScriptRunner(Private, std::vector<Command> commands, ScriptHost& host)
     : commands_(std::move(commands)), host_(host) {}
 
@@ -106,6 +146,18 @@ void ScriptRunner::execute(const Command& command) {
       break;
     case Word::Reset:
       host_.resetMediaServices();
+      break;
+    case Word::Press:
+      host_.sendInput(keyEvent(command.what));
+      break;
+    case Word::Pointer:
+      host_.sendInput(pointerEvent(command));
+      break;
+    case Word::Window:
+      host_.sendInput(inputEvent(command.on ? InputEvent::Type::Show : InputEvent::Type::Hide));
+      break;
+    case Word::Status:
+      host_.printStatus();
       break;
     case Word::Quit:
       break;

@@ -31,6 +31,9 @@ class ScriptHost {
   virtual void setFast(bool on) = 0;
   virtual void setBounds(long most, long mostWhileIdle) = 0;
   virtual void resetMediaServices() = 0;
+  /// What a person at the window would do.
+  virtual void sendInput(InputEvent event) = 0;
+  virtual void printStatus() = 0;
 };
 
 /// Runs a script's commands one after the other, each in its own turn of the main loop. A command

@@ -38,6 +38,10 @@ TEST(Options, DefaultsAreThoseOfTheManual) {
   EXPECT_EQ(options.width, 405);
   EXPECT_EQ(options.height, 720);
   EXPECT_TRUE(options.sound);
+  EXPECT_FALSE(options.recursive);
+  EXPECT_EQ(options.start, 1);
+  EXPECT_FALSE(options.overlay);
+  EXPECT_EQ(options.scale, 1);
   EXPECT_FALSE(options.fast);
   EXPECT_FALSE(options.trace);
   EXPECT_EQ(options.loop, Options::Loop::Looping);
@@ -45,10 +49,16 @@ TEST(Options, DefaultsAreThoseOfTheManual) {
 }
 
 TEST(Options, EveryOptionArrives) {
-  const Options options = optionsOf({"--headless", "--size", "360x640", "--script", "s.txt",
-                                     "--stats", "s.json", "--audio-out", "a.wav", "--no-sound",
-                                     "--fast", "--trace", "--loop", "none", "a", "b"});
+  const Options options =
+      optionsOf({"--headless", "--size",      "360x640",     "--script",   "s.txt",  "--stats",
+                 "s.json",     "--audio-out", "a.wav",       "--no-sound", "--fast", "--trace",
+                 "--loop",     "none",        "--recursive", "--start",    "5",      "--overlay",
+                 "--scale",    "2",           "a",           "b"});
   EXPECT_TRUE(options.headless);
+  EXPECT_TRUE(options.recursive);
+  EXPECT_EQ(options.start, 5);
+  EXPECT_TRUE(options.overlay);
+  EXPECT_EQ(options.scale, 2);
   EXPECT_EQ(options.width, 360);
   EXPECT_EQ(options.height, 640);
   EXPECT_EQ(options.scriptFile, "s.txt");
@@ -67,7 +77,8 @@ TEST(Options, HelpGoesToStandardOutputAndNamesEveryOption) {
   const EarlyExit exit = exitOf({"--help"});
   EXPECT_EQ(exit.status, 0);
   for (const char* option : {"--headless", "--size", "--script", "-e", "--stats", "--audio-out",
-                             "--shot", "--no-sound", "--fast", "--trace", "--loop", "--version"}) {
+                             "--shot", "--no-sound", "--fast", "--trace", "--loop", "--recursive",
+                             "--start", "--overlay", "--scale", "--version"}) {
     EXPECT_THAT(exit.text, HasSubstr(option));
   }
 }
@@ -112,6 +123,12 @@ TEST(Options, EveryKindOfLoopHasItsWord) {
 
 TEST(Options, AnUnknownKindOfLoopIsAUsageError) {
   EXPECT_EQ(exitOf({"--loop", "twice", "a"}).status, 2);
+}
+
+TEST(Options, PagesCountFromOneAndPixelsAPointAreForHeadlessRuns) {
+  EXPECT_EQ(exitOf({"--start", "0", "a"}).status, 2);
+  EXPECT_EQ(exitOf({"--headless", "--scale", "9", "a"}).status, 2);
+  EXPECT_THAT(exitOf({"--scale", "2", "a"}).text, HasSubstr("--scale goes with --headless"));
 }
 
 TEST(Options, TwoScriptsAreAUsageError) {

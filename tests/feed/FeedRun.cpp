@@ -58,7 +58,8 @@ void FeedRun::start(const Arguments& arguments) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addchdir_np(&actions, folder_.path().c_str());
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  std::ofstream(file("input")) << input;
+  posix_spawn_file_actions_addopen(&actions, 0, "input", O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], 1);
   posix_spawn_file_actions_addopen(&actions, 2, "errors", O_WRONLY | O_CREAT | O_TRUNC, 0600);
   const int error = posix_spawn(&pid_, ZAFFO_FEED_PROGRAM, &actions, nullptr,

@@ -17,6 +17,9 @@ class FeedRun {
   /// Variables of the environment that differ from this process's.
   std::map<std::string, std::string> environment;
 
+  /// What it reads on standard input.
+  std::string input;
+
   /// Runs the program with these arguments to its end.
   void run(const Arguments& arguments);
 

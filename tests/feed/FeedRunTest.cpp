@@ -80,6 +80,19 @@ TEST_F(FeedRunTest, APageThatIsNotThereIsAMistake) {
   EXPECT_THAT(run.errors(), HasSubstr("-e:1:7: there is no page 3; the last one is 2"));
 }
 
+TEST_F(FeedRunTest, AListOnStandardInputIsTheFeedAndBeginsWhereItIsTold) {
+  run.input = clip("missing.mp4") + "\n" + clip("h264_30.mp4") + "\n";
+  run.run(headless({"--start", "2", "-e", "wait-frame; status", "-"}));
+  EXPECT_EQ(run.status(), 0) << run.errors();
+  EXPECT_THAT(run.output(), HasSubstr("page 2 of 2: h264_30.mp4, playing"));
+}
+
+TEST_F(FeedRunTest, AStartBeyondTheLastPageEndsWithTwo) {
+  run.run(headless({"--start", "3", clip("h264_30.mp4")}));
+  EXPECT_EQ(run.status(), 2);
+  EXPECT_THAT(run.errors(), HasSubstr("there is no page 3; the last one is 1"));
+}
+
 TEST_F(FeedRunTest, AScriptThatCannotBeReadEndsWithTwo) {
   run.run(headless({"--script", "missing", clip("h264_30.mp4")}));
   EXPECT_EQ(run.status(), 2);
@@ -271,6 +284,12 @@ TEST_F(FeedRunTest, TheTextOfAClipThatCannotBeDecodedSaysWhy) {
   EXPECT_THAT(run.errors(), HasSubstr("with_sound.mp4: There is no decoder for \"zzzz\"."));
 }
 
+TEST_F(FeedRunTest, TheTextOfWhatIsNoVideoSaysSoInAPersonsWords) {
+  feedLooping("wait-frame; next; wait-frame", {"missing.mp4", clip("audio_only.m4a")});
+  EXPECT_THAT(run.errors(), HasSubstr("missing.mp4: No such file."));
+  EXPECT_THAT(run.errors(), HasSubstr("audio_only.m4a: This file has sound only."));
+}
+
 TEST_F(FeedRunTest, NoBadOrStrangeClipEndsTheRun) {
   const auto inputs = strangeClips();
   std::string script = "wait-frame";
@@ -374,9 +393,19 @@ TEST_F(FeedRunTest, AHeadlessRunWithoutAScriptEndsWithThePathOfAPicture) {
   ASSERT_EQ(run.status(), 0) << run.errors();
   EXPECT_GE(frameIn("zaffo-feed.png"), 20);
   const std::string output = run.output();
-  EXPECT_THAT(output, HasSubstr("missing.mp4: The file"));
+  EXPECT_THAT(output, HasSubstr("missing.mp4: No such file."));
   EXPECT_THAT(output, HasSubstr("players, "));
   EXPECT_THAT(output, testing::EndsWith(run.file("zaffo-feed.png") + "\n"));
+}
+
+TEST_F(FeedRunTest, ATerminalThatGoesAwayEndsItAsWell) {
+  run.start(
+      headless({"--stats", "stats.json", "-e", "wait-frame; state; wait 60", clip("h264_30.mp4")}));
+  ASSERT_TRUE(run.waitForOutput("Player 0"));
+  kill(run.pid(), SIGHUP);
+  run.wait();
+  EXPECT_EQ(run.status(), 0) << run.errors();
+  EXPECT_EQ(run.json("stats.json")["swipes"].size(), 1u);
 }
 
 TEST_F(FeedRunTest, AnInterruptedRunStillWritesWhatItMeasuredAndRecorded) {

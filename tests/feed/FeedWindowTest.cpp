@@ -48,8 +48,8 @@ TEST_F(FeedWindowTest, KeysTurnThePagesAndEndTheProgram) {
 TEST_F(FeedWindowTest, TheWheelAndTheMouseTurnThePages) {
   VirtualDisplay::act("search --name zaffo-feed mousemove --window %1 50 90 click 5");
   VirtualDisplay::act(
-      "search --name zaffo-feed mousemove --window %1 50 100 mousedown 1 "
-      "mousemove --window %1 50 60 mousemove --window %1 50 10 mouseup 1");
+      "search --name zaffo-feed mousemove --window %1 50 70 mousedown 1 "
+      "mousemove --window %1 50 40 mousemove --window %1 50 10 mouseup 1");
   VirtualDisplay::act("key q");
   EXPECT_THAT(pagesShown(), testing::ElementsAre(1, 2, 3));
 }

@@ -46,11 +46,13 @@ ALLOWED = {
 
 # The same of the application's folders, from app/.
 ALLOWED_IN_APP = {
-    "": {"feed", "cell", "script", "figures"},
+    "": {"feed", "cell", "overlay", "text", "script", "figures"},
     "figures": set(),
     "script": set(),
-    "feed": {"figures"},
+    "text": set(),
+    "feed": {"figures", "text"},
     "cell": {"feed", "figures"},
+    "overlay": {"feed", "text"},
 }
 
 # Headers of a library, and the only places that may name them.

@@ -80,6 +80,26 @@ double DisplayScreen::scale() const {
   return points > 0 ? width / points : 1;
 }
 
+void DisplayScreen::setTitle(const std::string& title) {
+  SDL_SetWindowTitle(window_.get(), title.c_str());
+}
+
+bool DisplayScreen::isFullScreen() const {
+  return (SDL_GetWindowFlags(window_.get()) & SDL_WINDOW_FULLSCREEN) != 0;
+}
+
+void DisplayScreen::setFullScreen(bool fullScreen) {
+  SDL_SetWindowFullscreen(window_.get(), fullScreen ? Uint32{SDL_WINDOW_FULLSCREEN_DESKTOP} : 0);
+}
+
+void DisplayScreen::setKeepsScreenAwake(bool awake) {
+  if (awake) {
+    SDL_DisableScreenSaver();
+  } else {
+    SDL_EnableScreenSaver();
+  }
+}
+
 int64_t DisplayScreen::frameInterval() const {
   SDL_DisplayMode mode{};
   const int display = SDL_GetWindowDisplayIndex(window_.get());
@@ -107,6 +127,7 @@ void DisplayScreen::handle(const SDL_Event& event) {
   const bool lost = event.type == SDL_WINDOWEVENT && event.window.event == SDL_WINDOWEVENT_EXPOSED;
   if (lost && exposed) exposed();
   const auto translated = input_.translate(event, size(), TimeSource::now());
+  if (event.type == SDL_DROPFILE) SDL_free(event.drop.file);  // taken from SDL's queue, so ours
   if (translated && input) input(*translated);
 }
 

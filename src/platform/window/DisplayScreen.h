@@ -24,6 +24,10 @@ class DisplayScreen : public Screen {
 
   [[nodiscard]] CGSize size() const override;
   [[nodiscard]] double scale() const override;
+  void setTitle(const std::string& title) override;
+  [[nodiscard]] bool isFullScreen() const override;
+  void setFullScreen(bool fullScreen) override;
+  void setKeepsScreenAwake(bool awake) override;
   [[nodiscard]] int64_t frameInterval() const override;
   void setHandlers(std::function<void(const InputEvent&)> input,
                    std::function<void()> exposed) override;

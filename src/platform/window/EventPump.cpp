@@ -32,6 +32,8 @@ std::optional<Uint32> windowOf(const SDL_Event& event) {
     case SDL_FINGERMOTION:
     case SDL_FINGERUP:
       return event.tfinger.windowID;
+    case SDL_DROPFILE:
+      return event.drop.windowID;
     default:
       return std::nullopt;
   }

@@ -24,22 +24,42 @@ std::optional<InputEvent> translateWindow(const SDL_WindowEvent& window) {
       return make(Type::Close);
     case SDL_WINDOWEVENT_SIZE_CHANGED:
       return make(Type::Resize);
+    case SDL_WINDOWEVENT_MINIMIZED:
+    case SDL_WINDOWEVENT_HIDDEN:
+      return make(Type::Hide);
+    case SDL_WINDOWEVENT_RESTORED:
+    case SDL_WINDOWEVENT_SHOWN:
+      return make(Type::Show);
     default:
       return std::nullopt;
   }
 }
 
+void noteModifiers(InputEvent& event, int modifiers) {
+  event.withShift = (modifiers & KMOD_SHIFT) != 0;
+  event.withControl = (modifiers & KMOD_CTRL) != 0;
+}
+
 InputEvent translateKey(const SDL_KeyboardEvent& key) {
   InputEvent event = make(Type::KeyDown);
   event.key = SDL_GetKeyName(key.keysym.sym);
+  event.isRepeated = key.repeat != 0;
+  noteModifiers(event, key.keysym.mod);
   return event;
 }
 
-InputEvent translateWheel(const SDL_MouseWheelEvent& wheel) {
+InputEvent translateDrop(const SDL_DropEvent& drop) {
+  InputEvent event = make(Type::Drop);
+  if (drop.file) event.path = drop.file;
+  return event;
+}
+
+InputEvent translateWheel(const SDL_MouseWheelEvent& wheel, int modifiers) {
   InputEvent event = makePointer(Type::Wheel, wheel.mouseX, wheel.mouseY);
   // SDL counts away from the person as positive, which scrolls to what lies above.
   const double away = static_cast<double>(wheel.preciseY);
   event.wheelY = wheel.direction == SDL_MOUSEWHEEL_FLIPPED ? away : -away;
+  noteModifiers(event, modifiers);
   return event;
 }
 
@@ -69,10 +89,14 @@ std::optional<InputEvent> InputTranslation::translate(const SDL_Event& event, CG
       result = translateWindow(event.window);
       break;
     case SDL_KEYDOWN:
+      modifiers_ = event.key.keysym.mod;
       result = translateKey(event.key);
       break;
+    case SDL_KEYUP:
+      modifiers_ = event.key.keysym.mod;
+      break;
     case SDL_MOUSEWHEEL:
-      result = translateWheel(event.wheel);
+      result = translateWheel(event.wheel, modifiers_);
       break;
     case SDL_MOUSEBUTTONDOWN:
       if (button.button != SDL_BUTTON_LEFT || finger_) break;
@@ -80,12 +104,16 @@ std::optional<InputEvent> InputTranslation::translate(const SDL_Event& event, CG
       result = makePointer(Type::PointerDown, button.x, button.y);
       break;
     case SDL_MOUSEMOTION:
-      if (mouseIsDown_) result = makePointer(Type::PointerMove, event.motion.x, event.motion.y);
+      result = makePointer(mouseIsDown_ ? Type::PointerMove : Type::PointerHover, event.motion.x,
+                           event.motion.y);
       break;
     case SDL_MOUSEBUTTONUP:
       if (button.button != SDL_BUTTON_LEFT || !mouseIsDown_) break;
       mouseIsDown_ = false;
       result = makePointer(Type::PointerUp, button.x, button.y);
+      break;
+    case SDL_DROPFILE:
+      result = translateDrop(event.drop);
       break;
     case SDL_FINGERDOWN:
     case SDL_FINGERMOTION:

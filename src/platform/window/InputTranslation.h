@@ -10,7 +10,7 @@
 namespace zaffo::window {
 
 /// Turns SDL's events of one window into what a person did. The pointer is the left mouse button or
-/// the first finger; it moves only while it is down. Thread: main.
+/// the first finger. Thread: main.
 class InputTranslation {
  public:
   /// `size` is the window's, in points.
@@ -22,6 +22,7 @@ class InputTranslation {
                                                           CGSize size);
 
   bool mouseIsDown_ = false;
+  int modifiers_ = 0;  // as of the last key: SDL's own state is ahead of the events in hand
   std::optional<SDL_FingerID> finger_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 
 #include "platform/uikit/Geometry.h"
 #include "platform/window/RenderThread.h"
@@ -16,6 +17,10 @@ class Screen {
 
   [[nodiscard]] virtual CGSize size() const = 0;   ///< points
   [[nodiscard]] virtual double scale() const = 0;  ///< pixels a point
+  virtual void setTitle(const std::string& title) = 0;
+  [[nodiscard]] virtual bool isFullScreen() const = 0;
+  virtual void setFullScreen(bool fullScreen) = 0;
+  virtual void setKeepsScreenAwake(bool awake) = 0;
   /// Least time between two pictures, in nanoseconds.
   [[nodiscard]] virtual int64_t frameInterval() const = 0;
 
@@ -32,13 +37,19 @@ class OffscreenScreen : public Screen {
   explicit OffscreenScreen(const Window::Options& options);
 
   [[nodiscard]] CGSize size() const override { return size_; }
-  [[nodiscard]] double scale() const override { return 1; }
+  [[nodiscard]] double scale() const override { return scale_; }
+  void setTitle(const std::string&) override {}
+  [[nodiscard]] bool isFullScreen() const override { return isFullScreen_; }
+  void setFullScreen(bool fullScreen) override { isFullScreen_ = fullScreen; }
+  void setKeepsScreenAwake(bool) override {}
   [[nodiscard]] int64_t frameInterval() const override { return frameInterval_; }
   void setHandlers(std::function<void(const InputEvent&)>, std::function<void()>) override {}
   void deliverEvents() override {}
 
  private:
   CGSize size_;
+  double scale_;
+  bool isFullScreen_ = false;
   int64_t frameInterval_;
 };
 

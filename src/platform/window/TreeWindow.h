@@ -35,6 +35,11 @@ class TreeWindow : public Window, public std::enable_shared_from_this<TreeWindow
 
   [[nodiscard]] const std::shared_ptr<UIView>& rootView() const override { return rootView_; }
   [[nodiscard]] CGSize size() const override { return screen_->size(); }
+  [[nodiscard]] double scale() const override { return screen_->scale(); }
+  void setTitle(const std::string& title) override { screen_->setTitle(title); }
+  [[nodiscard]] bool isFullScreen() const override { return screen_->isFullScreen(); }
+  void setFullScreen(bool fullScreen) override { screen_->setFullScreen(fullScreen); }
+  void setKeepsScreenAwake(bool awake) override { screen_->setKeepsScreenAwake(awake); }
   void setInputHandler(std::function<void(const InputEvent&)> handler) override;
   void setPresentHandler(std::function<void(int64_t hostNanoseconds)> handler) override;
   void snapshot(std::function<void(CGImagePtr)> completion) override;

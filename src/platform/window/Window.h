@@ -21,12 +21,28 @@ enum class WindowError : long {
 
 /// What a person did. Positions in points of the window's content, y down.
 struct InputEvent {
-  enum class Type { Close, Resize, KeyDown, Wheel, PointerDown, PointerMove, PointerUp };
+  enum class Type {
+    Close,
+    Resize,  ///< the window's size, or its pixels a point
+    KeyDown,
+    Wheel,
+    PointerDown,
+    PointerMove,
+    PointerUp,
+    PointerHover,  ///< the mouse was moved with no button down
+    Drop,          ///< a file or folder was let go over the window
+    Hide,          ///< the window can no longer be seen, minimised or hidden; may come twice
+    Show,          ///< it can be seen again; may come twice
+  };
   Type type = Type::Close;
-  CGPoint position;      ///< pointers (mouse or first finger) and wheel
-  double wheelY = 0;     ///< notches; positive scrolls towards what lies below
-  std::string key;       ///< SDL's key name: "Up", "Space", "PageDown", "Q"
-  int64_t hostTime = 0;  ///< TimeSource, nanoseconds
+  CGPoint position;          ///< pointers (mouse or first finger) and wheel
+  double wheelY = 0;         ///< notches; positive scrolls towards what lies below
+  std::string key;           ///< SDL's key name: "Up", "Space", "PageDown", "Q"
+  bool isRepeated = false;   ///< the key was held down
+  bool withShift = false;    ///< keys and wheel
+  bool withControl = false;  ///< keys and wheel
+  std::string path;          ///< Drop
+  int64_t hostTime = 0;      ///< TimeSource, nanoseconds
 };
 
 /// Shows a UIView tree: on the screen, or offscreen with the same renderer. Draws on a thread of
@@ -38,6 +54,7 @@ class ZAFFO_EXPORT Window {
     std::string title = "ZaffoPlayback";
     CGSize size{405, 720};        ///< points
     bool offscreen = false;       ///< no display is needed
+    double scale = 1;             ///< pixels a point when offscreen
     double framesPerSecond = 60;  ///< pace when offscreen
     bool visible = true;
   };
@@ -48,6 +65,15 @@ class ZAFFO_EXPORT Window {
   /// The view that fills the window; made with it.
   [[nodiscard]] virtual const std::shared_ptr<UIView>& rootView() const = 0;
   [[nodiscard]] virtual CGSize size() const = 0;
+  /// Pixels a point.
+  [[nodiscard]] virtual double scale() const = 0;
+
+  virtual void setTitle(const std::string& title) = 0;
+  /// Over the whole display; offscreen it is only remembered.
+  [[nodiscard]] virtual bool isFullScreen() const = 0;
+  virtual void setFullScreen(bool fullScreen) = 0;
+  /// Whether the display is kept from its screen saver; at first it is.
+  virtual void setKeepsScreenAwake(bool awake) = 0;
 
   virtual void setInputHandler(std::function<void(const InputEvent&)> handler) = 0;
   /// Called on the main thread after each picture that was put on screen, with its host time.

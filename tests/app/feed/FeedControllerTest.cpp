@@ -49,7 +49,12 @@ class RecordingCell final : public FeedCell {
   void didPresent(int64_t) override { note("present"); }
   bool isShown() const override { return settled; }
   void setRate(float) override {}
+  float rate() const override { return 1; }
   void togglePlaying() override {}
+  void setHeld(bool isHeld) override { held = isHeld; }
+  bool isPlaying() const override { return settled && !held; }
+  std::optional<ClipPosition> position() const override { return std::nullopt; }
+  void updateRecord() override {}
   void setVolume(float volume) override { volumeValue = volume; }
   void seek(CMTime, std::function<void()>) override {}
 
@@ -61,6 +66,7 @@ class RecordingCell final : public FeedCell {
   bool wanted = false;
   bool settled = false;
   bool hasThumbnail = false;
+  bool held = false;
   float volumeValue = -1;
   std::shared_ptr<Swipe> record;
 
@@ -280,6 +286,16 @@ TEST_F(FeedControllerTest, ALoadThatEndsAfterTheControllerTellsNobody) {
   first->settle();
   time.settle();
   EXPECT_TRUE(existing().contains(0));
+}
+
+TEST_F(FeedControllerTest, AFeedThatIsHeldHoldsThePagesThatComeIntoView) {
+  controller->start();
+  controller->setHeld(true);
+  EXPECT_TRUE(cell(0)->held);
+  turnTo(1);
+  EXPECT_TRUE(cell(1)->held);
+  controller->setHeld(false);
+  EXPECT_FALSE(cell(1)->held);
 }
 
 }  // namespace

@@ -36,13 +36,13 @@ TEST(PageScroll, GlidesToAPageAndStopsExactlyThere) {
   EXPECT_EQ(scroll.page(), 1);
   EXPECT_EQ(scroll.offset(), 0);
   double last = 0;
-  for (int64_t now = 10; now < 250; now += 10) {
+  for (int64_t now = 10; now < 300; now += 10) {
     scroll.advance(now * kMillisecond);
     EXPECT_GT(scroll.offset(), last);
     EXPECT_LT(scroll.offset(), kHeight);
     last = scroll.offset();
   }
-  scroll.advance(250 * kMillisecond);
+  scroll.advance(450 * kMillisecond);
   EXPECT_EQ(scroll.offset(), kHeight);
   EXPECT_FALSE(scroll.isMoving());
 }
@@ -79,8 +79,90 @@ TEST(PageScroll, AGlideChangesItsMindFromWhereItIs) {
   const double offset = scroll.offset();
   scroll.glideTo(0, 50 * kMillisecond);
   EXPECT_EQ(scroll.offset(), offset);
-  scroll.advance(300 * kMillisecond);
+  scroll.advance(600 * kMillisecond);
   EXPECT_EQ(scroll.offset(), 0);
+}
+
+TEST(PageScroll, AGlideTakesTheSameWayAtEveryPaceOfTheDisplay) {
+  for (const bool flicked : {false, true}) {
+    PageScroll at60 = fivePages(), at120 = fivePages();
+    for (PageScroll* scroll : {&at60, &at120}) {
+      if (flicked) {
+        dragged(*scroll, 600, 300, false);
+      } else {
+        scroll->glideTo(1, 201 * kMillisecond);
+      }
+    }
+    int pictures = 0;
+    for (int64_t frame = 1; at60.isGliding(); ++frame, ++pictures) {
+      const int64_t now = 201 * kMillisecond + frame * 1'000'000'000 / 60;
+      at60.advance(now);
+      at120.advance(now - 1'000'000'000 / 120);
+      at120.advance(now);
+      EXPECT_DOUBLE_EQ(at120.offset(), at60.offset());
+    }
+    EXPECT_FALSE(at120.isGliding());
+    EXPECT_GT(pictures, 12);
+    EXPECT_LT(pictures, 30);
+  }
+}
+
+TEST(PageScroll, AFlickGoesOnAtTheSpeedOfTheFinger) {
+  PageScroll scroll = fivePages();
+  scroll.beginDrag(600, 0);
+  for (int step = 1; step <= 10; ++step) scroll.drag(600 - 20 * step, step * 10 * kMillisecond);
+  const double released = scroll.offset();
+  scroll.endDrag(100 * kMillisecond);
+  scroll.advance(101 * kMillisecond);
+  EXPECT_NEAR(scroll.offset() - released, 2, 0.5) << "2000 points a second";
+}
+
+TEST(PageScroll, HoweverHardAFlickItDoesNotGoBeyondThePage) {
+  PageScroll scroll = fivePages();
+  scroll.beginDrag(700, 0);
+  scroll.drag(600, 2 * kMillisecond);
+  scroll.drag(100, 4 * kMillisecond);
+  scroll.endDrag(5 * kMillisecond);
+  ASSERT_EQ(scroll.page(), 1);
+  double last = scroll.offset();
+  for (int64_t now = 6; scroll.isGliding(); ++now) {
+    scroll.advance(now * kMillisecond);
+    EXPECT_GE(scroll.offset(), last);
+    EXPECT_LE(scroll.offset(), kHeight);
+    last = scroll.offset();
+  }
+}
+
+TEST(PageScroll, AGlideThatIsToldAnotherPageKeepsItsSpeed) {
+  PageScroll scroll = fivePages();
+  scroll.glideTo(1, 0);
+  scroll.advance(60 * kMillisecond);
+  const double before = scroll.offset();
+  scroll.advance(61 * kMillisecond);
+  const double speed = scroll.offset() - before;
+  scroll.glideTo(2, 61 * kMillisecond);
+  const double turned = scroll.offset();
+  scroll.advance(62 * kMillisecond);
+  EXPECT_NEAR(scroll.offset() - turned, speed, 0.3 * speed);
+}
+
+TEST(PageScroll, MorePagesLeaveAGlideAlone) {
+  PageScroll scroll = fivePages();
+  scroll.glideTo(4, 0);
+  scroll.advance(50 * kMillisecond);
+  scroll.setCount(6);
+  EXPECT_TRUE(scroll.isGliding());
+  scroll.glideTo(9, 60 * kMillisecond);
+  EXPECT_EQ(scroll.page(), 5);
+}
+
+TEST(PageScroll, StartsOnThePageThatItIsTold) {
+  PageScroll scroll = fivePages();
+  scroll.setPage(3);
+  EXPECT_EQ(scroll.offset(), 3 * kHeight);
+  EXPECT_FALSE(scroll.isMoving());
+  scroll.setPage(7);
+  EXPECT_EQ(scroll.page(), 4);
 }
 
 TEST(PageScroll, ADragFollowsTheFinger) {

@@ -32,8 +32,14 @@ class RecordingHost final : public ScriptHost {
     note("bounds " + std::to_string(most) + " " + std::to_string(idle));
   }
   void resetMediaServices() override { note("reset"); }
+  void sendInput(InputEvent event) override {
+    note("input");
+    inputs.push_back(std::move(event));
+  }
+  void printStatus() override { note("status"); }
 
   std::vector<std::string> asked;
+  std::vector<InputEvent> inputs;
   Outcome waiting;
 
  private:
@@ -75,6 +81,28 @@ TEST_F(ScriptRunnerTest, RunsTheCommandsInOrder) {
   EXPECT_EQ(endings, 1);
   EXPECT_FALSE(ending.quit);
   EXPECT_FALSE(ending.failed);
+}
+
+TEST_F(ScriptRunnerTest, DoesWhatAPersonAtTheWindowWould) {
+  using Type = InputEvent::Type;
+  run("press M; press Shift+/; press \"Ctrl+wheel up\"; press \"wheel down\"; "
+      "pointer down 10 20; pointer move 10 -5.5; pointer up 1 2; window hide; window show; status");
+  ASSERT_EQ(host.inputs.size(), 9u);
+  EXPECT_EQ(host.inputs[0].type, Type::KeyDown);
+  EXPECT_EQ(host.inputs[0].key, "M");
+  EXPECT_EQ(host.inputs[1].key, "/");
+  EXPECT_TRUE(host.inputs[1].withShift);
+  EXPECT_EQ(host.inputs[2].type, Type::Wheel);
+  EXPECT_EQ(host.inputs[2].wheelY, -1);
+  EXPECT_TRUE(host.inputs[2].withControl);
+  EXPECT_EQ(host.inputs[3].wheelY, 1);
+  EXPECT_FALSE(host.inputs[3].withControl);
+  EXPECT_EQ(host.inputs[4].type, Type::PointerDown);
+  EXPECT_EQ(host.inputs[5].position, (CGPoint{10, -5.5}));
+  EXPECT_EQ(host.inputs[6].type, Type::PointerUp);
+  EXPECT_EQ(host.inputs[7].type, Type::Hide);
+  EXPECT_EQ(host.inputs[8].type, Type::Show);
+  EXPECT_EQ(host.asked.back(), "status");
 }
 
 TEST_F(ScriptRunnerTest, QuitEndsTheScriptThereAndSaysSo) {

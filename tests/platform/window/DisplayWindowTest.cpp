@@ -126,6 +126,34 @@ TEST_P(DisplayWindow, DrawsNothingWhileNothingChanges) {
   EXPECT_EQ(window->presentedPictures(), drawn);
 }
 
+TEST_P(DisplayWindow, TakesAnotherTitleAndFillsTheDisplay) {
+  if (!hasProgram("xdotool")) GTEST_SKIP() << "xdotool is not installed";
+  window->setTitle("another title");
+  EXPECT_FALSE(window->isFullScreen());
+  window->setFullScreen(true);
+  EXPECT_TRUE(window->isFullScreen());
+  window->setFullScreen(false);
+  EXPECT_FALSE(window->isFullScreen());
+  VirtualDisplay::act("search --sync --name '^another title$'");
+}
+
+TEST_P(DisplayWindow, SaysWhenItIsHiddenAndShownAgain) {
+  if (!hasProgram("xdotool")) GTEST_SKIP() << "xdotool is not installed";
+  VirtualDisplay::act("search --name 'zaffo test window' windowunmap");
+  ASSERT_TRUE(waitUntil([&] { return count(Type::Hide) > 0; }));
+  const std::size_t shown = count(Type::Show);
+  VirtualDisplay::act("search --name 'zaffo test window' windowmap");
+  EXPECT_TRUE(waitUntil([&] { return count(Type::Show) > shown; }));
+}
+
+TEST_P(DisplayWindow, TellsTheControlKeyWithTheWheel) {
+  if (!hasProgram("xdotool")) GTEST_SKIP() << "xdotool is not installed";
+  VirtualDisplay::act("search --name 'zaffo test window' windowfocus --sync");
+  VirtualDisplay::act("mousemove 70 80 keydown ctrl click 5 keyup ctrl");
+  ASSERT_TRUE(waitUntil([&] { return count(Type::Wheel) == 1; }));
+  EXPECT_TRUE(last(Type::Wheel)->withControl);
+}
+
 TEST_P(DisplayWindow, ReportsKeysWheelAndDragsOfThePointer) {
   if (!hasProgram("xdotool")) GTEST_SKIP() << "xdotool is not installed";
   VirtualDisplay::act("search --name 'zaffo test window' windowfocus --sync");

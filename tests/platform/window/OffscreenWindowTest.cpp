@@ -37,6 +37,22 @@ TEST_F(OffscreenWindow, IsBlackAndOpaqueWhereNothingIsDrawn) {
   EXPECT_EQ(pixelAt(image, 39, 59), kBlack);
 }
 
+TEST_F(OffscreenWindow, DrawsAsManyPixelsAPointAsItsScaleSays) {
+  Window::Options options;
+  options.offscreen = true;
+  options.size = {40, 60};
+  options.scale = 2;
+  window = Window::create(options, nullptr);
+  EXPECT_EQ(window->scale(), 2);
+  addLayer({{10, 20}, {5, 6}}, {1, 0, 0, 1});
+  const CGImagePtr image = snapshotOf(window);
+  ASSERT_EQ(image->width(), 80);
+  ASSERT_EQ(image->height(), 120);
+  EXPECT_EQ(pixelAt(image, 20, 40), kRed);
+  EXPECT_EQ(pixelAt(image, 29, 51), kRed);
+  EXPECT_EQ(pixelAt(image, 30, 51), kBlack);
+}
+
 TEST_F(OffscreenWindow, DrawsBackgroundColoursWhereTheirLayersAre) {
   addLayer({{10, 20}, {5, 6}}, {1, 0, 0, 1});
   const CGImagePtr image = snapshotOf(window);

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <SDL_ttf.h>
+
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace zaffo::feed {
+
+/// A font at one size.
+struct Font {
+  struct Closer {
+    void operator()(TTF_Font* font) const { TTF_CloseFont(font); }
+  };
+  std::unique_ptr<TTF_Font, Closer> font;
+  /// What its drawings are multiplied by: a font of pictures has one size only.
+  double factor = 1;
+
+  [[nodiscard]] int ascent() const;
+  [[nodiscard]] int descent() const;
+};
+
+/// The fonts that one text needs, at one size: the one that is built into the program, and those of
+/// the system that have what it lacks. Thread: main.
+class Fonts {
+ public:
+  /// `pixels` is the size of the letters.
+  explicit Fonts(int pixels);
+  ~Fonts();
+  Fonts(const Fonts&) = delete;
+  Fonts& operator=(const Fonts&) = delete;
+
+  /// Whether there is a font at all.
+  [[nodiscard]] bool isReady() const { return !fonts_.empty(); }
+  /// The font for a letter, the built-in one when none has it. Valid as long as this is.
+  [[nodiscard]] const Font& fontOf(char32_t letter);
+  [[nodiscard]] const Font& builtIn() const { return *fonts_.front(); }
+
+ private:
+  const Font* openSystemFont(char32_t letter, bool inColor);
+
+  const int pixels_;
+  const bool isLibraryReady_;
+  std::vector<std::unique_ptr<Font>> fonts_;
+  std::set<char32_t> missing_;
+};
+
+}  // namespace zaffo::feed
