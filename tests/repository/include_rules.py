@@ -29,7 +29,7 @@ ALLOWED = {
     SOUNDTRACK: MEDIA_BASE | {CODEC, SOURCE, OUTPUT},
     PLAYBACK: MEDIA_BASE | {CODEC, SOURCE, VIDEO, SOUNDTRACK, OUTPUT},
     "platform/avfoundation/engine": PUBLIC_PLATFORM | {MEDIA, CODEC, SOURCE, VIDEO, SOUNDTRACK,
-                                                       OUTPUT, PLAYBACK},
+                                                       OUTPUT, PLAYBACK, "platform/network"},
     # Bytes of the network are a source of bytes to the engine, which finds no more than that.
     "platform/network": {"platform/foundation", "platform/dispatch",
                          f"{MEDIA}/MappedMemory.h", f"{SOURCE}/ByteSource.h"},

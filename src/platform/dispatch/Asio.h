@@ -7,3 +7,4 @@
 #include <asio/io_context.hpp>
 #include <asio/posix/stream_descriptor.hpp>
 #include <asio/post.hpp>
+#include <asio/steady_timer.hpp>

@@ -114,16 +114,16 @@ TEST(AVURLAsset, LocalMediaAreReadableAndRemoteOnesAreNot) {
   }
 }
 
-TEST(AVURLAsset, ARemoteAddressFailsWithAnErrorThatNamesIt) {
-  const auto asset =
-      AVAsset::assetWithURL(NSURL::URLWithString("https://127.0.0.1/some%20clip.mp4"));
-  loadAndWait(*asset, {"tracks"});
-  NSErrorPtr error;
-  EXPECT_EQ(asset->statusOfValueForKey("tracks", &error), AVKeyValueStatus::Failed);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->code(), AVErrorUnsupportedURL);
-  EXPECT_NE(error->localizedDescription().find("https://127.0.0.1/some%20clip.mp4"),
-            std::string::npos);
+TEST(AVURLAsset, AnAddressOfAnotherSchemeFailsWithAnErrorThatNamesIt) {
+  for (const std::string address : {"ftp://127.0.0.1/some%20clip.mp4", "data:video/mp4,abc"}) {
+    const auto asset = AVAsset::assetWithURL(NSURL::URLWithString(address));
+    loadAndWait(*asset, {"tracks"});
+    NSErrorPtr error;
+    EXPECT_EQ(asset->statusOfValueForKey("tracks", &error), AVKeyValueStatus::Failed);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), AVErrorUnsupportedURL);
+    EXPECT_NE(error->localizedDescription().find(address), std::string::npos);
+  }
 }
 
 TEST(AVURLAsset, NoURLAtAllFailsToo) {
