@@ -37,6 +37,7 @@ const std::map<std::string, Grammar> kWords{
     {"press", {Word::Press, 1, "press KEY"}},
     {"pointer", {Word::Pointer, 3, "pointer down|move|up X Y"}},
     {"window", {Word::Window, 1, "window show|hide"}},
+    {"drop", {Word::Drop, 1, "drop FILE"}},
     {"status", {Word::Status, 0, "status"}},
     {"quit", {Word::Quit, 0, "quit"}},
 };
@@ -95,6 +96,7 @@ void readArguments(const Sentence& words, Command& command) {
     case Word::Volume:
       command.number = readReal(words[1], 0, 1, "a volume between 0 and 1");
       break;
+    case Word::Drop:
     case Word::Shot:
       if (words[1].text.empty()) throw errorAt(words[1], "the file needs a name");
       command.file = words[1].text;

@@ -28,6 +28,7 @@ enum class Word {
   Press,    ///< a key, or a notch of the wheel
   Pointer,  ///< a button or a finger goes down, moves or goes up
   Window,   ///< what happens to the window: it is hidden, or shown again
+  Drop,     ///< a file or folder is let go over the window
   Status,   ///< prints what a person sees and hears
   Quit,
 };
@@ -40,7 +41,7 @@ struct Command {
   long first = 0;      ///< Goto: the page; Bounds: the most players in all
   long second = 0;     ///< Bounds: the most players while idle
   bool on = false;     ///< Idle, Fast; Window: whether it is shown
-  std::string file{};  ///< Shot
+  std::string file{};  ///< Shot, Drop
   std::string what{};  ///< Press: the key; Pointer: down, move or up
   int line = 1;        ///< where its word stands
   int column = 1;

@@ -43,6 +43,12 @@ InputEvent pointerEvent(const Command& command) {
   return event;
 }
 
+InputEvent dropEvent(const std::string& path) {
+  InputEvent event = inputEvent(InputEvent::Type::Drop);
+  event.path = path;
+  return event;
+}
+
 }  // namespace
 
 ScriptRunner::ScriptRunner(Private, std::vector<Command> commands, ScriptHost& host)
@@ -155,6 +161,9 @@ void ScriptRunner::execute(const Command& command) {
       break;
     case Word::Window:
       host_.sendInput(inputEvent(command.on ? InputEvent::Type::Show : InputEvent::Type::Hide));
+      break;
+    case Word::Drop:
+      host_.sendInput(dropEvent(command.file));
       break;
     case Word::Status:
       host_.printStatus();

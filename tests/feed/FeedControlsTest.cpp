@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <sstream>
 
 #include "FeedRun.h"
@@ -125,6 +126,17 @@ TEST_F(FeedControlsTest, PagesTurnByKeysTheWheelAndDrags) {
                "press Home; wait 0.6; status"),
       ElementsAre(HasSubstr("page 2 of 2"), HasSubstr("page 1 of 2"), HasSubstr("page 2 of 2"),
                   HasSubstr("page 1 of 2")));
+}
+
+TEST_F(FeedControlsTest, WhatIsLetGoOverTheWindowComesAtTheEndAndIsTurnedTo) {
+  std::filesystem::create_directories(run.file("folder/below"));
+  for (const char* name : {"folder/2.mp4", "folder/below/10.mp4"})
+    std::filesystem::copy_file(clip("video_only.mp4"), run.file(name));
+  EXPECT_THAT(statuses("drop folder; drop " + clip("portrait.mp4") +
+                       "; wait 0.6; wait-frame; status; press End; wait 0.6; wait-frame; status"),
+              ElementsAre(HasSubstr("page 3 of 5: 2.mp4, playing"),
+                          HasSubstr("page 5 of 5: portrait.mp4, playing")))
+      << "what is let go at once is turned to at its first";
 }
 
 TEST_F(FeedControlsTest, QEndsIt) {

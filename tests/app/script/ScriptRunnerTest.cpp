@@ -86,8 +86,9 @@ TEST_F(ScriptRunnerTest, RunsTheCommandsInOrder) {
 TEST_F(ScriptRunnerTest, DoesWhatAPersonAtTheWindowWould) {
   using Type = InputEvent::Type;
   run("press M; press Shift+/; press \"Ctrl+wheel up\"; press \"wheel down\"; "
-      "pointer down 10 20; pointer move 10 -5.5; pointer up 1 2; window hide; window show; status");
-  ASSERT_EQ(host.inputs.size(), 9u);
+      "pointer down 10 20; pointer move 10 -5.5; pointer up 1 2; window hide; window show; "
+      "drop \"a b.mp4\"; status");
+  ASSERT_EQ(host.inputs.size(), 10u);
   EXPECT_EQ(host.inputs[0].type, Type::KeyDown);
   EXPECT_EQ(host.inputs[0].key, "M");
   EXPECT_EQ(host.inputs[1].key, "/");
@@ -102,6 +103,8 @@ TEST_F(ScriptRunnerTest, DoesWhatAPersonAtTheWindowWould) {
   EXPECT_EQ(host.inputs[6].type, Type::PointerUp);
   EXPECT_EQ(host.inputs[7].type, Type::Hide);
   EXPECT_EQ(host.inputs[8].type, Type::Show);
+  EXPECT_EQ(host.inputs[9].type, Type::Drop);
+  EXPECT_EQ(host.inputs[9].path, "a b.mp4");
   EXPECT_EQ(host.asked.back(), "status");
 }
 
