@@ -1,0 +1,156 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "doubles/FaultServer.h"
+#include "doubles/MainLoopUntil.h"
+#include "media/Clips.h"
+#include "media/FrameNumber.h"
+#include "platform/TimeSource.h"
+#include "platform/avfoundation/AVAssetImageGenerator.h"
+#include "platform/avfoundation/AVPlayer.h"
+#include "platform/media/playback/VideoOutput.h"
+
+namespace zaffo {
+namespace {
+
+constexpr int64_t kTwentySeconds = 20'000'000'000;
+
+FaultReply replyWith(const std::string& name) {
+  std::ifstream file(test::clip(name), std::ios::binary);
+  FaultReply reply;
+  reply.body.assign(std::istreambuf_iterator<char>(file), {});
+  reply.entityTag = "\"" + name + "\"";
+  return reply;
+}
+
+/// Clips that a server on loopback has, in real time.
+class RemoteAssetTest : public testing::Test {
+ protected:
+  std::shared_ptr<AVAsset> assetAt(const std::string& path) {
+    return AVAsset::assetWithURL(NSURL::URLWithString(server_.address(path)));
+  }
+
+  /// Loads the tracks; the error of that, or null.
+  static NSErrorPtr load(AVAsset& asset) {
+    std::atomic<bool> isLoaded{false};
+    asset.loadValuesAsynchronouslyForKeys({"tracks", "duration"}, [&] { isLoaded = true; });
+    EXPECT_TRUE(runMainLoopUntil([&] { return isLoaded.load(); }, kTwentySeconds));
+    NSErrorPtr error;
+    (void)asset.statusOfValueForKey("tracks", &error);
+    return error;
+  }
+
+  std::shared_ptr<AVPlayer> playerOf(const std::shared_ptr<AVAsset>& asset) {
+    const auto player = AVPlayer::create();
+    player->replaceCurrentItemWithPlayerItem(AVPlayerItem::playerItemWithAsset(asset));
+    return player;
+  }
+
+  /// Plays until the frame of this number was on show; all that were.
+  static std::set<int> playTo(AVPlayer& player, int last, float rate = 1) {
+    std::set<int> numbers;
+    player.setRate(rate);
+    EXPECT_TRUE(runMainLoopUntil(
+        [&] {
+          const auto picture = player.videoOutput()->pictureAtHostTime(TimeSource::now());
+          if (const auto number = test::frameNumber(picture.buffer)) numbers.insert(*number);
+          return !numbers.empty() && *numbers.rbegin() >= last;
+        },
+        kTwentySeconds));
+    player.setRate(0);
+    return numbers;
+  }
+
+  FaultServer server_;
+};
+
+TEST_F(RemoteAssetTest, PlaysFromOneRequestWithItsIndexInFront) {
+  server_.on("/clip.mp4", {replyWith("h264_30.mp4")});
+  const auto asset = assetAt("/clip.mp4");
+  ASSERT_FALSE(load(*asset));
+  EXPECT_FALSE(asset->isReadable()) << "it streams";
+  EXPECT_TRUE(asset->isPlayable() || asset->tracks().size() == 2);
+  EXPECT_EQ(asset->duration(), CMTimeMake(4, 1));
+  const auto player = playerOf(asset);
+  const auto shown = playTo(*player, 60, 2);
+  EXPECT_GT(shown.size(), 40U);
+  EXPECT_EQ(server_.requests().size(), 1U);
+}
+
+TEST_F(RemoteAssetTest, PlaysWithItsIndexAtTheEndFromServersWithAndWithoutRanges) {
+  for (const bool servesRanges : {true, false}) {
+    auto reply = replyWith("h264_30_moov_last.mp4");
+    reply.servesRanges = servesRanges;
+    const std::string path = servesRanges ? "/ranges.mp4" : "/whole.mp4";
+    server_.on(path, {reply});
+    const auto asset = assetAt(path);
+    ASSERT_FALSE(load(*asset));
+    EXPECT_GT(playTo(*playerOf(asset), 30, 2).size(), 10U) << servesRanges;
+  }
+}
+
+TEST_F(RemoteAssetTest, WaitsForWhatIsLateAndGoesOn) {
+  auto reply = replyWith("h264_30.mp4");
+  reply.pieceSize = reply.body.size() / 12;
+  reply.pieceDelay = std::chrono::milliseconds(150);
+  server_.on("/slow.mp4", {reply});
+  const auto asset = assetAt("/slow.mp4");
+  ASSERT_FALSE(load(*asset));
+  const auto player = playerOf(asset);
+  const auto shown = playTo(*player, 110, 4);
+  EXPECT_EQ(player->currentItem()->status(), AVPlayerItemStatus::ReadyToPlay);
+  EXPECT_GT(shown.size(), 20U);
+}
+
+TEST_F(RemoteAssetTest, WhoReadsTheSameAddressAtATimeSharesWhatCame) {
+  server_.on("/clip.mp4", {replyWith("h264_30.mp4")});
+  const auto one = assetAt("/clip.mp4"), other = assetAt("/clip.mp4");
+  ASSERT_FALSE(load(*one));
+  ASSERT_FALSE(load(*other));
+  NSErrorPtr error;
+  const auto image = AVAssetImageGenerator::assetImageGeneratorWithAsset(other)->copyCGImageAtTime(
+      CMTimeMake(1, 1), nullptr, &error);
+  EXPECT_TRUE(image);
+  EXPECT_GT(playTo(*playerOf(one), 20, 2).size(), 5U);
+  EXPECT_EQ(server_.requests().size(), 1U);
+}
+
+TEST_F(RemoteAssetTest, SaysWhatTheServerSaid) {
+  FaultReply missing;
+  missing.status = 404;
+  server_.on("/missing.mp4", {missing});
+  const auto error = load(*assetAt("/missing.mp4"));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->localizedDescription(), "\"missing.mp4\" does not exist (404).");
+}
+
+TEST_F(RemoteAssetTest, ACancelledLoadStopsItsTrafficAtOnce) {
+  auto reply = replyWith("h264_30_moov_last.mp4");
+  reply.stallsAfter = 1000;
+  server_.on("/stalled.mp4", {reply});
+  auto asset = assetAt("/stalled.mp4");
+  std::atomic<bool> isTold{false};
+  asset->loadValuesAsynchronouslyForKeys({"tracks"}, [&] { isTold = true; });
+  ASSERT_TRUE(server_.waitForRequests(1));
+  asset->cancelLoading();
+  EXPECT_TRUE(runMainLoopUntil([&] { return isTold.load(); }, kTwentySeconds));
+  EXPECT_EQ(asset->statusOfValueForKey("tracks"), AVKeyValueStatus::Cancelled);
+  EXPECT_TRUE(server_.waitForLeaver());
+}
+
+TEST_F(RemoteAssetTest, WhatIsNoClipIsRefused) {
+  FaultReply page;
+  page.body = "<html><body>Please log in.</body></html>";
+  server_.on("/page.mp4", {page});
+  const auto error = load(*assetAt("/page.mp4"));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), AVErrorFileFormatNotRecognized) << error->localizedDescription();
+}
+
+}  // namespace
+}  // namespace zaffo
