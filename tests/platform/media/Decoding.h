@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <memory>
 #include <optional>
+#include <semaphore>
 #include <string>
 #include <vector>
 
@@ -47,12 +49,23 @@ inline std::unique_ptr<SampleCursor> openTrack(SampleSource& source, AVMediaType
   return std::move(cursor).valueOr(nullptr);
 }
 
+/// The next sample; waits where its bytes are not held. For a cursor that nobody else is told of.
+inline Outcome nextHeld(SampleCursor& cursor, Sample& sample) {
+  const auto ready = std::make_shared<std::counting_semaphore<>>(0);
+  cursor.setReadyHandler([ready] { ready->release(); });
+  Outcome outcome;
+  while ((outcome = cursor.next(sample)) == Outcome::Again) {
+    if (!ready->try_acquire_for(std::chrono::seconds(10))) break;
+  }
+  return outcome;
+}
+
 /// Every sample from where the cursor stands to its end.
 inline std::vector<Sample> readAll(SampleCursor& cursor, Outcome expected = Outcome::End) {
   std::vector<Sample> samples;
   Sample sample;
   Outcome outcome;
-  while ((outcome = cursor.next(sample)) == Outcome::Ready) {
+  while ((outcome = nextHeld(cursor, sample)) == Outcome::Ready) {
     samples.push_back(std::move(sample));
     sample = Sample();
   }
@@ -77,7 +90,7 @@ template <typename Output, typename Decoder>
 std::vector<Output> decodeRest(SampleCursor& cursor, Decoder& decoder, int* errors = nullptr) {
   std::vector<Output> output;
   Sample sample;
-  while (cursor.next(sample) == Outcome::Ready) {
+  while (nextHeld(cursor, sample) == Outcome::Ready) {
     const Outcome sent = decoder.send(sample);
     if (sent == Outcome::Error && errors) ++*errors;
     if (sent == Outcome::Error && !errors) ADD_FAILURE() << "a sample was refused";

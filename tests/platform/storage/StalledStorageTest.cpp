@@ -153,6 +153,7 @@ TEST_F(StalledStorageTest, AHundredPagesTakeNoMoreThreadsThanThoseForFiles) {
   ASSERT_TRUE(waitUntilStalled(BlockingThreads::kMostThreads));
   expectQueuesAreFree();
   EXPECT_LE(threadCount(), threadsBefore + BlockingThreads::kMostThreads);
+  players.erase(players.begin(), players.end() - 1);  // a hundred at once are too many to decode
   storage.release();
   EXPECT_EQ(shownFrames(*players.back(), 2).size(), 2U) << "it goes on";
 }

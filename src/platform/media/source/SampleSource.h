@@ -24,7 +24,8 @@ class SampleCursor {
   [[nodiscard]] virtual Outcome next(Sample& sample) = 0;
 
   /// Goes to the last sync sample that decoding of what is shown at `time` can start from; the
-  /// first one when `time` lies before it. False when it cannot; a lost sample is next()'s Error.
+  /// first one when `time` lies before it. Never waits. False when it cannot; what the place lacks
+  /// is next()'s Error.
   [[nodiscard]] virtual bool seek(CMTime time) = 0;
 
   /// Why the last call failed, or the next next() will; null otherwise.
@@ -67,8 +68,8 @@ class SampleSource {
     return time;
   }
 
-  /// A new cursor at the start of a track. Takes microseconds for the first cursor of a source and
-  /// no longer than parsing the header again for further ones.
+  /// A new cursor at the start of a track. Takes microseconds: what is to be read or parsed for it
+  /// is when it is first asked for a sample.
   virtual Result<std::unique_ptr<SampleCursor>> openCursor(int trackID) = 0;
 };
 
