@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <array>
 #include <csignal>
 #include <string>
 #include <thread>
@@ -37,6 +38,28 @@ inline void setThreadName([[maybe_unused]] const std::string& name) {
   pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
 #endif
 }
+
+/// While it lives, threads that others start on the calling thread, a library that we call, are
+/// named so, and get none of the process's signals. They also inherit its priority: what a worker
+/// has others do gives way to the application as it does itself.
+class ForeignThreads {
+ public:
+  explicit ForeignThreads(const std::string& name) {
+#if defined(__linux__)
+    pthread_getname_np(pthread_self(), former_.data(), former_.size());
+#endif
+    setThreadName(name);
+  }
+  ~ForeignThreads() {
+    setThreadName(former_.data());
+  }
+  ForeignThreads(const ForeignThreads&) = delete;
+  ForeignThreads& operator=(const ForeignThreads&) = delete;
+
+ private:
+  const SignalsBlocked blocked_;
+  std::array<char, 16> former_{};
+};
 
 /// Starts one of the library's own threads, with a name, and without the process's signals, which
 /// are for the application to receive. Throws std::system_error when the system has no more
