@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <array>
 #include <csignal>
 #include <string>
 #include <thread>
@@ -30,14 +31,37 @@ class SignalsBlocked {
   sigset_t former_{};
 };
 
+/// Names a thread for debuggers and `top -H`, with at most 15 characters.
+inline void setThreadName(pthread_t thread, const std::string& name) {
+  pthread_setname_np(thread, name.substr(0, 15).c_str());
+}
+
+/// While it lives, threads that others start on the calling thread, a library that we call, are
+/// named so, and get none of the process's signals. They also inherit its priority: what a worker
+/// has others do gives way to the application as it does itself.
+class ForeignThreads {
+ public:
+  explicit ForeignThreads(const std::string& name) {
+    pthread_getname_np(pthread_self(), former_.data(), former_.size());
+    setThreadName(pthread_self(), name);
+  }
+  ~ForeignThreads() { setThreadName(pthread_self(), former_.data()); }
+  ForeignThreads(const ForeignThreads&) = delete;
+  ForeignThreads& operator=(const ForeignThreads&) = delete;
+
+ private:
+  const SignalsBlocked blocked_;
+  std::array<char, 16> former_{};
+};
+
 /// Starts one of the library's own threads, without the process's signals, which are for the
-/// application to receive, and with a name of at most 15 characters for debuggers and `top -H`.
+/// application to receive, and with a name.
 /// Throws std::system_error when the system has no more threads.
 template <class Body>
 [[nodiscard]] std::thread startThread(const std::string& name, Body body) {
   const SignalsBlocked blocked;
   std::thread thread(std::move(body));
-  pthread_setname_np(thread.native_handle(), name.substr(0, 15).c_str());
+  setThreadName(thread.native_handle(), name);
   return thread;
 }
 

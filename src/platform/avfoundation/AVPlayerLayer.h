@@ -35,6 +35,7 @@ class ZAFFO_EXPORT AVPlayerLayer : public CALayer {
   [[nodiscard]] int64_t firstPresentedHostTime() const;
 
   [[nodiscard]] std::optional<LayerPicture> picture(int64_t hostNanoseconds) override;
+  [[nodiscard]] std::optional<int64_t> nextPictureTime() override;
   void didPresent(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) override;
 
  protected:

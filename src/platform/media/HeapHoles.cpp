@@ -64,6 +64,13 @@ thread_local LeftHoles leftHoles;
 
 /// Returns the holes of a worker and, while others have some, those of the next. Whoever is awake
 /// takes the work: this one keeps still for a moment, so that another one does.
+///
+/// There is no way around the workers themselves. Only the allocator knows where holes lie, and a
+/// page may be let go only while its block is ours; what is asked of the allocator comes from the
+/// calling thread's own part of the heap. Doing it when a worker goes to sleep would be too soon,
+/// in between two turns of playing, and later it would have to be woken for it. What keeps still
+/// has the lowest priority and only what a quiet half second left over: other work finds other
+/// workers.
 void returnHolesOfWorkers(const DispatchQueuePtr& queue, unsigned workers) {
   returnHoles();
   if (workers <= 1 || LeftHoles::threads() == 0) return;

@@ -186,6 +186,10 @@ std::optional<LayerPicture> CALayer::picture(int64_t) {
   return std::nullopt;
 }
 
+std::optional<int64_t> CALayer::nextPictureTime() {
+  return std::nullopt;
+}
+
 void CALayer::didPresent(const CVPixelBufferPtr&, int64_t) {}
 
 void CALayer::setDisplayRequestHandler(std::function<void()> handler) {

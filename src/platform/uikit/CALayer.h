@@ -95,6 +95,11 @@ class ZAFFO_EXPORT CALayer : public std::enable_shared_from_this<CALayer> {
   /// layer.
   [[nodiscard]] virtual std::optional<LayerPicture> picture(int64_t hostNanoseconds);
 
+  /// For a window that draws again at a time of its own: host time at which the picture changes
+  /// next, as far as the layer knows. It does not ask to be drawn for that change, unless the
+  /// window fails to come. None for a plain layer.
+  [[nodiscard]] virtual std::optional<int64_t> nextPictureTime();
+
   /// Called on the main thread after `buffer`, obtained from picture(), was put on screen.
   virtual void didPresent(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds);
 

@@ -1,6 +1,8 @@
 #include "platform/window/TreeWindow.h"
 
+#include <algorithm>
 #include <cmath>
+#include <optional>
 #include <utility>
 
 #include "platform/TimeSource.h"
@@ -53,6 +55,7 @@ TreeWindow::~TreeWindow() {
   rootView_->layer()->setDisplayRequestHandler({});
   screen_->setHandlers({}, {});
   if (paceTimer_) paceTimer_->cancel();
+  if (pictureTimer_) pictureTimer_->cancel();
   retire(std::move(renderThread_), std::move(screen_));
 }
 
@@ -122,6 +125,7 @@ void TreeWindow::draw() {
   pacer_.made(now);
   auto [list, presentations] = listTree(now);
   presenting_ = std::move(presentations);
+  planNextPicture(now);
   renderThread_->post([weak = weak_from_this(), drawn = std::make_shared<const DisplayList>(
                                                     std::move(list))](Canvas& canvas) {
     canvas.present(*drawn);
@@ -130,6 +134,29 @@ void TreeWindow::draw() {
       if (const auto self = weak.lock()) self->finishedPresenting(presented);
     });
   });
+}
+
+/// Comes back by itself when a layer's picture changes next: nobody else has to wake for that.
+void TreeWindow::planNextPicture(int64_t now) {
+  if (pictureTimer_) std::exchange(pictureTimer_, nullptr)->cancel();
+  std::optional<int64_t> next;
+  for (const auto& presentation : presenting_) {
+    const auto layer = presentation.layer.lock();
+    const auto time = layer ? layer->nextPictureTime() : std::nullopt;
+    if (time && (!next || *time < *next)) next = time;
+  }
+  if (!next) return;
+  pictureTimer_ = dispatch_timer_at(std::max(*next, now + pacer_.delay(now)),
+                                    dispatch_get_main_queue(), [weak = weak_from_this()] {
+                                      if (const auto self = weak.lock()) self->pictureIsDue();
+                                    });
+}
+
+void TreeWindow::pictureIsDue() {
+  needsDraw_ = true;
+  if (state_ != State::Clean) return;
+  if (pacer_.delay(TimeSource::now()) > 0) return schedule();
+  draw();
 }
 
 void TreeWindow::finishedPresenting(int64_t hostNanoseconds) {

@@ -18,7 +18,8 @@ namespace zaffo::window {
 /// A window's main-thread half: notices that the tree changed, lists what is to be drawn, and tells
 /// the layers once it is on screen. One list is in flight at a time:
 ///
-///             tree changed                pace allows it
+///             tree changed,               pace allows it
+///             next picture due
 ///     Clean ---------------> Scheduled -------------------> Drawing
 ///       ^                        ^                            |
 ///       |                        '---- changed meanwhile -----+
@@ -53,6 +54,8 @@ class TreeWindow : public Window, public std::enable_shared_from_this<TreeWindow
   void setNeedsDraw();
   void schedule();
   void draw();
+  void planNextPicture(int64_t now);
+  void pictureIsDue();
   void finishedPresenting(int64_t hostNanoseconds);
   void finishedSnapshot(uint64_t number, const CGImagePtr& image);
   void handleEvent(const InputEvent& event);
@@ -65,6 +68,7 @@ class TreeWindow : public Window, public std::enable_shared_from_this<TreeWindow
   State state_ = State::Clean;
   bool needsDraw_ = false;  // the tree changed since the last list was made
   DispatchTimerPtr paceTimer_;
+  DispatchTimerPtr pictureTimer_;
   std::vector<Presentation> presenting_;
   uint64_t presentedPictures_ = 0;
   uint64_t lastSnapshot_ = 0;

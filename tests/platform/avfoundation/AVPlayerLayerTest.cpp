@@ -86,6 +86,39 @@ TEST_F(AVPlayerLayerTest, ALayerThatNobodyDrawsAsksOnlyOnce) {
   EXPECT_LE(requests_, 1);
 }
 
+TEST_F(AVPlayerLayerTest, AWindowThatComesByItselfSeesEachPictureInTimeAndIsHardlyAsked) {
+  open("h264_30.mp4");
+  ASSERT_TRUE(draw());
+  player_->setRate(1);
+  time_.advance(100 * kNanosecondsPerMillisecond);
+  ASSERT_TRUE(draw());
+  auto next = layer_->nextPictureTime();
+  int frame = shown().value_or(-1);
+  requests_ = 0;
+  constexpr int kFrames = 45;
+  for (int i = 0; i < kFrames; ++i) {
+    ASSERT_TRUE(next) << "after frame " << frame;
+    time_.advance(*next - TimeSource::now());
+    ASSERT_TRUE(draw());
+    EXPECT_EQ(shown(), ++frame);
+    next = layer_->nextPictureTime();
+  }
+  EXPECT_LE(requests_, 1) << "the first one, which it did not know of";
+  EXPECT_EQ(layer_->droppedFrames(), 0u);
+}
+
+TEST_F(AVPlayerLayerTest, AsksAWindowThatStaysAway) {
+  open("h264_30.mp4");
+  ASSERT_TRUE(draw());
+  player_->setRate(1);
+  time_.advance(100 * kNanosecondsPerMillisecond);
+  ASSERT_TRUE(draw());
+  ASSERT_TRUE(layer_->nextPictureTime());
+  requests_ = 0;
+  time_.advance(200 * kNanosecondsPerMillisecond);
+  EXPECT_EQ(requests_, 1);
+}
+
 TEST_F(AVPlayerLayerTest, IsReadyForDisplayFromTheFirstFrameOfItsItem) {
   EXPECT_FALSE(layer_->isReadyForDisplay());
   open("h264_30.mp4");

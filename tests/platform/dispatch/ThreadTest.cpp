@@ -60,6 +60,24 @@ TEST(Thread, LeavesTheSignalsOfWhoStartsOneAsTheyWere) {
   EXPECT_FALSE(isBlockedHere(SIGTERM));
 }
 
+TEST(Thread, ThatALibraryStartsHereIsNamedAndTakesNoSignals) {
+  char name[16] = "", mine[16] = "", after[16] = "";
+  bool termination = false;
+  pthread_getname_np(pthread_self(), mine, sizeof mine);
+  {
+    const ForeignThreads theirs("theirs");
+    std::thread([&] {
+      pthread_getname_np(pthread_self(), name, sizeof name);
+      termination = isBlockedHere(SIGTERM);
+    }).join();
+  }
+  pthread_getname_np(pthread_self(), after, sizeof after);
+  EXPECT_STREQ(name, "theirs");
+  EXPECT_TRUE(termination);
+  EXPECT_STREQ(after, mine);
+  EXPECT_FALSE(isBlockedHere(SIGTERM));
+}
+
 TEST(Thread, HasAName) {
   char name[16] = "";
   startThread("a name that is too long", [&name] {

@@ -85,6 +85,50 @@ TEST_F(DrawingPace, AsksForPicturesAtTheTimeTheListIsMade) {
   EXPECT_EQ(layer->askedAt[0], time.nanoseconds());
 }
 
+class PlannedPictures : public DrawingPace {
+ protected:
+  /// A layer that knows one change of its picture, so many nanoseconds from now.
+  void addLayer(int64_t span) {
+    layer = TestLayer::create();
+    layer->setFrame({{0, 0}, {8, 8}});
+    layer->show(makeQuarters(8, 8));
+    layer->plan = [due = TimeSource::now() + span]() -> std::optional<int64_t> {
+      return TimeSource::now() < due ? std::optional(due) : std::nullopt;
+    };
+    window->rootView()->layer()->addSublayer(layer);
+    waitForPictures(1);
+  }
+  std::shared_ptr<TestLayer> layer;
+};
+
+TEST_F(PlannedPictures, AreDrawnWhenTheyAreDueWithoutBeingAskedFor) {
+  addLayer(3 * kInterval);
+  time.advance(3 * kInterval - 1);
+  EXPECT_EQ(window->presentedPictures(), 1u);
+  time.advance(1);
+  waitForPictures(2);
+  EXPECT_EQ(layer->askedAt.back(), time.nanoseconds());
+  time.advance(kNanosecondsPerSecond);
+  EXPECT_EQ(window->presentedPictures(), 2u) << "it knows no other";
+}
+
+TEST_F(PlannedPictures, KeepToThePaceOfTheWindow) {
+  addLayer(kInterval / 2);
+  time.advance(kInterval - 1);
+  EXPECT_EQ(window->presentedPictures(), 1u);
+  time.advance(1);
+  waitForPictures(2);
+}
+
+TEST_F(PlannedPictures, ThatAreNotSeenAnyMoreAreNotDrawn) {
+  addLayer(3 * kInterval);
+  layer->setHidden(true);
+  time.advance(kInterval);
+  waitForPictures(2);
+  time.advance(3 * kInterval);
+  EXPECT_EQ(window->presentedPictures(), 2u);
+}
+
 TEST(FramePacer, AllowsTheFirstPictureAtOnceAndTheNextOneIntervalLater) {
   FramePacer pacer(10);
   EXPECT_EQ(pacer.delay(1000), 0);

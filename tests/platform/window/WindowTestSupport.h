@@ -29,6 +29,7 @@ class TestLayer : public CALayer {
     askedAt.push_back(hostNanoseconds);
     return script ? script(hostNanoseconds) : std::nullopt;
   }
+  std::optional<int64_t> nextPictureTime() override { return plan ? plan() : std::nullopt; }
   void didPresent(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) override {
     presented.emplace_back(buffer, hostNanoseconds);
   }
@@ -39,6 +40,7 @@ class TestLayer : public CALayer {
   }
 
   std::function<std::optional<LayerPicture>(int64_t)> script;
+  std::function<std::optional<int64_t>()> plan;
   std::vector<int64_t> askedAt;
   std::vector<std::pair<CVPixelBufferPtr, int64_t>> presented;
 };

@@ -76,6 +76,11 @@ std::optional<LayerPicture> AVPlayerLayer::picture(int64_t hostNanoseconds) {
   return placePicture(shown.buffer, shown.preferredTransform, bounds(), gravity_);
 }
 
+std::optional<int64_t> AVPlayerLayer::nextPictureTime() {
+  const auto output = player_ ? player_->videoOutput() : nullptr;
+  return output ? output->planNextPicture() : std::nullopt;
+}
+
 void AVPlayerLayer::didPresent(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) {
   drawing_->presentation.notePresented(buffer, hostNanoseconds);
 }

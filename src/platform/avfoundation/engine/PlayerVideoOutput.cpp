@@ -40,6 +40,15 @@ media::VideoOutput::Picture PlayerVideoOutput::pictureAtHostTime(int64_t hostNan
   return picture;
 }
 
+std::optional<int64_t> PlayerVideoOutput::planNextPicture() {
+  std::shared_ptr<media::FrameStore> frames;
+  {
+    MutexLock lock(attachmentMutex_);
+    frames = frames_;
+  }
+  return frames ? frames->planNextDraw() : std::nullopt;
+}
+
 uint64_t PlayerVideoOutput::itemGeneration() const {
   MutexLock lock(attachmentMutex_);
   return generation_;

@@ -20,6 +20,7 @@ class PlayerVideoOutput final : public media::VideoOutput,
   void pictureChanged();
 
   [[nodiscard]] Picture pictureAtHostTime(int64_t hostNanoseconds) override;
+  [[nodiscard]] std::optional<int64_t> planNextPicture() override;
   [[nodiscard]] uint64_t itemGeneration() const override;
   [[nodiscard]] bool hasPicture() const override;
   [[nodiscard]] uint64_t droppedFrames() const override;

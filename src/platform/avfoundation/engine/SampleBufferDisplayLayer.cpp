@@ -156,6 +156,10 @@ std::optional<LayerPicture> SampleBufferDisplayLayer::picture(int64_t hostNanose
   return placePicture(std::move(buffer), transform, bounds(), gravity);
 }
 
+std::optional<int64_t> SampleBufferDisplayLayer::nextPictureTime() {
+  return renderer_->frames()->planNextDraw();
+}
+
 void SampleBufferDisplayLayer::didPresent(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) {
   presentation_.notePresented(buffer, hostNanoseconds);
 }

@@ -46,6 +46,7 @@ class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
   }
 
   [[nodiscard]] std::optional<LayerPicture> picture(int64_t hostNanoseconds) override;
+  [[nodiscard]] std::optional<int64_t> nextPictureTime() override;
   void didPresent(const CVPixelBufferPtr& buffer, int64_t hostNanoseconds) override;
 
  private:

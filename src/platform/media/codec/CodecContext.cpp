@@ -1,4 +1,5 @@
 #include "platform/media/codec/CodecContext.h"
+#include "platform/Thread.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/FFmpegError.h"
 #include "platform/media/HeapHoles.h"
@@ -6,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string>
 
 namespace zaffo::media {
@@ -98,6 +100,8 @@ Result<CodecContextPtr> openCodec(const AVCodecParameters& parameters, int threa
     context->thread_count = threads;
     context->max_pixels = kMostPixels;
     context->max_samples = 1 << 20;
+    std::optional<ForeignThreads> theirs;
+    if (threads > 1) theirs.emplace("zaffo-decode");
     result = avcodec_open2(context.get(), codec, nullptr);
   }
   if (result >= 0) return context;

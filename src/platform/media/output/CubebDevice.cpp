@@ -10,9 +10,9 @@ namespace zaffo::media {
 
 namespace {
 
-/// What the device keeps in hand. It asks a few times within it, so a quarter of this wakes the
-/// machine 50 times a second.
-constexpr uint32_t kLatencyFrames = 3840;
+/// What the device keeps in hand: 128 ms. It asks a few times within it, so a quarter of this wakes
+/// the machine 31 times a second.
+constexpr uint32_t kLatencyFrames = 6144;
 
 struct ContextDeleter {
   void operator()(cubeb* context) const { cubeb_destroy(context); }

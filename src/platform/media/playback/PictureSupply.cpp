@@ -63,7 +63,9 @@ void PictureSupply::showFound(CMTime position) {
 
 void PictureSupply::decodeAhead(CMTime now, const std::function<bool()>& isSuperseded) {
   const bool isInDecodeOnlyRun = track_ && track_->decodeOnlyRun().isUnderWay();
-  burst_.update(frames_->queued(), framesForDecodeOnlyRun(), isInDecodeOnlyRun);
+  const int64_t pixels = track_ ? track_->pixels() : 0;
+  burst_.update(frames_->queued(), framesForDecodeOnlyRun(), isInDecodeOnlyRun,
+                DecodeBurst::manyFrames(frames_->somebodyDraws(), pixels));
   if (!track_ || hasEnded_) burst_.stop();
   waits_ = false;
   for (DecodeTurn turn; burst_.isOn() && turn.goesOn();) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "platform/coremedia/CVPixelBuffer.h"
 #include "platform/uikit/Geometry.h"
@@ -21,6 +22,9 @@ class VideoOutput {
   };
   /// What to show at host time `hostNanoseconds` (TimeSource). Frames before it are let go.
   [[nodiscard]] virtual Picture pictureAtHostTime(int64_t hostNanoseconds) = 0;
+  /// Host time of the next picture, for which the caller comes by itself: no observer is told of it
+  /// unless the caller fails to come. None when it is not known.
+  [[nodiscard]] virtual std::optional<int64_t> planNextPicture() = 0;
   /// A number of its own for each item that the player is given, and for none.
   [[nodiscard]] virtual uint64_t itemGeneration() const = 0;
   /// Whether the present item has a picture to show.

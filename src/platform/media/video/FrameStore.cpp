@@ -2,7 +2,19 @@
 
 #include <utility>
 
+#include "platform/TimeSource.h"
+
 namespace zaffo::media {
+
+namespace {
+
+/// A timer that rings a hair early would find nothing to draw.
+constexpr int64_t kJustAfter = 1000;
+/// Whoever draws may come this much later than planned, or than a frame is due by a timebase that
+/// was changed since.
+constexpr int64_t kPlanTolerance = 3'000'000;
+
+}  // namespace
 
 void FrameStore::setTimebase(std::shared_ptr<const CMTimebase> timebase) {
   MutexLock lock(framesMutex_);
@@ -21,6 +33,7 @@ void FrameStore::show(VideoFrame frame) {
     std::swap(current_, frame);
     currentWasDrawn_ = false;
     forgotten.swap(queue_);
+    plan_.reset();
   }
 }
 
@@ -44,7 +57,29 @@ void FrameStore::keepPicture() {
 
 bool FrameStore::advance(CMTime time) {
   MutexLock lock(framesMutex_);
-  return advanceWhileLocked(time);
+  return advanceWhileLocked(time) &&
+         !isPlannedWhileLocked(current_.presentation, TimeSource::now());
+}
+
+/// Whether whoever draws is to come for a frame, or for one before it, by the time it is due.
+bool FrameStore::isPlannedWhileLocked(CMTime presentation, int64_t due) const {
+  return plan_ && plan_->presentation <= presentation && plan_->host <= due + kPlanTolerance &&
+         TimeSource::now() <= plan_->host + kPlanTolerance;
+}
+
+std::optional<int64_t> FrameStore::planNextDraw() {
+  CMTime next = kCMTimeInvalid;
+  {
+    MutexLock lock(framesMutex_);
+    plan_.reset();
+    if (queue_.empty()) return std::nullopt;
+    next = queue_.front().presentation;
+  }
+  const auto due = timebase()->hostTimeAtTime(next);
+  if (!due || *due <= TimeSource::now()) return std::nullopt;  // it does not come, backwards say
+  MutexLock lock(framesMutex_);
+  plan_ = {*due + kJustAfter, next};
+  return plan_->host;
 }
 
 bool FrameStore::advanceWhileLocked(CMTime time) {
@@ -104,10 +139,14 @@ std::size_t FrameStore::queued() const {
 }
 
 std::optional<CMTime> FrameStore::nextWake(std::size_t few) const {
+  const auto timebase = this->timebase();
   MutexLock lock(framesMutex_);
   if (queue_.empty()) return std::nullopt;
-  const bool patient = !somebodyDraws_ && queue_.size() > few;
-  return queue_[patient ? queue_.size() - few - 1 : 0].presentation;
+  const CMTime next = queue_.front().presentation;
+  const auto due = timebase->hostTimeAtTime(next);
+  const bool isPlanned = due && isPlannedWhileLocked(next, *due);
+  const bool patient = queue_.size() > few && (!somebodyDraws_ || isPlanned);
+  return patient ? queue_[queue_.size() - few - 1].presentation : next;
 }
 
 void FrameStore::noteLate(std::size_t count) {

@@ -34,11 +34,16 @@ class FrameStore {
   /// Forgets them, and when the one on show was due: it is a mere picture now.
   void keepPicture();
 
-  /// Goes to the frame that is due at `time`. True when that is another one than before.
+  /// Goes to the frame that is due at `time`. True when that is another one than before, and
+  /// whoever draws is not about to come for it (see planNextDraw).
   bool advance(CMTime time);
 
   /// The frame that is due at a host time; null when there is none yet.
   [[nodiscard]] CVPixelBufferPtr bufferAtHostTime(int64_t hostNanoseconds);
+
+  /// For who draws and comes back by itself: host time just after the next frame is due, if that is
+  /// known. Nobody else need wake for that frame then.
+  [[nodiscard]] std::optional<int64_t> planNextDraw();
 
   [[nodiscard]] bool hasFrame() const;
   /// The presentation time of the frame on show; invalid when there is none
@@ -46,7 +51,8 @@ class FrameStore {
   [[nodiscard]] CMTime shownTime() const;
   [[nodiscard]] std::size_t queued() const;
   /// When its owner has something to do about the frames: when the next one is due while somebody
-  /// draws, otherwise when no more than `few` are left waiting. None while none waits.
+  /// draws who does not come by itself, otherwise when no more than `few` are left waiting. None
+  /// while none waits.
   [[nodiscard]] std::optional<CMTime> nextWake(std::size_t few) const;
   /// Called, on the drawing thread, when somebody begins to draw or draws again after a pause. To
   /// be set before anybody draws.
@@ -58,6 +64,14 @@ class FrameStore {
   [[nodiscard]] uint64_t droppedFrames() const;
 
  private:
+  /// When whoever draws is going to come, and the frame that is due then.
+  struct Plan {
+    int64_t host = 0;
+    CMTime presentation;
+  };
+
+  [[nodiscard]] bool isPlannedWhileLocked(CMTime presentation, int64_t due) const
+      ZAFFO_REQUIRES(framesMutex_);
   bool advanceWhileLocked(CMTime time) ZAFFO_REQUIRES(framesMutex_);
   void passOverWhileLocked() ZAFFO_REQUIRES(framesMutex_);
 
@@ -67,6 +81,7 @@ class FrameStore {
   VideoFrame current_ ZAFFO_GUARDED_BY(framesMutex_);
   bool currentWasDrawn_ ZAFFO_GUARDED_BY(framesMutex_) = false;
   std::deque<VideoFrame> queue_ ZAFFO_GUARDED_BY(framesMutex_);
+  std::optional<Plan> plan_ ZAFFO_GUARDED_BY(framesMutex_);
   bool somebodyDraws_ ZAFFO_GUARDED_BY(framesMutex_) = false;
   int undrawnInARow_ ZAFFO_GUARDED_BY(framesMutex_) = 0;
   uint64_t dropped_ ZAFFO_GUARDED_BY(framesMutex_) = 0;

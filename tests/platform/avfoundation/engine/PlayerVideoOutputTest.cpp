@@ -53,6 +53,19 @@ TEST_F(PlayerVideoOutputTest, EachItemHasANumberOfItsOwnAndSoHasNone) {
   }
 }
 
+TEST_F(PlayerVideoOutputTest, KnowsWhenTheNextPictureOfItsItemIsDue) {
+  EXPECT_EQ(output_.planNextPicture(), std::nullopt);
+  const auto frames = framesWith(std::make_shared<CVPixelBuffer>());
+  frames->push({std::make_shared<CVPixelBuffer>(), CMTimeMake(1, 30), CMTimeMake(1, 30)});
+  const auto timebase = CMTimebase::create(CMClockGetHostTimeClock());
+  timebase->setRate(1);
+  frames->setTimebase(timebase);
+  output_.attach(frames, CGAffineTransformIdentity);
+  const auto next = output_.planNextPicture();
+  ASSERT_TRUE(next);
+  EXPECT_NEAR(static_cast<double>(*next - TimeSource::now()), 1e9 / 30, 1e4);
+}
+
 TEST_F(PlayerVideoOutputTest, TellsItsObserversOfPicturesAndOfOtherItems) {
   int first = 0, second = 0;
   const auto one = output_.observePictures([&first] { ++first; });

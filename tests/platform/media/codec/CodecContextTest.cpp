@@ -3,6 +3,12 @@
 #include "platform/media/codec/CodecContext.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
 
 namespace zaffo::media {
 namespace {
@@ -32,6 +38,28 @@ TEST(CodecContext, OpensWithAsManyThreadsAsAskedFor) {
   EXPECT_EQ(context->thread_count, 2);
   EXPECT_EQ(context->width, 64);
   EXPECT_EQ(context->codec_id, AV_CODEC_ID_H264);
+}
+
+/// The names of the process's threads, and the name of the one that asks.
+std::multiset<std::string> threadNames() {
+  std::multiset<std::string> names;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream comm(task.path() / "comm");
+    std::string name;
+    std::getline(comm, name);
+    names.insert(name);
+  }
+  return names;
+}
+
+TEST(CodecContext, NamesTheThreadsOfADecoderAndLeavesTheNameOfItsOwn) {
+  char before[16] = "", after[16] = "";
+  pthread_getname_np(pthread_self(), before, sizeof before);
+  const auto opened = openCodec(*video(AV_CODEC_ID_H264, 64, 48), 2);
+  ASSERT_TRUE(opened);
+  EXPECT_EQ(threadNames().count("zaffo-decode"), 2u);
+  pthread_getname_np(pthread_self(), after, sizeof after);
+  EXPECT_STREQ(before, after);
 }
 
 TEST(CodecContext, KnowsNoCodecThatIsNotOnItsList) {

@@ -35,6 +35,20 @@ TEST(DecodeBurst, ForWhatTakesLongMoreFramesWaitAtBothEnds) {
   EXPECT_FALSE(burst.isOn());
 }
 
+TEST(DecodeBurst, IsLongerForSmallFramesThatNobodyDraws) {
+  constexpr int64_t kSmall = int64_t{1280} * 720;
+  const std::size_t many = DecodeBurst::manyFrames(false, kSmall);
+  EXPECT_GT(many, DecodeBurst::kManyFrames);
+  EXPECT_EQ(DecodeBurst::manyFrames(true, kSmall), DecodeBurst::kManyFrames);
+  EXPECT_EQ(DecodeBurst::manyFrames(false, kSmall + 1), DecodeBurst::kManyFrames);
+  DecodeBurst burst;
+  burst.update(1, 0, false, many);
+  burst.update(many - 1, 0, false, many);
+  EXPECT_TRUE(burst.isOn());
+  burst.update(many, 0, false, many);
+  EXPECT_FALSE(burst.isOn());
+}
+
 TEST(DecodeBurst, SeesADecodeOnlyRunThroughButBeginsNoneForIt) {
   DecodeBurst burst;
   burst.update(4, 0, true);

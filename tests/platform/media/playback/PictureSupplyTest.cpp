@@ -103,11 +103,19 @@ TEST_F(PictureSupplyTest, AWayBackToTheFirstFrameNeedsNoSample) {
 TEST_F(PictureSupplyTest, DecodesAFewFramesAheadAndNoMore) {
   auto pictures = picturesOf(clip_);
   goTo(pictures, 0);
+  EXPECT_NE(frames_->bufferAtHostTime(TimeSource::now()), nullptr);
   decodeAhead(pictures, kCMTimeZero);
   EXPECT_EQ(frames_->queued(), DecodeBurst::kManyFrames);
   const int read = clip_->asked(1);
   decodeAhead(pictures, kCMTimeZero);
   EXPECT_EQ(clip_->asked(1), read);
+}
+
+TEST_F(PictureSupplyTest, DecodesFurtherAheadWhileNobodyDraws) {
+  auto pictures = picturesOf(clip_);
+  goTo(pictures, 0);
+  decodeAhead(pictures, kCMTimeZero);
+  EXPECT_EQ(frames_->queued(), DecodeBurst::kManyUnseenFrames);
 }
 
 TEST_F(PictureSupplyTest, DecodesNothingOnceSomethingNewerWaits) {

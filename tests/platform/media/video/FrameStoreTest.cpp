@@ -76,6 +76,80 @@ TEST_F(FrameStoreTest, WakesForEachFrameWhileSomebodyDrawsAndForTheLastFewOtherw
   EXPECT_EQ(store_.nextWake(1), CMTimeMake(1, 10));
 }
 
+class PlannedDrawingTest : public FrameStoreTest {
+ protected:
+  /// Draws the first of five frames while the timebase runs, and says when it comes for the next.
+  [[nodiscard]] int64_t beginDrawing() {
+    timebase_->setRate(1);
+    store_.show(frameAt(0));
+    for (int i = 1; i <= 4; ++i) store_.push(frameAt(i));
+    EXPECT_NE(drawn(), nullptr);
+    const auto next = store_.planNextDraw();
+    EXPECT_TRUE(next);
+    return next.value_or(0);
+  }
+  void advanceTo(int64_t host) { time_.advance(host - TimeSource::now()); }
+};
+
+TEST_F(PlannedDrawingTest, ComesJustAfterTheNextFrameIsDue) {
+  const int64_t start = TimeSource::now();
+  const int64_t next = beginDrawing();
+  EXPECT_GE(next, start + 100 * kNanosecondsPerMillisecond);
+  EXPECT_LT(next, start + 101 * kNanosecondsPerMillisecond);
+}
+
+TEST_F(PlannedDrawingTest, NobodyElseWakesForAFrameThatWhoeverDrawsComesFor) {
+  const int64_t next = beginDrawing();
+  EXPECT_EQ(store_.nextWake(1), CMTimeMake(3, 10));
+  advanceTo(next);
+  EXPECT_FALSE(store_.advance(CMTimeMake(1, 10))) << "it is about to come";
+  EXPECT_EQ(store_.shownTime(), CMTimeMake(1, 10));
+}
+
+TEST_F(PlannedDrawingTest, IsToldOfAFrameThatItFailedToComeFor) {
+  advanceTo(beginDrawing() + 10 * kNanosecondsPerMillisecond);
+  EXPECT_EQ(store_.nextWake(1), CMTimeMake(1, 10));
+  EXPECT_TRUE(store_.advance(CMTimeMake(1, 10)));
+}
+
+TEST_F(PlannedDrawingTest, IsToldOfAFrameThatComesEarlierThanItKnew) {
+  static_cast<void>(beginDrawing());
+  timebase_->setRate(2);
+  EXPECT_EQ(store_.nextWake(1), CMTimeMake(1, 10));
+  time_.advance(50 * kNanosecondsPerMillisecond);
+  EXPECT_TRUE(store_.advance(CMTimeMake(1, 10)));
+}
+
+TEST_F(PlannedDrawingTest, IsToldOfAFrameThatTookThePlaceOfAllOthers) {
+  static_cast<void>(beginDrawing());
+  store_.show(frameAt(5));
+  store_.push(frameAt(6));
+  store_.push(frameAt(7));
+  EXPECT_EQ(store_.nextWake(1), CMTimeMake(6, 10));
+}
+
+TEST_F(PlannedDrawingTest, KnowsNoTimeWhileNoFrameWaitsOrTimeStandsStill) {
+  store_.show(frameAt(0));
+  timebase_->setRate(1);
+  EXPECT_EQ(store_.planNextDraw(), std::nullopt);
+  timebase_->setRate(0);
+  store_.push(frameAt(1));
+  store_.push(frameAt(2));
+  EXPECT_NE(drawn(), nullptr);
+  EXPECT_EQ(store_.planNextDraw(), std::nullopt);
+  EXPECT_EQ(store_.nextWake(1), CMTimeMake(1, 10));
+}
+
+TEST_F(PlannedDrawingTest, KnowsNoTimeForAFrameThatLiesBehindTheTimebase) {
+  time_.advance(kNanosecondsPerSecond);
+  timebase_->setTime(CMTimeMake(5, 10));
+  timebase_->setRate(-1);
+  store_.show(frameAt(5));
+  store_.push(frameAt(6));
+  EXPECT_NE(drawn(), nullptr);
+  EXPECT_EQ(store_.planNextDraw(), std::nullopt);
+}
+
 TEST_F(FrameStoreTest, ADrawingThatEndedIsNotHeldToDropFrames) {
   store_.show(frameAt(0));
   EXPECT_NE(drawn(), nullptr);
