@@ -32,23 +32,24 @@ install(FILES ${PROJECT_BINARY_DIR}/ZaffoPlaybackConfig.cmake
 
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
-# zaffo_pkg_config(LIBRARY FILE DESCRIPTION [REQUIRES file…])
+# zaffo_pkg_config(LIBRARY FILE DESCRIPTION [REQUIRES file…] [PACKAGES package…] [LIBS option…])
 # The prefix is found from the file's own place, so that an installed tree can be moved, unless
 # folders were named absolutely.
 function(zaffo_pkg_config library file description)
   set(libs "")
-  cmake_parse_arguments(ARG "" "" "REQUIRES;REQUIRES_PRIVATE;LIBS_PRIVATE" ${ARGN})
-  # Static libraries alone: what they are linked with is everybody's business.
-  if(NOT BUILD_SHARED_LIBS)
-    list(APPEND ARG_REQUIRES ${ARG_REQUIRES_PRIVATE})
-    set(libs ${ARG_LIBS_PRIVATE})
-    unset(ARG_REQUIRES_PRIVATE)
-    unset(ARG_LIBS_PRIVATE)
+  set(libs_private "")
+  cmake_parse_arguments(ARG "" "" "REQUIRES;PACKAGES;LIBS" ${ARGN})
+  # What static libraries are linked with is everybody's business; who links shared ones needs no
+  # package of what is underneath, not even to be known to pkg-config.
+  if(BUILD_SHARED_LIBS)
+    set(libs_private ${ARG_LIBS})
+  else()
+    list(APPEND ARG_REQUIRES ${ARG_PACKAGES})
+    set(libs ${ARG_LIBS})
   endif()
   list(JOIN libs " " libs)
+  list(JOIN libs_private " " libs_private)
   list(JOIN ARG_REQUIRES ", " requires)
-  list(JOIN ARG_REQUIRES_PRIVATE ", " requires_private)
-  list(JOIN ARG_LIBS_PRIVATE " " libs_private)
   file(RELATIVE_PATH up ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
   foreach(folder LIBDIR INCLUDEDIR)
     set(${folder} ${CMAKE_INSTALL_${folder}})
@@ -62,15 +63,15 @@ function(zaffo_pkg_config library file description)
 endfunction()
 
 zaffo_pkg_config(ZaffoPlatform zaffo-platform "The media frameworks under ZaffoPlayback"
-                 REQUIRES_PRIVATE libavformat libavcodec libswresample libswscale libavutil libcurl libpng
-                 LIBS_PRIVATE -lcubeb -pthread -lstdc++)
+                 PACKAGES libavformat libavcodec libswresample libswscale libavutil libcurl libpng
+                 LIBS -lcubeb -pthread -lstdc++)
 zaffo_pkg_config(ZaffoUtils zaffo-utils "Videos, item loaders and cancel commands"
-                 REQUIRES "zaffo-platform = ${PROJECT_VERSION}" LIBS_PRIVATE -lstdc++)
+                 REQUIRES "zaffo-platform = ${PROJECT_VERSION}" LIBS -lstdc++)
 zaffo_pkg_config(ZaffoPlayback zaffo-playback "${PROJECT_DESCRIPTION}"
                  REQUIRES "zaffo-utils = ${PROJECT_VERSION}")
 zaffo_pkg_config(ZaffoWindow zaffo-window "A window that shows a view tree"
                  REQUIRES "zaffo-platform = ${PROJECT_VERSION}"
-                 REQUIRES_PRIVATE sdl2 LIBS_PRIVATE -pthread -lstdc++)
+                 PACKAGES sdl2 LIBS -pthread -lstdc++)
 
 add_custom_target(uninstall
   COMMAND ${CMAKE_COMMAND} -DMANIFEST=${PROJECT_BINARY_DIR}/install_manifest.txt

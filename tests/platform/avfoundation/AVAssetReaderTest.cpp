@@ -144,7 +144,7 @@ TEST_F(AVAssetReaderTest, IsNotMadeOfWhatCannotBeReadAndTellsWhy) {
     EXPECT_EQ(error, loadError) << name;
   }
   NSErrorPtr error;
-  const auto remote = AVAsset::assetWithURL(NSURL::URLWithString("https://example.com/a.mp4"));
+  const auto remote = AVAsset::assetWithURL(NSURL::URLWithString("ftp://127.0.0.1/a.mp4"));
   EXPECT_EQ(AVAssetReader::create(remote, &error), nullptr);
   ASSERT_NE(error, nullptr);
   EXPECT_EQ(error->code(), AVErrorUnsupportedURL);

@@ -1,26 +1,20 @@
 #include "platform/avfoundation/engine/AssetOpening.h"
 
 #include <memory>
-#include <string>
 #include <utility>
 
 #include "platform/dispatch/Confinement.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/source/LocalByteSource.h"
-#include "platform/network/AddressRules.h"
 #include "platform/network/SharedResources.h"
 
 namespace zaffo {
 namespace {
 
 Result<std::shared_ptr<media::ByteSource>> bytesAt(const std::shared_ptr<const NSURL>& url) {
-  if (url && url->isFileURL()) return media::LocalByteSource::open(url->path());
-  if (url && network::isRemote(*url)) {
-    return std::shared_ptr<media::ByteSource>(network::sharedResourceAt(url));
-  }
-  const std::string text = url ? url->absoluteString() : "";
-  return makeError(AVErrorUnsupportedURL,
-                   "The address \"" + text + "\" is none of a file, http or https.");
+  if (!url) return makeError(AVErrorUnsupportedURL, "There is no address of a clip.");
+  if (url->isFileURL()) return media::LocalByteSource::open(url->path());
+  return std::shared_ptr<media::ByteSource>(network::sharedResourceAt(url));
 }
 
 }  // namespace
