@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Prints the sources of the library and the application that a change may have touched, for checks
-that are too slow to look at everything each time: changed_sources.py
+that are too slow to look at everything each time, what changed last first: changed_sources.py
 
 What changed is what differs from where the branch left `main`, or from 20 commits ago where it is
 `main` itself, and what is not committed. For a header, which is looked at wherever it is included,
@@ -10,7 +10,7 @@ import os
 import re
 import subprocess
 
-SETTINGS = (".clang-tidy", "cmake/ZaffoCompiler.cmake")
+SETTINGS = (".clang-tidy",)
 COMMITS = 20
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 
@@ -74,16 +74,29 @@ def source_for(header, includers_of):
     return None
 
 
+def ages(since):
+    """How long ago each file was changed: 0 if that is not committed, 1 if it was the last time."""
+    named = git("log", "--format=/", "--name-only", f"{since}..HEAD")
+    found, age = {}, 0
+    for name in named:
+        age += name == "/"
+        found.setdefault(name, age)
+    return {**found, **dict.fromkeys(git("diff", "--name-only", "HEAD"), 0)}
+
+
 def main():
     os.chdir(git("rev-parse", "--show-toplevel")[0])
     names, since = files(), base()
-    chosen = set(names)
+    chosen, age = set(names), {}
     if since:
         changed = [*git("diff", "--name-only", since),
                    *git("ls-files", "--others", "--exclude-standard")]
+        age = ages(since)
         if not set(changed) & set(SETTINGS):
             chosen = touched(changed, includers(names))
-    for name in sorted(name for name in chosen if name.endswith(".cpp")):
+    never = len(age)
+    for name in sorted((name for name in chosen if name.endswith(".cpp")),
+                       key=lambda name: (age.get(name, never), name)):
         print(name)
 
 

@@ -54,7 +54,8 @@ class ChangedSources(unittest.TestCase):
         self.commit()
         self.write({"src/pool/B.cpp": "// not committed\n", "src/pool/New.cpp": ""})
         self.git("add", "src/pool/New.cpp")
-        self.assertEqual(["src/pool/A.cpp", "src/pool/B.cpp", "src/pool/New.cpp"], self.changed())
+        self.assertEqual(["src/pool/B.cpp", "src/pool/New.cpp", "src/pool/A.cpp"], self.changed(),
+                         "what changed last comes first")
 
     def test_main_counts_from_twenty_commits_ago(self):
         self.write({"src/pool/A.cpp": "// long ago\n"})
