@@ -59,27 +59,28 @@ struct Fiber::Switch {
     __sanitizer_finish_switch_fiber(fakeStack, nullptr, nullptr);
   }
   static void afterEntry(Fiber& fiber) {
-    __sanitizer_finish_switch_fiber(fiber.fakeStack_, &fiber.outsideStack_, &fiber.outsideBytes_);
+    __sanitizer_finish_switch_fiber(fiber.shadow_.fakeStack, &fiber.shadow_.outsideStack,
+                                    &fiber.shadow_.outsideBytes);
   }
   static void beforeExit(Fiber& fiber) {
-    __sanitizer_start_switch_fiber(fiber.quits_ ? nullptr : &fiber.fakeStack_, fiber.outsideStack_,
-                                   fiber.outsideBytes_);
+    __sanitizer_start_switch_fiber(fiber.quits_ ? nullptr : &fiber.shadow_.fakeStack,
+                                   fiber.shadow_.outsideStack, fiber.shadow_.outsideBytes);
   }
 #elif defined(ZAFFO_THREAD_SANITIZER)
   static void made(Fiber& fiber) {
-    fiber.shadow_ = __tsan_create_fiber(0);
+    fiber.shadow_.own = __tsan_create_fiber(0);
   }
   static void destroyed(Fiber& fiber) {
-    __tsan_destroy_fiber(fiber.shadow_);
+    __tsan_destroy_fiber(fiber.shadow_.own);
   }
   static void beforeEntry(Fiber& fiber, void**) {
-    fiber.outsideShadow_ = __tsan_get_current_fiber();
-    __tsan_switch_to_fiber(fiber.shadow_, 0);
+    fiber.shadow_.outside = __tsan_get_current_fiber();
+    __tsan_switch_to_fiber(fiber.shadow_.own, 0);
   }
   static void afterExit(void*) {}
   static void afterEntry(Fiber&) {}
   static void beforeExit(Fiber& fiber) {
-    __tsan_switch_to_fiber(fiber.outsideShadow_, 0);
+    __tsan_switch_to_fiber(fiber.shadow_.outside, 0);
   }
 #else
   static void made(Fiber&) {}

@@ -51,12 +51,15 @@ class Fiber {
   std::function<void()> work_;
   bool quits_ = false;
 
-  // A sanitizer's.
-  void* shadow_ = nullptr;
-  void* outsideShadow_ = nullptr;
-  const void* outsideStack_ = nullptr;
-  std::size_t outsideBytes_ = 0;
-  void* fakeStack_ = nullptr;
+  /// A sanitizer's, of which each needs some.
+  struct Shadow {
+    void* own = nullptr;
+    void* outside = nullptr;
+    const void* outsideStack = nullptr;
+    std::size_t outsideBytes = 0;
+    void* fakeStack = nullptr;
+  };
+  [[maybe_unused]] Shadow shadow_;
 };
 
 }  // namespace zaffo::media
