@@ -12,7 +12,7 @@ namespace zaffo::feed {
 /// A font at one size.
 struct Font {
   struct Closer {
-    void operator()(TTF_Font* font) const { TTF_CloseFont(font); }
+    void operator()(TTF_Font* unused) const { TTF_CloseFont(unused); }
   };
   std::unique_ptr<TTF_Font, Closer> font;
   /// What its drawings are multiplied by: a font of pictures has one size only.
