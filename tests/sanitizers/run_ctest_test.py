@@ -76,6 +76,15 @@ class RunCTest(unittest.TestCase):
         self.assertNotEqual(0, self.run_all("--second-try"))
         self.assertEqual(1, self.runs_of("late"))
 
+    def test_that_stacks_are_changed_is_no_report(self):
+        said = ("==7==WARNING: ASan doesn't fully support makecontext/swapcontext functions and may "
+                "produce false positives in some cases!")
+        report = os.path.join(self.folder, "sanitizer-reports", "report.7")
+        self.add("fibers", f'echo "{said}" >"{report}"')
+        self.assertEqual(0, self.run_all(), self.output)
+        self.add("fibers-and-more", f'echo "{said}" >"{report}"; echo more >>"{report}"')
+        self.assertNotEqual(0, self.run_all())
+
     def test_a_crash_is_not_tried_again(self):
         self.add("crash", "kill -SEGV $$")
         self.assertNotEqual(0, self.run_all("--second-try"))
