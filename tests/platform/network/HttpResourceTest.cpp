@@ -53,9 +53,9 @@ TEST_F(HttpResourceTest, AsksOnceForAllAndLearnsTheSize) {
   EXPECT_EQ(clip.size(), std::nullopt);
   uint8_t byte = 0;
   EXPECT_EQ(clip.readHeld(0, {&byte, 1}), -EAGAIN);
-  EXPECT_EQ(bring(clip, 0, 1000), body.substr(0, 1000));
+  EXPECT_TRUE(areBytes(bring(clip, 0, 1000), body.substr(0, 1000)));
   EXPECT_EQ(clip.size(), 300'000);
-  EXPECT_EQ(bringAll(clip), body);
+  EXPECT_TRUE(areBytes(bringAll(clip), body)) << errorOf(clip);
   EXPECT_EQ(clip.readHeld(300'000, {&byte, 1}), 0);
   EXPECT_EQ(ranges(), Ranges{"bytes=0-"});
   EXPECT_EQ(clip.error(), nullptr);
@@ -77,9 +77,9 @@ TEST_F(HttpResourceTest, SaysWhoAsks) {
 
 TEST_F(HttpResourceTest, ReadsAgainWithoutAskingAgain) {
   auto& clip = open({good()});
-  EXPECT_EQ(bringAll(clip), body);
-  EXPECT_EQ(bring(clip, 100'000, 50'000), body.substr(100'000, 50'000));
-  EXPECT_EQ(bringAll(clip), body);
+  EXPECT_TRUE(areBytes(bringAll(clip), body)) << errorOf(clip);
+  EXPECT_TRUE(areBytes(bring(clip, 100'000, 50'000), body.substr(100'000, 50'000)));
+  EXPECT_TRUE(areBytes(bringAll(clip), body)) << errorOf(clip);
   EXPECT_EQ(server.requests().size(), 1U);
 }
 
@@ -87,8 +87,8 @@ TEST_F(HttpResourceTest, GoesToTheEndForAnIndexAndComesBackOnTheSameBytes) {
   FaultReply slow = good();
   slow.stallsAfter = 70'000;
   auto& clip = open({slow, good()});
-  EXPECT_EQ(bring(clip, 0, 100), body.substr(0, 100));
-  EXPECT_EQ(bring(clip, 299'000, 1000), body.substr(299'000));
+  EXPECT_TRUE(areBytes(bring(clip, 0, 100), body.substr(0, 100)));
+  EXPECT_TRUE(areBytes(bring(clip, 299'000, 1000), body.substr(299'000)));
   EXPECT_EQ(bring(clip, 0, 300'000), body);
   ASSERT_EQ(server.requests().size(), 3U);
   EXPECT_EQ(ranges()[1], "bytes=299000-");
@@ -98,8 +98,8 @@ TEST_F(HttpResourceTest, GoesToTheEndForAnIndexAndComesBackOnTheSameBytes) {
 
 TEST_F(HttpResourceTest, KeepsItsConnection) {
   auto& clip = open({good()});
-  EXPECT_EQ(bring(clip, 299'000, 1000), body.substr(299'000));
-  EXPECT_EQ(bringAll(clip), body);
+  EXPECT_TRUE(areBytes(bring(clip, 299'000, 1000), body.substr(299'000)));
+  EXPECT_TRUE(areBytes(bringAll(clip), body)) << errorOf(clip);
   EXPECT_EQ(server.requests().size(), 2U);
   EXPECT_EQ(server.connections(), 1);
 }
@@ -108,8 +108,8 @@ TEST_F(HttpResourceTest, ReadsOnInOrderWhereRangesAreIgnored) {
   FaultReply reply = good();
   reply.servesRanges = false;
   auto& clip = open({reply});
-  EXPECT_EQ(bring(clip, 250'000, 1000), body.substr(250'000, 1000));
-  EXPECT_EQ(bringAll(clip), body);
+  EXPECT_TRUE(areBytes(bring(clip, 250'000, 1000), body.substr(250'000, 1000)));
+  EXPECT_TRUE(areBytes(bringAll(clip), body)) << errorOf(clip);
   EXPECT_EQ(clip.size(), 300'000);
 }
 
@@ -118,7 +118,7 @@ TEST_F(HttpResourceTest, ReadsWhatHasNoLengthToItsEnd) {
   reply.servesRanges = false;
   reply.hasNoLength = true;
   auto& clip = open({reply});
-  EXPECT_EQ(bringAll(clip), body);
+  EXPECT_TRUE(areBytes(bringAll(clip), body)) << errorOf(clip);
   EXPECT_EQ(clip.size(), 300'000);
 }
 
@@ -127,14 +127,14 @@ TEST_F(HttpResourceTest, ReadsChunks) {
   reply.servesRanges = false;
   reply.isChunked = true;
   reply.pieceSize = 7777;
-  EXPECT_EQ(bringAll(open({reply})), body);
+  EXPECT_TRUE(areBytes(bringAll(open({reply})), body));
 }
 
 TEST_F(HttpResourceTest, ReadsFromAnOldServer) {
   FaultReply reply = good();
   reply.isVersion10 = true;
   reply.servesRanges = false;
-  EXPECT_EQ(bringAll(open({reply})), body);
+  EXPECT_TRUE(areBytes(bringAll(open({reply})), body));
 }
 
 TEST_F(HttpResourceTest, ReadsAByteAtATime) {
@@ -157,7 +157,7 @@ TEST_F(HttpResourceTest, ReadsAnEmptyFile) {
 TEST_F(HttpResourceTest, GoesOnWhereItWasBrokenOff) {
   FaultReply torn = good();
   torn.closesAfter = 100'000;
-  EXPECT_EQ(bringAll(open({torn, good()})), body);
+  EXPECT_TRUE(areBytes(bringAll(open({torn, good()})), body));
   EXPECT_EQ(ranges(), (Ranges{"bytes=0-", "bytes=100000-"}));
   EXPECT_EQ(server.requests()[1].field("If-Range"), "\"one\"");
 }
@@ -165,7 +165,7 @@ TEST_F(HttpResourceTest, GoesOnWhereItWasBrokenOff) {
 TEST_F(HttpResourceTest, GoesOnWhereAServerStoppedSending) {
   FaultReply stalled = good();
   stalled.stallsAfter = 100'000;
-  EXPECT_EQ(bringAll(open({stalled, good()})), body);
+  EXPECT_TRUE(areBytes(bringAll(open({stalled, good()}, impatientOptions())), body));
   EXPECT_EQ(ranges(), (Ranges{"bytes=0-", "bytes=100000-"}));
 }
 
@@ -175,13 +175,13 @@ TEST_F(HttpResourceTest, ReadsAnewWhereATornServerIgnoresRanges) {
   torn.closesAfter = 100'000;
   FaultReply whole = good();
   whole.servesRanges = false;
-  EXPECT_EQ(bringAll(open({torn, whole})), body);
+  EXPECT_TRUE(areBytes(bringAll(open({torn, whole})), body));
 }
 
 TEST_F(HttpResourceTest, GivesUpOnAServerThatAlwaysStalls) {
   FaultReply stalled = good();
   stalled.stallsAfter = 0;
-  HttpOptions options = quickOptions();
+  HttpOptions options = impatientOptions();
   options.retries.attempts = 3;
   auto& clip = open({stalled}, options);
   EXPECT_EQ(bringAll(clip), "");
@@ -195,7 +195,7 @@ TEST_F(HttpResourceTest, GivesUpOnAServerThatAlwaysStalls) {
 TEST_F(HttpResourceTest, GivesUpOnAServerThatDoesNotAnswer) {
   FaultReply late = good();
   late.headDelay = std::chrono::seconds(60);
-  HttpOptions options = quickOptions();
+  HttpOptions options = impatientOptions();
   options.limits.firstByte = milliseconds(50);
   options.retries.attempts = 2;
   auto& clip = open({late}, options);
@@ -207,11 +207,11 @@ TEST_F(HttpResourceTest, GivesUpOnAServerThatDoesNotAnswer) {
 TEST_F(HttpResourceTest, TriesAgainWhenSomethingIsWantedAfterAFailureThatMayPass) {
   FaultReply stalled = good();
   stalled.stallsAfter = 0;
-  HttpOptions options = quickOptions();
+  HttpOptions options = impatientOptions();
   options.retries.attempts = 1;
   auto& clip = open({stalled, good()}, options);
   EXPECT_EQ(bringAll(clip), "");
-  EXPECT_EQ(bringAll(clip), body);
+  EXPECT_TRUE(areBytes(bringAll(clip), body)) << errorOf(clip);
   EXPECT_EQ(clip.error(), nullptr);
 }
 
@@ -259,7 +259,7 @@ TEST_F(HttpResourceTest, AsksForTheRestOfARangeThatIsShort) {
   FaultReply part = good();
   part.body = body.substr(0, 100'000);
   part.claimedRange = "bytes 0-99999/300000";
-  EXPECT_EQ(bringAll(open({part, good()})), body);
+  EXPECT_TRUE(areBytes(bringAll(open({part, good()})), body));
   EXPECT_EQ(ranges(), (Ranges{"bytes=0-", "bytes=100000-"}));
 }
 
@@ -295,7 +295,7 @@ TEST_F(HttpResourceTest, EndsWhereThereIsNothingBeyond) {
 TEST_F(HttpResourceTest, WaitsForAServerInTrouble) {
   FaultReply trouble;
   trouble.status = 503;
-  EXPECT_EQ(bringAll(open({trouble, trouble, good()})), body);
+  EXPECT_TRUE(areBytes(bringAll(open({trouble, trouble, good()})), body));
   EXPECT_EQ(server.requests().size(), 3U);
 }
 
@@ -304,7 +304,7 @@ TEST_F(HttpResourceTest, WaitsAsLongAsTheServerAsks) {
   patience.status = 429;
   patience.fields = {{"Retry-After", "1"}};
   const auto begun = std::chrono::steady_clock::now();
-  EXPECT_EQ(bringAll(open({patience, good()})), body);
+  EXPECT_TRUE(areBytes(bringAll(open({patience, good()})), body));
   EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::seconds(1));
 }
 
@@ -366,8 +366,8 @@ TEST_F(RedirectTest, IsFollowedAndRemembered) {
   redirect("/b", server.address("/clip"), 307);
   server.on("/clip", {good()});
   auto& clip = openAt("/a");
-  EXPECT_EQ(bring(clip, 299'000, 1000), body.substr(299'000));
-  EXPECT_EQ(bringAll(clip), body);
+  EXPECT_TRUE(areBytes(bring(clip, 299'000, 1000), body.substr(299'000)));
+  EXPECT_TRUE(areBytes(bringAll(clip), body)) << errorOf(clip);
   const auto requests = server.requests();
   ASSERT_EQ(requests.size(), 4U);
   EXPECT_EQ(requests[3].path, "/clip");
@@ -379,8 +379,8 @@ TEST_F(RedirectTest, IsFollowedAnewWhenWhereItLedIsGone) {
   gone.status = 403;
   server.on("/clip", {good(), gone, good()});
   auto& clip = openAt("/a");
-  EXPECT_EQ(bring(clip, 299'000, 1000), body.substr(299'000));
-  EXPECT_EQ(bringAll(clip), body);
+  EXPECT_TRUE(areBytes(bring(clip, 299'000, 1000), body.substr(299'000)));
+  EXPECT_TRUE(areBytes(bringAll(clip), body)) << errorOf(clip);
   EXPECT_EQ(server.requests().size(), 5U);
 }
 
@@ -409,7 +409,7 @@ TEST_F(RedirectTest, TakesWhatTheApplicationGaveToNobodyElse) {
   redirect("/a", other.address("/clip"));
   HttpOptions options = quickOptions();
   options.fields = {{"Cookie", "token=1"}, {"X-Token", "secret"}, {"Bad", "a\r\nInjected: 1"}};
-  EXPECT_EQ(bringAll(openAt("/a", options)), body);
+  EXPECT_TRUE(areBytes(bringAll(openAt("/a", options)), body));
   EXPECT_EQ(server.requests()[0].field("Cookie"), "token=1");
   EXPECT_EQ(server.requests()[0].field("X-Token"), "secret");
   EXPECT_EQ(server.requests()[0].field("Injected"), "");
@@ -441,7 +441,7 @@ TEST_F(TrafficTest, EndsWithTheLastWantThatWasNotMet) {
   auto other = clip.want(0, 200'000, [] {});
   ASSERT_TRUE(server.waitForRequests(1));
   one.reset();
-  EXPECT_EQ(bring(clip, 0, 20'000), body.substr(0, 20'000));
+  EXPECT_TRUE(areBytes(bring(clip, 0, 20'000), body.substr(0, 20'000)));
   other.reset();
   EXPECT_TRUE(server.waitForLeaver());
   EXPECT_LT(server.bytesSent(), 300'000);
@@ -452,10 +452,10 @@ TEST_F(TrafficTest, RunsAheadNoFurtherThanTheBoundAllows) {
   FaultReply reply;
   reply.body = large;
   HttpOptions options = quickOptions();
-  options.limits.firstByte = std::chrono::seconds(10);  // the server copies it first
   auto& clip = open({reply}, options);
   for (int64_t at = 0; at < (24 << 20); at += 1 << 20) {
-    ASSERT_EQ(bring(clip, at, 1 << 20), large.substr(static_cast<std::size_t>(at), 1 << 20));
+    ASSERT_TRUE(
+        areBytes(bring(clip, at, 1 << 20), large.substr(static_cast<std::size_t>(at), 1 << 20)));
     ASSERT_EQ(held(clip, at + (6 << 20), 1), "") << "more than the bound allows lies ahead";
   }
   // It paused and went on, and never had to ask again.
@@ -489,7 +489,7 @@ TEST_F(HttpResourceTest, TellsNobodyWhoGaveUp) {
   bool told = false;
   auto given = clip.want(0, 10, [&] { told = true; });
   given.reset();
-  EXPECT_EQ(bring(clip, 0, 10), body.substr(0, 10));
+  EXPECT_TRUE(areBytes(bring(clip, 0, 10), body.substr(0, 10)));
   EXPECT_FALSE(told);
 }
 
@@ -532,7 +532,7 @@ TEST_F(HttpResourceTest, MeasuresWhatComes) {
   server.on("/clip", {reply});
   HttpResource clip(NSURL::URLWithString(server.address("/clip")), quickOptions(), client, budget);
   EXPECT_EQ(client.bitsPerSecond(), std::nullopt);
-  EXPECT_EQ(bringAll(clip), large);
+  EXPECT_TRUE(areBytes(bringAll(clip), large)) << errorOf(clip);
   // The last of the transfer is told a moment after its bytes.
   while (!client.bitsPerSecond()) std::this_thread::yield();
   EXPECT_GT(*client.bitsPerSecond(), 1e6);

@@ -11,14 +11,28 @@
 
 namespace zaffo::network {
 
-/// Options whose limits and pauses are those of a test, which waits for them.
+/// Options whose pauses are those of a test, which waits for them.
 inline HttpOptions quickOptions() {
   using std::chrono::milliseconds;
   HttpOptions options;
-  options.limits = {milliseconds(2000), milliseconds(400), milliseconds(200), 1};
   options.retries.firstPause = milliseconds(4);
   options.retries.longestPause = milliseconds(8);
   return options;
+}
+
+/// The same for a server that is to be given up on.
+inline HttpOptions impatientOptions() {
+  using std::chrono::milliseconds;
+  HttpOptions options = quickOptions();
+  options.limits = {milliseconds(2000), milliseconds(400), milliseconds(200), 1};
+  return options;
+}
+
+/// Whether bytes are as they should be; they are not printed.
+inline testing::AssertionResult areBytes(const std::string& bytes, const std::string& expected) {
+  if (bytes == expected) return testing::AssertionSuccess();
+  return testing::AssertionFailure()
+         << bytes.size() << " bytes where " << expected.size() << " others are expected";
 }
 
 /// Bytes in which no two places look alike.
