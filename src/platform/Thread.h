@@ -55,13 +55,16 @@ class ForeignThreads {
 };
 
 /// Starts one of the library's own threads, without the process's signals, which are for the
-/// application to receive, and with a name.
-/// Throws std::system_error when the system has no more threads.
+/// application to receive, and with a name. Throws std::system_error when the system has no more
+/// threads.
 template <class Body>
 [[nodiscard]] std::thread startThread(const std::string& name, Body body) {
   const SignalsBlocked blocked;
-  std::thread thread(std::move(body));
-  setThreadName(thread.native_handle(), name);
+  std::thread thread([name, run = std::move(body)]() mutable {
+    setThreadName(pthread_self(), name);
+    run();
+  });
+  setThreadName(thread.native_handle(), name);  // for who looks before it has run
   return thread;
 }
 

@@ -165,14 +165,16 @@ http {
 class Environment {
  public:
   Environment(const char* name, const std::string& value) : name_(name) {
+    if (const char* const former = getenv(name)) former_ = former;
     setenv(name, value.c_str(), 1);
   }
-  ~Environment() { unsetenv(name_); }
+  ~Environment() { former_ ? setenv(name_, former_->c_str(), 1) : unsetenv(name_); }
   Environment(const Environment&) = delete;
   Environment& operator=(const Environment&) = delete;
 
  private:
   const char* const name_;
+  std::optional<std::string> former_;
 };
 
 class NginxTest : public testing::Test {
@@ -228,6 +230,7 @@ TEST_F(NginxTest, IsTrustedUnderItsOwnNamesAlone) {
 }
 
 TEST_F(NginxTest, IsTrustedThroughTheBundleOfTheEnvironmentToo) {
+  const Environment none("SSL_CERT_FILE", "");
   const Environment variable("CURL_CA_BUNDLE", server->authority());
   HttpClient client;
   HttpResource clip(server->secure("/clip"), options(), client, budget);
