@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/foundation/MakeError.h"
-#include "platform/network/AwaitedRange.h"
+#include "platform/media/source/WantHandler.h"
 #include "platform/network/NetworkError.h"
 #include "platform/network/RangeStore.h"
 
@@ -34,6 +34,15 @@ bool mayPass(const NSError& error) {
 }
 
 }  // namespace
+
+/// A range of bytes that somebody waits for, and whom to tell.
+struct HttpResource::AwaitedRange {
+  AwaitedRange(int64_t from, int64_t until, std::function<void()> call)
+      : begin(from), end(until), handler(std::move(call)) {}
+
+  const int64_t begin, end;
+  media::WantHandler handler;
+};
 
 /// The resource, which also its requests under way and its Wants hold. What was read and is waited
 /// for belongs to a mutex, the download to the network's thread; plan() there makes the one follow
@@ -134,7 +143,7 @@ void HttpResource::Core::add(const std::shared_ptr<AwaitedRange>& range) {
 }
 
 void HttpResource::Core::remove(const std::shared_ptr<AwaitedRange>& range) {
-  range->cancel();
+  range->handler.cancel();
   MutexLock lock(stateMutex_);
   store_.unpin(range->begin, range->end);
   const bool wasAwaited = awaited_.remove(range) > 0;
@@ -181,7 +190,7 @@ void HttpResource::Core::plan() {
   if (aim.kind == Aim::Kind::Start) {
     download_ = std::make_unique<HttpDownload>(client_, place_, *this, aim.offset, aim.end);
   }
-  for (const auto& range : met) range->tell();
+  for (const auto& range : met) range->handler.call();
 }
 
 HttpResource::Core::Aim HttpResource::Core::aimWhileLocked() {

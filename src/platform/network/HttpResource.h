@@ -35,6 +35,7 @@ class HttpResource final : public media::ByteSource {
   [[nodiscard]] const std::string& name() const override;
 
  private:
+  struct AwaitedRange;
   class Core;
   class HeldWant;
 

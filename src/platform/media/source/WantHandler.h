@@ -9,8 +9,8 @@
 
 namespace zaffo::media {
 
-/// The handler of a ByteSource::Want: called once at most, and not any more once cancel() has
-/// returned. Thread: any.
+/// The handler of a ByteSource::Want: called once at most, and not any more, and gone, once
+/// cancel() has returned. Thread: any.
 class WantHandler {
  public:
   explicit WantHandler(std::function<void()> handler) : handler_(std::move(handler)) {}
@@ -24,6 +24,7 @@ class WantHandler {
       caller_ = std::this_thread::get_id();
     }
     handler();
+    handler = nullptr;  // what it holds goes before a cancel() returns
     MutexLock lock(handlerMutex_);
     caller_ = {};
     returned_.notify_all();
