@@ -4,13 +4,23 @@
 
 namespace zaffo::media {
 
+namespace {
+
+/// A damaged packet may hold more than one frame (VP9 packs up to eight), each with its own error.
+constexpr int kMostErrors = 64;
+
+}  // namespace
+
 int DecodeQueue::send(const AVPacket& packet) {
   if (!isFresh_ && (!ready_.empty() || failure_ < 0)) return AVERROR(EAGAIN);
   isFresh_ = false;
   sawSync_ = sawSync_ || (packet.flags & AV_PKT_FLAG_KEY);
   const int result = avcodec_send_packet(context_.get(), &packet);
-  if (result >= 0) collect();
-  return result;
+  collect();
+  if (result >= 0) return result;
+  failure_ = 0;  // told here
+  // A codec that neither gives nor takes would be asked for ever.
+  return result == AVERROR(EAGAIN) ? AVERROR_INVALIDDATA : result;
 }
 
 int DecodeQueue::receive(FramePtr& frame) {
@@ -61,15 +71,19 @@ void DecodeQueue::flush() {
   isFresh_ = true;
 }
 
+/// Takes out all that was decoded. What follows an error in the same packet stays in FFmpeg until it
+/// is asked for, and no other packet is taken before.
 void DecodeQueue::collect() {
-  for (;;) {
+  for (int errors = 0; errors < kMostErrors;) {
     FramePtr frame = spare_ ? std::move(spare_) : FramePtr(av_frame_alloc());
     av_frame_unref(frame.get());
     const int result = avcodec_receive_frame(context_.get(), frame.get());
     if (result < 0) {
       spare_ = std::move(frame);
-      if (result != AVERROR(EAGAIN) && result != AVERROR_EOF) failure_ = result;
-      return;
+      if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return;
+      failure_ = result;
+      ++errors;
+      continue;
     }
     ready_.push_back(std::move(frame));
   }

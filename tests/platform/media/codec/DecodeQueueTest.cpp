@@ -185,6 +185,33 @@ void damage(Sample& sample) {
   std::fill_n(sample.packet->data, sample.packet->size, uint8_t{0});
 }
 
+/// Eight frames in one packet, none of which can be decoded, as VP9 packs them.
+PacketPtr packetOfDamagedFrames() {
+  constexpr int kFrames = 8;
+  constexpr uint8_t kFrameBytes = 16;
+  constexpr uint8_t kMarker = 0b110'00'000 | (kFrames - 1);  // sizes of one byte each
+  PacketPtr packet(av_packet_alloc());
+  EXPECT_EQ(av_new_packet(packet.get(), kFrames * kFrameBytes + 1 + kFrames + 1), 0);
+  uint8_t* const index = std::fill_n(packet->data, kFrames * kFrameBytes, uint8_t{0});
+  *index = kMarker;
+  *std::fill_n(index + 1, kFrames, kFrameBytes) = kMarker;
+  return packet;
+}
+
+TEST(DamagedDecodeQueue, APacketOfManyDamagedFramesIsNotInTheWayOfTheNext) {
+  const Encoded encoded = encodePictures({.codec = "libvpx-vp9", .options = "", .count = 4});
+  DecodeQueue queue(openFor(encoded));
+  ASSERT_EQ(queue.send(*encoded.samples[0].packet), 0);
+  EXPECT_EQ(receiveUntil(queue, AVERROR(EAGAIN)), range(0, 1));
+  const int sent = queue.send(*packetOfDamagedFrames());
+  EXPECT_LT(sent, 0);
+  EXPECT_NE(sent, AVERROR(EAGAIN));
+  FramePtr frame;
+  EXPECT_EQ(queue.receive(frame), AVERROR(EAGAIN)) << "one error for all of them";
+  ASSERT_EQ(queue.send(*encoded.samples[1].packet), 0);
+  EXPECT_EQ(receiveUntil(queue, AVERROR(EAGAIN)), range(1, 2));
+}
+
 TEST(DamagedDecodeQueue, APacketThatCannotBeDecodedIsAnErrorAndTheNextOneIsTaken) {
   Encoded encoded = encodePictures({.options = "g=1;bf=0", .count = 4});
   damage(encoded.samples[1]);
