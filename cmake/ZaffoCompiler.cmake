@@ -10,10 +10,11 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE RelWithDebInfo)
 endif()
 
-# The same bits, whichever folder they are built in.
+# The same bits, whichever folder they are built in. The last map that fits counts: builds may lie
+# below the sources.
 if(NOT CMAKE_BUILD_TYPE STREQUAL Debug)
-  add_compile_options(-ffile-prefix-map=${PROJECT_BINARY_DIR}=build
-                      -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+  add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
+                      -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
 endif()
 
 find_program(CCACHE_PROGRAM ccache)

@@ -1,20 +1,9 @@
-#include <cstdarg>
-#include <cstdio>
-
+#include "figures/Formatted.h"
 #include "figures/Statistics.h"
 
 namespace zaffo::feed {
 
 namespace {
-
-[[gnu::format(printf, 1, 2)]] std::string formatted(const char* format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  char line[256];
-  std::vsnprintf(line, sizeof line, format, arguments);
-  va_end(arguments);
-  return line;
-}
 
 std::string time(int64_t start, const std::optional<int64_t>& end) {
   return end ? formatted("%.2f ms", static_cast<double>(*end - start) / 1e6) : "-";

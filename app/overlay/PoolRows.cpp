@@ -1,21 +1,12 @@
 #include "overlay/PoolRows.h"
 
-#include <cstdarg>
-#include <cstdio>
 #include <sstream>
+
+#include "figures/Formatted.h"
 
 namespace zaffo::feed {
 
 namespace {
-
-[[gnu::format(printf, 1, 2)]] std::string formatted(const char* format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  char text[128];
-  std::vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
-  return text;
-}
 
 /// What stands in a line between `before` and the next comma that ends a field, or the line's end.
 std::string fieldOf(const std::string& line, const std::string& before, const std::string& behind) {

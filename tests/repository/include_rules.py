@@ -53,7 +53,7 @@ ALLOWED_IN_APP = {
     "text": set(),
     "feed": {"figures", "text"},
     "cell": {"feed", "figures"},
-    "overlay": {"feed", "text"},
+    "overlay": {"feed", "text", "figures"},
 }
 
 # Headers of a library, and the only places that may name them.

@@ -6,7 +6,7 @@
 #include <map>
 #include <memory>
 
-#include "platform/dispatch/AsioDescriptor.h"
+#include "platform/dispatch/Asio.h"
 
 namespace zaffo::network {
 

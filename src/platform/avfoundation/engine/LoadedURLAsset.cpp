@@ -6,6 +6,7 @@
 #include "platform/media/source/SampleSource.h"
 
 namespace zaffo {
+
 LoadedURLAsset::LoadedURLAsset(std::shared_ptr<const NSURL> url)
     : url_(std::move(url)),
       loading_(std::make_shared<AssetLoading>(

@@ -71,8 +71,8 @@ void DecodeQueue::flush() {
   isFresh_ = true;
 }
 
-/// Takes out all that was decoded. What follows an error in the same packet stays in FFmpeg until it
-/// is asked for, and no other packet is taken before.
+/// Takes out all that was decoded. What follows an error in the same packet stays in FFmpeg until
+/// it is asked for, and no other packet is taken before.
 void DecodeQueue::collect() {
   for (int errors = 0; errors < kMostErrors;) {
     FramePtr frame = spare_ ? std::move(spare_) : FramePtr(av_frame_alloc());
