@@ -1,8 +1,13 @@
 // What the application around a player notices of it, each in a process of its own:
 //   zaffo-bench-host heap MIB CLIP           its memory, beside a torn heap of so many MiB
 //   zaffo-bench-host wake-ups SECONDS CLIP   how often threads wake: drawn, hidden and idle
+//   zaffo-bench-host freeze SECONDS CLIP     what comes after the process stood still for so long
 // Prints one line of JSON.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -13,6 +18,7 @@
 #include <vector>
 
 #include "BenchFeed.h"
+#include "Floor.h"
 #include "Report.h"
 #include "Usage.h"
 
@@ -22,11 +28,12 @@ using bench::Handle;
 using bench::Loop;
 
 struct Feed {
-  std::shared_ptr<zaffo::PlayerManager> pool = bench::makePool(bench::Kind::Native);
+  std::shared_ptr<zaffo::PlayerManager> pool;
   Handle handle;
 
-  Feed(const std::string& clip, Loop loop)
-      : handle(bench::openCold(pool, std::make_shared<bench::Video>(clip, "clip", loop))) {
+  Feed(const std::string& clip, Loop loop, bench::Kind kind = bench::Kind::Native)
+      : pool(bench::makePool(kind)),
+        handle(bench::openCold(pool, std::make_shared<bench::Video>(clip, "clip", loop))) {
     bench::runUntil([this] { return bench::hasPicture(handle); }, "a picture");
   }
   ~Feed() { goIdle(); }
@@ -165,6 +172,56 @@ void wakeUps(const Report& report, double seconds, const std::string& clip) {
   report.print("}\n");
 }
 
+/// The process stands still for a while, all threads of it, as when a machine sleeps.
+void standStill(int seconds) {
+  const pid_t self = getpid(), child = fork();
+  if (child < 0) std::exit(1);
+  if (child == 0) {
+    kill(self, SIGSTOP);
+    sleep(static_cast<unsigned>(seconds));
+    kill(self, SIGCONT);
+    _exit(0);
+  }
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+}
+
+/// Milliseconds until a player that stood still shows the picture that is due, beside those that
+/// the first picture took.
+void freeze(const Report& report, bench::Kind kind, int seconds, const std::string& clip) {
+  zaffo::AVAudioSession::sharedInstance().setOutput(zaffo::AVAudioSession::Output::None);
+  const std::vector<uint64_t> marks = floors::File(clip).decodeMarks();
+  const double rate = static_cast<double>(marks.size()) / floors::File(clip).duration();
+  const Feed feed(clip, Loop::Single, kind);
+  feed.handle->setRate(1);
+  bench::runFor(2);
+  standStill(seconds);
+  const double awake = bench::now();
+  std::size_t due = 0;
+  const auto isRight = [&] {
+    const double position = zaffo::CMTimeGetSeconds(feed.handle->currentTime());
+    due = static_cast<std::size_t>(std::max(position, 0.0) * rate);
+    return due < marks.size() && bench::shownMark(feed.handle) == marks[due];
+  };
+  bench::runUntil(isRight, "the picture that is due");
+  const double right = bench::now() - awake;
+  feed.handle->setRate(0);
+  bench::seekUntilShown(feed.handle, 0, marks[0]);
+  const double asked = bench::now();
+  bench::seekUntilShown(feed.handle, (static_cast<double>(due) + 0.5) / rate, marks[due]);
+  report.print("{\"right_ms\": %.2f, \"seek_ms\": %.2f}", right * 1e3,
+               (bench::now() - asked) * 1e3);
+}
+
+void freezes(const Report& report, int seconds, const std::string& clip) {
+  report.print("{\"native\": ");
+  freeze(report, bench::Kind::Native, seconds, clip);
+  report.print(", \"fast\": ");
+  freeze(report, bench::Kind::Fast, seconds, clip);
+  report.print("}\n");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -174,8 +231,12 @@ int main(int argc, char** argv) {
     heap(report, std::strtoul(argv[2], nullptr, 10), argv[3]);
   } else if (mode == "wake-ups") {
     wakeUps(report, std::strtod(argv[2], nullptr), argv[3]);
+  } else if (mode == "freeze") {
+    freezes(report, std::atoi(argv[2]), argv[3]);
   } else {
-    std::fprintf(stderr, "usage: zaffo-bench-host heap MIB CLIP | wake-ups SECONDS CLIP\n");
+    std::fprintf(
+        stderr,
+        "usage: zaffo-bench-host heap MIB CLIP | wake-ups SECONDS CLIP | freeze SECONDS CLIP\n");
     return 2;
   }
   return 0;

@@ -211,6 +211,25 @@ class Bench:
         self.add("longest small allocation beside a torn heap of 300 MiB, after playing",
                  run["calm_ms"], run["idle_ms"], "ms")
 
+        run = self.run_once("zaffo-bench-host", "freeze", "5" if self.quick else "60",
+                            self.lasting_clip())
+        for kind in ("native", "fast"):
+            self.add(f"right picture after a minute's freeze, beside an exact seek, {kind}",
+                     run[kind]["seek_ms"], run[kind]["right_ms"], "ms", target="1.3")
+
+    def lasting_clip(self):
+        """A minute and a half of 720p, made once."""
+        name = os.path.join(self.build, "lasting.mp4")
+        if not os.path.exists(name):
+            partial = os.path.join(self.build, ".lasting.mp4")
+            subprocess.run(
+                ["ffmpeg", "-nostdin", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                 "testsrc2=size=1280x720:rate=30", "-f", "lavfi", "-i",
+                 "sine=frequency=300:sample_rate=48000", "-t", "90", "-pix_fmt", "yuv420p", "-c:v",
+                 "libx264", "-preset", "veryfast", "-g", "60", "-c:a", "aac", partial], check=True)
+            os.rename(partial, name)
+        return name
+
     def heavy_clips(self):
         """4K HEVC with a key frame every ten seconds, made once."""
         folder = os.path.join(self.build, "heavy-clips")

@@ -93,8 +93,9 @@ TEST_P(ScrubbingIn, AClipThatIsReadSlowlyLosesNothing) {
   for (const float rate : {0.0F, 1.0F}) {
     player_->setRate(rate);
     for (int seek = 0; seek < 12; ++seek) {
+      const int before = reading.samples();
       seekToFrame(10 + below(kFrames - 20));
-      ASSERT_NO_FATAL_FAILURE(waitFor(reading, reading.samples() + 1 + below(6)));
+      ASSERT_NO_FATAL_FAILURE(waitFor(reading, before + 1 + below(6)));
       ASSERT_EQ(player_->playerItem(), item_) << "the item was lost at seek " << seek;
     }
   }
