@@ -211,7 +211,9 @@ void SampleRenderer::rest(int64_t hostNow) {
   const CMTime shown = frames()->shownTime();
   const bool hasStoodForLong = restAt_ && *restAt_ <= hostNow;
   if (decoder_.letGoIfCheap(shown) || (hasStoodForLong && decoder_.letGo(shown))) dropQueued();
-  if (!restAt_ && decoder_.hasDecoder()) restAt_ = hostNow + kUntilRestNanoseconds;
+  if (hasStoodForLong && decoder_.keepsOtherThan(shown)) decoder_.forgetFirst();
+  if (restAt_ || !(decoder_.hasDecoder() || decoder_.keepsOtherThan(shown))) return;
+  restAt_ = hostNow + kUntilRestNanoseconds;
 }
 
 /// False when nobody is to hear of it: the samples were flushed, or are about to be.

@@ -1,6 +1,7 @@
 #include "platform/media/video/SampleQueueDecoder.h"
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 #include "platform/foundation/AVError.h"
@@ -38,6 +39,20 @@ bool isToShow(const Sample& sample) {
   return !sample.decodeOnly && CMTIME_IS_NUMERIC(sample.presentation);
 }
 
+bool hasSameBytes(const AVPacket& one, const AVPacket& other) {
+  const auto bytesOf = [](const uint8_t* data, auto size) {
+    return std::span(data, static_cast<std::size_t>(size));
+  };
+  const auto sideDataOf = [](const AVPacket& packet) {
+    return std::span(packet.side_data, static_cast<std::size_t>(packet.side_data_elems));
+  };
+  const auto isSame = [&](const AVPacketSideData& a, const AVPacketSideData& b) {
+    return a.type == b.type && std::ranges::equal(bytesOf(a.data, a.size), bytesOf(b.data, b.size));
+  };
+  return std::ranges::equal(bytesOf(one.data, one.size), bytesOf(other.data, other.size)) &&
+         std::ranges::equal(sideDataOf(one), sideDataOf(other), isSame);
+}
+
 }  // namespace
 
 void SampleQueueDecoder::begin() {
@@ -65,6 +80,7 @@ void SampleQueueDecoder::close() {
   decoder_.reset();
   format_.reset();
   lookahead_.reset();
+  first_.reset();
 }
 
 Outcome SampleQueueDecoder::step(const Demand& demand, Picture& picture) {
@@ -97,7 +113,7 @@ Outcome SampleQueueDecoder::step(const Demand& demand, Picture& picture) {
     const bool isLast = isSettled_ && (CMTIME_IS_INVALID(due_) || due_ <= decoder_->heldBack());
     if ((isLast || demand.overdue) && takeHeldBack(picture)) return Outcome::Ready;
   }
-  return feed(demand);
+  return feed(demand, picture);
 }
 
 /// The latest presentation up to `now` of what was sent and did not come out.
@@ -112,6 +128,7 @@ CMTime SampleQueueDecoder::dueInDecoder(CMTime now) const {
 /// A frame came out of the decoder that is not too early.
 Outcome SampleQueueDecoder::take(VideoFrame frame, const Demand& demand, Picture& picture) {
   cameOut(frame.presentation);
+  if (drain_ == Drain::AtOnce) first_->frame = frame;
   const bool drained = drain_ == Drain::AtOnce || drain_ == Drain::Sought;
   const bool standsIn = isStandIn(frame.presentation, demand.now);
   if (drained) {
@@ -128,7 +145,7 @@ Outcome SampleQueueDecoder::take(VideoFrame frame, const Demand& demand, Picture
     lookahead_ = Picture{.frame = std::move(frame)};
     return Outcome::Ready;
   }
-  decoder_->forgetHeldBack();
+  if (decoder_) decoder_->forgetHeldBack();
   if (drained) answered_ = frame.presentation;
   if (!atOnce || !standsIn) passed_ = frame.presentation;
   picture = {std::move(frame), atOnce, atOnce && standsIn};
@@ -171,7 +188,7 @@ Outcome SampleQueueDecoder::noteError() {
 }
 
 /// Sends the next sample, if what is asked for needs it.
-Outcome SampleQueueDecoder::feed(const Demand& demand) {
+Outcome SampleQueueDecoder::feed(const Demand& demand, Picture& picture) {
   const QueuedSamplePtr next = sampleQueue_.next(generation_);
   if (isHopeless(demand, next != nullptr)) return failWithoutPicture();
   const bool asksAtOnce = wantsFirst_ || (next && isWantedAtOnce(*next)) ||
@@ -197,8 +214,12 @@ Outcome SampleQueueDecoder::feed(const Demand& demand) {
   if (sent_ > 0 && (next->sample.isDiscontinuity || !sameFormat)) return drain(Drain::NewRun);
   if (!sameFormat) decoder_.reset();
   format_ = next->format;
+  if (isDrainedAtOnce(*next) && isFirstAgain(*next)) {
+    drain_ = Drain::AtOnce;
+    return take(VideoFrame(first_->frame), demand, picture);
+  }
   if (!decoder_ && !open()) return Outcome::Error;
-  return send(*next, demand);
+  return send(next, demand);
 }
 
 /// There are no more samples. What the decoder still holds is all, if none is on its way.
@@ -212,6 +233,24 @@ bool SampleQueueDecoder::isWantedAtOnce(const QueuedSample& next) const {
   if (next.sample.decodeOnly) return gaveNothing_;
   // One that stood for an earlier frame comes again at its time.
   return isAfter(next.sample.presentation, passed_) && next.sample.presentation != answered_;
+}
+
+/// Whether the frame of `next` is had from it alone, and at once.
+bool SampleQueueDecoder::isDrainedAtOnce(const QueuedSample& next) const {
+  return isWantedAtOnce(next) && !next.sample.decodeOnly && next.sample.sync && sent_ == 0 &&
+         !wantsFirst_;
+}
+
+bool SampleQueueDecoder::isFirstAgain(const QueuedSample& next) const {
+  if (!first_ || !first_->frame.buffer) return false;
+  const QueuedSample& first = *first_->sample;
+  return first.sample.presentation == next.sample.presentation &&
+         (first.format == next.format || hasFormatOf(first)) &&
+         hasSameBytes(*first.sample.packet, *next.sample.packet);
+}
+
+bool SampleQueueDecoder::keepsOtherThan(CMTime shown) const {
+  return first_ && first_->sample->sample.presentation != shown;
 }
 
 bool SampleQueueDecoder::hasFormatOf(const QueuedSample& next) const {
@@ -235,11 +274,10 @@ bool SampleQueueDecoder::open() {
   return true;
 }
 
-Outcome SampleQueueDecoder::send(const QueuedSample& next, const Demand& demand) {
-  const Sample& sample = next.sample;
-  const bool atOnce = isWantedAtOnce(next);
-  const bool drainsAtOnce =
-      atOnce && !sample.decodeOnly && sample.sync && sent_ == 0 && !wantsFirst_;
+Outcome SampleQueueDecoder::send(const QueuedSamplePtr& next, const Demand& demand) {
+  const Sample& sample = next->sample;
+  const bool atOnce = isWantedAtOnce(*next);
+  const bool drainsAtOnce = isDrainedAtOnce(*next);
   const bool isLate =
       isBefore(sample.presentation, due_) || isBefore(sample.presentation, demand.hurryTo);
   const bool isNew = isToShow(sample) && isAfter(sample.presentation, passed_);
@@ -251,7 +289,10 @@ Outcome SampleQueueDecoder::send(const QueuedSample& next, const Demand& demand)
   ++sent_;
   if (isToShow(sample)) ++sentToShow_;
   decodeOnlyRun_.sent(sample);
-  if (drainsAtOnce) return drain(Drain::AtOnce);
+  if (drainsAtOnce) {
+    first_ = First{next, {}};
+    return drain(Drain::AtOnce);
+  }
   sampleQueue_.markSent(generation_);
   if (atOnce && gaveNothing_) wantsFirst_ = true;
   if (atOnce && !gaveNothing_) atOnce_ = sample.presentation;
@@ -281,6 +322,7 @@ Outcome SampleQueueDecoder::finishDrain(Picture& picture) {
   if (reason == Drain::AtOnce || reason == Drain::Sought) {
     // What was sent was not enough: it is damaged, or leans on what follows.
     wantsFirst_ = true;
+    first_.reset();
     restartDecoder();
     if (reason == Drain::Sought) (void)sampleQueue_.rewind(generation_);
     return Outcome::Working;

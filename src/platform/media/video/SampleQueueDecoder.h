@@ -22,6 +22,8 @@ namespace zaffo::media {
 /// for those that follow. What follows is then decoded from it again, if it is ever asked for;
 /// until then the decoder may be let go. If it is not to be shown itself, the first frame that is;
 /// should samples run out before the frame that is due, the earliest one there is stands in for it.
+/// The frame is kept: where the next generation begins with the same sample, as after a rewind,
+/// nothing is decoded.
 class SampleQueueDecoder {
  public:
   using OpenDecoder =
@@ -80,6 +82,9 @@ class SampleQueueDecoder {
   /// Whether what follows is decoded from the sync sample again: the decoder was drained before.
   [[nodiscard]] bool isSpent() const { return isSpent_; }
   [[nodiscard]] bool hasDecoder() const { return decoder_ != nullptr; }
+  /// Whether a first frame is kept that is not the one on show (at `shown`).
+  [[nodiscard]] bool keepsOtherThan(CMTime shown) const;
+  void forgetFirst() { first_.reset(); }
   /// Lets go of the decoder if it holds nothing.
   void letGoIfSpent() {
     if (isSpent_ || sent_ == 0) decoder_.reset();
@@ -95,6 +100,11 @@ class SampleQueueDecoder {
  private:
   static constexpr uint64_t kNoGeneration = ~uint64_t{0};
   enum class Drain { None, AtOnce, Sought, NewRun, End };
+  /// A sample that was drained at once, and its frame when that came out.
+  struct First {
+    QueuedSamplePtr sample;
+    VideoFrame frame;
+  };
 
   [[nodiscard]] CMTime dueInDecoder(CMTime now) const;
   [[nodiscard]] Outcome take(VideoFrame frame, const Demand& demand, Picture& picture);
@@ -103,13 +113,15 @@ class SampleQueueDecoder {
   void noteHeldBack();
   void cameOut(CMTime presentation);
   [[nodiscard]] Outcome noteError();
-  [[nodiscard]] Outcome feed(const Demand& demand);
+  [[nodiscard]] Outcome feed(const Demand& demand, Picture& picture);
   [[nodiscard]] Outcome feedNothing(const Demand& demand);
   [[nodiscard]] bool holdsFrames() const { return decoder_ && sentToShow_ > 0 && !isSpent_; }
   [[nodiscard]] bool isWantedAtOnce(const QueuedSample& next) const;
+  [[nodiscard]] bool isDrainedAtOnce(const QueuedSample& next) const;
+  [[nodiscard]] bool isFirstAgain(const QueuedSample& next) const;
   [[nodiscard]] bool hasFormatOf(const QueuedSample& next) const;
   [[nodiscard]] bool open();
-  [[nodiscard]] Outcome send(const QueuedSample& next, const Demand& demand);
+  [[nodiscard]] Outcome send(const QueuedSamplePtr& next, const Demand& demand);
   [[nodiscard]] bool isSought(const Sample& sample, const Demand& demand) const;
   [[nodiscard]] Outcome drain(Drain reason);
   [[nodiscard]] Outcome finishDrain(Picture& picture);
@@ -134,6 +146,7 @@ class SampleQueueDecoder {
   CMTime dueLater_ = kCMTimeInvalid;  ///< the latest of those that were not sent yet
   CMTime passed_ = kCMTimeInvalid;    ///< everything up to it was given
   std::optional<Picture> lookahead_;
+  std::optional<First> first_;
 
   DecodeOnlyRun decodeOnlyRun_;
   bool isSettled_ = false;

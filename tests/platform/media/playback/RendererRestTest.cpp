@@ -4,6 +4,7 @@
 
 #include "doubles/ProcessCounts.h"
 #include "doubles/Sanitizers.h"
+#include "platform/media/playback/DueTime.h"
 #include "platform/media/playback/RendererFixture.h"
 
 namespace zaffo::media {
@@ -15,7 +16,7 @@ class RendererRestTest : public RendererFixture {
  protected:
   /// Nothing waits, and nothing happens however long one waits.
   void expectRest() {
-    time_.advance(kNanosecondsPerSecond);
+    time_.advance(2 * kNanosecondsPerSecond);  // until what is not needed has been let go of
     EXPECT_FALSE(time_.hasTimer());
     const int changes = pictureChanges_;
     const int calls = calls_;
@@ -45,6 +46,30 @@ TEST_F(RendererRestTest, OneThatWasPausedInTheMidstOfPlayingDoesNothing) {
   time_.advance(kNanosecondsPerSecond);
   timebase_->setRate(0);
   expectRest();
+}
+
+TEST_F(RendererRestTest, KeepsTheFirstFrameWhilePlayingAndLetsGoOfItWhenStandingElsewhere) {
+  start(samplesOf(clip("h264_30.mp4")));
+  time_.settle();
+  const std::weak_ptr first = renderer_->frames()->bufferAtHostTime(TimeSource::now());
+  timebase_->setRate(1);
+  time_.advance(5 * kNanosecondsPerSecond);
+  EXPECT_EQ(shown(), 119);
+  EXPECT_FALSE(first.expired());
+  timebase_->setRate(0);
+  time_.advance(kUntilRestNanoseconds / 2);
+  EXPECT_FALSE(first.expired()) << "it may be wanted again";
+  time_.advance(kUntilRestNanoseconds);
+  EXPECT_TRUE(first.expired());
+}
+
+TEST_F(RendererRestTest, APausedOneKeepsTheFirstFrameThatItShows) {
+  start(samplesOf(clip("h264_30.mp4")));
+  time_.advance(10 * kUntilRestNanoseconds);
+  const auto first = renderer_->frames()->bufferAtHostTime(TimeSource::now());
+  start(samplesOf(clip("h264_30.mp4")));
+  time_.settle();
+  EXPECT_EQ(renderer_->frames()->bufferAtHostTime(TimeSource::now()), first);
 }
 
 TEST_F(RendererRestTest, OneThatPlayedToItsEndDoesNothingThoughTimeGoesOn) {

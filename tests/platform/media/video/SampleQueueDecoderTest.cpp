@@ -146,6 +146,72 @@ TEST_F(SampleQueueDecoderTest, WhatFollowsADrainedFrameIsDecodedFromTheSyncSampl
   EXPECT_FALSE(decoder_.takeRewind());
 }
 
+/// The queue is flushed and the samples of the same script come once more.
+class RewoundDecoderTest : public SampleQueueDecoderTest {
+ protected:
+  static constexpr PictureScript kScript{.options = "g=12;bf=2", .count = kCount};
+
+  RewoundDecoderTest() : SampleQueueDecoderTest(kScript) {
+    push(kCount, true);
+    begin();
+    EXPECT_EQ(step({.now = frames(0)}), Outcome::Ready);
+    first_ = picture_.frame.buffer;
+    EXPECT_EQ(play(1, 9), range(1, 9));
+  }
+  void rewind() {
+    (void)queue_.flush();
+    encoded_ = encodePictures(kScript);
+    next_ = 0;
+  }
+
+  CVPixelBufferPtr first_;
+};
+
+TEST_F(RewoundDecoderTest, TheFirstFrameIsTheOneThatWasDecodedBefore) {
+  rewind();
+  push(kCount, true);
+  begin();
+  ASSERT_EQ(step({.now = frames(0)}), Outcome::Ready);
+  EXPECT_EQ(picture_.frame.buffer, first_);
+  EXPECT_EQ(picture_.frame.presentation, frames(0));
+  EXPECT_TRUE(picture_.atOnce);
+  EXPECT_EQ(play(1), range(1)) << "those that follow are decoded";
+}
+
+TEST_F(RewoundDecoderTest, AnotherSampleAtTheSameTimeIsDecoded) {
+  rewind();
+  const auto other = std::find_if(encoded_.samples.begin() + 1, encoded_.samples.end(),
+                                  [](const Sample& sample) { return sample.sync; });
+  std::swap(encoded_.samples[0].packet, other->packet);
+  const CMTime time = other->presentation;
+  push(1, true);
+  begin();
+  ASSERT_EQ(step({.now = frames(0)}), Outcome::Ready);
+  EXPECT_EQ(frames(shown()), time);
+}
+
+TEST_F(RewoundDecoderTest, TheSameSampleAtAnotherTimeIsDecoded) {
+  rewind();
+  encoded_.samples[0].presentation = frames(0.5);
+  push(1, true);
+  begin();
+  ASSERT_EQ(step({.now = frames(1)}), Outcome::Ready);
+  EXPECT_NE(picture_.frame.buffer, first_);
+  EXPECT_EQ(shown(), 0);
+}
+
+TEST_F(RewoundDecoderTest, AFirstFrameThatIsNotOnShowCanBeForgotten) {
+  EXPECT_FALSE(decoder_.keepsOtherThan(frames(0)));
+  ASSERT_TRUE(decoder_.keepsOtherThan(frames(8)));
+  decoder_.forgetFirst();
+  EXPECT_FALSE(decoder_.keepsOtherThan(frames(8)));
+  rewind();
+  push(1, true);
+  begin();
+  ASSERT_EQ(step({.now = frames(0)}), Outcome::Ready);
+  EXPECT_NE(picture_.frame.buffer, first_);
+}
+
 TEST_F(SampleQueueDecoderTest, OfTheFramesThatAreDueTheLastAloneIsGiven) {
   push(kCount);
   begin();
