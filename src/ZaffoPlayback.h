@@ -36,6 +36,7 @@
 #include "platform/coremedia/CMTime.h"
 #include "platform/coremedia/CMTimeRange.h"
 #include "platform/coremedia/CMTimebase.h"
+#include "platform/coremedia/PictureScaler.h"
 #include "platform/coremedia/PixelConversion.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/DispatchTimer.h"
