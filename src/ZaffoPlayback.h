@@ -3,6 +3,7 @@
 /// Everything an application needs from ZaffoPlayback.
 #include "Version.h"
 #include "clip/ClipVideo.h"
+#include "clip/PictureOutput.h"
 #include "clip/PlayVideo.h"
 #include "companion/AVPlayerItemLoader.h"
 #include "companion/ShortVideoURL.h"
