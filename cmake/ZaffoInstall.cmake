@@ -15,7 +15,7 @@ install(CODE "
   if(NOT IS_ABSOLUTE \"\${DESTINATION}\")
     string(PREPEND DESTINATION \"\${CMAKE_INSTALL_PREFIX}/\")
   endif()
-  set(ROOTS ZaffoPlayback.h platform/window/Window.h)
+  set(ROOTS ZaffoPlayback.h zaffo.h platform/window/Window.h)
   include(\"${CMAKE_CURRENT_LIST_DIR}/InstallHeaders.cmake\")")
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ZaffoPlayback)

@@ -3,6 +3,7 @@
 /// Everything an application needs from ZaffoPlayback.
 #include "Version.h"
 #include "clip/ClipVideo.h"
+#include "clip/PictureOutput.h"
 #include "clip/PlayVideo.h"
 #include "companion/AVPlayerItemLoader.h"
 #include "companion/ShortVideoURL.h"
@@ -36,6 +37,7 @@
 #include "platform/coremedia/CMTime.h"
 #include "platform/coremedia/CMTimeRange.h"
 #include "platform/coremedia/CMTimebase.h"
+#include "platform/coremedia/PictureScaler.h"
 #include "platform/coremedia/PixelConversion.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/DispatchTimer.h"

@@ -25,6 +25,7 @@ void PlayerDecorator::discardToManager() {
 }
 
 void PlayerDecorator::giveBack(GiveBack operation) {
+  isGivenBack_ = true;
   auto manager = manager_.lock();
   if (!manager) return;
   auto player = innerPlayer_.lock();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -42,6 +43,9 @@ class ZAFFO_EXPORT PlayerDecorator final : public Player {
   [[nodiscard]] std::shared_ptr<Player> innerPlayer() const { return innerPlayer_.lock(); }
   void setInnerPlayer(const std::shared_ptr<Player>& player) { innerPlayer_ = player; }
 
+  /// Whether this still stands for a use: neither given back nor orphaned.
+  [[nodiscard]] bool isBound() const { return !isGivenBack_ && !innerPlayer_.expired(); }
+
   /// Gives the use back, once: inside the call on the main thread, and in a block on the main queue
   /// from any other thread. Does nothing for an orphaned handle.
   void releaseToManager();
@@ -75,6 +79,7 @@ class ZAFFO_EXPORT PlayerDecorator final : public Player {
 
   std::weak_ptr<Player> innerPlayer_;
   std::weak_ptr<PlayerManager> manager_;
+  std::atomic<bool> isGivenBack_ = false;
   mutable std::shared_ptr<UIView> emptyOutputView_;  // Made when first asked for.
 };
 

@@ -194,6 +194,22 @@ TEST_F(PlayVideoTest, HoldsNothingOnceItIsOver) {
   EXPECT_EQ(video_.use_count(), 1) << "though the command is kept";
 }
 
+TEST_F(PlayVideoTest, TheCompletionMayLetGoOfEverything) {
+  command_ = play(pool_, video_, [this](const PlayerLoadResult& result) {
+    EXPECT_TRUE(result.player());
+    ++completions_;
+    pool_ = nullptr;
+    video_ = nullptr;
+    command_ = nullptr;
+  });
+  giveItem(item_);
+  const auto player = std::exchange(player_, nullptr);
+  player->finishPendingLoad(nullptr);
+  time_.settle();
+  EXPECT_EQ(completions_, 1);
+  EXPECT_EQ(player.use_count(), 1);
+}
+
 TEST_F(PlayVideoTest, WithoutACompletionNothingIsLoaded) {
   play(pool_, video_, nullptr)->cancel();
   EXPECT_EQ(video_->loads, 0);

@@ -49,6 +49,19 @@ TEST_F(PlayerDecoratorTest, HoldsNeitherThePlayerNorThePoolAlive) {
   EXPECT_TRUE(manager->released.empty());
 }
 
+TEST_F(PlayerDecoratorTest, IsBoundUntilItIsGivenBackOrOrphaned) {
+  const auto released = makeHandle(), discarded = makeHandle(), orphan = makeHandle();
+  EXPECT_TRUE(released->isBound());
+  released->releaseToManager();
+  EXPECT_FALSE(released->isBound());
+  discarded->discardToManager();
+  EXPECT_FALSE(discarded->isBound());
+  EXPECT_TRUE(orphan->isBound());
+  manager->released.clear();
+  inner.reset();
+  EXPECT_FALSE(orphan->isBound());
+}
+
 TEST_F(PlayerDecoratorTest, ForwardsEveryOperation) {
   const auto handle = makeHandle();
   inner->item = ScriptedAVPlayerItem::create(true);

@@ -1,5 +1,6 @@
 #include "platform/window/DisplayList.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace zaffo::window {

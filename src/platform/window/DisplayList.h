@@ -1,33 +1,15 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <variant>
 #include <vector>
 
+#include "platform/coremedia/Bitmap.h"
 #include "platform/uikit/CALayer.h"
 #include "platform/uikit/UIView.h"
 
 namespace zaffo::window {
-
-/// A rectangle of whole pixels of the window, y down.
-struct PixelRect {
-  int x = 0, y = 0, width = 0, height = 0;
-  bool operator==(const PixelRect&) const = default;
-
-  [[nodiscard]] int right() const { return x + width; }
-  [[nodiscard]] int bottom() const { return y + height; }
-  [[nodiscard]] bool isEmpty() const { return width <= 0 || height <= 0; }
-  [[nodiscard]] bool contains(const PixelRect& o) const {
-    return o.x >= x && o.y >= y && o.right() <= right() && o.bottom() <= bottom();
-  }
-  [[nodiscard]] PixelRect intersection(const PixelRect& o) const {
-    const int left = std::max(x, o.x), top = std::max(y, o.y);
-    return {left, top, std::max(0, std::min(right(), o.right()) - left),
-            std::max(0, std::min(bottom(), o.bottom()) - top)};
-  }
-};
 
 /// A moving picture's clean aperture, mirrored first, then turned clockwise.
 struct MovingPicture {

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "platform/window/ImagePixels.h"
+
 namespace zaffo::window {
 
 namespace {
@@ -55,65 +57,20 @@ void blendBitmap(const Bitmap& source, double opacity, const Bitmap& target) {
   }
 }
 
-void transposeBitmap(const Bitmap& source, const Bitmap& target) {
-  constexpr int block = 16;  // two blocks fit the first-level cache whatever the strides
-  for (int top = 0; top < source.height; top += block) {
-    for (int left = 0; left < source.width; left += block) {
-      const int bottom = std::min(top + block, source.height);
-      const int right = std::min(left + block, source.width);
-      for (int y = top; y < bottom; ++y) {
-        for (int x = left; x < right; ++x) {
-          std::memcpy(target.row(x) + std::ptrdiff_t{4} * y, source.row(y) + std::ptrdiff_t{4} * x,
-                      4);
-        }
-      }
-    }
-  }
-}
-
-Bitmap SoftwareRenderer::scratch(std::vector<uint8_t>& memory, int width, int height) {
+Bitmap SoftwareRenderer::scratch(int width, int height) {
   const std::size_t stride = std::size_t{4} * static_cast<std::size_t>(width);
-  memory.resize(stride * static_cast<std::size_t>(height));
-  return {memory.data(), static_cast<std::ptrdiff_t>(stride), width, height};
+  drawn_.resize(stride * static_cast<std::size_t>(height));
+  return {drawn_.data(), static_cast<std::ptrdiff_t>(stride), width, height};
 }
 
-void SoftwareRenderer::drawImage(const DrawCommand& command, const CGImage& image,
-                                 const Bitmap& target) {
-  Stretch stretch;
-  stretch.width = command.destination.width;
-  stretch.height = command.destination.height;
-  stretch.part = relativeTo(command.visible, command.destination);
-  const Bitmap scaled = scratch(scaled_, command.visible.width, command.visible.height);
-  scaler_.scale(image, stretch, scaled);
-  blendBitmap(scaled, command.opacity, target);
-}
-
-void SoftwareRenderer::drawPicture(const DrawCommand& command, const MovingPicture& picture,
-                                   const Bitmap& target) {
-  Stretch stretch;
-  stretch.width = command.destination.width;
-  stretch.height = command.destination.height;
-  stretch.part = relativeTo(command.visible, command.destination);
-  const int turns = picture.quarterTurns;
-  const bool sideways = turns % 2 == 1;
-  // A quarter turn is an exchange of rows and columns plus a flip of one direction.
-  stretch.flippedX = picture.mirrored != (turns >= 2);
-  stretch.flippedY = turns == 1 || turns == 2;
-  if (sideways) {
-    std::swap(stretch.width, stretch.height);
-    std::swap(stretch.part.x, stretch.part.y);
-    std::swap(stretch.part.width, stretch.part.height);
-  }
-  if (!sideways && command.isOpaque()) return scaler_.scale(*picture.buffer, stretch, target);
-
-  Bitmap drawn = scratch(scaled_, stretch.part.width, stretch.part.height);
-  scaler_.scale(*picture.buffer, stretch, drawn);
-  if (sideways) {
-    if (command.isOpaque()) return transposeBitmap(drawn, target);
-    const Bitmap upright = scratch(turned_, target.width, target.height);
-    transposeBitmap(drawn, upright);
-    drawn = upright;
-  }
+void SoftwareRenderer::drawPicture(const DrawCommand& command, const CVPixelBuffer& buffer,
+                                   PictureLayout layout, const Bitmap& target) {
+  layout.width = command.destination.width;
+  layout.height = command.destination.height;
+  layout.part = relativeTo(command.visible, command.destination);
+  if (command.isOpaque()) return scaler_.scale(buffer, layout, target);
+  const Bitmap drawn = scratch(target.width, target.height);
+  scaler_.scale(buffer, layout, drawn);
   blendBitmap(drawn, command.opacity, target);
 }
 
@@ -130,9 +87,12 @@ void SoftwareRenderer::draw(const DisplayList& list, const Bitmap& target) {
     if (const auto* color = std::get_if<CGColor>(&command.content)) {
       fillBitmap(part, *color, command.opacity);
     } else if (const auto* image = std::get_if<CGImagePtr>(&command.content)) {
-      drawImage(command, **image, part);
+      drawPicture(command, pixelBufferOf(**image), {}, part);
     } else if (const auto* picture = std::get_if<MovingPicture>(&command.content)) {
-      drawPicture(command, *picture, part);
+      PictureLayout layout;
+      layout.quarterTurns = picture->quarterTurns;
+      layout.mirrored = picture->mirrored;
+      drawPicture(command, *picture->buffer, layout, part);
     }
   }
 }

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/window/Bitmap.h"
+#include "platform/coremedia/Bitmap.h"
+#include "platform/coremedia/PictureScaler.h"
 #include "platform/window/DisplayList.h"
-#include "platform/window/PictureScaler.h"
 
 namespace zaffo::window {
 
@@ -17,13 +17,13 @@ class SoftwareRenderer {
   void draw(const DisplayList& list, const Bitmap& target);
 
  private:
-  void drawImage(const DrawCommand& command, const CGImage& image, const Bitmap& target);
-  void drawPicture(const DrawCommand& command, const MovingPicture& picture, const Bitmap& target);
-  [[nodiscard]] Bitmap scratch(std::vector<uint8_t>& memory, int width, int height);
+  /// As `layout` turns it, where the command says.
+  void drawPicture(const DrawCommand& command, const CVPixelBuffer& buffer, PictureLayout layout,
+                   const Bitmap& target);
+  [[nodiscard]] Bitmap scratch(int width, int height);
 
   PictureScaler scaler_;
-  std::vector<uint8_t> scaled_;
-  std::vector<uint8_t> turned_;
+  std::vector<uint8_t> drawn_;
 };
 
 /// Fills `target` with a colour of the given opacity.
@@ -31,8 +31,5 @@ void fillBitmap(const Bitmap& target, const CGColor& color, double opacity);
 
 /// Draws `source` over `target`, of the same size.
 void blendBitmap(const Bitmap& source, double opacity, const Bitmap& target);
-
-/// Exchanges rows and columns: `target` is as wide as `source` is high.
-void transposeBitmap(const Bitmap& source, const Bitmap& target);
 
 }  // namespace zaffo::window

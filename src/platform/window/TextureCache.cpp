@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/window/ImagePixels.h"
+
 namespace zaffo::window {
 
 namespace {
@@ -65,13 +67,12 @@ CVPixelBuffer::Plane centred(const CVPixelBuffer& p, std::size_t plane, int valu
   return {memory.data(), stride};
 }
 
-template <class Picture>
-bool uploadPacked(PictureScaler& scaler, const Picture& picture, SDL_Texture* texture, int width,
-                  int height) {
+bool uploadPacked(PictureScaler& scaler, const CVPixelBuffer& picture, SDL_Texture* texture,
+                  int width, int height) {
   void* pixels = nullptr;
   int stride = 0;
   if (SDL_LockTexture(texture, nullptr, &pixels, &stride) != 0) return false;
-  scaler.scale(picture, Stretch{width, height, false, false, {0, 0, width, height}},
+  scaler.scale(picture, PictureLayout{width, height, 0, false, {0, 0, width, height}},
                {static_cast<uint8_t*>(pixels), stride, width, height});
   SDL_UnlockTexture(texture);
   return true;
@@ -136,7 +137,7 @@ PictureTexture TextureCache::texture(const CVPixelBufferPtr& picture, int drawnW
 PictureTexture TextureCache::texture(const CGImagePtr& image, int drawnWidth, int drawnHeight) {
   const Shape shape = packedShape(image->width(), image->height(), drawnWidth, drawnHeight);
   return find(image, shape, [&](SDL_Texture* texture) {
-    return uploadPacked(scaler_, *image, texture, shape.width, shape.height);
+    return uploadPacked(scaler_, pixelBufferOf(*image), texture, shape.width, shape.height);
   });
 }
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <vector>
 
+#include "platform/coremedia/PictureScaler.h"
 #include "platform/window/DisplayList.h"
-#include "platform/window/PictureScaler.h"
 #include "platform/window/SDLCommon.h"
 
 namespace zaffo::window {

@@ -6,10 +6,8 @@
 namespace zaffo {
 namespace {
 
-using window::Bitmap;
 using window::DrawCommand;
 using window::MovingPicture;
-using window::PixelRect;
 
 /// One moving picture drawn alone.
 CGImagePtr drawn(const CVPixelBufferPtr& buffer, int width, int height, int turns = 0) {

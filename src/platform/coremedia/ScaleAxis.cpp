@@ -1,9 +1,9 @@
-#include "platform/window/ScaleAxis.h"
+#include "platform/coremedia/ScaleAxis.h"
 
 #include <algorithm>
 #include <cmath>
 
-namespace zaffo::window {
+namespace zaffo {
 
 void ScaleAxis::prepare(const Mapping& m) {
   const int firstSample = m.cropStart / m.subsampling;
@@ -31,4 +31,4 @@ void ScaleAxis::prepare(const Mapping& m) {
   }
 }
 
-}  // namespace zaffo::window
+}  // namespace zaffo

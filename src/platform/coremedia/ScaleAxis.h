@@ -5,7 +5,7 @@
 
 #include "platform/coremedia/CVPixelBuffer.h"
 
-namespace zaffo::window {
+namespace zaffo {
 
 /// Which two neighbouring samples of a plane, and how much of each, make an output sample: the
 /// bilinear mapping of one direction. Samples outside the shown part are never read.
@@ -44,4 +44,4 @@ class ScaleAxis {
   bool identity_ = false;
 };
 
-}  // namespace zaffo::window
+}  // namespace zaffo
