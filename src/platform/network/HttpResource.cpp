@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/TimeSource.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/source/WantHandler.h"
 #include "platform/network/NetworkError.h"
@@ -51,20 +52,24 @@ class HttpResource::Core final : public ByteBudget::Holder,
                                  public HttpDownload::Sink,
                                  public std::enable_shared_from_this<Core> {
  public:
-  Core(URL address, HttpOptions options, HttpClient& client)
+  Core(URL address, HttpOptions options, HttpClient& client, const ByteBudget& budget)
       : client_(client),
         name_(address->absoluteString()),
+        memory_(budget),
         place_(std::move(address), std::move(options)) {}
 
   [[nodiscard]] int64_t readHeld(int64_t offset, std::span<uint8_t> bytes);
   void add(const std::shared_ptr<AwaitedRange>& range);
   void remove(const std::shared_ptr<AwaitedRange>& range);
   void close();
+  void rest();
+  void wake();
+  [[nodiscard]] bool isWorthKeeping() const;
   void setByteBound(int64_t bound) override;
 
   [[nodiscard]] std::optional<int64_t> size() const {
     MutexLock lock(stateMutex_);
-    return size_;
+    return isInDoubt_ ? std::nullopt : size_;
   }
   [[nodiscard]] NSErrorPtr error() const {
     MutexLock lock(stateMutex_);
@@ -78,16 +83,23 @@ class HttpResource::Core final : public ByteBudget::Holder,
     Kind kind = Kind::Nothing;
     int64_t offset = 0;
     std::optional<int64_t> end;
+    bool isInDoubt = false;  ///< it asks whether the bytes are still the same
   };
 
   bool didReceive(int64_t offset, std::span<const uint8_t> bytes) override;
+  void didChange() override;
   void didEnd(const NSErrorPtr& error) override;
 
   void planSoonWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   void plan();
   [[nodiscard]] Aim aimWhileLocked() ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] Aim aimInDoubtWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] Aim aimAheadWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] Aim startWhileLocked(int64_t offset) ZAFFO_REQUIRES(stateMutex_);
+  void learnWhileLocked() ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] bool takeWhileLocked(int64_t offset, std::span<const uint8_t> bytes)
+      ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] bool readsOnWhileLocked() const ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] bool isMetWhileLocked(const AwaitedRange& range) const ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] bool isWantedWhileLocked(int64_t offset) const ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] int64_t endOfWhileLocked(const AwaitedRange& range) const
@@ -106,6 +118,10 @@ class HttpResource::Core final : public ByteBudget::Holder,
   std::optional<int64_t> size_ ZAFFO_GUARDED_BY(stateMutex_);
   NSErrorPtr error_ ZAFFO_GUARDED_BY(stateMutex_);
   int64_t front_ ZAFFO_GUARDED_BY(stateMutex_) = 0;  // where reading has come to
+  Freshness freshness_ ZAFFO_GUARDED_BY(stateMutex_);
+  ByteBudget::Count memory_;  // set with the mutex held
+  bool wasKept_ ZAFFO_GUARDED_BY(stateMutex_) = false;
+  bool isInDoubt_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // the bytes that are held
   bool isPlanned_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   bool readsAhead_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   bool isPaused_ ZAFFO_GUARDED_BY(stateMutex_) = false;
@@ -115,21 +131,31 @@ class HttpResource::Core final : public ByteBudget::Holder,
   // The network's thread alone.
   RemotePlace place_;
   std::unique_ptr<HttpDownload> download_;
+  bool asksInDoubt_ = false;  // the download, until there is an answer
 };
 
 int64_t HttpResource::Core::readHeld(int64_t offset, std::span<uint8_t> bytes) {
   if (offset < 0) return -EINVAL;
   MutexLock lock(stateMutex_);
+  if (isInDoubt_) return error_ ? -EIO : -EAGAIN;
   if (bytes.empty() || (size_ && offset >= *size_)) return 0;
   const int64_t count = store_.read(offset, bytes);
   if (count == 0) return error_ ? -EIO : -EAGAIN;
   front_ = offset + count;
-  // Half of what is held ahead was read: worth another turn of the network's thread.
-  const int64_t half = front_ + aheadWhileLocked() / 2;
-  if (readsAhead_ && (isPaused_ || isOver_) && store_.firstMissing(front_, half) < half) {
-    planSoonWhileLocked();
-  }
+  if (!readsOnWhileLocked()) return count;
+  readsAhead_ = true;
+  planSoonWhileLocked();
   return count;
+}
+
+/// Whether so much was read that it is worth another turn of the network's thread: half of what is
+/// held ahead or, of what was kept, nearly all.
+bool HttpResource::Core::readsOnWhileLocked() const {
+  if (!readsAhead_ && !wasKept_) return false;
+  if (readsAhead_ && !isPaused_ && !isOver_) return false;
+  const int64_t least = readsAhead_ ? aheadWhileLocked() / 2 : kWorthReading;
+  const int64_t limit = size_ ? std::min(front_ + least, *size_) : front_ + least;
+  return store_.firstMissing(front_, limit) < limit;
 }
 
 void HttpResource::Core::add(const std::shared_ptr<AwaitedRange>& range) {
@@ -155,13 +181,36 @@ void HttpResource::Core::remove(const std::shared_ptr<AwaitedRange>& range) {
 void HttpResource::Core::close() {
   MutexLock lock(stateMutex_);
   isClosed_ = true;
+  store_.clear();
+  memory_.set(0);
   planSoonWhileLocked();
+}
+
+void HttpResource::Core::rest() {
+  MutexLock lock(stateMutex_);
+  isClosed_ = true;
+  readsAhead_ = false;
+  planSoonWhileLocked();
+}
+
+void HttpResource::Core::wake() {
+  MutexLock lock(stateMutex_);
+  isClosed_ = false;
+  wasKept_ = true;
+  front_ = 0;
+  if (!freshness_.isFresh(TimeSource::now())) isInDoubt_ = true;
+}
+
+bool HttpResource::Core::isWorthKeeping() const {
+  MutexLock lock(stateMutex_);
+  return !error_ && freshness_.mayKeep() && store_.memory() > 0;
 }
 
 void HttpResource::Core::setByteBound(int64_t bound) {
   MutexLock lock(stateMutex_);
   bound_ = bound;
   store_.setBound(bound);
+  memory_.set(store_.memory());
 }
 
 void HttpResource::Core::planSoonWhileLocked() {
@@ -188,6 +237,8 @@ void HttpResource::Core::plan() {
   if (aim.kind == Aim::Kind::Stop || aim.kind == Aim::Kind::Start) download_.reset();
   if (aim.kind == Aim::Kind::GoOn) download_->resume();
   if (aim.kind == Aim::Kind::Start) {
+    asksInDoubt_ = aim.isInDoubt;
+    if (aim.isInDoubt) place_.representation.doubt();
     download_ = std::make_unique<HttpDownload>(client_, place_, *this, aim.offset, aim.end);
   }
   for (const auto& range : met) range->handler.call();
@@ -195,6 +246,7 @@ void HttpResource::Core::plan() {
 
 HttpResource::Core::Aim HttpResource::Core::aimWhileLocked() {
   if (isClosed_ || error_) return {Aim::Kind::Stop, 0, {}};
+  if (isInDoubt_) return aimInDoubtWhileLocked();
   if (awaited_.empty()) return aimAheadWhileLocked();
   const AwaitedRange& range = *awaited_.front();
   const int64_t missing = store_.firstMissing(range.begin, endOfWhileLocked(range));
@@ -204,6 +256,12 @@ HttpResource::Core::Aim HttpResource::Core::aimWhileLocked() {
   const bool isNear = missing - position <= kWorthReading || !place_.representation.servesRanges();
   if (position <= missing && isNear && !isBeyond) return {Aim::Kind::GoOn, 0, {}};
   return startWhileLocked(missing);
+}
+
+HttpResource::Core::Aim HttpResource::Core::aimInDoubtWhileLocked() {
+  if (awaited_.empty()) return {Aim::Kind::Stop, 0, {}};
+  if (download_ && asksInDoubt_) return {};
+  return {Aim::Kind::Start, 0, {}, true};
 }
 
 HttpResource::Core::Aim HttpResource::Core::aimAheadWhileLocked() {
@@ -222,7 +280,7 @@ HttpResource::Core::Aim HttpResource::Core::startWhileLocked(int64_t offset) {
 
 bool HttpResource::Core::isMetWhileLocked(const AwaitedRange& range) const {
   const int64_t end = endOfWhileLocked(range);
-  return error_ || store_.firstMissing(range.begin, end) >= end;
+  return error_ || (!isInDoubt_ && store_.firstMissing(range.begin, end) >= end);
 }
 
 /// Whether bytes at this place are on the way to something that is wanted.
@@ -231,9 +289,33 @@ bool HttpResource::Core::isWantedWhileLocked(int64_t offset) const {
                      [&](const auto& range) { return range->end > offset; });
 }
 
-bool HttpResource::Core::didReceive(int64_t offset, std::span<const uint8_t> bytes) {
-  MutexLock lock(stateMutex_);
+/// What the download found out.
+void HttpResource::Core::learnWhileLocked() {
   size_ = place_.representation.size();
+  freshness_ = place_.freshness;
+  if (!asksInDoubt_ || place_.representation.isInDoubt()) return;
+  asksInDoubt_ = false;
+  isInDoubt_ = false;
+}
+
+bool HttpResource::Core::didReceive(int64_t offset, std::span<const uint8_t> bytes) {
+  bool isTaken = false;
+  {
+    MutexLock lock(stateMutex_);
+    isTaken = takeWhileLocked(offset, bytes);
+    memory_.set(store_.memory());
+  }
+  memory_.makeRoom();
+  return isTaken;
+}
+
+void HttpResource::Core::didChange() {
+  MutexLock lock(stateMutex_);
+  store_.clear();
+}
+
+bool HttpResource::Core::takeWhileLocked(int64_t offset, std::span<const uint8_t> bytes) {
+  learnWhileLocked();
   isPaused_ = !isWantedWhileLocked(offset) && offset >= front_ + aheadWhileLocked();
   if (isPaused_) return false;
   if (!store_.write(offset, bytes)) {
@@ -248,7 +330,7 @@ bool HttpResource::Core::didReceive(int64_t offset, std::span<const uint8_t> byt
 
 void HttpResource::Core::didEnd(const NSErrorPtr& error) {
   MutexLock lock(stateMutex_);
-  size_ = place_.representation.size();
+  learnWhileLocked();
   error_ = error;
   isOver_ = true;
   planSoonWhileLocked();
@@ -268,7 +350,7 @@ class HttpResource::HeldWant final : public Want {
 };
 
 HttpResource::HttpResource(URL address, HttpOptions options, HttpClient& client, ByteBudget& budget)
-    : core_(std::make_shared<Core>(std::move(address), std::move(options), client)),
+    : core_(std::make_shared<Core>(std::move(address), std::move(options), client, budget)),
       budget_(budget) {
   budget_.add(core_);
 }
@@ -276,6 +358,20 @@ HttpResource::HttpResource(URL address, HttpOptions options, HttpClient& client,
 HttpResource::~HttpResource() {
   budget_.remove(*core_);
   core_->close();
+}
+
+void HttpResource::rest() {
+  budget_.remove(*core_);
+  core_->rest();
+}
+
+void HttpResource::wake() {
+  core_->wake();
+  budget_.add(core_);
+}
+
+bool HttpResource::isWorthKeeping() const {
+  return core_->isWorthKeeping();
 }
 
 int64_t HttpResource::readHeld(int64_t offset, std::span<uint8_t> bytes) {

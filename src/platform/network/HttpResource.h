@@ -34,6 +34,16 @@ class HttpResource final : public media::ByteSource {
   [[nodiscard]] NSErrorPtr error() const override;
   [[nodiscard]] const std::string& name() const override;
 
+  /// Nobody reads any more: ends the traffic and leaves the budget's shares to others, and keeps
+  /// the bytes, which stay counted.
+  void rest();
+  /// Somebody reads again. Bytes that are fresh no longer are given only once the server has said
+  /// that they are still the same, which is asked with the first Want. Reading that comes near the
+  /// end of what was kept reads on ahead.
+  void wake();
+  /// Whether another reader may want what it holds, and the server lets one keep it.
+  [[nodiscard]] bool isWorthKeeping() const;
+
  private:
   struct AwaitedRange;
   class Core;

@@ -14,6 +14,7 @@
 #include "platform/avfoundation/AVAssetImageGenerator.h"
 #include "platform/avfoundation/AVPlayer.h"
 #include "platform/media/playback/VideoOutput.h"
+#include "platform/network/SharedResources.h"
 
 namespace zaffo {
 namespace {
@@ -31,6 +32,9 @@ FaultReply replyWith(const std::string& name) {
 /// Clips that a server on loopback has, in real time.
 class RemoteAssetTest : public testing::Test {
  protected:
+  // A server of another test may have had the same port.
+  RemoteAssetTest() { network::SharedResources::shared().forgetKept(); }
+
   std::shared_ptr<AVAsset> assetAt(const std::string& path) {
     return AVAsset::assetWithURL(NSURL::URLWithString(server_.address(path)));
   }
@@ -117,6 +121,23 @@ TEST_F(RemoteAssetTest, WhoReadsTheSameAddressAtATimeSharesWhatCame) {
       CMTimeMake(1, 1), nullptr, &error);
   EXPECT_TRUE(image);
   EXPECT_GT(playTo(*playerOf(one), 20, 2).size(), 5U);
+  EXPECT_EQ(server_.requests().size(), 1U);
+}
+
+TEST_F(RemoteAssetTest, AClipThatIsTurnedBackToIsNotFetchedAgain) {
+  server_.on("/clip.mp4", {replyWith("h264_30.mp4")});
+  auto asset = assetAt("/clip.mp4");
+  ASSERT_FALSE(load(*asset));
+  auto player = playerOf(asset);
+  EXPECT_FALSE(playTo(*player, 60, 2).empty());
+  player.reset();
+  asset.reset();
+  ASSERT_TRUE(runMainLoopUntil([] { return network::SharedResources::shared().keptCount() == 1; },
+                               kTwentySeconds));
+  asset = assetAt("/clip.mp4");
+  ASSERT_FALSE(load(*asset));
+  EXPECT_EQ(asset->tracks().size(), 2U);
+  EXPECT_GT(playTo(*playerOf(asset), 60, 2).size(), 20U);
   EXPECT_EQ(server_.requests().size(), 1U);
 }
 
