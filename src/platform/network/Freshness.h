@@ -6,9 +6,9 @@
 
 namespace zaffo::network {
 
-/// Whether the bytes of an answer may be kept for later readers, and for how long these need not ask
-/// whether they are still the same: as Cache-Control says, or for five minutes. Times are those of
-/// TimeSource, in nanoseconds. Pure. Thread: the owner's.
+/// Whether the bytes of an answer may be kept for later readers, and for how long these need not
+/// ask whether they are still the same: as Cache-Control says, or for five minutes. Times are those
+/// of TimeSource, in nanoseconds. Pure. Thread: the owner's.
 class Freshness {
  public:
   static constexpr int64_t kUsualSeconds = 300;

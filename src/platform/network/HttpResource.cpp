@@ -67,6 +67,7 @@ class HttpResource::Core final : public ByteBudget::Holder,
   [[nodiscard]] bool isWorthKeeping() const;
   void setByteBound(int64_t bound) override;
 
+  [[nodiscard]] Ahead ahead() const;
   [[nodiscard]] std::optional<int64_t> size() const {
     MutexLock lock(stateMutex_);
     return isInDoubt_ ? std::nullopt : size_;
@@ -146,6 +147,17 @@ int64_t HttpResource::Core::readHeld(int64_t offset, std::span<uint8_t> bytes) {
   readsAhead_ = true;
   planSoonWhileLocked();
   return count;
+}
+
+media::ByteSource::Ahead HttpResource::Core::ahead() const {
+  MutexLock lock(stateMutex_);
+  if (isInDoubt_) return {false, false, false, 0};
+  const int64_t limit = size_.value_or(std::numeric_limits<int64_t>::max());
+  const int64_t missing = store_.firstMissing(front_, limit);
+  const bool isRest = size_ && missing >= *size_;
+  const int64_t count = missing - std::min(front_, missing);
+  const bool isAll = isRest && store_.firstMissing(0, front_) >= front_;
+  return {isAll, isRest, isRest || count >= aheadWhileLocked(), count};
 }
 
 /// Whether so much was read that it is worth another turn of the network's thread: half of what is
@@ -389,6 +401,10 @@ std::unique_ptr<media::ByteSource::Want> HttpResource::want(int64_t offset, int6
 
 std::optional<int64_t> HttpResource::size() const {
   return core_->size();
+}
+
+media::ByteSource::Ahead HttpResource::ahead() const {
+  return core_->ahead();
 }
 
 NSErrorPtr HttpResource::error() const {

@@ -111,6 +111,62 @@ TEST_F(RemoteAssetTest, WaitsForWhatIsLateAndGoesOn) {
   EXPECT_GT(shown.size(), 20U);
 }
 
+TEST_F(RemoteAssetTest, TellsWhatIsAtHandAndWhenItRunsDry) {
+  auto reply = replyWith("h264_30.mp4");
+  reply.pieceSize = reply.body.size() / 2;
+  reply.pieceDelay = std::chrono::milliseconds(2500);
+  server_.on("/slow.mp4", {reply});
+  const auto asset = assetAt("/slow.mp4");
+  const auto item = AVPlayerItem::playerItemWithAsset(asset);
+  EXPECT_TRUE(item->loadedTimeRanges().empty());
+  EXPECT_TRUE(item->isPlaybackBufferEmpty());
+  ASSERT_FALSE(load(*asset));
+  const auto player = AVPlayer::create();
+  player->replaceCurrentItemWithPlayerItem(item);
+  ASSERT_TRUE(runMainLoopUntil([&] { return !item->isPlaybackBufferEmpty(); }, kTwentySeconds));
+  auto ranges = item->loadedTimeRanges();
+  ASSERT_EQ(ranges.size(), 1U);
+  EXPECT_EQ(ranges[0].start, kCMTimeZero);
+  EXPECT_GT(CMTimeGetSeconds(ranges[0].duration), 0.5);
+  EXPECT_LT(CMTimeGetSeconds(ranges[0].duration), 2.5);
+  EXPECT_FALSE(item->isPlaybackBufferFull());
+
+  player->setRate(2);
+  ASSERT_TRUE(runMainLoopUntil([&] { return item->isPlaybackBufferEmpty(); }, kTwentySeconds));
+  const CMTime place = player->currentTime();
+  EXPECT_GT(CMTimeGetSeconds(place), 1);
+  EXPECT_LT(CMTimeGetSeconds(place), 3);
+  EXPECT_FALSE(item->isPlaybackLikelyToKeepUp());
+  EXPECT_EQ(player->rate(), 2);
+  EXPECT_EQ(server_.requests().size(), 1U);
+
+  ASSERT_TRUE(runMainLoopUntil([&] { return item->isPlaybackLikelyToKeepUp(); }, kTwentySeconds));
+  EXPECT_FALSE(item->isPlaybackBufferEmpty());
+  EXPECT_TRUE(item->isPlaybackBufferFull());
+  ranges = item->loadedTimeRanges();
+  ASSERT_EQ(ranges.size(), 1U);
+  EXPECT_EQ(ranges[0], CMTimeRangeMake(kCMTimeZero, item->duration()));
+  EXPECT_TRUE(runMainLoopUntil([&] { return player->currentTime() > place; }, kTwentySeconds));
+}
+
+TEST_F(RemoteAssetTest, TellsWhileItIsPausedThatMoreHasCome) {
+  auto reply = replyWith("h264_30.mp4");
+  reply.pieceSize = reply.body.size() / 2;
+  reply.pieceDelay = std::chrono::milliseconds(2500);
+  server_.on("/slow.mp4", {reply});
+  const auto asset = assetAt("/slow.mp4");
+  ASSERT_FALSE(load(*asset));
+  const auto player = playerOf(asset);
+  const auto item = player->currentItem();
+  player->setRate(4);
+  ASSERT_TRUE(runMainLoopUntil(
+      [&] { return item->isPlaybackBufferEmpty() && player->currentTime() > CMTimeMake(1, 1); },
+      kTwentySeconds));
+  player->setRate(0);
+  ASSERT_TRUE(runMainLoopUntil([&] { return item->isPlaybackLikelyToKeepUp(); }, kTwentySeconds));
+  EXPECT_FALSE(item->isPlaybackBufferEmpty());
+}
+
 TEST_F(RemoteAssetTest, WhoReadsTheSameAddressAtATimeSharesWhatCame) {
   server_.on("/clip.mp4", {replyWith("h264_30.mp4")});
   const auto one = assetAt("/clip.mp4"), other = assetAt("/clip.mp4");

@@ -96,11 +96,15 @@ TEST_F(SharedResourcesTest, AsksAtOnceWhereTheServerWantsThat) {
 }
 
 TEST_F(SharedResourcesTest, DropsBytesThatTheServerHasOthersFor) {
-  server.on("/clip", {good(), other()});
+  FaultReply slow = other();
+  slow.pieceSize = 100'000;
+  slow.pieceDelay = std::chrono::milliseconds(100);
+  server.on("/clip", {good(), slow});
   readAll("/clip");
   time.leap(300 * kNanosecondsPerSecond);
   const auto again = at("/clip");
   EXPECT_TRUE(areBytes(bring(*again, 0, 1000), std::string(1000, 'o')));
+  EXPECT_EQ(held(*again, 190'000, 10).find_first_not_of('o'), std::string::npos);
   EXPECT_TRUE(areBytes(bringAll(*again), std::string(200'000, 'o'))) << errorOf(*again);
   EXPECT_EQ(again->size(), 200'000);
   EXPECT_EQ(server.requests().size(), 2U);
