@@ -19,6 +19,8 @@ namespace {
 
 /// Bytes that come sooner than the answer to another request.
 constexpr int64_t kWorthReading = int64_t{128} * 1024;
+/// What a preload asks for at a time.
+constexpr int64_t kPreloadPiece = int64_t{512} * 1024;
 
 bool mayPass(const NSError& error) {
   switch (error.code()) {
@@ -38,9 +40,10 @@ bool mayPass(const NSError& error) {
 
 /// A range of bytes that somebody waits for, and whom to tell.
 struct HttpResource::AwaitedRange {
-  AwaitedRange(int64_t from, int64_t until, std::function<void()> call)
-      : begin(from), end(until), handler(std::move(call)) {}
+  AwaitedRange(Use to, int64_t from, int64_t until, std::function<void()> call)
+      : use(to), begin(from), end(until), handler(std::move(call)) {}
 
+  const Use use;
   const int64_t begin, end;
   media::WantHandler handler;
 };
@@ -50,15 +53,23 @@ struct HttpResource::AwaitedRange {
 /// the other.
 class HttpResource::Core final : public ByteBudget::Holder,
                                  public HttpDownload::Sink,
+                                 public PreloadGate::Guest,
                                  public std::enable_shared_from_this<Core> {
  public:
   Core(URL address, HttpOptions options, HttpClient& client, const ByteBudget& budget)
       : client_(client),
+        gate_(client.preloadGate()),
         name_(address->absoluteString()),
         memory_(budget),
         place_(std::move(address), std::move(options)) {}
 
-  [[nodiscard]] int64_t readHeld(int64_t offset, std::span<uint8_t> bytes);
+  ~Core() override {
+    if (isReaderWaiting_) gate_->open();
+  }
+
+  [[nodiscard]] int64_t readHeld(Use use, int64_t offset, std::span<uint8_t> bytes);
+  void beginPreload();
+  void endPreload();
   void add(const std::shared_ptr<AwaitedRange>& range);
   void remove(const std::shared_ptr<AwaitedRange>& range);
   void close();
@@ -90,6 +101,7 @@ class HttpResource::Core final : public ByteBudget::Holder,
   bool didReceive(int64_t offset, std::span<const uint8_t> bytes) override;
   void didChange() override;
   void didEnd(const NSErrorPtr& error) override;
+  void gateOpened() override;
 
   void planSoonWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   void plan();
@@ -97,6 +109,12 @@ class HttpResource::Core final : public ByteBudget::Holder,
   [[nodiscard]] Aim aimInDoubtWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] Aim aimAheadWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] Aim startWhileLocked(int64_t offset) ZAFFO_REQUIRES(stateMutex_);
+  void noteWaitingWhileLocked() ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] bool isReadWhileLocked() const ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] bool preloadsWhileLocked() const ZAFFO_REQUIRES(stateMutex_) {
+    return preloads_ > 0 && !readsAhead_ && !isReadWhileLocked();
+  }
+  [[nodiscard]] const AwaitedRange& firstAwaitedWhileLocked() const ZAFFO_REQUIRES(stateMutex_);
   void learnWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] bool takeWhileLocked(int64_t offset, std::span<const uint8_t> bytes)
       ZAFFO_REQUIRES(stateMutex_);
@@ -107,9 +125,12 @@ class HttpResource::Core final : public ByteBudget::Holder,
       ZAFFO_REQUIRES(stateMutex_) {
     return size_ ? std::min(range.end, std::max(range.begin, *size_)) : range.end;
   }
-  [[nodiscard]] int64_t aheadWhileLocked() const ZAFFO_REQUIRES(stateMutex_) { return bound_ / 2; }
+  [[nodiscard]] int64_t aheadWhileLocked() const ZAFFO_REQUIRES(stateMutex_) {
+    return preloadsWhileLocked() ? std::min(bound_ / 2, kPreloadPiece) : bound_ / 2;
+  }
 
   HttpClient& client_;
+  const std::shared_ptr<PreloadGate> gate_;
   const std::string name_;
 
   mutable Mutex stateMutex_;
@@ -122,7 +143,10 @@ class HttpResource::Core final : public ByteBudget::Holder,
   Freshness freshness_ ZAFFO_GUARDED_BY(stateMutex_);
   ByteBudget::Count memory_;  // set with the mutex held
   bool wasKept_ ZAFFO_GUARDED_BY(stateMutex_) = false;
+  int64_t keptUntil_ ZAFFO_GUARDED_BY(stateMutex_) = 0;   // from the beginning, without a gap
   bool isInDoubt_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // the bytes that are held
+  int preloads_ ZAFFO_GUARDED_BY(stateMutex_) = 0;
+  bool isReaderWaiting_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // as the gate knows
   bool isPlanned_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   bool readsAhead_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   bool isPaused_ ZAFFO_GUARDED_BY(stateMutex_) = false;
@@ -135,15 +159,16 @@ class HttpResource::Core final : public ByteBudget::Holder,
   bool asksInDoubt_ = false;  // the download, until there is an answer
 };
 
-int64_t HttpResource::Core::readHeld(int64_t offset, std::span<uint8_t> bytes) {
+int64_t HttpResource::Core::readHeld(Use use, int64_t offset, std::span<uint8_t> bytes) {
   if (offset < 0) return -EINVAL;
   MutexLock lock(stateMutex_);
   if (isInDoubt_) return error_ ? -EIO : -EAGAIN;
   if (bytes.empty() || (size_ && offset >= *size_)) return 0;
   const int64_t count = store_.read(offset, bytes);
   if (count == 0) return error_ ? -EIO : -EAGAIN;
+  if (use == Use::Preload && readsAhead_) return count;
   front_ = offset + count;
-  if (!readsOnWhileLocked()) return count;
+  if (use == Use::Preload || !readsOnWhileLocked()) return count;
   readsAhead_ = true;
   planSoonWhileLocked();
   return count;
@@ -165,7 +190,8 @@ media::ByteSource::Ahead HttpResource::Core::ahead() const {
 bool HttpResource::Core::readsOnWhileLocked() const {
   if (!readsAhead_ && !wasKept_) return false;
   if (readsAhead_ && !isPaused_ && !isOver_) return false;
-  const int64_t least = readsAhead_ ? aheadWhileLocked() / 2 : kWorthReading;
+  const int64_t least =
+      readsAhead_ ? aheadWhileLocked() / 2 : std::min(kWorthReading, keptUntil_ / 4);
   const int64_t limit = size_ ? std::min(front_ + least, *size_) : front_ + least;
   return store_.firstMissing(front_, limit) < limit;
 }
@@ -174,9 +200,10 @@ void HttpResource::Core::add(const std::shared_ptr<AwaitedRange>& range) {
   MutexLock lock(stateMutex_);
   store_.pin(range->begin, range->end);
   awaited_.push_back(range);
-  front_ = range->begin;
-  readsAhead_ = true;
+  if (range->use == Use::Read || !readsAhead_) front_ = range->begin;
+  if (range->use == Use::Read) readsAhead_ = true;
   if (error_ && mayPass(*error_)) error_ = nullptr;
+  noteWaitingWhileLocked();
   planSoonWhileLocked();
 }
 
@@ -184,15 +211,47 @@ void HttpResource::Core::remove(const std::shared_ptr<AwaitedRange>& range) {
   range->handler.cancel();
   MutexLock lock(stateMutex_);
   store_.unpin(range->begin, range->end);
-  const bool wasAwaited = awaited_.remove(range) > 0;
-  if (!wasAwaited || !awaited_.empty()) return;
-  readsAhead_ = false;
+  if (awaited_.remove(range) == 0) return;
+  noteWaitingWhileLocked();
+  if (isReadWhileLocked()) return;
+  if (range->use == Use::Read) readsAhead_ = false;
   planSoonWhileLocked();
+}
+
+void HttpResource::Core::beginPreload() {
+  gate_->add(weak_from_this());
+  MutexLock lock(stateMutex_);
+  ++preloads_;
+}
+
+void HttpResource::Core::endPreload() {
+  gate_->remove(*this);
+  MutexLock lock(stateMutex_);
+  --preloads_;
+  planSoonWhileLocked();
+}
+
+void HttpResource::Core::gateOpened() {
+  MutexLock lock(stateMutex_);
+  planSoonWhileLocked();
+}
+
+/// Whether somebody who reads waits.
+bool HttpResource::Core::isReadWhileLocked() const {
+  return std::ranges::any_of(awaited_, [](const auto& range) { return range->use == Use::Read; });
+}
+
+/// Closes the gate for as long as that is so.
+void HttpResource::Core::noteWaitingWhileLocked() {
+  const bool waits = !isClosed_ && isReadWhileLocked();
+  if (waits == std::exchange(isReaderWaiting_, waits)) return;
+  waits ? gate_->close() : gate_->open();
 }
 
 void HttpResource::Core::close() {
   MutexLock lock(stateMutex_);
   isClosed_ = true;
+  noteWaitingWhileLocked();
   store_.clear();
   memory_.set(0);
   planSoonWhileLocked();
@@ -201,6 +260,7 @@ void HttpResource::Core::close() {
 void HttpResource::Core::rest() {
   MutexLock lock(stateMutex_);
   isClosed_ = true;
+  noteWaitingWhileLocked();
   readsAhead_ = false;
   planSoonWhileLocked();
 }
@@ -208,7 +268,9 @@ void HttpResource::Core::rest() {
 void HttpResource::Core::wake() {
   MutexLock lock(stateMutex_);
   isClosed_ = false;
+  noteWaitingWhileLocked();
   wasKept_ = true;
+  keptUntil_ = store_.firstMissing(0, std::numeric_limits<int64_t>::max());
   front_ = 0;
   if (!freshness_.isFresh(TimeSource::now())) isInDoubt_ = true;
 }
@@ -243,6 +305,7 @@ void HttpResource::Core::plan() {
     }
     std::erase_if(awaited_, [this](const auto& range)
                                 ZAFFO_REQUIRES(stateMutex_) { return isMetWhileLocked(*range); });
+    noteWaitingWhileLocked();
     aim = aimWhileLocked();
     if (aim.kind != Aim::Kind::Nothing) isPaused_ = false;
   }
@@ -258,9 +321,11 @@ void HttpResource::Core::plan() {
 
 HttpResource::Core::Aim HttpResource::Core::aimWhileLocked() {
   if (isClosed_ || error_) return {Aim::Kind::Stop, 0, {}};
+  // What is under way finds its bytes refused, and goes on when the gate opens.
+  if (preloadsWhileLocked() && !gate_->isOpen()) return {};
   if (isInDoubt_) return aimInDoubtWhileLocked();
   if (awaited_.empty()) return aimAheadWhileLocked();
-  const AwaitedRange& range = *awaited_.front();
+  const AwaitedRange& range = firstAwaitedWhileLocked();
   const int64_t missing = store_.firstMissing(range.begin, endOfWhileLocked(range));
   if (!download_) return startWhileLocked(missing);
   const int64_t position = download_->position();
@@ -277,6 +342,8 @@ HttpResource::Core::Aim HttpResource::Core::aimInDoubtWhileLocked() {
 }
 
 HttpResource::Core::Aim HttpResource::Core::aimAheadWhileLocked() {
+  // A piece is brought to its end: the next one then comes on the same connection.
+  if (preloadsWhileLocked()) return {isPaused_ ? Aim::Kind::GoOn : Aim::Kind::Nothing, 0, {}};
   if (!readsAhead_) return {Aim::Kind::Stop, 0, {}};
   const int64_t limit = front_ + aheadWhileLocked();
   const int64_t missing = store_.firstMissing(front_, limit);
@@ -287,7 +354,18 @@ HttpResource::Core::Aim HttpResource::Core::aimAheadWhileLocked() {
 
 HttpResource::Core::Aim HttpResource::Core::startWhileLocked(int64_t offset) {
   if (!place_.representation.servesRanges()) return {Aim::Kind::Start, 0, {}};
-  return {Aim::Kind::Start, offset, store_.firstHeld(offset)};
+  auto end = store_.firstHeld(offset);
+  if (preloadsWhileLocked()) {
+    end = std::min(end.value_or(offset + kPreloadPiece), offset + kPreloadPiece);
+  }
+  return {Aim::Kind::Start, offset, end};
+}
+
+/// That of one who reads, if there is one.
+const HttpResource::AwaitedRange& HttpResource::Core::firstAwaitedWhileLocked() const {
+  const auto read =
+      std::ranges::find_if(awaited_, [](const auto& range) { return range->use == Use::Read; });
+  return read == awaited_.end() ? *awaited_.front() : **read;
 }
 
 bool HttpResource::Core::isMetWhileLocked(const AwaitedRange& range) const {
@@ -328,7 +406,8 @@ void HttpResource::Core::didChange() {
 
 bool HttpResource::Core::takeWhileLocked(int64_t offset, std::span<const uint8_t> bytes) {
   learnWhileLocked();
-  isPaused_ = !isWantedWhileLocked(offset) && offset >= front_ + aheadWhileLocked();
+  isPaused_ = (preloadsWhileLocked() && !gate_->isOpen()) ||
+              (!isWantedWhileLocked(offset) && offset >= front_ + aheadWhileLocked());
   if (isPaused_) return false;
   if (!store_.write(offset, bytes)) {
     error_ = makePosixError(AVErrorUnknown, "Memory is short.", ENOMEM);
@@ -387,16 +466,39 @@ bool HttpResource::isWorthKeeping() const {
 }
 
 int64_t HttpResource::readHeld(int64_t offset, std::span<uint8_t> bytes) {
-  return core_->readHeld(offset, bytes);
+  return core_->readHeld(Use::Read, offset, bytes);
+}
+
+int64_t HttpResource::readToPreload(int64_t offset, std::span<uint8_t> bytes) {
+  return core_->readHeld(Use::Preload, offset, bytes);
+}
+
+void HttpResource::beginPreload() {
+  core_->beginPreload();
+}
+
+void HttpResource::endPreload() {
+  core_->endPreload();
 }
 
 std::unique_ptr<media::ByteSource::Want> HttpResource::want(int64_t offset, int64_t count,
                                                             std::function<void()> handler) {
+  return wantFor(Use::Read, offset, count, std::move(handler));
+}
+
+std::unique_ptr<media::ByteSource::Want> HttpResource::wantToPreload(
+    int64_t offset, int64_t count, std::function<void()> handler) {
+  return wantFor(Use::Preload, offset, count, std::move(handler));
+}
+
+std::unique_ptr<media::ByteSource::Want> HttpResource::wantFor(Use use, int64_t offset,
+                                                               int64_t count,
+                                                               std::function<void()> handler) {
   const int64_t begin = std::max<int64_t>(offset, 0);
   const int64_t most = std::numeric_limits<int64_t>::max() - begin;
   const int64_t end = begin + std::clamp<int64_t>(count, 0, most);
-  return std::make_unique<HeldWant>(core_,
-                                    std::make_shared<AwaitedRange>(begin, end, std::move(handler)));
+  return std::make_unique<HeldWant>(
+      core_, std::make_shared<AwaitedRange>(use, begin, end, std::move(handler)));
 }
 
 std::optional<int64_t> HttpResource::size() const {

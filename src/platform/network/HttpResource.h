@@ -35,6 +35,14 @@ class HttpResource final : public media::ByteSource {
   [[nodiscard]] NSErrorPtr error() const override;
   [[nodiscard]] const std::string& name() const override;
 
+  // For PreloadBytes: bytes that nobody reads yet. They come in pieces, not ahead of what is
+  // wanted, and only while nobody else waits. Each beginPreload() has its endPreload().
+  void beginPreload();
+  void endPreload();
+  [[nodiscard]] int64_t readToPreload(int64_t offset, std::span<uint8_t> bytes);
+  [[nodiscard]] std::unique_ptr<Want> wantToPreload(int64_t offset, int64_t count,
+                                                    std::function<void()> handler);
+
   /// Nobody reads any more: ends the traffic and leaves the budget's shares to others, and keeps
   /// the bytes, which stay counted.
   void rest();
@@ -46,9 +54,13 @@ class HttpResource final : public media::ByteSource {
   [[nodiscard]] bool isWorthKeeping() const;
 
  private:
+  enum class Use { Read, Preload };
   struct AwaitedRange;
   class Core;
   class HeldWant;
+
+  [[nodiscard]] std::unique_ptr<Want> wantFor(Use use, int64_t offset, int64_t count,
+                                              std::function<void()> handler);
 
   std::shared_ptr<Core> core_;
   ByteBudget& budget_;

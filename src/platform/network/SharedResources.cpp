@@ -42,6 +42,11 @@ class SharedResources::Shelf final : public ByteBudget::Keeper,
     while (!kept_.empty() && budget_.counted() > budget_.total()) kept_.pop_front();
   }
 
+  bool keeps(const std::string& key) const {
+    MutexLock lock(shelfMutex_);
+    return std::ranges::find(kept_, key, &Kept::key) != kept_.end();
+  }
+
   std::size_t keptCount() const {
     MutexLock lock(shelfMutex_);
     return kept_.size();
@@ -103,6 +108,10 @@ SharedResources::~SharedResources() = default;
 
 std::shared_ptr<HttpResource> SharedResources::at(const URL& address) {
   return shelf_->at(address);
+}
+
+bool SharedResources::keeps(const URL& address) const {
+  return shelf_->keeps(address->absoluteString());
 }
 
 std::size_t SharedResources::keptCount() const {

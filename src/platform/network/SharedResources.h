@@ -28,7 +28,9 @@ class SharedResources {
 
   [[nodiscard]] std::shared_ptr<HttpResource> at(const URL& address);
 
-  /// Resources that are kept without a reader.
+  /// Whether the bytes of an address are kept without a reader.
+  [[nodiscard]] bool keeps(const URL& address) const;
+  /// How many are.
   [[nodiscard]] std::size_t keptCount() const;
   /// Lets go of all of those.
   void forgetKept();

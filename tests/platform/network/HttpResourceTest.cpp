@@ -488,6 +488,21 @@ TEST_F(TrafficTest, RunsAheadNoFurtherThanTheBoundAllows) {
   EXPECT_EQ(server.requests().size(), 1U);
 }
 
+TEST_F(TrafficTest, OfOneResourceKeepsThatOfAnotherWaitingNowhere) {
+  FaultReply stalled = good();
+  stalled.stallsAfter = 1000;
+  server.on("/one", {stalled});
+  server.on("/other", {stalled});
+  std::vector<std::unique_ptr<HttpResource>> clips;
+  std::vector<std::unique_ptr<media::ByteSource::Want>> wants;
+  for (const char* path : {"/one", "/other"}) {
+    clips.push_back(std::make_unique<HttpResource>(NSURL::URLWithString(server.address(path)),
+                                                   quickOptions(), HttpClient::shared(), budget));
+    wants.push_back(clips.back()->want(0, 2000, [] {}));
+  }
+  EXPECT_TRUE(server.waitForRequests(2));
+}
+
 TEST_F(TrafficTest, OfManyResourcesHasOneThread) {
   server.on("/clip", {slow()});
   std::vector<std::unique_ptr<HttpResource>> clips;

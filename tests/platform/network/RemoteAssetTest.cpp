@@ -3,6 +3,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -13,6 +14,7 @@
 #include "platform/TimeSource.h"
 #include "platform/avfoundation/AVAssetImageGenerator.h"
 #include "platform/avfoundation/AVPlayer.h"
+#include "platform/avfoundation/NetworkPreloader.h"
 #include "platform/media/playback/VideoOutput.h"
 #include "platform/network/SharedResources.h"
 
@@ -37,6 +39,13 @@ class RemoteAssetTest : public testing::Test {
 
   std::shared_ptr<AVAsset> assetAt(const std::string& path) {
     return AVAsset::assetWithURL(NSURL::URLWithString(server_.address(path)));
+  }
+
+  /// Waits until the bytes have no reader left, and are kept.
+  bool isKept(const std::string& path) {
+    const auto url = NSURL::URLWithString(server_.address(path));
+    return runMainLoopUntil([&] { return network::SharedResources::shared().keeps(url); },
+                            kTwentySeconds);
   }
 
   /// Loads the tracks; the error of that, or null.
@@ -188,13 +197,103 @@ TEST_F(RemoteAssetTest, AClipThatIsTurnedBackToIsNotFetchedAgain) {
   EXPECT_FALSE(playTo(*player, 60, 2).empty());
   player.reset();
   asset.reset();
-  ASSERT_TRUE(runMainLoopUntil([] { return network::SharedResources::shared().keptCount() == 1; },
-                               kTwentySeconds));
+  ASSERT_TRUE(isKept("/clip.mp4"));
   asset = assetAt("/clip.mp4");
   ASSERT_FALSE(load(*asset));
   EXPECT_EQ(asset->tracks().size(), 2U);
   EXPECT_GT(playTo(*playerOf(asset), 60, 2).size(), 20U);
   EXPECT_EQ(server_.requests().size(), 1U);
+}
+
+TEST_F(RemoteAssetTest, APreloadedClipShowsItsFirstPictureWithoutARequest) {
+  auto reply = replyWith("h264_30.mp4");
+  // A box of 2 MiB that nobody needs.
+  reply.body += std::string("\0\x20\0\0free", 8) + std::string((2 << 20) - 8, '\0');
+  server_.on("/clip.mp4", {reply});
+  std::optional<NSErrorPtr> done;
+  const auto url = NSURL::URLWithString(server_.address("/clip.mp4"));
+  NetworkPreloader::shared().preload(url, 1, 0, [&](const NSErrorPtr& error) { done = error; });
+  ASSERT_TRUE(runMainLoopUntil([&] { return done.has_value(); }, kTwentySeconds));
+  EXPECT_FALSE(*done) << (*done)->localizedDescription();
+  ASSERT_TRUE(isKept("/clip.mp4"));
+  const auto requests = server_.requests().size();
+  EXPECT_LT(server_.bytesSent(), 700'000);
+
+  const auto asset = assetAt("/clip.mp4");
+  ASSERT_FALSE(load(*asset));
+  const auto player = playerOf(asset);
+  EXPECT_TRUE(runMainLoopUntil(
+      [&] {
+        const auto picture = player->videoOutput()->pictureAtHostTime(TimeSource::now());
+        return test::frameNumber(picture.buffer) == 0;
+      },
+      kTwentySeconds));
+  EXPECT_EQ(server_.requests().size(), requests);
+}
+
+TEST_F(RemoteAssetTest, ACancelledPreloadStopsItsTrafficAtOnceAndTellsNobody) {
+  auto reply = replyWith("h264_30.mp4");
+  reply.stallsAfter = 1000;
+  server_.on("/stalled.mp4", {reply});
+  server_.on("/clip.mp4", {replyWith("h264_30.mp4")});
+  const auto url = NSURL::URLWithString(server_.address("/stalled.mp4"));
+  bool isTold = false, isOtherTold = false;
+  auto& preloader = NetworkPreloader::shared();
+  preloader.preload(url, 1, 0, [&](const NSErrorPtr&) { isTold = true; });
+  ASSERT_TRUE(server_.waitForRequests(1));
+  preloader.cancel(url);
+  EXPECT_TRUE(server_.waitForLeaver());
+  const auto other = NSURL::URLWithString(server_.address("/clip.mp4"));
+  preloader.preload(other, 1, 0, [&](const NSErrorPtr&) { isOtherTold = true; });
+  EXPECT_TRUE(runMainLoopUntil([&] { return isOtherTold; }, kTwentySeconds));
+  EXPECT_FALSE(isTold);
+}
+
+TEST_F(RemoteAssetTest, PreloadsComeByPriorityTwoAtATime) {
+  auto stalled = replyWith("h264_30.mp4");
+  stalled.stallsAfter = 1000;
+  const auto urlOf = [&](const std::string& path) {
+    return NSURL::URLWithString(server_.address(path));
+  };
+  for (const char* path : {"/a", "/b", "/c"}) server_.on(path, {stalled});
+  auto& preloader = NetworkPreloader::shared();
+  preloader.preload(urlOf("/a"), 1, 1);
+  preloader.preload(urlOf("/b"), 1, 0);
+  ASSERT_TRUE(server_.waitForRequests(2));
+  preloader.preload(urlOf("/c"), 1, 2);
+  EXPECT_TRUE(server_.waitForLeaver()) << "/b gives way";
+  EXPECT_TRUE(server_.waitForRequests(3));
+  preloader.cancel(urlOf("/a"));
+  EXPECT_TRUE(server_.waitForRequests(4)) << "/b comes again";
+  EXPECT_EQ(server_.requests().back().path, "/b");
+  for (const char* path : {"/b", "/c"}) preloader.cancel(urlOf(path));
+}
+
+TEST_F(RemoteAssetTest, APreloadPausesBesideAPageThatWaits) {
+  auto late = replyWith("h264_30.mp4");
+  late.headDelay = std::chrono::milliseconds(400);
+  late.pieceSize = 10'000;
+  server_.on("/page.mp4", {late});
+  server_.on("/clip.mp4", {replyWith("h264_30.mp4")});
+  const auto asset = assetAt("/page.mp4");
+  asset->loadValuesAsynchronouslyForKeys({"tracks"}, [] {});
+  ASSERT_TRUE(server_.waitForRequests(1));
+  std::optional<NSErrorPtr> done;
+  NetworkPreloader::shared().preload(NSURL::URLWithString(server_.address("/clip.mp4")), 1, 0,
+                                     [&](const NSErrorPtr& error) { done = error; });
+  ASSERT_TRUE(server_.waitForRequests(2));
+  EXPECT_GT(server_.bytesSent(), 0) << "of the page, which comes first";
+  ASSERT_TRUE(runMainLoopUntil([&] { return done.has_value(); }, kTwentySeconds));
+  EXPECT_FALSE(*done);
+}
+
+TEST_F(RemoteAssetTest, APreloadSaysWhyItFailed) {
+  std::optional<NSErrorPtr> done;
+  NetworkPreloader::shared().preload(NSURL::URLWithString(server_.address("/none.mp4")), 1, 0,
+                                     [&](const NSErrorPtr& error) { done = error; });
+  ASSERT_TRUE(runMainLoopUntil([&] { return done.has_value(); }, kTwentySeconds));
+  ASSERT_TRUE(*done);
+  EXPECT_EQ((*done)->localizedDescription(), "\"none.mp4\" does not exist (404).");
 }
 
 TEST_F(RemoteAssetTest, SaysWhatTheServerSaid) {
