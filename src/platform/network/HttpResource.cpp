@@ -212,7 +212,6 @@ void HttpResource::Core::remove(const std::shared_ptr<AwaitedRange>& range) {
   MutexLock lock(stateMutex_);
   store_.unpin(range->begin, range->end);
   if (awaited_.remove(range) == 0) return;
-  noteWaitingWhileLocked();
   if (isReadWhileLocked()) return;
   if (range->use == Use::Read) readsAhead_ = false;
   planSoonWhileLocked();
@@ -251,7 +250,6 @@ void HttpResource::Core::noteWaitingWhileLocked() {
 void HttpResource::Core::close() {
   MutexLock lock(stateMutex_);
   isClosed_ = true;
-  noteWaitingWhileLocked();
   store_.clear();
   memory_.set(0);
   planSoonWhileLocked();
@@ -260,7 +258,6 @@ void HttpResource::Core::close() {
 void HttpResource::Core::rest() {
   MutexLock lock(stateMutex_);
   isClosed_ = true;
-  noteWaitingWhileLocked();
   readsAhead_ = false;
   planSoonWhileLocked();
 }
@@ -268,7 +265,6 @@ void HttpResource::Core::rest() {
 void HttpResource::Core::wake() {
   MutexLock lock(stateMutex_);
   isClosed_ = false;
-  noteWaitingWhileLocked();
   wasKept_ = true;
   keptUntil_ = store_.firstMissing(0, std::numeric_limits<int64_t>::max());
   front_ = 0;
