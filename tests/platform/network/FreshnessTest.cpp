@@ -23,13 +23,10 @@ Freshness after(const std::string& lines) {
   return freshness;
 }
 
-/// Seconds for which it is fresh, as far as whole ones tell.
-int64_t secondsOf(const Freshness& freshness) {
-  for (const int64_t seconds : {0, 7, 53, 60, 300, 3600}) {
-    if (!freshness.isFresh(kNow + seconds * kSecond)) return seconds;
-    if (!freshness.isFresh(kNow + (seconds + 1) * kSecond)) return seconds + 1;
-  }
-  return -1;
+/// Whether it is fresh for so many seconds, and not for longer.
+bool lasts(const Freshness& freshness, int64_t seconds) {
+  const bool isFresh = seconds == 0 || freshness.isFresh(kNow + seconds * kSecond - 1);
+  return isFresh && !freshness.isFresh(kNow + seconds * kSecond);
 }
 
 TEST(FreshnessTest, IsNoneBeforeAnAnswer) {
@@ -39,16 +36,15 @@ TEST(FreshnessTest, IsNoneBeforeAnAnswer) {
 
 TEST(FreshnessTest, IsFiveMinutesUnlessTheServerSaysOtherwise) {
   EXPECT_TRUE(after("").mayKeep());
-  EXPECT_TRUE(after("").isFresh(kNow + 299 * kSecond));
-  EXPECT_FALSE(after("").isFresh(kNow + 300 * kSecond));
-  EXPECT_FALSE(after("Cache-Control: private, max-age=x").isFresh(kNow + 300 * kSecond));
+  EXPECT_TRUE(lasts(after(""), 300));
+  EXPECT_TRUE(lasts(after("Cache-Control: private, max-age=x"), 300));
 }
 
 TEST(FreshnessTest, IsWhatTheServerSaysLessTheTimeInCaches) {
-  EXPECT_EQ(secondsOf(after("Cache-Control: public, Max-Age=60")), 60);
-  EXPECT_EQ(secondsOf(after("Cache-Control: max-age=\"60\"")), 60);
-  EXPECT_EQ(secondsOf(after("Cache-Control: max-age=60\nAge: 53")), 7);
-  EXPECT_EQ(secondsOf(after("Cache-Control: max-age=60\nAge: 99")), 0);
+  EXPECT_TRUE(lasts(after("Cache-Control: public, Max-Age=60"), 60));
+  EXPECT_TRUE(lasts(after("Cache-Control: max-age=\"60\""), 60));
+  EXPECT_TRUE(lasts(after("Cache-Control: max-age=60\nAge: 53"), 7));
+  EXPECT_TRUE(lasts(after("Cache-Control: max-age=60\nAge: 99"), 0));
   EXPECT_TRUE(after("Cache-Control: max-age=9223372036854775807").isFresh(kNow + 3600 * kSecond));
 }
 

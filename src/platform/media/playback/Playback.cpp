@@ -137,7 +137,7 @@ void Playback::continueSeek() {
       case Outcome::Working:
         break;
       case Outcome::Again:
-        want_ = Want::Pressing;
+        lack_ = Lack::Pressing;
         return;
       case Outcome::Ready:
         return finishSeek();
@@ -179,13 +179,13 @@ void Playback::settle() {
   const bool stands = state_ == PlaybackState::Ready || state_ == PlaybackState::Ended;
   if (!stands && state_ != PlaybackState::Running) return;
   if (stands && !sound_.prefill(clock_.timeAt(TimeSource::now()))) {
-    want_ = Want::Pressing;
+    lack_ = Lack::Pressing;
     return;
   }
   if (stands && sound_.failed() && !pictures_.exists()) {
     return fail(makeError(AVErrorDecodeFailed, "The sound cannot be decoded."));
   }
-  want_ = Want::None;
+  lack_ = Lack::None;
   completePrerolls(true);
   if (state_ == PlaybackState::Running) return;
   if (rate_ > 0) return startRunning();
@@ -241,7 +241,7 @@ void Playback::changeRate() {
 }
 
 void Playback::pause() {
-  if (want_ == Want::Pressing) want_ = Want::Idle;
+  if (lack_ == Lack::Pressing) lack_ = Lack::Idle;
   enter(PlaybackState::Ready);
   clock_.stop(TimeSource::now());
   cancelTimer();
@@ -285,14 +285,14 @@ void Playback::goOn() {
   if (commands_.isSuperseded()) return;
   if (pictures_.isDry(now)) {
     if (pictures_.isBusy()) return post(&Playback::goOn);
-    want_ = Want::Pressing;
+    lack_ = Lack::Pressing;
     return;
   }
   if (!sound_.prefill(now)) {
-    want_ = Want::Pressing;
+    lack_ = Lack::Pressing;
     return;
   }
-  want_ = Want::None;
+  lack_ = Lack::None;
   completePrerolls(true);
   startRunning();
 }
