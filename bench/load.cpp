@@ -1,8 +1,8 @@
 // What players cost while they stand still and while they play, each in a process of its own:
 //   zaffo-bench-load floor-memory|floor-bytes|memory|paused COUNT CLIPS
 //   zaffo-bench-load floor-play|floor-play-picture|play|play-window COUNT SECONDS CLIPS
-// memory, paused, play and play-window stand for native players of plain items; fast- before them makes the
-// players fast, loop- the items looping, fast-loop- both. Prints one line of JSON.
+// memory, paused, play and play-window stand for native players of plain items; fast- before them
+// makes the players fast, loop- the items looping, fast-loop- both. Prints one line of JSON.
 
 #include <cmath>
 #include <cstdio>
