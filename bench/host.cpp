@@ -177,8 +177,14 @@ void standStill(int seconds) {
   const pid_t self = getpid(), child = fork();
   if (child < 0) std::exit(1);
   if (child == 0) {
+    sigset_t alarms;
+    sigemptyset(&alarms);
+    sigaddset(&alarms, SIGALRM);
+    sigprocmask(SIG_BLOCK, &alarms, nullptr);
     kill(self, SIGSTOP);
-    sleep(static_cast<unsigned>(seconds));
+    alarm(static_cast<unsigned>(seconds));
+    int rung = 0;
+    sigwait(&alarms, &rung);
     kill(self, SIGCONT);
     _exit(0);
   }

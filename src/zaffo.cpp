@@ -1,8 +1,10 @@
 #include "zaffo.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -38,6 +40,11 @@ struct zaffo_picture {
 };
 
 namespace {
+
+int pixels(double length) {
+  constexpr double kMost = std::numeric_limits<int>::max();
+  return static_cast<int>(std::lround(std::min(length, kMost)));
+}
 
 /// What `work` gives, or `otherwise` when it throws.
 template <class Result, class Work>
@@ -228,11 +235,11 @@ void zaffo_picture_release(zaffo_picture* picture) {
 }
 
 int zaffo_picture_width(const zaffo_picture* picture) {
-  return picture ? static_cast<int>(std::lround(picture->picture.naturalSize().width)) : 0;
+  return picture ? pixels(picture->picture.naturalSize().width) : 0;
 }
 
 int zaffo_picture_height(const zaffo_picture* picture) {
-  return picture ? static_cast<int>(std::lround(picture->picture.naturalSize().height)) : 0;
+  return picture ? pixels(picture->picture.naturalSize().height) : 0;
 }
 
 bool zaffo_picture_convert(const zaffo_picture* picture, uint8_t* bgra, int width, int height,

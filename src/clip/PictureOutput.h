@@ -48,7 +48,8 @@ class ZAFFO_EXPORT PictureOutput final : public std::enable_shared_from_this<Pic
   /// is another one than picture() gave last, or there is none any more; then not again until
   /// picture() has been called. Draw then, or later: what is due by then is what picture() gives.
   /// The callback may let go of anything, this output and the handle too. The handle is held
-  /// weakly; null gives an output that is detached.
+  /// weakly; null gives an output that is detached. Nothing is told when the pool takes the player
+  /// away.
   [[nodiscard]] static std::shared_ptr<PictureOutput> attach(
       const std::shared_ptr<PlayerDecorator>& handle, std::function<void()> pictureChanged);
   PictureOutput(Private, const std::shared_ptr<PlayerDecorator>& handle,

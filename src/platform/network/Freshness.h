@@ -16,6 +16,9 @@ class Freshness {
   /// The head of an answer that came at `now`.
   void learn(const HttpHead& head, int64_t now);
 
+  /// Later readers ask, whatever was learnt.
+  void expire() { end_ = 0; }
+
   /// False after "no-store", and before anything was learnt.
   [[nodiscard]] bool mayKeep() const { return mayKeep_; }
   [[nodiscard]] bool isFresh(int64_t now) const { return mayKeep_ && now < end_; }

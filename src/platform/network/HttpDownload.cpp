@@ -19,6 +19,10 @@ std::string nameOf(const NSURL& address) {
   return "\"" + (last.empty() || last == "/" ? address.host() : last) + "\"";
 }
 
+bool isPermanent(const HttpHead& redirect) {
+  return redirect.status() == 301 || redirect.status() == 308;
+}
+
 bool isGone(const NSError& error) {
   return error.code() == NSURLErrorFileDoesNotExist ||
          error.code() == NSURLErrorNoPermissionsToReadFile ||
@@ -32,6 +36,11 @@ RemotePlace::RemotePlace(URL at, HttpOptions with)
       options(std::move(with)),
       current(address),
       representation(nameOf(*address)) {}
+
+void RemotePlace::startOver() {
+  current = address;
+  isLedForNow = false;
+}
 
 HttpDownload::HttpDownload(HttpClient& client, RemotePlace& place, Sink& sink, int64_t offset,
                            std::optional<int64_t> end)
@@ -74,13 +83,16 @@ void HttpDownload::didReceiveHead(const HttpHead& head) {
   const bool isBody = verdict_.kind == Verdict::Kind::Body;
   if (isBody || verdict_.kind == Verdict::Kind::Same) {
     place_.freshness.learn(head, TimeSource::now());
+    if (place_.isLedForNow) place_.freshness.expire();
   }
+  if (verdict_.isAnother) sink_.didChange();
   if (isBody) {
-    if (verdict_.isAnother) sink_.didChange();
     position_ = verdict_.offset;
     redirects_ = 0;
+    if (!place_.representation.servesRanges()) end_.reset();
     return;
   }
+  if (verdict_.kind == Verdict::Kind::Redirect && !isPermanent(head)) place_.isLedForNow = true;
   // The body that comes with it is for browsers. What follows must not begin inside libcurl.
   exchange_.reset();
   NetworkLoop::shared().post([this, life = std::weak_ptr(life_)] {
@@ -121,7 +133,7 @@ void HttpDownload::goOn() {
   // Where a server leads is often good for a while only.
   const bool wasLedHere = place_.current != place_.address && redirects_ == 0;
   if (wasLedHere && isGone(*verdict_.error)) {
-    place_.current = place_.address;
+    place_.startOver();
     redirects_ = 1;
     return ask();
   }
@@ -148,7 +160,7 @@ void HttpDownload::bodyEnded() {
                      "The server \"" + place_.current->host() + "\" sent less than there is."),
         std::nullopt);
   }
-  if (!place_.representation.size()) place_.representation.learnSize(position_);
+  if (!end_ && !place_.representation.size()) place_.representation.learnSize(position_);
   sink_.didEnd(nullptr);
 }
 

@@ -31,9 +31,13 @@ struct HttpOptions {
 struct RemotePlace {
   RemotePlace(URL at, HttpOptions with);
 
+  /// Asks at the address itself the next time, wherever that leads then.
+  void startOver();
+
   const URL address;  ///< as the application has it
   const HttpOptions options;
   URL current;  ///< where the server led
+  bool isLedForNow = false;  ///< it may lead elsewhere another time
   Representation representation;
   Freshness freshness;  ///< of the last answer
 };
@@ -85,7 +89,7 @@ class HttpDownload final : private HttpListener {
   RemotePlace& place_;
   Sink& sink_;
   int64_t position_;
-  const std::optional<int64_t> end_;
+  std::optional<int64_t> end_;
   asio::steady_timer timer_;
   std::unique_ptr<HttpExchange> exchange_;
   Verdict verdict_;

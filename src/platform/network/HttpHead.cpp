@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 
 namespace zaffo::network {
 
@@ -128,7 +129,10 @@ CacheControl HttpHead::cacheControl() const {
 }
 
 int64_t HttpHead::age() const {
-  return number(field("age")).value_or(0);
+  const std::string& text = field("age");
+  const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+  // One beyond all bounds is very old.
+  return number(text).value_or(isNumber ? std::numeric_limits<int64_t>::max() : 0);
 }
 
 std::optional<int64_t> HttpHead::retryAfter(int64_t now) const {

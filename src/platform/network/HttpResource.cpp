@@ -21,6 +21,8 @@ namespace {
 constexpr int64_t kWorthReading = int64_t{128} * 1024;
 /// What a preload asks for at a time.
 constexpr int64_t kPreloadPiece = int64_t{512} * 1024;
+/// No file is that long: places may be added to without a thought.
+constexpr int64_t kFarthest = std::numeric_limits<int64_t>::max() / 2;
 
 bool mayPass(const NSError& error) {
   switch (error.code()) {
@@ -163,7 +165,7 @@ int64_t HttpResource::Core::readHeld(Use use, int64_t offset, std::span<uint8_t>
   if (offset < 0) return -EINVAL;
   MutexLock lock(stateMutex_);
   if (isInDoubt_) return error_ ? -EIO : -EAGAIN;
-  if (bytes.empty() || (size_ && offset >= *size_)) return 0;
+  if (bytes.empty() || offset > kFarthest || (size_ && offset >= *size_)) return 0;
   const int64_t count = store_.read(offset, bytes);
   if (count == 0) return error_ ? -EIO : -EAGAIN;
   if (use == Use::Preload && readsAhead_) return count;
@@ -218,15 +220,13 @@ void HttpResource::Core::remove(const std::shared_ptr<AwaitedRange>& range) {
 }
 
 void HttpResource::Core::beginPreload() {
-  gate_->add(weak_from_this());
   MutexLock lock(stateMutex_);
-  ++preloads_;
+  if (preloads_++ == 0) gate_->add(weak_from_this());
 }
 
 void HttpResource::Core::endPreload() {
-  gate_->remove(*this);
   MutexLock lock(stateMutex_);
-  --preloads_;
+  if (--preloads_ == 0) gate_->remove(*this);
   planSoonWhileLocked();
 }
 
@@ -259,6 +259,7 @@ void HttpResource::Core::rest() {
   MutexLock lock(stateMutex_);
   isClosed_ = true;
   readsAhead_ = false;
+  store_.wantFirst();
   planSoonWhileLocked();
 }
 
@@ -266,6 +267,7 @@ void HttpResource::Core::wake() {
   MutexLock lock(stateMutex_);
   isClosed_ = false;
   wasKept_ = true;
+  store_.wantFirst();
   keptUntil_ = store_.firstMissing(0, std::numeric_limits<int64_t>::max());
   front_ = 0;
   if (!freshness_.isFresh(TimeSource::now())) isInDoubt_ = true;
@@ -309,7 +311,10 @@ void HttpResource::Core::plan() {
   if (aim.kind == Aim::Kind::GoOn) download_->resume();
   if (aim.kind == Aim::Kind::Start) {
     asksInDoubt_ = aim.isInDoubt;
-    if (aim.isInDoubt) place_.representation.doubt();
+    if (aim.isInDoubt) {
+      place_.representation.doubt();
+      place_.startOver();
+    }
     download_ = std::make_unique<HttpDownload>(client_, place_, *this, aim.offset, aim.end);
   }
   for (const auto& range : met) range->handler.call();
@@ -398,6 +403,7 @@ bool HttpResource::Core::didReceive(int64_t offset, std::span<const uint8_t> byt
 void HttpResource::Core::didChange() {
   MutexLock lock(stateMutex_);
   store_.clear();
+  memory_.set(store_.memory());
 }
 
 bool HttpResource::Core::takeWhileLocked(int64_t offset, std::span<const uint8_t> bytes) {
@@ -405,6 +411,7 @@ bool HttpResource::Core::takeWhileLocked(int64_t offset, std::span<const uint8_t
   isPaused_ = (preloadsWhileLocked() && !gate_->isOpen()) ||
               (!isWantedWhileLocked(offset) && offset >= front_ + aheadWhileLocked());
   if (isPaused_) return false;
+  if (preloadsWhileLocked()) store_.wantFirst();
   if (!store_.write(offset, bytes)) {
     error_ = makePosixError(AVErrorUnknown, "Memory is short.", ENOMEM);
   }
@@ -490,9 +497,8 @@ std::unique_ptr<media::ByteSource::Want> HttpResource::wantToPreload(
 std::unique_ptr<media::ByteSource::Want> HttpResource::wantFor(Use use, int64_t offset,
                                                                int64_t count,
                                                                std::function<void()> handler) {
-  const int64_t begin = std::max<int64_t>(offset, 0);
-  const int64_t most = std::numeric_limits<int64_t>::max() - begin;
-  const int64_t end = begin + std::clamp<int64_t>(count, 0, most);
+  const int64_t begin = std::clamp<int64_t>(offset, 0, kFarthest);
+  const int64_t end = begin + std::clamp<int64_t>(count, 0, kFarthest - begin);
   return std::make_unique<HeldWant>(
       core_, std::make_shared<AwaitedRange>(use, begin, end, std::move(handler)));
 }

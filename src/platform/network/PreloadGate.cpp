@@ -28,9 +28,10 @@ void PreloadGate::add(std::weak_ptr<Guest> guest) {
 }
 
 void PreloadGate::remove(const Guest& guest) {
+  std::vector<std::shared_ptr<Guest>> others;  // one that ends here does so without the lock
   MutexLock lock(gateMutex_);
   std::erase_if(guests_, [&](const auto& held) {
-    const auto other = held.lock();
+    const auto other = others.emplace_back(held.lock());
     return !other || other.get() == &guest;
   });
 }

@@ -88,6 +88,12 @@ void RangeStore::unpin(int64_t offset, int64_t end) {
   trim(-1);
 }
 
+void RangeStore::wantFirst() {
+  for (auto block = blocks_.rbegin(); block != blocks_.rend(); ++block) {
+    block->second.used = ++uses_;
+  }
+}
+
 void RangeStore::setBound(int64_t bound) {
   bound_ = bound;
   trim(-1);

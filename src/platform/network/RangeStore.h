@@ -34,6 +34,8 @@ class RangeStore {
   void pin(int64_t offset, int64_t end) { pins_.emplace(offset, end); }
   void unpin(int64_t offset, int64_t end);
 
+  /// Who reads next begins at the first byte: what lies farther on goes first.
+  void wantFirst();
   /// Drops all bytes; pins stay.
   void clear() { blocks_.clear(); }
   /// Drops what exceeds the new bound at once.

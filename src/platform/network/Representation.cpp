@@ -1,5 +1,6 @@
 #include "platform/network/Representation.h"
 
+#include <limits>
 #include <utility>
 
 #include "platform/network/NetworkError.h"
@@ -7,6 +8,9 @@
 namespace zaffo::network {
 
 namespace {
+
+/// No file is that long.
+constexpr int64_t kFarthest = std::numeric_limits<int64_t>::max() / 2;
 
 enum Status {
   kOK = 200,
@@ -63,7 +67,7 @@ Representation::Verdict Representation::judge(const HttpHead& head, int64_t aske
   return judgeFailure(head, now);
 }
 
-/// Anything but bytes and the word that they are the same leaves the doubt.
+/// Anything but bytes, their end and the word that they are the same leaves the doubt.
 Representation::Verdict Representation::judgeInDoubt(const HttpHead& head, int64_t now) {
   if (head.status() == kNotModified) {
     isInDoubt_ = false;
@@ -71,7 +75,7 @@ Representation::Verdict Representation::judgeInDoubt(const HttpHead& head, int64
   }
   Representation anew(name_);
   Verdict verdict = anew.judge(head, 0, now);
-  if (verdict.kind != Verdict::Kind::Body) return verdict;
+  if (verdict.kind != Verdict::Kind::Body && verdict.kind != Verdict::Kind::End) return verdict;
   const bool isKnown = !validator_.forIfRange().empty();
   verdict.isAnother = !isKnown || anew.validator_.forIfRange() != validator_.forIfRange() ||
                       (size_ && anew.size_ != size_);
@@ -94,7 +98,9 @@ Representation::Verdict Representation::judgeWhole(const HttpHead& head) {
 
 Representation::Verdict Representation::judgePart(const HttpHead& head, int64_t askedFor) {
   const auto range = head.contentRange();
-  if (!range || range->last < range->first) return badAnswer("did not say which range it sent.");
+  if (!range || range->last < range->first || range->last > kFarthest) {
+    return badAnswer("did not say which range it sent.");
+  }
   if (contradicts(head, range->size)) return changed();
   const auto length = head.contentLength();
   const bool isWrongLength = length && *length != range->last - range->first + 1;

@@ -45,6 +45,7 @@ TEST(FreshnessTest, IsWhatTheServerSaysLessTheTimeInCaches) {
   EXPECT_TRUE(lasts(after("Cache-Control: max-age=\"60\""), 60));
   EXPECT_TRUE(lasts(after("Cache-Control: max-age=60\nAge: 53"), 7));
   EXPECT_TRUE(lasts(after("Cache-Control: max-age=60\nAge: 99"), 0));
+  EXPECT_TRUE(lasts(after("Cache-Control: max-age=60\nAge: 99999999999999999999"), 0));
   EXPECT_TRUE(after("Cache-Control: max-age=9223372036854775807").isFresh(kNow + 3600 * kSecond));
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <future>
 
 #include "doubles/FaultServer.h"
@@ -72,6 +73,58 @@ TEST_F(PreloadTest, ComesInPiecesOnOneConnectionWithNothingAhead) {
   EXPECT_EQ(requests[0].field("Range"), "bytes=0-524287");
   EXPECT_EQ(requests[1].field("Range"), "bytes=524288-1048575");
   EXPECT_EQ(server.connections(), 1);
+}
+
+TEST_F(PreloadTest, APiecesEndIsNotTheClipsWhereTheServerDoesNotTellThat) {
+  FaultReply piece = good();
+  piece.claimedRange = "bytes 0-524287/*";
+  server.on("/clip", {piece, good()});
+  const auto clip = at("/clip");
+  PreloadBytes preload(clip);
+  await(preload, 0, 524'288);
+  await(preload, 524'288, 1000);
+  EXPECT_EQ(clip->size(), 2'000'000);
+  EXPECT_TRUE(areBytes(held(*clip, 524'288, 1000), body.substr(524'288, 1000)));
+}
+
+TEST_F(PreloadTest, AShortClipComesOnceFromAServerWithoutRangesOrLengths) {
+  FaultReply reply = good();
+  reply.body = patternedBytes(100'000);
+  reply.servesRanges = false;
+  for (const bool isChunked : {true, false}) {
+    reply.isChunked = isChunked;
+    reply.hasNoLength = !isChunked;
+    const std::string path = isChunked ? "/chunked" : "/closed";
+    server.on(path, {reply});
+    const auto clip = at(path);
+    PreloadBytes preload(clip);
+    await(preload, 0, 200'000);
+    EXPECT_EQ(clip->size(), 100'000) << path;
+    EXPECT_EQ(std::ranges::count(paths(), path), 1) << path;
+  }
+}
+
+TEST_F(PreloadTest, WhatExceedsTheBoundKeepsItsFirstBytes) {
+  ByteBudget little{1600 * 1024, 640 * 1024};
+  server.on("/clip", {good()});
+  const auto clip = std::make_shared<HttpResource>(NSURL::URLWithString(server.address("/clip")),
+                                                   quickOptions(), client, little);
+  PreloadBytes preload(clip);
+  for (int64_t place = 0; place < 1'000'000; place += 50'000) await(preload, place, 50'000);
+  EXPECT_TRUE(areBytes(held(*clip, 0, 1000), body.substr(0, 1000)));
+}
+
+TEST_F(PreloadTest, OfTwoOfOneClipTheOtherGoesOn) {
+  server.on("/page", {late()});
+  server.on("/clip", {good()});
+  const auto page = at("/page"), clip = at("/clip");
+  auto first = std::make_unique<PreloadBytes>(clip);
+  PreloadBytes second(clip);
+  const auto reader = page->want(0, 1000, [] {});
+  auto met = std::make_shared<std::promise<void>>();
+  const auto wanted = second.want(0, 1000, [met] { met->set_value(); });
+  first.reset();
+  EXPECT_EQ(met->get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
 }
 
 TEST_F(PreloadTest, DoesNotBeginWhileAReaderWaits) {

@@ -71,6 +71,58 @@ TEST_F(SharedResourcesTest, KeepsNothingThatTheServerForbidsToKeep) {
   EXPECT_EQ(server.requests().size(), 2U);
 }
 
+TEST_F(SharedResourcesTest, ARedirectForNowIsAskedAgain) {
+  const auto ledTo = [](const char* where) {
+    FaultReply reply;
+    reply.status = 302;
+    reply.fields = {{"Location", where}};
+    return reply;
+  };
+  FaultReply lasting = good();
+  lasting.fields = {{"Cache-Control", "max-age=31536000"}};
+  server.on("/latest", {ledTo("/one")});
+  server.on("/one", {lasting});
+  server.on("/two", {other()});
+  readAll("/latest");
+  server.on("/latest", {ledTo("/two")});
+  EXPECT_TRUE(areBytes(bringAll(*at("/latest")), other().body));
+}
+
+TEST_F(SharedResourcesTest, ARedirectForGoodIsNot) {
+  FaultReply moved;
+  moved.status = 301;
+  moved.fields = {{"Location", "/clip"}};
+  server.on("/old", {moved});
+  server.on("/clip", {good()});
+  readAll("/old");
+  readAll("/old");
+  EXPECT_EQ(server.requests().size(), 2U);
+}
+
+TEST_F(SharedResourcesTest, AClipThatIsEmptyByNowIsSoAtOnce) {
+  server.on("/clip", {good()});
+  readAll("/clip");
+  time.leap(300 * kNanosecondsPerSecond);
+  FaultReply empty;
+  empty.status = 416;
+  empty.fields = {{"Content-Range", "bytes */0"}};
+  server.on("/clip", {empty});
+  const auto again = at("/clip");
+  EXPECT_EQ(bringAll(*again), "");
+  EXPECT_EQ(again->size(), 0);
+  EXPECT_EQ(server.requests().size(), 2U);
+}
+
+TEST_F(SharedResourcesTest, OfWhatIsKeptTheBeginningGoesLast) {
+  server.on("/clip", {good()});
+  readAll("/clip");
+  std::vector<std::shared_ptr<HttpResource>> readers;
+  for (int i = 0; i < 7; ++i) readers.push_back(at("/other" + std::to_string(i)));
+  const auto again = at("/clip");
+  EXPECT_NE(held(*again, 0, 1000), "");
+  EXPECT_EQ(held(*again, 299'000, 1000), "");
+}
+
 TEST_F(SharedResourcesTest, AsksOnceWhetherOldBytesAreTheSame) {
   server.on("/clip", {good()});
   readAll("/clip");

@@ -216,7 +216,10 @@ Outcome SampleQueueDecoder::feed(const Demand& demand, Picture& picture) {
   format_ = next->format;
   if (isDrainedAtOnce(*next) && isFirstAgain(*next)) {
     drain_ = Drain::AtOnce;
-    return take(VideoFrame(first_->frame), demand, picture);
+    VideoFrame again = first_->frame;
+    // Whoever waits for another picture than before knows it by its buffer.
+    again.buffer = std::make_shared<CVPixelBuffer>(*again.buffer);
+    return take(std::move(again), demand, picture);
   }
   if (!decoder_ && !open()) return Outcome::Error;
   return send(next, demand);

@@ -164,6 +164,11 @@ class RewoundDecoderTest : public SampleQueueDecoderTest {
     next_ = 0;
   }
 
+  /// Whether the pixels are those that were decoded first.
+  [[nodiscard]] bool isFirst() const {
+    return picture_.frame.buffer->planes[0].data == first_->planes[0].data;
+  }
+
   CVPixelBufferPtr first_;
 };
 
@@ -172,7 +177,8 @@ TEST_F(RewoundDecoderTest, TheFirstFrameIsTheOneThatWasDecodedBefore) {
   push(kCount, true);
   begin();
   ASSERT_EQ(step({.now = frames(0)}), Outcome::Ready);
-  EXPECT_EQ(picture_.frame.buffer, first_);
+  EXPECT_TRUE(isFirst());
+  EXPECT_NE(picture_.frame.buffer, first_) << "another buffer for another picture";
   EXPECT_EQ(picture_.frame.presentation, frames(0));
   EXPECT_TRUE(picture_.atOnce);
   EXPECT_EQ(play(1), range(1)) << "those that follow are decoded";
@@ -196,7 +202,7 @@ TEST_F(RewoundDecoderTest, TheSameSampleAtAnotherTimeIsDecoded) {
   push(1, true);
   begin();
   ASSERT_EQ(step({.now = frames(1)}), Outcome::Ready);
-  EXPECT_NE(picture_.frame.buffer, first_);
+  EXPECT_FALSE(isFirst());
   EXPECT_EQ(shown(), 0);
 }
 
@@ -209,7 +215,7 @@ TEST_F(RewoundDecoderTest, AFirstFrameThatIsNotOnShowCanBeForgotten) {
   push(1, true);
   begin();
   ASSERT_EQ(step({.now = frames(0)}), Outcome::Ready);
-  EXPECT_NE(picture_.frame.buffer, first_);
+  EXPECT_FALSE(isFirst());
 }
 
 TEST_F(SampleQueueDecoderTest, OfTheFramesThatAreDueTheLastAloneIsGiven) {
