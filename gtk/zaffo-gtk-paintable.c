@@ -395,6 +395,7 @@ static void zaffo_gtk_paintable_class_init(ZaffoGtkPaintableClass* class) {
 
   /**
    * ZaffoGtkPaintable::failed:
+   * @self: the paintable
    * @text: what is wrong, for a person to read
    *
    * There is nothing to be played at the address. It is tried again when the paintable becomes
