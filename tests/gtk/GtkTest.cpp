@@ -117,9 +117,9 @@ class GtkTest : public testing::Test {
     const std::unique_ptr<GskRenderNode, void (*)(GskRenderNode*)> node(
         gtk_snapshot_free_to_node(snapshot), &gsk_render_node_unref);
     if (!node) return {};
-    graphene_rect_t whole = GRAPHENE_RECT_INIT(0, 0, 0, 0);
-    whole.size.width = static_cast<float>(gtk_widget_get_width(GTK_WIDGET(video)));
-    whole.size.height = static_cast<float>(gtk_widget_get_height(GTK_WIDGET(video)));
+    graphene_rect_t whole;
+    graphene_rect_init(&whole, 0, 0, static_cast<float>(gtk_widget_get_width(GTK_WIDGET(video))),
+                       static_cast<float>(gtk_widget_get_height(GTK_WIDGET(video))));
     GskRenderer* const renderer = gtk_native_get_renderer(GTK_NATIVE(window_));
     return downloaded(gsk_renderer_render_texture(renderer, node.get(), &whole));
   }
