@@ -85,7 +85,9 @@ std::shared_ptr<FeedController> FeedApplication::makeController() {
                                 [window = window_] { return window->scale(); }};
   return FeedController::create(
       {manager_, view_, statistics_, [this](int page) { return nameOfPage(page); },
-       [this, style](int page) { return PlayerCell::create(manager_, videos_.at(page), style); }});
+       [this, style](int page) { return PlayerCell::create(manager_, videos_.at(page), style); },
+       std::make_shared<PagePreloads>(NetworkPreloader::shared(),
+                                      [this](int page) { return videos_.at(page)->url(); })});
 }
 
 void FeedApplication::makeOverlay() {

@@ -1,8 +1,8 @@
 // What players cost while they stand still and while they play, each in a process of its own:
-//   zaffo-bench-load floor-memory|floor-bytes|memory COUNT CLIPS
+//   zaffo-bench-load floor-memory|floor-bytes|memory|paused COUNT CLIPS
 //   zaffo-bench-load floor-play|floor-play-picture|play|play-window COUNT SECONDS CLIPS
-// memory, play and play-window stand for native players of plain items; fast- before them makes the
-// players fast, loop- the items looping, fast-loop- both. Prints one line of JSON.
+// memory, paused, play and play-window stand for native players of plain items; fast- before them
+// makes the players fast, loop- the items looping, fast-loop- both. Prints one line of JSON.
 
 #include <cmath>
 #include <cstdio>
@@ -102,6 +102,21 @@ void memory(const Report& report, const Mode& mode, std::size_t count,
   printMemory(report, one, usageOf(count), count);
 }
 
+/// The same, paused in the midst of playing.
+void paused(const Report& report, const Mode& mode, std::size_t count,
+            const std::vector<std::string>& clips) {
+  Feed feed(mode);
+  const auto usageOf = [&](std::size_t players) {
+    feed.load(players, clips);
+    for (const auto& handle : feed.handles) handle->setRate(1);
+    bench::runFor(2);
+    for (const auto& handle : feed.handles) handle->setRate(0);
+    return settledUsage();
+  };
+  const Usage one = usageOf(1);
+  printMemory(report, one, usageOf(count), count);
+}
+
 void floorMemory(const Report& report, std::size_t count, const std::vector<std::string>& clips) {
   std::vector<std::unique_ptr<floors::File>> files;
   const auto usageOf = [&](std::size_t number) {
@@ -194,7 +209,7 @@ void floorPlay(const Report& report, std::size_t count, double seconds, floors::
 int usageError() {
   std::fprintf(
       stderr,
-      "usage: zaffo-bench-load floor-memory|floor-bytes|[fast-][loop-]memory COUNT CLIP...\n"
+      "usage: zaffo-bench-load floor-memory|floor-bytes|[fast-][loop-]memory|paused COUNT CLIP...\n"
       "       zaffo-bench-load floor-play[-picture]|[fast-][loop-]play[-window] COUNT "
       "SECONDS CLIP...\n");
   return 2;
@@ -214,6 +229,8 @@ int main(int argc, char** argv) {
   using Tracks = floors::File::Tracks;
   if (mode.what == "memory") {
     memory(report, mode, count, clips);
+  } else if (mode.what == "paused") {
+    paused(report, mode, count, clips);
   } else if (mode.what == "floor-memory") {
     floorMemory(report, count, clips);
   } else if (mode.what == "floor-bytes") {

@@ -31,6 +31,7 @@
 #include "platform/avfoundation/AVPlayerItem.h"
 #include "platform/avfoundation/AVPlayerLayer.h"
 #include "platform/avfoundation/AVSampleBufferDisplayLayer.h"
+#include "platform/avfoundation/NetworkPreloader.h"
 #include "platform/coremedia/CMAudioClock.h"
 #include "platform/coremedia/CMClock.h"
 #include "platform/coremedia/CMSampleBuffer.h"

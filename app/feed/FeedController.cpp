@@ -31,6 +31,7 @@ void FeedController::start() {
 void FeedController::stop() {
   if (const auto cell = currentCell()) cell->resignCurrent();
   current_ = -1;
+  if (parts_.preloads) parts_.preloads->keepOnly({});
   for (const auto& [page, cell] : cells_) {
     cell->unload();
     parts_.view->removePage(page);
@@ -63,6 +64,8 @@ void FeedController::showPage(int page) {
   forwards_ = page > current_;
   current_ = page;
   makeRoom(capacity());
+  // What is fetched of the page itself its player will read.
+  if (parts_.preloads) parts_.preloads->keepOnly(pagesAhead());
   const auto cell = cellAt(page);
   cell->setHeld(isHeld_);
   cell->becomeCurrent(swipe, volume_);
@@ -97,7 +100,17 @@ void FeedController::update() {
   if (cell->isSettled()) loadNeighbours();
 }
 
+/// The page in view and those that are worth fetching.
+std::vector<int> FeedController::pagesAhead() const {
+  auto pages = pagesToPreload(current_, parts_.view->pageCount(), forwards_);
+  pages.insert(pages.begin(), current_);
+  return pages;
+}
+
 void FeedController::loadNeighbours() {
+  if (parts_.preloads) {
+    parts_.preloads->fetch(pagesToPreload(current_, parts_.view->pageCount(), forwards_));
+  }
   for (const int page : wantedPages(capacity())) cellAt(page)->load();
   for (int page = 0; page < parts_.view->pageCount(); ++page) {
     if (isNear(page, current_)) cellAt(page)->loadThumbnail();

@@ -8,12 +8,14 @@
 
 #include "feed/FeedCell.h"
 #include "feed/FeedView.h"
+#include "feed/PagePreloads.h"
 #include "figures/Statistics.h"
 
 namespace zaffo::feed {
 
 /// Decides which pages exist and which of them hold a player. The page in view is loaded first, on
-/// its own; when it plays or has failed, its neighbours follow, as many as the pool's bounds allow.
+/// its own; when it plays or has failed, its neighbours follow, as many as the pool's bounds allow,
+/// and the beginnings of the next two are fetched from the network, whatever the pool holds.
 /// Pages no longer needed give their players back before others ask for one, so that the pool never
 /// has to take one that is in use. Thread: main.
 class FeedController : public std::enable_shared_from_this<FeedController> {
@@ -22,13 +24,14 @@ class FeedController : public std::enable_shared_from_this<FeedController> {
  public:
   using CellFactory = std::function<std::shared_ptr<FeedCell>(int page)>;
 
-  /// What it works with; all are required.
+  /// What it works with; all but the preloads are required.
   struct Parts {
     std::shared_ptr<PlayerManager> manager;
     std::shared_ptr<FeedView> view;
     std::shared_ptr<Statistics> statistics;
     std::function<std::string(int page)> nameOfPage;
     CellFactory cellFactory;
+    std::shared_ptr<PagePreloads> preloads;
   };
   FeedController(Private, Parts parts);
   [[nodiscard]] static std::shared_ptr<FeedController> create(Parts parts);
@@ -65,6 +68,7 @@ class FeedController : public std::enable_shared_from_this<FeedController> {
   void updateSoon();
   void makeRoom(long capacity);
   void loadNeighbours();
+  [[nodiscard]] std::vector<int> pagesAhead() const;
   void dropFarCells();
 
   const Parts parts_;

@@ -19,6 +19,7 @@ class FeedVideo final : public ZFVideo {
             std::shared_ptr<AVPlayerItemLoader> loader,
             std::shared_ptr<AVPlayerItemLoader> plainLoader = nullptr);
 
+  [[nodiscard]] const std::shared_ptr<const NSURL>& url() const { return url_; }
   /// Its name for people: that of the file.
   [[nodiscard]] std::string name() const;
 

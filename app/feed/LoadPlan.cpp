@@ -22,6 +22,15 @@ std::vector<int> pagesToLoad(int current, int count, bool forwards, int capacity
   return pages;
 }
 
+std::vector<int> pagesToPreload(int current, int count, bool forwards) {
+  std::vector<int> pages;
+  for (const int offset : {1, 2}) {
+    const int page = current + (forwards ? offset : -offset);
+    if (page >= 0 && page < count) pages.push_back(page);
+  }
+  return pages;
+}
+
 bool isNear(int page, int current) {
   return std::abs(page - current) <= kNear;
 }

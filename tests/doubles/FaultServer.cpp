@@ -61,7 +61,12 @@ class AnswerMaker {
  public:
   AnswerMaker(const FaultServer::Request& request, const FaultReply& reply)
       : reply_(reply), status_(reply.status), body_(reply.body) {
-    if (status_ == 200) takeRange(request);
+    if (status_ == 200 && isKnownTo(request)) {
+      status_ = 304;
+      body_.clear();
+    } else if (status_ == 200) {
+      takeRange(request);
+    }
   }
 
   Answer make() {
@@ -77,6 +82,10 @@ class AnswerMaker {
   }
 
  private:
+  bool isKnownTo(const FaultServer::Request& request) const {
+    return !reply_.entityTag.empty() && request.field("If-None-Match") == reply_.entityTag;
+  }
+
   void takeRange(const FaultServer::Request& request) {
     const auto range = rangeOf(request, reply_);
     if (!range) return;

@@ -19,7 +19,7 @@ struct FaultReply {
   int status = 200;
   std::vector<std::pair<std::string, std::string>> fields;
   std::string body;
-  std::string entityTag;  ///< also what an If-Range is compared with
+  std::string entityTag;  ///< also what an If-Range and an If-None-Match are compared with
 
   bool servesRanges = true;
   bool isChunked = false;

@@ -1,6 +1,7 @@
 #include "platform/network/ByteBudget.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace zaffo::network {
 
@@ -9,18 +10,35 @@ ByteBudget& ByteBudget::shared() {
   return *budget;
 }
 
+ByteBudget::ByteBudget(int64_t total, int64_t most)
+    : most_(most), state_(std::make_shared<State>(total)) {}
+
+void ByteBudget::Count::set(int64_t bytes) {
+  state_->counted += bytes - std::exchange(bytes_, bytes);
+}
+
+void ByteBudget::Count::makeRoom() const {
+  if (state_->counted <= state_->total) return;
+  std::shared_ptr<Keeper> keeper;
+  {
+    MutexLock lock(state_->holdersMutex);
+    keeper = state_->keeper.lock();
+  }
+  if (keeper) keeper->makeRoom();
+}
+
 void ByteBudget::add(const std::shared_ptr<Holder>& holder) {
   {
-    MutexLock lock(holdersMutex_);
-    holders_.push_back(holder);
+    MutexLock lock(state_->holdersMutex);
+    state_->holders.push_back(holder);
   }
   share();
 }
 
 void ByteBudget::remove(const Holder& holder) {
   {
-    MutexLock lock(holdersMutex_);
-    std::erase_if(holders_, [&](const auto& held) {
+    MutexLock lock(state_->holdersMutex);
+    std::erase_if(state_->holders, [&](const auto& held) {
       const auto other = held.lock();
       return !other || other.get() == &holder;
     });
@@ -28,16 +46,29 @@ void ByteBudget::remove(const Holder& holder) {
   share();
 }
 
+void ByteBudget::setKeeper(std::weak_ptr<Keeper> keeper) {
+  MutexLock lock(state_->holdersMutex);
+  state_->keeper = std::move(keeper);
+}
+
+int64_t ByteBudget::total() const {
+  return state_->total;
+}
+
+int64_t ByteBudget::counted() const {
+  return state_->counted;
+}
+
 void ByteBudget::share() {
   std::vector<std::shared_ptr<Holder>> holders;
   {
-    MutexLock lock(holdersMutex_);
-    for (const auto& held : holders_) {
+    MutexLock lock(state_->holdersMutex);
+    for (const auto& held : state_->holders) {
       if (auto holder = held.lock()) holders.push_back(std::move(holder));
     }
   }
   if (holders.empty()) return;
-  const int64_t bound = std::min(most_, total_ / static_cast<int64_t>(holders.size()));
+  const int64_t bound = std::min(most_, state_->total / static_cast<int64_t>(holders.size()));
   for (const auto& holder : holders) holder->setByteBound(bound);
 }
 

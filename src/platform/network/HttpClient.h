@@ -12,6 +12,7 @@
 #include "platform/foundation/NSError.h"
 #include "platform/network/AddressRules.h"
 #include "platform/network/HttpHead.h"
+#include "platform/network/PreloadGate.h"
 
 namespace zaffo::network {
 
@@ -71,6 +72,9 @@ class HttpClient {
   /// `listener` outlives the exchange, and is never called inside this.
   [[nodiscard]] std::unique_ptr<HttpExchange> start(HttpRequest request, HttpListener& listener);
 
+  /// What keeps those who preload from the link while others wait. Thread: any.
+  [[nodiscard]] const std::shared_ptr<PreloadGate>& preloadGate() const { return gate_; }
+
   /// As measured over all that came lately; null until enough did. Thread: any.
   [[nodiscard]] std::optional<double> bitsPerSecond() const;
 
@@ -79,6 +83,7 @@ class HttpClient {
   class Exchange;
 
   std::shared_ptr<Multi> multi_;
+  const std::shared_ptr<PreloadGate> gate_ = std::make_shared<PreloadGate>();
 };
 
 }  // namespace zaffo::network

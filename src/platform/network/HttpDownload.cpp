@@ -4,6 +4,7 @@
 #include <ctime>
 #include <utility>
 
+#include "platform/TimeSource.h"
 #include "platform/network/NetworkError.h"
 
 namespace zaffo::network {
@@ -70,7 +71,12 @@ void HttpDownload::didReceiveHead(const HttpHead& head) {
   hasHead_ = true;
   location_ = head.field("location");
   verdict_ = place_.representation.judge(head, position_, std::time(nullptr));
-  if (verdict_.kind == Verdict::Kind::Body) {
+  const bool isBody = verdict_.kind == Verdict::Kind::Body;
+  if (isBody || verdict_.kind == Verdict::Kind::Same) {
+    place_.freshness.learn(head, TimeSource::now());
+  }
+  if (isBody) {
+    if (verdict_.isAnother) sink_.didChange();
     position_ = verdict_.offset;
     redirects_ = 0;
     return;
@@ -102,6 +108,7 @@ void HttpDownload::didEnd(const NSErrorPtr& error, bool mayPass) {
 void HttpDownload::goOn() {
   switch (verdict_.kind) {
     case Verdict::Kind::End:
+    case Verdict::Kind::Same:
       return sink_.didEnd(nullptr);
     case Verdict::Kind::Redirect:
       return follow();

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/network/Freshness.h"
 #include "platform/network/HttpClient.h"
 #include "platform/network/NetworkLoop.h"
 #include "platform/network/Representation.h"
@@ -34,6 +35,7 @@ struct RemotePlace {
   const HttpOptions options;
   URL current;  ///< where the server led
   Representation representation;
+  Freshness freshness;  ///< of the last answer
 };
 
 /// Brings a resource's bytes from one place on, in order: follows the server to other addresses,
@@ -48,6 +50,8 @@ class HttpDownload final : private HttpListener {
     /// anew. False leaves them for later: they come again after resume(). The download must not
     /// end inside of this.
     virtual bool didReceive(int64_t offset, std::span<const uint8_t> bytes) = 0;
+    /// The bytes that come now belong to another representation than those that were in doubt.
+    virtual void didChange() = 0;
     /// All that was asked for came, or the resource's end; or why nothing more will come.
     virtual void didEnd(const NSErrorPtr& error) = 0;
   };

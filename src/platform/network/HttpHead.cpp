@@ -60,6 +60,23 @@ std::optional<ContentRange> ContentRange::parse(std::string_view text) {
   return range;
 }
 
+CacheControl CacheControl::parse(std::string_view text) {
+  constexpr std::string_view kMaxAge = "max-age=";
+  CacheControl control;
+  while (!text.empty()) {
+    const auto comma = std::min(text.find(','), text.size());
+    const std::string directive = lowerCase(trimmed(text.substr(0, comma)));
+    text.remove_prefix(std::min(comma + 1, text.size()));
+    if (directive == "no-store") control.forbidsKeeping = true;
+    if (directive.starts_with("no-cache")) control.demandsAsking = true;
+    if (!directive.starts_with(kMaxAge)) continue;
+    std::string_view seconds = std::string_view(directive).substr(kMaxAge.size());
+    if (seconds.starts_with('"')) seconds = seconds.substr(1, seconds.find_last_not_of('"'));
+    control.maxAge = number(seconds);
+  }
+  return control;
+}
+
 bool Validator::contradicts(const Validator& other) const {
   if (!entityTag.empty() && !other.entityTag.empty()) return entityTag != other.entityTag;
   return !lastModified.empty() && !other.lastModified.empty() && lastModified != other.lastModified;
@@ -82,7 +99,10 @@ void HttpHead::addLine(std::string_view line) {
   }
   const auto colon = line.find(':');
   if (colon == std::string_view::npos) return;
-  fields_.emplace(lowerCase(trimmed(line.substr(0, colon))), trimmed(line.substr(colon + 1)));
+  const std::string name = lowerCase(trimmed(line.substr(0, colon)));
+  const std::string value(trimmed(line.substr(colon + 1)));
+  const bool isNew = fields_.emplace(name, value).second;
+  if (!isNew && name == "cache-control") fields_[name] += ", " + value;
 }
 
 const std::string& HttpHead::field(const std::string& name) const {
@@ -101,6 +121,14 @@ std::optional<ContentRange> HttpHead::contentRange() const {
 
 Validator HttpHead::validator() const {
   return {field("etag"), field("last-modified")};
+}
+
+CacheControl HttpHead::cacheControl() const {
+  return CacheControl::parse(field("cache-control"));
+}
+
+int64_t HttpHead::age() const {
+  return number(field("age")).value_or(0);
 }
 
 std::optional<int64_t> HttpHead::retryAfter(int64_t now) const {

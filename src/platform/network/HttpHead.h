@@ -29,6 +29,16 @@ struct Validator {
   [[nodiscard]] std::string forIfRange() const;
 };
 
+/// What "Cache-Control: no-cache, max-age=60" says.
+struct CacheControl {
+  bool forbidsKeeping = false;    ///< no-store
+  bool demandsAsking = false;     ///< no-cache
+  std::optional<int64_t> maxAge;  ///< seconds
+
+  /// What is malformed says nothing.
+  [[nodiscard]] static CacheControl parse(std::string_view text);
+};
+
 /// Status and header fields of an answer. Pure. Thread: any.
 class HttpHead {
  public:
@@ -36,12 +46,16 @@ class HttpHead {
   void addLine(std::string_view line);
 
   [[nodiscard]] int status() const { return status_; }
-  /// The value of a field, by its name in lower case; empty when there is none. The first counts.
+  /// The value of a field, by its name in lower case; empty when there is none. The first counts,
+  /// save of Cache-Control, whose lines are one list.
   [[nodiscard]] const std::string& field(const std::string& name) const;
 
   [[nodiscard]] std::optional<int64_t> contentLength() const;
   [[nodiscard]] std::optional<ContentRange> contentRange() const;
   [[nodiscard]] Validator validator() const;
+  [[nodiscard]] CacheControl cacheControl() const;
+  /// Seconds that the answer lay in caches on its way.
+  [[nodiscard]] int64_t age() const;
   /// Seconds that Retry-After asks to wait, as a number or a date; null when it does not.
   /// `now` is in seconds since 1970.
   [[nodiscard]] std::optional<int64_t> retryAfter(int64_t now) const;

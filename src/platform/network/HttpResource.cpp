@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/TimeSource.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/source/WantHandler.h"
 #include "platform/network/NetworkError.h"
@@ -18,6 +19,8 @@ namespace {
 
 /// Bytes that come sooner than the answer to another request.
 constexpr int64_t kWorthReading = int64_t{128} * 1024;
+/// What a preload asks for at a time.
+constexpr int64_t kPreloadPiece = int64_t{512} * 1024;
 
 bool mayPass(const NSError& error) {
   switch (error.code()) {
@@ -37,9 +40,10 @@ bool mayPass(const NSError& error) {
 
 /// A range of bytes that somebody waits for, and whom to tell.
 struct HttpResource::AwaitedRange {
-  AwaitedRange(int64_t from, int64_t until, std::function<void()> call)
-      : begin(from), end(until), handler(std::move(call)) {}
+  AwaitedRange(Use to, int64_t from, int64_t until, std::function<void()> call)
+      : use(to), begin(from), end(until), handler(std::move(call)) {}
 
+  const Use use;
   const int64_t begin, end;
   media::WantHandler handler;
 };
@@ -49,22 +53,35 @@ struct HttpResource::AwaitedRange {
 /// the other.
 class HttpResource::Core final : public ByteBudget::Holder,
                                  public HttpDownload::Sink,
+                                 public PreloadGate::Guest,
                                  public std::enable_shared_from_this<Core> {
  public:
-  Core(URL address, HttpOptions options, HttpClient& client)
+  Core(URL address, HttpOptions options, HttpClient& client, const ByteBudget& budget)
       : client_(client),
+        gate_(client.preloadGate()),
         name_(address->absoluteString()),
+        memory_(budget),
         place_(std::move(address), std::move(options)) {}
 
-  [[nodiscard]] int64_t readHeld(int64_t offset, std::span<uint8_t> bytes);
+  ~Core() override {
+    if (isReaderWaiting_) gate_->open();
+  }
+
+  [[nodiscard]] int64_t readHeld(Use use, int64_t offset, std::span<uint8_t> bytes);
+  void beginPreload();
+  void endPreload();
   void add(const std::shared_ptr<AwaitedRange>& range);
   void remove(const std::shared_ptr<AwaitedRange>& range);
   void close();
+  void rest();
+  void wake();
+  [[nodiscard]] bool isWorthKeeping() const;
   void setByteBound(int64_t bound) override;
 
+  [[nodiscard]] Ahead ahead() const;
   [[nodiscard]] std::optional<int64_t> size() const {
     MutexLock lock(stateMutex_);
-    return size_;
+    return isInDoubt_ ? std::nullopt : size_;
   }
   [[nodiscard]] NSErrorPtr error() const {
     MutexLock lock(stateMutex_);
@@ -78,25 +95,42 @@ class HttpResource::Core final : public ByteBudget::Holder,
     Kind kind = Kind::Nothing;
     int64_t offset = 0;
     std::optional<int64_t> end;
+    bool isInDoubt = false;  ///< it asks whether the bytes are still the same
   };
 
   bool didReceive(int64_t offset, std::span<const uint8_t> bytes) override;
+  void didChange() override;
   void didEnd(const NSErrorPtr& error) override;
+  void gateOpened() override;
 
   void planSoonWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   void plan();
   [[nodiscard]] Aim aimWhileLocked() ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] Aim aimInDoubtWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] Aim aimAheadWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] Aim startWhileLocked(int64_t offset) ZAFFO_REQUIRES(stateMutex_);
+  void noteWaitingWhileLocked() ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] bool isReadWhileLocked() const ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] bool preloadsWhileLocked() const ZAFFO_REQUIRES(stateMutex_) {
+    return preloads_ > 0 && !readsAhead_ && !isReadWhileLocked();
+  }
+  [[nodiscard]] const AwaitedRange& firstAwaitedWhileLocked() const ZAFFO_REQUIRES(stateMutex_);
+  void learnWhileLocked() ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] bool takeWhileLocked(int64_t offset, std::span<const uint8_t> bytes)
+      ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] bool readsOnWhileLocked() const ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] bool isMetWhileLocked(const AwaitedRange& range) const ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] bool isWantedWhileLocked(int64_t offset) const ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] int64_t endOfWhileLocked(const AwaitedRange& range) const
       ZAFFO_REQUIRES(stateMutex_) {
     return size_ ? std::min(range.end, std::max(range.begin, *size_)) : range.end;
   }
-  [[nodiscard]] int64_t aheadWhileLocked() const ZAFFO_REQUIRES(stateMutex_) { return bound_ / 2; }
+  [[nodiscard]] int64_t aheadWhileLocked() const ZAFFO_REQUIRES(stateMutex_) {
+    return preloadsWhileLocked() ? std::min(bound_ / 2, kPreloadPiece) : bound_ / 2;
+  }
 
   HttpClient& client_;
+  const std::shared_ptr<PreloadGate> gate_;
   const std::string name_;
 
   mutable Mutex stateMutex_;
@@ -106,6 +140,13 @@ class HttpResource::Core final : public ByteBudget::Holder,
   std::optional<int64_t> size_ ZAFFO_GUARDED_BY(stateMutex_);
   NSErrorPtr error_ ZAFFO_GUARDED_BY(stateMutex_);
   int64_t front_ ZAFFO_GUARDED_BY(stateMutex_) = 0;  // where reading has come to
+  Freshness freshness_ ZAFFO_GUARDED_BY(stateMutex_);
+  ByteBudget::Count memory_;  // set with the mutex held
+  bool wasKept_ ZAFFO_GUARDED_BY(stateMutex_) = false;
+  int64_t keptUntil_ ZAFFO_GUARDED_BY(stateMutex_) = 0;   // from the beginning, without a gap
+  bool isInDoubt_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // the bytes that are held
+  int preloads_ ZAFFO_GUARDED_BY(stateMutex_) = 0;
+  bool isReaderWaiting_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // as the gate knows
   bool isPlanned_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   bool readsAhead_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   bool isPaused_ ZAFFO_GUARDED_BY(stateMutex_) = false;
@@ -115,30 +156,54 @@ class HttpResource::Core final : public ByteBudget::Holder,
   // The network's thread alone.
   RemotePlace place_;
   std::unique_ptr<HttpDownload> download_;
+  bool asksInDoubt_ = false;  // the download, until there is an answer
 };
 
-int64_t HttpResource::Core::readHeld(int64_t offset, std::span<uint8_t> bytes) {
+int64_t HttpResource::Core::readHeld(Use use, int64_t offset, std::span<uint8_t> bytes) {
   if (offset < 0) return -EINVAL;
   MutexLock lock(stateMutex_);
+  if (isInDoubt_) return error_ ? -EIO : -EAGAIN;
   if (bytes.empty() || (size_ && offset >= *size_)) return 0;
   const int64_t count = store_.read(offset, bytes);
   if (count == 0) return error_ ? -EIO : -EAGAIN;
+  if (use == Use::Preload && readsAhead_) return count;
   front_ = offset + count;
-  // Half of what is held ahead was read: worth another turn of the network's thread.
-  const int64_t half = front_ + aheadWhileLocked() / 2;
-  if (readsAhead_ && (isPaused_ || isOver_) && store_.firstMissing(front_, half) < half) {
-    planSoonWhileLocked();
-  }
+  if (use == Use::Preload || !readsOnWhileLocked()) return count;
+  readsAhead_ = true;
+  planSoonWhileLocked();
   return count;
+}
+
+media::ByteSource::Ahead HttpResource::Core::ahead() const {
+  MutexLock lock(stateMutex_);
+  if (isInDoubt_) return {false, false, false, 0};
+  const int64_t limit = size_.value_or(std::numeric_limits<int64_t>::max());
+  const int64_t missing = store_.firstMissing(front_, limit);
+  const bool isRest = size_ && missing >= *size_;
+  const int64_t count = missing - std::min(front_, missing);
+  const bool isAll = isRest && store_.firstMissing(0, front_) >= front_;
+  return {isAll, isRest, isRest || count >= aheadWhileLocked(), count};
+}
+
+/// Whether so much was read that it is worth another turn of the network's thread: half of what is
+/// held ahead or, of what was kept, nearly all.
+bool HttpResource::Core::readsOnWhileLocked() const {
+  if (!readsAhead_ && !wasKept_) return false;
+  if (readsAhead_ && !isPaused_ && !isOver_) return false;
+  const int64_t least =
+      readsAhead_ ? aheadWhileLocked() / 2 : std::min(kWorthReading, keptUntil_ / 4);
+  const int64_t limit = size_ ? std::min(front_ + least, *size_) : front_ + least;
+  return store_.firstMissing(front_, limit) < limit;
 }
 
 void HttpResource::Core::add(const std::shared_ptr<AwaitedRange>& range) {
   MutexLock lock(stateMutex_);
   store_.pin(range->begin, range->end);
   awaited_.push_back(range);
-  front_ = range->begin;
-  readsAhead_ = true;
+  if (range->use == Use::Read || !readsAhead_) front_ = range->begin;
+  if (range->use == Use::Read) readsAhead_ = true;
   if (error_ && mayPass(*error_)) error_ = nullptr;
+  noteWaitingWhileLocked();
   planSoonWhileLocked();
 }
 
@@ -146,22 +211,76 @@ void HttpResource::Core::remove(const std::shared_ptr<AwaitedRange>& range) {
   range->handler.cancel();
   MutexLock lock(stateMutex_);
   store_.unpin(range->begin, range->end);
-  const bool wasAwaited = awaited_.remove(range) > 0;
-  if (!wasAwaited || !awaited_.empty()) return;
-  readsAhead_ = false;
+  if (awaited_.remove(range) == 0) return;
+  if (isReadWhileLocked()) return;
+  if (range->use == Use::Read) readsAhead_ = false;
   planSoonWhileLocked();
+}
+
+void HttpResource::Core::beginPreload() {
+  gate_->add(weak_from_this());
+  MutexLock lock(stateMutex_);
+  ++preloads_;
+}
+
+void HttpResource::Core::endPreload() {
+  gate_->remove(*this);
+  MutexLock lock(stateMutex_);
+  --preloads_;
+  planSoonWhileLocked();
+}
+
+void HttpResource::Core::gateOpened() {
+  MutexLock lock(stateMutex_);
+  planSoonWhileLocked();
+}
+
+/// Whether somebody who reads waits.
+bool HttpResource::Core::isReadWhileLocked() const {
+  return std::ranges::any_of(awaited_, [](const auto& range) { return range->use == Use::Read; });
+}
+
+/// Closes the gate for as long as that is so.
+void HttpResource::Core::noteWaitingWhileLocked() {
+  const bool waits = !isClosed_ && isReadWhileLocked();
+  if (waits == std::exchange(isReaderWaiting_, waits)) return;
+  waits ? gate_->close() : gate_->open();
 }
 
 void HttpResource::Core::close() {
   MutexLock lock(stateMutex_);
   isClosed_ = true;
+  store_.clear();
+  memory_.set(0);
   planSoonWhileLocked();
+}
+
+void HttpResource::Core::rest() {
+  MutexLock lock(stateMutex_);
+  isClosed_ = true;
+  readsAhead_ = false;
+  planSoonWhileLocked();
+}
+
+void HttpResource::Core::wake() {
+  MutexLock lock(stateMutex_);
+  isClosed_ = false;
+  wasKept_ = true;
+  keptUntil_ = store_.firstMissing(0, std::numeric_limits<int64_t>::max());
+  front_ = 0;
+  if (!freshness_.isFresh(TimeSource::now())) isInDoubt_ = true;
+}
+
+bool HttpResource::Core::isWorthKeeping() const {
+  MutexLock lock(stateMutex_);
+  return !error_ && freshness_.mayKeep() && store_.memory() > 0;
 }
 
 void HttpResource::Core::setByteBound(int64_t bound) {
   MutexLock lock(stateMutex_);
   bound_ = bound;
   store_.setBound(bound);
+  memory_.set(store_.memory());
 }
 
 void HttpResource::Core::planSoonWhileLocked() {
@@ -182,12 +301,15 @@ void HttpResource::Core::plan() {
     }
     std::erase_if(awaited_, [this](const auto& range)
                                 ZAFFO_REQUIRES(stateMutex_) { return isMetWhileLocked(*range); });
+    noteWaitingWhileLocked();
     aim = aimWhileLocked();
     if (aim.kind != Aim::Kind::Nothing) isPaused_ = false;
   }
   if (aim.kind == Aim::Kind::Stop || aim.kind == Aim::Kind::Start) download_.reset();
   if (aim.kind == Aim::Kind::GoOn) download_->resume();
   if (aim.kind == Aim::Kind::Start) {
+    asksInDoubt_ = aim.isInDoubt;
+    if (aim.isInDoubt) place_.representation.doubt();
     download_ = std::make_unique<HttpDownload>(client_, place_, *this, aim.offset, aim.end);
   }
   for (const auto& range : met) range->handler.call();
@@ -195,8 +317,11 @@ void HttpResource::Core::plan() {
 
 HttpResource::Core::Aim HttpResource::Core::aimWhileLocked() {
   if (isClosed_ || error_) return {Aim::Kind::Stop, 0, {}};
+  // What is under way finds its bytes refused, and goes on when the gate opens.
+  if (preloadsWhileLocked() && !gate_->isOpen()) return {};
+  if (isInDoubt_) return aimInDoubtWhileLocked();
   if (awaited_.empty()) return aimAheadWhileLocked();
-  const AwaitedRange& range = *awaited_.front();
+  const AwaitedRange& range = firstAwaitedWhileLocked();
   const int64_t missing = store_.firstMissing(range.begin, endOfWhileLocked(range));
   if (!download_) return startWhileLocked(missing);
   const int64_t position = download_->position();
@@ -206,7 +331,15 @@ HttpResource::Core::Aim HttpResource::Core::aimWhileLocked() {
   return startWhileLocked(missing);
 }
 
+HttpResource::Core::Aim HttpResource::Core::aimInDoubtWhileLocked() {
+  if (awaited_.empty()) return {Aim::Kind::Stop, 0, {}};
+  if (download_ && asksInDoubt_) return {};
+  return {Aim::Kind::Start, 0, {}, true};
+}
+
 HttpResource::Core::Aim HttpResource::Core::aimAheadWhileLocked() {
+  // A piece is brought to its end: the next one then comes on the same connection.
+  if (preloadsWhileLocked()) return {isPaused_ ? Aim::Kind::GoOn : Aim::Kind::Nothing, 0, {}};
   if (!readsAhead_) return {Aim::Kind::Stop, 0, {}};
   const int64_t limit = front_ + aheadWhileLocked();
   const int64_t missing = store_.firstMissing(front_, limit);
@@ -217,12 +350,23 @@ HttpResource::Core::Aim HttpResource::Core::aimAheadWhileLocked() {
 
 HttpResource::Core::Aim HttpResource::Core::startWhileLocked(int64_t offset) {
   if (!place_.representation.servesRanges()) return {Aim::Kind::Start, 0, {}};
-  return {Aim::Kind::Start, offset, store_.firstHeld(offset)};
+  auto end = store_.firstHeld(offset);
+  if (preloadsWhileLocked()) {
+    end = std::min(end.value_or(offset + kPreloadPiece), offset + kPreloadPiece);
+  }
+  return {Aim::Kind::Start, offset, end};
+}
+
+/// That of one who reads, if there is one.
+const HttpResource::AwaitedRange& HttpResource::Core::firstAwaitedWhileLocked() const {
+  const auto read =
+      std::ranges::find_if(awaited_, [](const auto& range) { return range->use == Use::Read; });
+  return read == awaited_.end() ? *awaited_.front() : **read;
 }
 
 bool HttpResource::Core::isMetWhileLocked(const AwaitedRange& range) const {
   const int64_t end = endOfWhileLocked(range);
-  return error_ || store_.firstMissing(range.begin, end) >= end;
+  return error_ || (!isInDoubt_ && store_.firstMissing(range.begin, end) >= end);
 }
 
 /// Whether bytes at this place are on the way to something that is wanted.
@@ -231,10 +375,35 @@ bool HttpResource::Core::isWantedWhileLocked(int64_t offset) const {
                      [&](const auto& range) { return range->end > offset; });
 }
 
-bool HttpResource::Core::didReceive(int64_t offset, std::span<const uint8_t> bytes) {
-  MutexLock lock(stateMutex_);
+/// What the download found out.
+void HttpResource::Core::learnWhileLocked() {
   size_ = place_.representation.size();
-  isPaused_ = !isWantedWhileLocked(offset) && offset >= front_ + aheadWhileLocked();
+  freshness_ = place_.freshness;
+  if (!asksInDoubt_ || place_.representation.isInDoubt()) return;
+  asksInDoubt_ = false;
+  isInDoubt_ = false;
+}
+
+bool HttpResource::Core::didReceive(int64_t offset, std::span<const uint8_t> bytes) {
+  bool isTaken = false;
+  {
+    MutexLock lock(stateMutex_);
+    isTaken = takeWhileLocked(offset, bytes);
+    memory_.set(store_.memory());
+  }
+  memory_.makeRoom();
+  return isTaken;
+}
+
+void HttpResource::Core::didChange() {
+  MutexLock lock(stateMutex_);
+  store_.clear();
+}
+
+bool HttpResource::Core::takeWhileLocked(int64_t offset, std::span<const uint8_t> bytes) {
+  learnWhileLocked();
+  isPaused_ = (preloadsWhileLocked() && !gate_->isOpen()) ||
+              (!isWantedWhileLocked(offset) && offset >= front_ + aheadWhileLocked());
   if (isPaused_) return false;
   if (!store_.write(offset, bytes)) {
     error_ = makePosixError(AVErrorUnknown, "Memory is short.", ENOMEM);
@@ -248,7 +417,7 @@ bool HttpResource::Core::didReceive(int64_t offset, std::span<const uint8_t> byt
 
 void HttpResource::Core::didEnd(const NSErrorPtr& error) {
   MutexLock lock(stateMutex_);
-  size_ = place_.representation.size();
+  learnWhileLocked();
   error_ = error;
   isOver_ = true;
   planSoonWhileLocked();
@@ -268,7 +437,7 @@ class HttpResource::HeldWant final : public Want {
 };
 
 HttpResource::HttpResource(URL address, HttpOptions options, HttpClient& client, ByteBudget& budget)
-    : core_(std::make_shared<Core>(std::move(address), std::move(options), client)),
+    : core_(std::make_shared<Core>(std::move(address), std::move(options), client, budget)),
       budget_(budget) {
   budget_.add(core_);
 }
@@ -278,21 +447,62 @@ HttpResource::~HttpResource() {
   core_->close();
 }
 
+void HttpResource::rest() {
+  budget_.remove(*core_);
+  core_->rest();
+}
+
+void HttpResource::wake() {
+  core_->wake();
+  budget_.add(core_);
+}
+
+bool HttpResource::isWorthKeeping() const {
+  return core_->isWorthKeeping();
+}
+
 int64_t HttpResource::readHeld(int64_t offset, std::span<uint8_t> bytes) {
-  return core_->readHeld(offset, bytes);
+  return core_->readHeld(Use::Read, offset, bytes);
+}
+
+int64_t HttpResource::readToPreload(int64_t offset, std::span<uint8_t> bytes) {
+  return core_->readHeld(Use::Preload, offset, bytes);
+}
+
+void HttpResource::beginPreload() {
+  core_->beginPreload();
+}
+
+void HttpResource::endPreload() {
+  core_->endPreload();
 }
 
 std::unique_ptr<media::ByteSource::Want> HttpResource::want(int64_t offset, int64_t count,
                                                             std::function<void()> handler) {
+  return wantFor(Use::Read, offset, count, std::move(handler));
+}
+
+std::unique_ptr<media::ByteSource::Want> HttpResource::wantToPreload(
+    int64_t offset, int64_t count, std::function<void()> handler) {
+  return wantFor(Use::Preload, offset, count, std::move(handler));
+}
+
+std::unique_ptr<media::ByteSource::Want> HttpResource::wantFor(Use use, int64_t offset,
+                                                               int64_t count,
+                                                               std::function<void()> handler) {
   const int64_t begin = std::max<int64_t>(offset, 0);
   const int64_t most = std::numeric_limits<int64_t>::max() - begin;
   const int64_t end = begin + std::clamp<int64_t>(count, 0, most);
-  return std::make_unique<HeldWant>(core_,
-                                    std::make_shared<AwaitedRange>(begin, end, std::move(handler)));
+  return std::make_unique<HeldWant>(
+      core_, std::make_shared<AwaitedRange>(use, begin, end, std::move(handler)));
 }
 
 std::optional<int64_t> HttpResource::size() const {
   return core_->size();
+}
+
+media::ByteSource::Ahead HttpResource::ahead() const {
+  return core_->ahead();
 }
 
 NSErrorPtr HttpResource::error() const {

@@ -30,14 +30,37 @@ class HttpResource final : public media::ByteSource {
   [[nodiscard]] int64_t readHeld(int64_t offset, std::span<uint8_t> bytes) override;
   [[nodiscard]] std::unique_ptr<Want> want(int64_t offset, int64_t count,
                                            std::function<void()> handler) override;
+  [[nodiscard]] Ahead ahead() const override;
   [[nodiscard]] std::optional<int64_t> size() const override;
   [[nodiscard]] NSErrorPtr error() const override;
   [[nodiscard]] const std::string& name() const override;
 
+  // For PreloadBytes: bytes that nobody reads yet. They come in pieces, not ahead of what is
+  // wanted, and only while nobody else waits. Each beginPreload() has its endPreload().
+  void beginPreload();
+  void endPreload();
+  [[nodiscard]] int64_t readToPreload(int64_t offset, std::span<uint8_t> bytes);
+  [[nodiscard]] std::unique_ptr<Want> wantToPreload(int64_t offset, int64_t count,
+                                                    std::function<void()> handler);
+
+  /// Nobody reads any more: ends the traffic and leaves the budget's shares to others, and keeps
+  /// the bytes, which stay counted.
+  void rest();
+  /// Somebody reads again. Bytes that are fresh no longer are given only once the server has said
+  /// that they are still the same, which is asked with the first Want. Reading that comes near the
+  /// end of what was kept reads on ahead.
+  void wake();
+  /// Whether another reader may want what it holds, and the server lets one keep it.
+  [[nodiscard]] bool isWorthKeeping() const;
+
  private:
+  enum class Use { Read, Preload };
   struct AwaitedRange;
   class Core;
   class HeldWant;
+
+  [[nodiscard]] std::unique_ptr<Want> wantFor(Use use, int64_t offset, int64_t count,
+                                              std::function<void()> handler);
 
   std::shared_ptr<Core> core_;
   ByteBudget& budget_;

@@ -49,8 +49,10 @@ void HttpTransfer::setUp(const TrustedAuthorities& authorities) {
   curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, 64L * 1024);
   curl_easy_setopt(easy, CURLOPT_TCP_KEEPALIVE, 1L);
   curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_2TLS});
-  // A second request waits for the first one's connection where that can take both.
-  curl_easy_setopt(easy, CURLOPT_PIPEWAIT, 1L);
+  // A second request waits for the first one's connection where that can take both. Without TLS it
+  // cannot, and libcurl would find out only when the first is over.
+  const bool isSecure = request_.address->scheme() == "https";
+  curl_easy_setopt(easy, CURLOPT_PIPEWAIT, isSecure ? 1L : 0L);
   curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS,
                    static_cast<long>(request_.limits.connect.count()));

@@ -34,6 +34,8 @@ class RangeStore {
   void pin(int64_t offset, int64_t end) { pins_.emplace(offset, end); }
   void unpin(int64_t offset, int64_t end);
 
+  /// Drops all bytes; pins stay.
+  void clear() { blocks_.clear(); }
   /// Drops what exceeds the new bound at once.
   void setBound(int64_t bound);
   /// Bytes of memory taken.

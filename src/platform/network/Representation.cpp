@@ -31,6 +31,7 @@ bool isRedirect(const HttpHead& head) {
 }  // namespace
 
 std::vector<HttpField> Representation::fieldsFor(int64_t offset, std::optional<int64_t> end) const {
+  if (isInDoubt_) return fieldsInDoubt();
   if (!servesRanges_) return {};
   std::string range = "bytes=" + std::to_string(offset) + "-";
   if (end) range += std::to_string(*end - 1);
@@ -40,8 +41,19 @@ std::vector<HttpField> Representation::fieldsFor(int64_t offset, std::optional<i
   return fields;
 }
 
+std::vector<HttpField> Representation::fieldsInDoubt() const {
+  std::vector<HttpField> fields{{"Range", "bytes=0-"}};
+  if (!validator_.entityTag.empty()) {
+    fields.emplace_back("If-None-Match", validator_.entityTag);
+  } else if (!validator_.lastModified.empty()) {
+    fields.emplace_back("If-Modified-Since", validator_.lastModified);
+  }
+  return fields;
+}
+
 Representation::Verdict Representation::judge(const HttpHead& head, int64_t askedFor, int64_t now) {
   if (isRedirect(head)) return {Verdict::Kind::Redirect, 0, {}, nullptr};
+  if (isInDoubt_) return judgeInDoubt(head, now);
   const int status = head.status();
   const bool hasBytes = status == kOK || status == kPartialContent;
   if (hasBytes && !head.isPlain()) return badAnswer("compressed the file, which it must not.");
@@ -49,6 +61,25 @@ Representation::Verdict Representation::judge(const HttpHead& head, int64_t aske
   if (status == kPartialContent) return judgePart(head, askedFor);
   if (status == kRangeNotSatisfiable) return judgeBeyondEnd(head, askedFor);
   return judgeFailure(head, now);
+}
+
+/// Anything but bytes and the word that they are the same leaves the doubt.
+Representation::Verdict Representation::judgeInDoubt(const HttpHead& head, int64_t now) {
+  if (head.status() == kNotModified) {
+    isInDoubt_ = false;
+    return {Verdict::Kind::Same, 0, {}, nullptr};
+  }
+  Representation anew(name_);
+  Verdict verdict = anew.judge(head, 0, now);
+  if (verdict.kind != Verdict::Kind::Body) return verdict;
+  const bool isKnown = !validator_.forIfRange().empty();
+  verdict.isAnother = !isKnown || anew.validator_.forIfRange() != validator_.forIfRange() ||
+                      (size_ && anew.size_ != size_);
+  size_ = anew.size_;
+  validator_ = anew.validator_;
+  servesRanges_ = anew.servesRanges_;
+  isInDoubt_ = false;
+  return verdict;
 }
 
 /// All of the bytes: from a server that does not serve ranges, or whose resource is another one by

@@ -18,6 +18,7 @@ class Representation {
   struct Verdict {
     enum class Kind {
       Body,      ///< its bytes are the resource's, from `offset` on
+      Same,      ///< what was held in doubt is the resource's still
       End,       ///< there is nothing from the asked place on
       Redirect,  ///< it is at another address
       Later,     ///< the server is in trouble, or asks for patience (`retryAfter`)
@@ -27,6 +28,7 @@ class Representation {
     int64_t offset = 0;
     std::optional<int64_t> retryAfter;  // seconds
     NSErrorPtr error;
+    bool isAnother = false;  ///< a Body that none of the bytes held in doubt belong to
   };
 
   /// `name` is what a person knows the resource by, for errors.
@@ -39,6 +41,11 @@ class Representation {
   /// Judges the answer to these, and learns from it. `now` is in seconds since 1970.
   [[nodiscard]] Verdict judge(const HttpHead& head, int64_t askedFor, int64_t now);
 
+  /// The bytes may be others by now: the next fields ask from the start on, and only if they are;
+  /// the answer tells.
+  void doubt() { isInDoubt_ = true; }
+  [[nodiscard]] bool isInDoubt() const { return isInDoubt_; }
+
   /// An answer without a length ended in good order here.
   void learnSize(int64_t size) { size_ = size; }
 
@@ -47,6 +54,8 @@ class Representation {
   [[nodiscard]] bool servesRanges() const { return servesRanges_; }
 
  private:
+  [[nodiscard]] std::vector<HttpField> fieldsInDoubt() const;
+  [[nodiscard]] Verdict judgeInDoubt(const HttpHead& head, int64_t now);
   [[nodiscard]] Verdict judgeWhole(const HttpHead& head);
   [[nodiscard]] Verdict judgePart(const HttpHead& head, int64_t askedFor);
   [[nodiscard]] Verdict judgeBeyondEnd(const HttpHead& head, int64_t askedFor);
@@ -60,6 +69,7 @@ class Representation {
   std::optional<int64_t> size_;
   Validator validator_;
   bool servesRanges_ = true;
+  bool isInDoubt_ = false;
 };
 
 }  // namespace zaffo::network

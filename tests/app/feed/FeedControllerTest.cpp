@@ -5,6 +5,7 @@
 
 #include <set>
 
+#include "app/feed/RecordingPreloader.h"
 #include "doubles/ManualTime.h"
 
 namespace zaffo::feed {
@@ -90,8 +91,13 @@ class FeedControllerTest : public testing::Test {
                                            auto cell = std::make_shared<RecordingCell>(page, calls);
                                            cells[page] = cell;
                                            return cell;
-                                         }});
+                                         },
+                                         std::make_shared<PagePreloads>(preloader, addressOf)});
     view->setPageHandler([this](int page) { controller->showPage(page); });
+  }
+
+  static std::shared_ptr<const NSURL> addressOf(int page) {
+    return NSURL::URLWithString("http://a.example/" + std::to_string(page));
   }
 
   std::shared_ptr<RecordingCell> cell(int page) { return cells[page].lock(); }
@@ -121,6 +127,7 @@ class FeedControllerTest : public testing::Test {
   }
 
   ManualTime time;
+  RecordingPreloader preloader;
   std::shared_ptr<PlayerManager> manager = PlayerManager::create();
   std::shared_ptr<FeedView> view = FeedView::create(20);
   std::shared_ptr<Statistics> statistics = std::make_shared<Statistics>();
@@ -149,6 +156,35 @@ TEST_F(FeedControllerTest, NeighboursThatSettleStartNothingMore) {
   settle(1);
   settle(2);
   EXPECT_TRUE(calls.empty());
+}
+
+TEST_F(FeedControllerTest, TheNextTwoPagesAreFetchedWhenThePageInViewIsLoaded) {
+  controller->start();
+  time.settle();
+  EXPECT_TRUE(preloader.calls.empty());
+  settle(0);
+  EXPECT_THAT(preloader.calls, ElementsAre("preload 1 1", "preload 2 0"));
+  settle(1);
+  EXPECT_EQ(preloader.calls.size(), 2u) << "once is enough";
+}
+
+TEST_F(FeedControllerTest, WhatTheSwipeLeavesIsFetchedNoMore) {
+  controller->start();
+  settle(0);
+  turnTo(1);
+  EXPECT_EQ(preloader.calls.size(), 2u) << "both are still ahead, or in view";
+  settle(1);
+  EXPECT_EQ(preloader.calls.back(), "preload 3 0");
+  preloader.calls.clear();
+  turnTo(0);
+  EXPECT_THAT(preloader.calls, UnorderedElementsAre("cancel 1", "cancel 2", "cancel 3"));
+}
+
+TEST_F(FeedControllerTest, NothingIsFetchedAfterTheEnd) {
+  controller->start();
+  settle(0);
+  controller->stop();
+  EXPECT_THAT(preloader.calls, ElementsAre("preload 1 1", "preload 2 0", "cancel 1", "cancel 2"));
 }
 
 TEST_F(FeedControllerTest, NearPagesGetTheirThumbnails) {

@@ -40,5 +40,28 @@ TEST(ByteBudget, GivesTheOthersWhatOneThatLeavesHad) {
   EXPECT_EQ(third->bound, 33);
 }
 
+TEST(ByteBudget, HasTheKeeperMakeRoomWhenMoreIsCountedThanThereMayBe) {
+  struct Keeper final : ByteBudget::Keeper {
+    void makeRoom() override { ++calls; }
+    int calls = 0;
+  };
+  ByteBudget budget(100, 80);
+  const auto keeper = std::make_shared<Keeper>();
+  budget.setKeeper(keeper);
+  ByteBudget::Count one(budget);
+  one.set(60);
+  {
+    ByteBudget::Count other(budget);
+    other.set(40);
+    other.makeRoom();
+    EXPECT_EQ(keeper->calls, 0);
+    other.set(41);
+    other.makeRoom();
+    EXPECT_EQ(keeper->calls, 1);
+    EXPECT_EQ(budget.counted(), 101);
+  }
+  EXPECT_EQ(budget.counted(), 60);
+}
+
 }  // namespace
 }  // namespace zaffo::network

@@ -61,6 +61,31 @@ TEST_F(HttpResourceTest, AsksOnceForAllAndLearnsTheSize) {
   EXPECT_EQ(clip.error(), nullptr);
 }
 
+TEST_F(HttpResourceTest, TellsWhatIsHereBehindWhatWasRead) {
+  FaultReply stalled = good();
+  stalled.stallsAfter = 100'000;
+  auto& clip = open({stalled, good()}, impatientOptions());
+  EXPECT_EQ(clip.ahead().count, 0);
+  EXPECT_FALSE(clip.ahead().isFull);
+  await(clip, 0, 100'000);
+  EXPECT_EQ(held(clip, 0, 30'000).size(), 30'000U);
+  auto ahead = clip.ahead();
+  EXPECT_EQ(ahead.count, 70'000);
+  EXPECT_FALSE(ahead.isRest || ahead.isAll || ahead.isFull);
+  await(clip, 0, 300'000);
+  EXPECT_EQ(held(clip, 0, 30'000).size(), 30'000U);
+  ahead = clip.ahead();
+  EXPECT_TRUE(ahead.isRest && ahead.isAll && ahead.isFull);
+}
+
+TEST_F(HttpResourceTest, TellsThatTheRestIsHereWhereTheBeginningIsNot) {
+  auto& clip = open({good()});
+  bring(clip, 250'000, 10);
+  await(clip, 250'000, 50'000);
+  EXPECT_TRUE(clip.ahead().isRest);
+  EXPECT_FALSE(clip.ahead().isAll);
+}
+
 TEST_F(HttpResourceTest, AsksForNothingUntilSomethingIsWanted) {
   auto& clip = open({good()});
   uint8_t byte = 0;
@@ -457,9 +482,25 @@ TEST_F(TrafficTest, RunsAheadNoFurtherThanTheBoundAllows) {
     ASSERT_TRUE(
         areBytes(bring(clip, at, 1 << 20), large.substr(static_cast<std::size_t>(at), 1 << 20)));
     ASSERT_EQ(held(clip, at + (6 << 20), 1), "") << "more than the bound allows lies ahead";
+    ASSERT_LE(clip.ahead().count, 5 << 20);
   }
   // It paused and went on, and never had to ask again.
   EXPECT_EQ(server.requests().size(), 1U);
+}
+
+TEST_F(TrafficTest, OfOneResourceKeepsThatOfAnotherWaitingNowhere) {
+  FaultReply stalled = good();
+  stalled.stallsAfter = 1000;
+  server.on("/one", {stalled});
+  server.on("/other", {stalled});
+  std::vector<std::unique_ptr<HttpResource>> clips;
+  std::vector<std::unique_ptr<media::ByteSource::Want>> wants;
+  for (const char* path : {"/one", "/other"}) {
+    clips.push_back(std::make_unique<HttpResource>(NSURL::URLWithString(server.address(path)),
+                                                   quickOptions(), HttpClient::shared(), budget));
+    wants.push_back(clips.back()->want(0, 2000, [] {}));
+  }
+  EXPECT_TRUE(server.waitForRequests(2));
 }
 
 TEST_F(TrafficTest, OfManyResourcesHasOneThread) {

@@ -33,6 +33,42 @@ TEST(Representation, AsksForARangeAndThenForThatOfTheSameBytes) {
             (std::vector<HttpField>{{"Range", "bytes=50-59"}, {"If-Range", "\"a\""}}));
 }
 
+TEST(Representation, InDoubtAsksWhetherItIsAnother) {
+  Representation clip = known();
+  clip.doubt();
+  EXPECT_EQ(clip.fieldsFor(50, 60),
+            (std::vector<HttpField>{{"Range", "bytes=0-"}, {"If-None-Match", "\"a\""}}));
+  EXPECT_EQ(clip.judge(head({"HTTP/1.1 503 X"}), 0, 0).kind, Kind::Later);
+  EXPECT_TRUE(clip.isInDoubt());
+  EXPECT_EQ(clip.judge(head({"HTTP/1.1 304 X"}), 0, 0).kind, Kind::Same);
+  EXPECT_FALSE(clip.isInDoubt());
+  EXPECT_EQ(clip.size(), 100);
+}
+
+TEST(Representation, InDoubtTellsTheSameBytesFromOthers) {
+  for (const char* const tag : {"ETag: \"a\"", "ETag: \"b\"", "X: nothing"}) {
+    Representation clip = known();
+    clip.doubt();
+    const auto verdict =
+        clip.judge(head({"HTTP/1.1 206 X", "Content-Range: bytes 0-99/100", tag}), 0, 0);
+    EXPECT_EQ(verdict.kind, Kind::Body);
+    EXPECT_EQ(verdict.isAnother, std::string(tag) != "ETag: \"a\"") << tag;
+    EXPECT_FALSE(clip.isInDoubt());
+  }
+  Representation clip = known();
+  clip.doubt();
+  EXPECT_TRUE(clip.judge(head({"HTTP/1.1 200 X", "Content-Length: 7"}), 0, 0).isAnother);
+  EXPECT_EQ(clip.size(), 7);
+}
+
+TEST(Representation, InDoubtGoesByTheDateWhereThereIsNoTag) {
+  Representation clip("x");
+  (void)clip.judge(head({"HTTP/1.1 200 X", "Content-Length: 7", "Last-Modified: Monday"}), 0, 0);
+  clip.doubt();
+  EXPECT_EQ(clip.fieldsFor(0, {}),
+            (std::vector<HttpField>{{"Range", "bytes=0-"}, {"If-Modified-Since", "Monday"}}));
+}
+
 TEST(Representation, LearnsSizeAndRangesFromTheFirstAnswer) {
   EXPECT_EQ(known().size(), 100);
   EXPECT_TRUE(known().servesRanges());

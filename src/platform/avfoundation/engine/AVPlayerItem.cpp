@@ -15,4 +15,24 @@ std::shared_ptr<AVPlayerItem> AVPlayerItem::playerItemWithAsset(std::shared_ptr<
   return std::make_shared<PlayerItem>(fixed ? std::move(fixed) : std::move(asset));
 }
 
+// Of an item that needs no buffer.
+
+std::vector<CMTimeRange> AVPlayerItem::loadedTimeRanges() const {
+  const CMTime whole = duration();
+  if (!CMTIME_IS_NUMERIC(whole)) return {};
+  return {CMTimeRangeMake(kCMTimeZero, whole)};
+}
+
+bool AVPlayerItem::isPlaybackBufferEmpty() const {
+  return false;
+}
+
+bool AVPlayerItem::isPlaybackLikelyToKeepUp() const {
+  return true;
+}
+
+bool AVPlayerItem::isPlaybackBufferFull() const {
+  return true;
+}
+
 }  // namespace zaffo

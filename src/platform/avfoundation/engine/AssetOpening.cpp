@@ -14,7 +14,7 @@ namespace {
 Result<std::shared_ptr<media::ByteSource>> bytesAt(const std::shared_ptr<const NSURL>& url) {
   if (!url) return makeError(AVErrorUnsupportedURL, "There is no address of a clip.");
   if (url->isFileURL()) return media::LocalByteSource::open(url->path());
-  return std::shared_ptr<media::ByteSource>(network::sharedResourceAt(url));
+  return std::shared_ptr<media::ByteSource>(network::SharedResources::shared().at(url));
 }
 
 }  // namespace

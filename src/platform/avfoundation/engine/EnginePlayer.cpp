@@ -167,6 +167,7 @@ void EnginePlayer::openPlayback() {
     MutexLock lock(itemMutex_);
     playback_ = opened;
   }
+  item->setPlayback(opened);
   opened->setVolume(volume_);
   if (rate_ > 0) opened->setRate(rate_);
   for (auto& completion : std::exchange(waitingPrerolls_, {})) {
@@ -180,6 +181,7 @@ void EnginePlayer::closePlayback() {
   {
     MutexLock lock(itemMutex_);
     closed = std::exchange(playback_, nullptr);
+    if (item_) item_->setPlayback({});
   }
   if (!closed) return;
   for (const auto& observer : observers_) observer->follow(nullptr);

@@ -5,6 +5,7 @@
 
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/NSThread.h"
+#include "platform/media/playback/Playback.h"
 #include "platform/media/source/SampleSource.h"
 
 namespace zaffo {
@@ -12,6 +13,9 @@ namespace zaffo {
 namespace {
 
 constexpr std::array kNeededKeys = {"tracks", "duration"};
+
+/// That many lie ahead of a player that is likely to keep up.
+constexpr double kEnoughSeconds = 2;
 
 bool hasEnded(AVKeyValueStatus status) {
   return status != AVKeyValueStatus::Unknown && status != AVKeyValueStatus::Loading;
@@ -46,6 +50,57 @@ std::shared_ptr<const AVAudioMix> PlayerItem::audioMix() const {
 void PlayerItem::setAudioMix(std::shared_ptr<const AVAudioMix> mix) {
   MutexLock lock(statusMutex_);
   audioMix_ = std::move(mix);
+}
+
+void PlayerItem::setPlayback(std::weak_ptr<const media::Playback> playback) {
+  MutexLock lock(statusMutex_);
+  playback_ = std::move(playback);
+}
+
+/// Null until the asset is loaded.
+std::optional<PlayerItem::Buffer> PlayerItem::buffer() const {
+  const auto source = asset_->sampleSource();
+  if (!source) return std::nullopt;
+  std::weak_ptr<const media::Playback> weakPlayback;
+  {
+    MutexLock lock(statusMutex_);
+    weakPlayback = playback_;
+  }
+  Buffer buffer{source->bufferedAhead()};
+  const auto playback = weakPlayback.lock();
+  if (!playback) return buffer;
+  const bool hasMore = buffer.ahead.isRest || buffer.ahead.seconds > 0;
+  buffer.position = playback->currentTime();
+  buffer.isEmpty = playback->waitsForSource() || (playback->stoodStillDry() && !hasMore);
+  return buffer;
+}
+
+std::vector<CMTimeRange> PlayerItem::loadedTimeRanges() const {
+  const auto at = buffer();
+  const CMTime whole = duration();
+  if (!at || !CMTIME_IS_NUMERIC(whole)) return {};
+  if (at->ahead.isAll) return {CMTimeRangeMake(kCMTimeZero, whole)};
+  const CMTime left = whole - at->position;
+  const CMTime ahead =
+      at->ahead.isRest ? left : CMTimeMinimum(left, CMTimeMakeWithSeconds(at->ahead.seconds, 600));
+  if (ahead <= kCMTimeZero) return {};
+  return {CMTimeRangeMake(at->position, ahead)};
+}
+
+bool PlayerItem::isPlaybackBufferEmpty() const {
+  const auto at = buffer();
+  return !at || at->isEmpty;
+}
+
+bool PlayerItem::isPlaybackLikelyToKeepUp() const {
+  const auto at = buffer();
+  if (!at || at->isEmpty) return false;
+  return at->ahead.isRest || at->ahead.isFull || at->ahead.seconds >= kEnoughSeconds;
+}
+
+bool PlayerItem::isPlaybackBufferFull() const {
+  const auto at = buffer();
+  return at && (at->ahead.isRest || at->ahead.isFull);
 }
 
 void PlayerItem::prepare(std::function<void()> settled) {

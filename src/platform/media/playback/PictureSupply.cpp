@@ -124,13 +124,20 @@ void PictureSupply::rest() {
 }
 
 bool PictureSupply::holdsMore() const {
-  return track_ && !error_ && (track_->hasDecoder() || frames_->queued() > 0);
+  return track_ && !error_ &&
+         (track_->hasDecoder() || frames_->queued() > 0 || keepsOtherThan(frames_->shownTime()));
+}
+
+bool PictureSupply::keepsOtherThan(CMTime shown) const {
+  return first_ && first_->presentation != shown;
 }
 
 void PictureSupply::letGo() {
   const CMTime shown = frames_->shownTime();
   if (!holdsMore() || CMTIME_IS_INVALID(shown)) return;
   frames_->dropQueued();
+  found_ = {};
+  if (keepsOtherThan(shown)) first_.reset();
   track_->resumeAfter(shown);
   track_->releaseDecoderIfRebuildable();
   burst_.stop();

@@ -74,6 +74,7 @@ class PictureSupply {
 
  private:
   [[nodiscard]] bool takeFirstFrame(CMTime target);
+  [[nodiscard]] bool keepsOtherThan(CMTime shown) const;
   [[nodiscard]] bool step(CMTime now);
   [[nodiscard]] CMTime endOf(const VideoFrame& frame) const;
   [[nodiscard]] std::size_t framesForDecodeOnlyRun() const;
@@ -82,7 +83,7 @@ class PictureSupply {
   const CMTime duration_;
   std::unique_ptr<VideoTrack> track_;
   VideoFrame found_;
-  std::optional<VideoFrame> first_;
+  std::optional<VideoFrame> first_;  ///< for rewinds
   CMTime endOfLast_ = kCMTimeZero;
   NSErrorPtr error_;
   DecodeBurst burst_;

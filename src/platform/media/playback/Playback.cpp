@@ -137,6 +137,7 @@ void Playback::continueSeek() {
       case Outcome::Working:
         break;
       case Outcome::Again:
+        lack_ = Lack::Pressing;
         return;
       case Outcome::Ready:
         return finishSeek();
@@ -177,10 +178,14 @@ void Playback::settle() {
   assertCurrent(*queue_);
   const bool stands = state_ == PlaybackState::Ready || state_ == PlaybackState::Ended;
   if (!stands && state_ != PlaybackState::Running) return;
-  if (stands && !sound_.prefill(clock_.timeAt(TimeSource::now()))) return;
+  if (stands && !sound_.prefill(clock_.timeAt(TimeSource::now()))) {
+    lack_ = Lack::Pressing;
+    return;
+  }
   if (stands && sound_.failed() && !pictures_.exists()) {
     return fail(makeError(AVErrorDecodeFailed, "The sound cannot be decoded."));
   }
+  lack_ = Lack::None;
   completePrerolls(true);
   if (state_ == PlaybackState::Running) return;
   if (rate_ > 0) return startRunning();
@@ -236,6 +241,7 @@ void Playback::changeRate() {
 }
 
 void Playback::pause() {
+  if (lack_ == Lack::Pressing) lack_ = Lack::Idle;
   enter(PlaybackState::Ready);
   clock_.stop(TimeSource::now());
   cancelTimer();
@@ -278,10 +284,15 @@ void Playback::goOn() {
   if (pictures_.error()) error_ = pictures_.error();
   if (commands_.isSuperseded()) return;
   if (pictures_.isDry(now)) {
-    if (pictures_.isBusy()) post(&Playback::goOn);
+    if (pictures_.isBusy()) return post(&Playback::goOn);
+    lack_ = Lack::Pressing;
     return;
   }
-  if (!sound_.prefill(now)) return;
+  if (!sound_.prefill(now)) {
+    lack_ = Lack::Pressing;
+    return;
+  }
+  lack_ = Lack::None;
   completePrerolls(true);
   startRunning();
 }

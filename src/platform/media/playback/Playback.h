@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -67,11 +68,18 @@ class Playback : public std::enable_shared_from_this<Playback> {
   [[nodiscard]] bool isLatestCommand(uint64_t command) const { return commands_.isLatest(command); }
 
   [[nodiscard]] CMTime currentTime() const;
+  /// Whether it waits for the source, with nothing left to be shown or heard: before its first
+  /// picture and sound are there, and when they are for now all over.
+  [[nodiscard]] bool waitsForSource() const { return lack_ == Lack::Pressing; }
+  /// The same for one that was told to stand still while it waited.
+  [[nodiscard]] bool stoodStillDry() const { return lack_ == Lack::Idle; }
   [[nodiscard]] const std::shared_ptr<CMTimebase>& timebase() const { return clock_.timebase(); }
   [[nodiscard]] const std::shared_ptr<FrameStore>& frames() const { return frames_; }
 
  private:
   using Seek = std::shared_ptr<SeekRequest>;
+  /// Whether the source has to give more before it can go on, and whether it means to.
+  enum class Lack : uint8_t { None, Idle, Pressing };
   static constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
   Playback(const std::shared_ptr<SampleSource>& source, AudioOutput& output, Events events,
@@ -113,6 +121,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
   PlaybackClock clock_;
   const std::shared_ptr<FrameStore> frames_;
   CommandLog commands_;
+  std::atomic<Lack> lack_ = Lack::Pressing;
 
   Events events_;
   PlaybackState state_ = PlaybackState::Seeking;

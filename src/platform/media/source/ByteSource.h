@@ -22,6 +22,14 @@ class ByteSource {
     virtual ~Want() = default;
   };
 
+  /// What is here behind the place where reading has come to, without a gap.
+  struct Ahead {
+    bool isAll = true;   ///< also what lies before the place
+    bool isRest = true;  ///< all that follows
+    bool isFull = true;  ///< no more is brought until some of it is read
+    int64_t count = 0;   ///< bytes, where that is not the rest
+  };
+
   virtual ~ByteSource() = default;
 
   /// Copies what is held from `offset` on: the number of bytes, 0 at the end, -EAGAIN where the
@@ -33,6 +41,10 @@ class ByteSource {
   /// those up to the end are, or one of them will not come.
   [[nodiscard]] virtual std::unique_ptr<Want> want(int64_t offset, int64_t count,
                                                    std::function<void()> handler) = 0;
+
+  /// Where reading has come to is where somebody read or wanted last, of all who do. Local storage
+  /// counts as being here.
+  [[nodiscard]] virtual Ahead ahead() const { return {}; }
 
   /// Bytes in all; null while that is not known.
   [[nodiscard]] virtual std::optional<int64_t> size() const = 0;

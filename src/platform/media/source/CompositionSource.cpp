@@ -47,6 +47,14 @@ CMTime CompositionSource::emptyUntil(int trackID, CMTime time) const {
                                  : CMTimeMaximum(next->target.start, time);
 }
 
+BufferedAhead CompositionSource::bufferedAhead() const {
+  BufferedAhead ahead;
+  for (const auto& source : sources_) ahead = ahead.with(source->bufferedAhead());
+  // Behind the last segment of a clip comes its beginning again.
+  ahead.isRest = ahead.isAll;
+  return ahead;
+}
+
 Result<std::unique_ptr<SampleCursor>> CompositionSource::openCursor(int trackID) {
   SegmentList segments = segmentsOf(trackID);
   if (!segments) return makeError(AVErrorUnknown, "The composition has nothing in such a track.");

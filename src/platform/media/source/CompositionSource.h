@@ -35,6 +35,8 @@ class CompositionSource : public SampleSource,
   [[nodiscard]] NSErrorPtr whyNotDecoded(int trackID) const override;
   [[nodiscard]] bool soundTracksAreOne() const override { return true; }
   [[nodiscard]] CMTime emptyUntil(int trackID, CMTime time) const override;
+  /// What all its sources have.
+  [[nodiscard]] BufferedAhead bufferedAhead() const override;
   Result<std::unique_ptr<SampleCursor>> openCursor(int trackID) override;
 
  private:

@@ -106,6 +106,14 @@ NSErrorPtr FileSampleSource::whyNotDecoded(int trackID) const {
   return found == undecodable_.end() ? nullptr : found->second;
 }
 
+BufferedAhead FileSampleSource::bufferedAhead() const {
+  const auto ahead = bytes_->ahead();
+  const auto size = static_cast<double>(bytes_->size().value_or(0));
+  const double duration = CMTIME_IS_NUMERIC(duration_) ? CMTimeGetSeconds(duration_) : 0;
+  const double seconds = size > 0 ? static_cast<double>(ahead.count) * duration / size : 0;
+  return {ahead.isAll, ahead.isRest, ahead.isFull, seconds};
+}
+
 Result<std::unique_ptr<SampleCursor>> FileSampleSource::openCursor(int trackID) {
   const auto track = std::ranges::find(tracks_, trackID, &AVAssetTrack::trackID);
   if (track == tracks_.end()) return makeError(AVErrorUnknown, "The asset has no such track.");

@@ -32,6 +32,7 @@ class FileSampleSource : public SampleSource,
   }
   [[nodiscard]] CMTime duration() const override { return duration_; }
   [[nodiscard]] NSErrorPtr whyNotDecoded(int trackID) const override;
+  [[nodiscard]] BufferedAhead bufferedAhead() const override;
   Result<std::unique_ptr<SampleCursor>> openCursor(int trackID) override;
 
   /// For cursors: what is known of one of the tracks.

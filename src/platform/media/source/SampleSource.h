@@ -7,6 +7,7 @@
 #include "platform/foundation/Result.h"
 #include "platform/media/Outcome.h"
 #include "platform/media/Sample.h"
+#include "platform/media/source/BufferedAhead.h"
 
 namespace zaffo {
 struct AVAssetTrack;
@@ -67,6 +68,9 @@ class SampleSource {
     static_cast<void>(trackID);
     return time;
   }
+
+  /// What is at hand behind the place where reading has come to.
+  [[nodiscard]] virtual BufferedAhead bufferedAhead() const { return {}; }
 
   /// A new cursor at the start of a track. Takes microseconds: what is to be read or parsed for it
   /// is when it is first asked for a sample.

@@ -34,6 +34,16 @@ TEST_F(PlaybackPauseTest, KeepsNoThreadOfADecoderForLong) {
   EXPECT_FALSE(time_.hasTimer()) << "nor memory that the next decoder could have had";
 }
 
+TEST_F(PlaybackPauseTest, KeepsTheFirstPictureOnlyForASoonRewind) {
+  openLong(0);
+  const std::weak_ptr first = playback_->frames()->bufferAtHostTime(TimeSource::now());
+  pauseFor(kSecond / 2);
+  EXPECT_FALSE(first.expired());
+  time_.advance(kSecond);
+  EXPECT_EQ(shown(), greyOf(30));
+  EXPECT_TRUE(first.expired());
+}
+
 TEST_F(PlaybackPauseTest, KeepsThePictureAndGoesOnBehindIt) {
   openLong(0);
   pauseFor(2 * kSecond);

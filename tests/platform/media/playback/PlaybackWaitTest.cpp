@@ -53,6 +53,34 @@ TEST_F(PlaybackWaitTest, GoesOnByItselfWhereItStoodAndShowsEveryPicture) {
   }
 }
 
+TEST_F(PlaybackWaitTest, TellsForHowLongItWaits) {
+  open(0);
+  EXPECT_FALSE(playback_->waitsForSource());
+  runDry();
+  EXPECT_TRUE(playback_->waitsForSource());
+  setRate(0);
+  EXPECT_FALSE(playback_->waitsForSource());
+  EXPECT_TRUE(playback_->stoodStillDry());
+  setRate(1);
+  EXPECT_TRUE(playback_->waitsForSource());
+  source_->let(1'000'000);
+  time_.settle();
+  EXPECT_FALSE(playback_->waitsForSource());
+  setRate(0);
+  EXPECT_FALSE(playback_->stoodStillDry());
+}
+
+TEST_F(PlaybackWaitTest, TellsThatItWaitsForItsFirstSound) {
+  open(4);
+  source_->let(0, kSound);
+  playback_->seek(CMTimeMake(2, 1), kCMTimeZero, kCMTimeZero, nullptr);
+  time_.settle();
+  EXPECT_TRUE(playback_->waitsForSource());
+  source_->let(1'000'000, kSound);
+  time_.settle();
+  EXPECT_FALSE(playback_->waitsForSource());
+}
+
 TEST_F(PlaybackWaitTest, TheEndIsToldWhenItIsTheEnd) {
   open(0);
   runDry();

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+
+#include "platform/network/HttpHead.h"
+
+namespace zaffo::network {
+
+/// Whether the bytes of an answer may be kept for later readers, and for how long these need not
+/// ask whether they are still the same: as Cache-Control says, or for five minutes. Times are those
+/// of TimeSource, in nanoseconds. Pure. Thread: the owner's.
+class Freshness {
+ public:
+  static constexpr int64_t kUsualSeconds = 300;
+
+  /// The head of an answer that came at `now`.
+  void learn(const HttpHead& head, int64_t now);
+
+  /// False after "no-store", and before anything was learnt.
+  [[nodiscard]] bool mayKeep() const { return mayKeep_; }
+  [[nodiscard]] bool isFresh(int64_t now) const { return mayKeep_ && now < end_; }
+
+ private:
+  bool mayKeep_ = false;
+  int64_t end_ = 0;
+};
+
+}  // namespace zaffo::network
