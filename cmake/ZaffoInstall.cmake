@@ -32,13 +32,17 @@ install(FILES ${PROJECT_BINARY_DIR}/ZaffoPlaybackConfig.cmake
 
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
-# zaffo_pkg_config(LIBRARY FILE DESCRIPTION [REQUIRES file…] [PACKAGES package…] [LIBS option…])
+# zaffo_pkg_config(LIBRARY FILE DESCRIPTION [REQUIRES file…] [PACKAGES package…] [LIBS option…]
+#                  [COMPONENT name])
 # The prefix is found from the file's own place, so that an installed tree can be moved, unless
 # folders were named absolutely.
 function(zaffo_pkg_config library file description)
   set(libs "")
   set(libs_private "")
-  cmake_parse_arguments(ARG "" "" "REQUIRES;PACKAGES;LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "" "COMPONENT" "REQUIRES;PACKAGES;LIBS" ${ARGN})
+  if(NOT ARG_COMPONENT)
+    set(ARG_COMPONENT ${CMAKE_INSTALL_DEFAULT_COMPONENT_NAME})
+  endif()
   # What static libraries are linked with is everybody's business; who links shared ones needs no
   # package of what is underneath, not even to be known to pkg-config.
   if(BUILD_SHARED_LIBS)
@@ -59,7 +63,8 @@ function(zaffo_pkg_config library file description)
   endforeach()
   configure_file(${CMAKE_CURRENT_FUNCTION_LIST_DIR}/zaffo.pc.in ${PROJECT_BINARY_DIR}/${file}.pc
                  @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/${file}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  install(FILES ${PROJECT_BINARY_DIR}/${file}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+          COMPONENT ${ARG_COMPONENT})
 endfunction()
 
 zaffo_pkg_config(ZaffoPlatform zaffo-platform "The media frameworks under ZaffoPlayback"
@@ -72,6 +77,19 @@ zaffo_pkg_config(ZaffoPlayback zaffo-playback "${PROJECT_DESCRIPTION}"
 zaffo_pkg_config(ZaffoWindow zaffo-window "A window that shows a view tree"
                  REQUIRES "zaffo-platform = ${PROJECT_VERSION}"
                  PACKAGES sdl2 LIBS -pthread -lstdc++)
+
+# The component `gtk`, which stands alone: who asks for it needs GTK's development files as well.
+if(TARGET ZaffoGtk)
+  install(TARGETS ZaffoGtk EXPORT ZaffoPlaybackGtk
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT gtk
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT gtk)
+  install(FILES ${PROJECT_SOURCE_DIR}/gtk/zaffo-gtk.h
+          DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZaffoGtk COMPONENT gtk)
+  install(EXPORT ZaffoPlaybackGtk NAMESPACE ZaffoPlayback:: FILE ZaffoPlaybackGtkTargets.cmake
+          DESTINATION ${package_dir} COMPONENT gtk)
+  zaffo_pkg_config(ZaffoGtk zaffo-gtk "Clips as widgets of GTK 4" COMPONENT gtk
+                   REQUIRES "zaffo-playback = ${PROJECT_VERSION}" "gtk4 >= 4.8")
+endif()
 
 add_custom_target(uninstall
   COMMAND ${CMAKE_COMMAND} -DMANIFEST=${PROJECT_BINARY_DIR}/install_manifest.txt
