@@ -24,6 +24,11 @@ class PagePreloadsTest : public testing::Test {
     clip_.entityTag = "\"clip\"";
     for (int page = 0; page < 4; ++page) server_.on(pathOf(page), {clip_});
   }
+  /// Nothing of a test's stays with the preloader, which is everybody's.
+  ~PagePreloadsTest() override {
+    preloads_.keepOnly({});
+    dispatch_wait_until_idle();
+  }
 
   /// No other test's server ever had this path.
   [[nodiscard]] static std::string pathOf(int page) {
