@@ -132,8 +132,8 @@ typedef void zaffo_output_callback(void* user);
 
 /// Calls `callback` when the picture to be seen is another one than zaffo_output_picture() gave
 /// last, or there is none any more; then not again until that has been called. Never inside this
-/// call, nor once the output or the player was released or the pool took the player away. Of two outputs of a player the later one
-/// is served. Null for no player or callback.
+/// call, nor once the output or the player was released or the pool took the player away. Of two
+/// outputs of a player the later one is served. Null for no player or callback.
 ZAFFO_C_EXPORT zaffo_output* zaffo_output_attach(zaffo_player* player,
                                                  zaffo_output_callback* callback, void* user);
 ZAFFO_C_EXPORT void zaffo_output_release(zaffo_output* output);

@@ -36,7 +36,7 @@ struct RemotePlace {
 
   const URL address;  ///< as the application has it
   const HttpOptions options;
-  URL current;  ///< where the server led
+  URL current;               ///< where the server led
   bool isLedForNow = false;  ///< it may lead elsewhere another time
   Representation representation;
   Freshness freshness;  ///< of the last answer
