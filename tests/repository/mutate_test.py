@@ -183,7 +183,7 @@ PROJECT = {
         }
         int doubled(unsigned value) {
           volatile int sum = 0;
-          for (unsigned count = 0; count != value; ++count) sum = sum + 2;
+          for (unsigned long long count = 0; count != value; ++count) sum = sum + 2;
           return sum;
         }
         """,
