@@ -139,30 +139,52 @@ ZaffoGtkPaintable* paintableOf(ZaffoGtkVideo* video) {
   return zaffo_gtk_video_get_paintable(video);
 }
 
+/// A handler of a signal, for as long as this lives.
+class Connection {
+ public:
+  Connection(gpointer object, const char* signal, GCallback handler, gpointer user,
+             GConnectFlags flags)
+      : object_(G_OBJECT(object)),
+        id_(g_signal_connect_data(object, signal, handler, user, nullptr, flags)) {
+    g_object_add_weak_pointer(object_, reinterpret_cast<gpointer*>(&object_));
+  }
+  ~Connection() {
+    if (object_) g_signal_handler_disconnect(object_, id_);
+    g_clear_weak_pointer(&object_);
+  }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+ private:
+  GObject* object_;  // null once it is gone
+  const gulong id_;
+};
+
 /// What the `failed` signals of a paintable told.
 class Failures {
  public:
-  explicit Failures(ZaffoGtkPaintable* paintable) {
-    g_signal_connect_swapped(paintable, "failed", G_CALLBACK(&Failures::add), this);
-  }
+  explicit Failures(ZaffoGtkPaintable* paintable)
+      : connection_(paintable, "failed", G_CALLBACK(&Failures::add), this, G_CONNECT_SWAPPED) {}
   [[nodiscard]] const std::vector<std::string>& texts() const { return texts_; }
 
  private:
   static void add(Failures* self, const char* text) { self->texts_.emplace_back(text); }
   std::vector<std::string> texts_;
+  const Connection connection_;
 };
 
 /// How often a paintable said that it looks different.
 class Changes {
  public:
-  explicit Changes(ZaffoGtkPaintable* paintable) {
-    g_signal_connect_swapped(paintable, "invalidate-contents", G_CALLBACK(&Changes::add), this);
-  }
+  explicit Changes(ZaffoGtkPaintable* paintable)
+      : connection_(paintable, "invalidate-contents", G_CALLBACK(&Changes::add), this,
+                    G_CONNECT_SWAPPED) {}
   int take() { return std::exchange(count_, 0); }
 
  private:
   static void add(Changes* self) { ++self->count_; }
   int count_ = 0;
+  const Connection connection_;
 };
 
 /// The players that the pool has, a line each.
@@ -428,7 +450,7 @@ TEST_F(GtkTest, PropertiesAreKeptAndTold) {
   ZaffoGtkPaintable* const paintable = paintableOf(show("h264_30.mp4"));
   int told = 0;
   const auto tell = +[](GObject*, GParamSpec*, int* count) { ++*count; };
-  g_signal_connect(paintable, "notify", G_CALLBACK(tell), &told);
+  const Connection connection(paintable, "notify", G_CALLBACK(tell), &told, GConnectFlags{});
   for (int round = 0; round < 2; ++round) {
     g_object_set(paintable, "volume", 0.25, "playing", FALSE, "scale", 3, nullptr);
   }
