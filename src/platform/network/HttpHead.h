@@ -1,12 +1,16 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace zaffo::network {
+
+/// No file is as long: what lies up to here may be added to without a thought.
+inline constexpr int64_t kFarthest = std::numeric_limits<int64_t>::max() / 2;
 
 /// What "Content-Range: bytes 0-99/200" says.
 struct ContentRange {

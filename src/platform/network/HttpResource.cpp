@@ -21,8 +21,6 @@ namespace {
 constexpr int64_t kWorthReading = int64_t{128} * 1024;
 /// What a preload asks for at a time.
 constexpr int64_t kPreloadPiece = int64_t{512} * 1024;
-/// No file is that long: places may be added to without a thought.
-constexpr int64_t kFarthest = std::numeric_limits<int64_t>::max() / 2;
 
 bool mayPass(const NSError& error) {
   switch (error.code()) {
@@ -259,7 +257,6 @@ void HttpResource::Core::rest() {
   MutexLock lock(stateMutex_);
   isClosed_ = true;
   readsAhead_ = false;
-  store_.wantFirst();
   planSoonWhileLocked();
 }
 

@@ -1,6 +1,5 @@
 #include "platform/network/Representation.h"
 
-#include <limits>
 #include <utility>
 
 #include "platform/network/NetworkError.h"
@@ -8,9 +7,6 @@
 namespace zaffo::network {
 
 namespace {
-
-/// No file is that long.
-constexpr int64_t kFarthest = std::numeric_limits<int64_t>::max() / 2;
 
 enum Status {
   kOK = 200,

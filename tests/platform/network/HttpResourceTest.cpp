@@ -28,12 +28,7 @@ class HttpResourceTest : public testing::Test {
     return *resource;
   }
   /// A reply with the body that the tests expect.
-  [[nodiscard]] FaultReply good() const {
-    FaultReply reply;
-    reply.body = body;
-    reply.entityTag = "\"one\"";
-    return reply;
-  }
+  [[nodiscard]] FaultReply good() const { return goodReply(body); }
   [[nodiscard]] std::vector<std::string> ranges() const {
     std::vector<std::string> asked;
     for (const auto& request : server.requests()) asked.push_back(request.field("Range"));

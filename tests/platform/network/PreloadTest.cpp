@@ -19,12 +19,7 @@ class PreloadTest : public testing::Test {
     return std::make_shared<HttpResource>(NSURL::URLWithString(server.address(path)),
                                           quickOptions(), client, budget);
   }
-  [[nodiscard]] FaultReply good() const {
-    FaultReply reply;
-    reply.body = body;
-    reply.entityTag = "\"one\"";
-    return reply;
-  }
+  [[nodiscard]] FaultReply good() const { return goodReply(body); }
   /// One that comes in ten pieces, a few milliseconds apart.
   [[nodiscard]] FaultReply slow() const {
     FaultReply reply = good();
@@ -38,12 +33,6 @@ class PreloadTest : public testing::Test {
     reply.headDelay = milliseconds(400);
     reply.pieceSize = 500;
     return reply;
-  }
-  static void await(media::ByteSource& bytes, int64_t offset, int64_t count) {
-    auto met = std::make_shared<std::promise<void>>();
-    auto future = met->get_future();
-    const auto want = bytes.want(offset, count, [met] { met->set_value(); });
-    ASSERT_EQ(future.wait_for(std::chrono::seconds(20)), std::future_status::ready);
   }
   [[nodiscard]] std::vector<std::string> paths() const {
     std::vector<std::string> asked;

@@ -41,6 +41,15 @@ class RemoteAssetTest : public testing::Test {
     return AVAsset::assetWithURL(NSURL::URLWithString(server_.address(path)));
   }
 
+  /// A clip of four seconds that comes in so many pieces, with a pause before each but the first.
+  std::shared_ptr<AVAsset> assetInPieces(std::size_t pieces, std::chrono::milliseconds pause) {
+    auto reply = replyWith("h264_30.mp4");
+    reply.pieceSize = reply.body.size() / pieces;
+    reply.pieceDelay = pause;
+    server_.on("/slow.mp4", {reply});
+    return assetAt("/slow.mp4");
+  }
+
   /// Waits until the bytes have no reader left, and are kept.
   bool isKept(const std::string& path) {
     const auto url = NSURL::URLWithString(server_.address(path));
@@ -108,11 +117,7 @@ TEST_F(RemoteAssetTest, PlaysWithItsIndexAtTheEndFromServersWithAndWithoutRanges
 }
 
 TEST_F(RemoteAssetTest, WaitsForWhatIsLateAndGoesOn) {
-  auto reply = replyWith("h264_30.mp4");
-  reply.pieceSize = reply.body.size() / 12;
-  reply.pieceDelay = std::chrono::milliseconds(150);
-  server_.on("/slow.mp4", {reply});
-  const auto asset = assetAt("/slow.mp4");
+  const auto asset = assetInPieces(12, std::chrono::milliseconds(150));
   ASSERT_FALSE(load(*asset));
   const auto player = playerOf(asset);
   const auto shown = playTo(*player, 110, 4);
@@ -121,11 +126,7 @@ TEST_F(RemoteAssetTest, WaitsForWhatIsLateAndGoesOn) {
 }
 
 TEST_F(RemoteAssetTest, TellsWhatIsAtHandAndWhenItRunsDry) {
-  auto reply = replyWith("h264_30.mp4");
-  reply.pieceSize = reply.body.size() / 2;
-  reply.pieceDelay = std::chrono::milliseconds(2500);
-  server_.on("/slow.mp4", {reply});
-  const auto asset = assetAt("/slow.mp4");
+  const auto asset = assetInPieces(2, std::chrono::milliseconds(2500));
   const auto item = AVPlayerItem::playerItemWithAsset(asset);
   EXPECT_TRUE(item->loadedTimeRanges().empty());
   EXPECT_TRUE(item->isPlaybackBufferEmpty());
@@ -159,11 +160,7 @@ TEST_F(RemoteAssetTest, TellsWhatIsAtHandAndWhenItRunsDry) {
 }
 
 TEST_F(RemoteAssetTest, TellsWhileItIsPausedThatMoreHasCome) {
-  auto reply = replyWith("h264_30.mp4");
-  reply.pieceSize = reply.body.size() / 2;
-  reply.pieceDelay = std::chrono::milliseconds(2500);
-  server_.on("/slow.mp4", {reply});
-  const auto asset = assetAt("/slow.mp4");
+  const auto asset = assetInPieces(2, std::chrono::milliseconds(2500));
   ASSERT_FALSE(load(*asset));
   const auto player = playerOf(asset);
   const auto item = player->currentItem();

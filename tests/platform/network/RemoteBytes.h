@@ -6,7 +6,9 @@
 #include <future>
 #include <memory>
 #include <string>
+#include <utility>
 
+#include "doubles/FaultServer.h"
 #include "platform/network/HttpResource.h"
 
 namespace zaffo::network {
@@ -28,6 +30,14 @@ inline HttpOptions impatientOptions() {
   return options;
 }
 
+/// A file as a good server has it.
+inline FaultReply goodReply(std::string body, std::string entityTag = "\"one\"") {
+  FaultReply reply;
+  reply.body = std::move(body);
+  reply.entityTag = std::move(entityTag);
+  return reply;
+}
+
 /// Whether bytes are as they should be; they are not printed.
 inline testing::AssertionResult areBytes(const std::string& bytes, const std::string& expected) {
   if (bytes == expected) return testing::AssertionSuccess();
@@ -47,10 +57,10 @@ inline std::string patternedBytes(std::size_t count) {
 }
 
 /// Waits until bytes are there, or will not come.
-inline void await(HttpResource& resource, int64_t offset, int64_t count) {
+inline void await(media::ByteSource& bytes, int64_t offset, int64_t count) {
   auto met = std::make_shared<std::promise<void>>();
   auto future = met->get_future();
-  const auto want = resource.want(offset, count, [met] { met->set_value(); });
+  const auto want = bytes.want(offset, count, [met] { met->set_value(); });
   ASSERT_EQ(future.wait_for(std::chrono::seconds(20)), std::future_status::ready);
 }
 

@@ -16,18 +16,8 @@ class SharedResourcesTest : public testing::Test {
   std::shared_ptr<HttpResource> at(const std::string& path) {
     return resources.at(NSURL::URLWithString(server.address(path)));
   }
-  [[nodiscard]] FaultReply good() const {
-    FaultReply reply;
-    reply.body = body;
-    reply.entityTag = "\"one\"";
-    return reply;
-  }
-  [[nodiscard]] FaultReply other() const {
-    FaultReply reply = good();
-    reply.body = std::string(200'000, 'o');
-    reply.entityTag = "\"two\"";
-    return reply;
-  }
+  [[nodiscard]] FaultReply good() const { return goodReply(body); }
+  [[nodiscard]] FaultReply other() const { return goodReply(std::string(200'000, 'o'), "\"two\""); }
   /// Reads all of it, and lets go of it.
   void readAll(const std::string& path) { EXPECT_NE(bringAll(*at(path)), ""); }
 
