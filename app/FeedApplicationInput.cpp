@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a person does to the feed, and sees of it.
 
 #include <cstdio>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a script can do to the feed.
 
 #include <cstdio>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The font of the feed's own texts, put into the program so that none need be installed.
     .section .rodata
     .balign 16

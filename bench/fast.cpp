@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The fast player beside the native one and raw FFmpeg in one thread, on the same clip in the same
 // run: zaffo-bench-fast CLIP OTHER-CLIP [Google Benchmark's options]. What is on show is told by
 // its pixels, so that every time ends with the right picture.

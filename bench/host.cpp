@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the application around a player notices of it, each in a process of its own:
 //   zaffo-bench-host heap MIB CLIP           its memory, beside a torn heap of so many MiB
 //   zaffo-bench-host wake-ups SECONDS CLIP   how often threads wake: drawn, hidden and idle

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How long a person waits, beside raw FFmpeg in one thread on the same clip: zaffo-bench-latency
 // CLIP OTHER-CLIP [Google Benchmark's options]. Each time is from the call to the picture.
 #include <benchmark/benchmark.h>

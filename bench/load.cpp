@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What players cost while they stand still and while they play, each in a process of its own:
 //   zaffo-bench-load floor-memory|floor-bytes|memory|paused COUNT CLIPS
 //   zaffo-bench-load floor-play|floor-play-picture|play|play-window COUNT SECONDS CLIPS

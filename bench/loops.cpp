@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What looping costs and how exact it is, each in a process of its own:
 //   zaffo-bench-loops build CLIP            making a looping item of a loaded asset
 //   zaffo-bench-loops cold CLIP             looping and plain item in turn: URL to first picture

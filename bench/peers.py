@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Measures other players' libraries beside this one and prints one table: peers.py BUILD CLIPS"""
 import json
 import os

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Runs the benchmarks and prints one table: run.py BUILD CLIPS [quick]"""
 import json
 import os

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What heavy pages take away from the others:
 //   zaffo-bench-starve play|seek|fast-play SECONDS LIGHT HEAVY...
 // A light page plays with its sound on. So do the heavy ones, silent (play, fast-play), or an exact

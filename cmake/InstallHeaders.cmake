@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Runs at install time with SOURCE, SCRATCH, DESTINATION and ROOTS: copies the public headers, which
 # are those an application reaches from the ROOTS, directly or not. Nothing else has to be listed, and
 # a private header cannot slip in unless a public one includes it. Installed, they include one another

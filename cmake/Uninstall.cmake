@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Removes what the last install laid down, by its MANIFEST, and the folders that it leaves empty.
 cmake_policy(VERSION 3.25)
 if(NOT EXISTS ${MANIFEST})

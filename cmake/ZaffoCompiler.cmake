@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Language level, warnings, visibility and sanitizers for everything in the project.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # What `cmake --install` lays down: the libraries, the public headers, CMake package files and one
 # pkg-config file for each library. The application and its man page install from app/.
 include(CMakePackageConfigHelpers)

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The library in C, without a window: c-feed FILE|URL SECONDS PICTURE.ppm
 //
 // Plays a clip until its picture at a time is due and writes that. A program with a loop of its own

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """The library in Python, without a window and without a binding: feed.py SECONDS FILE|URL...
 
 Plays one clip after another for so many seconds each, as a feed that is swiped, and says what was

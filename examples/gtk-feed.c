@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A feed in GTK 4: gtk-feed [--each SECONDS] FILE|URL...
 //
 // A clip to a page; the wheel and the arrow keys turn the pages. With --each they turn by

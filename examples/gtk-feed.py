@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """A feed in GTK 4, in Python: gtk-feed.py [--each SECONDS] FILE|URL...
 
 A clip to a page; the wheel and the arrow keys turn the pages. With --each they turn by themselves,

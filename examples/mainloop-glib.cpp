@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The main queue inside a GLib main loop, as in a GTK program: GLib watches the descriptor and a
 // turn is run when it is readable. Timers and work on other queues need nothing else.
 

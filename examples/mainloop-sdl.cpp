@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The main queue inside an SDL event loop. SDL waits for its own events only, so a thread watches
 // the descriptor and turns its readability into an event; the loop sleeps while nothing happens.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A player from the pool in a view, in ten lines: ten-lines FILE
 
 #include <ZaffoPlayback/ZaffoPlayback.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "zaffo-gtk-runtime.h"
 
 #include <glib-unix.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef ZAFFO_GTK_RUNTIME_H
 #define ZAFFO_GTK_RUNTIME_H
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Gives the pool this library's own players. It lies above pool/, which knows players only by their
 // contract, just as native/ and fast/ know nothing else of the pool.
 

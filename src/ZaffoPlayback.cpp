@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ZaffoPlayback.h"
 
 const double ZaffoPlaybackVersionNumber = ZAFFO_VERSION_NUMBER;

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // GStreamer's playbin3 with sinks that keep time and show nothing.
 #include <atomic>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One library beside the others: zaffo-peer-NAME latency CLIP OTHER-CLIP
 //                                zaffo-peer-NAME memory|play COUNT CLIP...
 //                                zaffo-peer-NAME loop SECONDS CLIP

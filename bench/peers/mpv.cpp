@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // libmpv, its core driven by events; pictures go to its null output, as ours go nowhere.
 #include <clocale>
 

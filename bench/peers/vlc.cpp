@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // libVLC: pictures go to memory, which is its way to hand them over; sound to its dummy output.
 #include <algorithm>
 #include <array>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // This library, through the pool, as an application uses it.
 #include "BenchFeed.h"
 #include "Peer.h"

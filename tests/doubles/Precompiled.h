@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What nearly every test includes, compiled once. Tests include what they use all the same.

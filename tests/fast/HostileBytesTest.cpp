@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Clips that are damaged at random places, in a pool of fast players.
 
 #include <gmock/gmock.h>

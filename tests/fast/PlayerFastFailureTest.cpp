@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Fast players of real clips that cannot be decoded.
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sessions over real clips that are let go of, in every state.
 
 #include <functional>

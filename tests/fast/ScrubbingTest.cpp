@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Seeks that follow one another before what the one before asked for was read, as somebody makes
 // them who drags a slider.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Random use of several fast players and sessions at once, over real clips. What is loaded stays
 // loaded until the test itself gets rid of it, unless the clip is a bad one.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The fast player begins on the main thread: what it shows first must not wait for the disk. In
 // real time, for time that is moved by hand waits until no reading is under way.
 

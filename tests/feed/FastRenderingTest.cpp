@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a fast player shows, as it is drawn.
 
 #include <gtest/gtest.h>

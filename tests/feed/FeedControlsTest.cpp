@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What keys, the wheel, clicks and drags do to the program.
 
 #include <gmock/gmock.h>

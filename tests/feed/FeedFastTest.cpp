@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The program on the test clips with fast players, from the outside.
 
 #include <gmock/gmock.h>

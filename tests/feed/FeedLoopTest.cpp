@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a run of the program sounds like, and shows, where its clips start again.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the program shows over the picture.
 
 #include <gmock/gmock.h>

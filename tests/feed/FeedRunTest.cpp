@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The program on the test clips, from the outside.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a run sends to the sound device, and when.
 
 #include <gmock/gmock.h>

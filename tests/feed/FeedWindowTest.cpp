@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The program in a real window.
 
 #include <gmock/gmock.h>

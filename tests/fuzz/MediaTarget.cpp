@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Opens the bytes as a file, reads each of its tracks from a few places and decodes what it reads.
 #include <array>
 #include <set>

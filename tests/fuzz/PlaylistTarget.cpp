@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Parses the bytes as a playlist that came by https and by http.
 #include <string>
 

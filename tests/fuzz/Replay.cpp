@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs a target without a fuzzer: over each file named, and over damaged copies of them.
 //   PROGRAM [--seed N] [--mutations N] FILE|FOLDER...
 // Damaged copy i is made with seed N + i and said before it runs, so that

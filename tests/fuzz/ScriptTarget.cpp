@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Parses the bytes as a script of the feed.
 #include <algorithm>
 #include <string>

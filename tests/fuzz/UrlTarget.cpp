@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Parses the bytes as an address, alone and relative to others, and as the path of a file.
 #include <string>
 

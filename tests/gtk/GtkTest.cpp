@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A program of GTK, in a real window on a display of its own.
 
 #include <ZaffoGtk/zaffo-gtk-runtime.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Loops of clips of all lengths and shapes: what the loader gives, and that it plays to its end.
 
 #include <gmock/gmock.h>

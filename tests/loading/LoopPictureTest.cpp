@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What is on screen while a loop plays over ten seams.
 
 #include <cmath>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Loops of clips that other people made: each round is like every other.
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What is heard while a loop plays over ten seams.
 
 #include <ostream>

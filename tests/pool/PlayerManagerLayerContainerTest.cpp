@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "doubles/ScriptedAVPlayer.h"
 #include "native/AVPlayerLayerContainer.h"
 #include "native/PlayerNative.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/avfoundation/AVAudioSession.h"
 #include "platform/foundation/NSNotificationCenter.h"
 #include "pool/PoolTest.h"

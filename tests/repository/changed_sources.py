@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Prints the sources of the library and the application that a change may have touched, for checks
 that are too slow to look at everything each time, what changed last first: changed_sources.py
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """What changed is found, on a small repository of its own."""
 import os
 import subprocess

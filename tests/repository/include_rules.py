@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Checks who includes whom: include_rules.py REPOSITORY. Prints each offence, fails if any."""
 import os
 import re

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """The include rules catch what they forbid, on small made-up trees."""
 import os
 import tempfile

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """tools/mutate changes what is code, lists what its tests do not notice, and leaves no trace."""
 import contextlib
 import io

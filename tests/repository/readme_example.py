@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Each line of the README's C++ stands in the example that it is taken from, in order:
 readme_example.py REPOSITORY"""
 import os

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Runs ctest: run_ctest.py BUILD [--second-try] [ctest's arguments]
 
 A sanitizer's report in whatever process of a test fails the run, also where the test passes: a

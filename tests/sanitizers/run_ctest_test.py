@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """What waits for the real clock gets a second try, and nothing that a sanitizer spoke in."""
 import os
 import shutil

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A thousand swipes leave nothing behind.
 
 #include <gtest/gtest.h>

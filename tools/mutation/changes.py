@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What can be changed in a file: one operator, constant or statement at a time."""
 import re
 from dataclasses import dataclass

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The command line of tools/mutate, and what it does."""
 import argparse
 import os

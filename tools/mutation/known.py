@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The table of mutants that are known to survive, each with the reason why."""
 import fnmatch
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """C++ text as tokens: enough of the language to tell code from comments, operators from types."""
 import re
 from dataclasses import dataclass

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A copy of the checkout to break things in, with a build of its own."""
 import fcntl
 import os

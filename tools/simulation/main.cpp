@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // zaffo-simulate [VIEWERS [SEED]]: what preloading is worth over a model of a feed on a network.
 #include <cstdio>
 #include <cstdlib>

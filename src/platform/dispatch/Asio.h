@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The only place that includes Asio: stand-alone, without its deprecated parts.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A page over real clips, with B frames, and a pool of fast players.
 
 #include "cell/FastPlayback.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A loop through a real sound server, in real time.
 
 #include <gtest/gtest.h>

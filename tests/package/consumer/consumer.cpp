@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // An application outside the project: it has the installed headers and libraries, nothing else.
 #include <ZaffoPlayback/ZaffoPlayback.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A plug-in of somebody's program, with the library behind it: what it starts outlives it.
 #include <ZaffoPlayback/ZaffoPlayback.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Loads the plug-in, lets go of it, and loads it again: the library's threads stay at work.
 #include <dlfcn.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Links the window library alone and opens an offscreen window.
 #include <ZaffoPlayback/platform/window/Window.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/avfoundation/AVComposition.h"
 #include "platform/avfoundation/AssetReaderFixture.h"
 #include "platform/media/SampleBuffers.h"

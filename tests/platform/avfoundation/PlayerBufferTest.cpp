@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What an item tells of its buffer.
 
 #include <gtest/gtest.h>

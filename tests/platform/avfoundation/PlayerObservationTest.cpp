@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a player's clients are told of its time, over the engine.
 
 #include <cmath>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // CMTime's arithmetic against exact rationals, over values of every size.
 #include <gtest/gtest.h>
 

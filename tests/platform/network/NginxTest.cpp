@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A real server: TLS under an authority of the test's own, HTTP/2, ranges on and off, a limited
 // rate.
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Files whose reads wait for seconds, and what they leave to others. In real time: where blocks
 // wait for the outside, time that is moved by hand would wait with them. A program of its own, for
 // the sound output's clock never goes back to a time that is moved by hand.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "PixelBuffers.h"
 #include "WindowTestSupport.h"
 #include "doubles/ManualTime.h"

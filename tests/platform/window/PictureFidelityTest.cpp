@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Videos as they are decoded and drawn, beside what the ffmpeg program makes of them.
 
 #include <cmath>

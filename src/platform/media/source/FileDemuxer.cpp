@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/media/source/FileDemuxer.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/FFmpegError.h"

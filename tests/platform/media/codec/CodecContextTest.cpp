@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/foundation/MakeError.h"
 #include "platform/media/FFmpegError.h"
 #include "platform/media/codec/CodecContext.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A playback whose clock is suddenly elsewhere, as after the process was
 // stopped.
 

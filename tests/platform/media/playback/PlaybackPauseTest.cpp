@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a playback holds that was paused in the midst of playing, and how it
 // goes on.
 

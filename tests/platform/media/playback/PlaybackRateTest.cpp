@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sound and picture through changes of rate: in step, and soon there.
 
 #include <array>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Seeks and prerolls of a playback whose source keeps it waiting.
 
 #include <optional>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A playback whose source has nothing for a while.
 
 #include "platform/media/playback/PlaybackFixture.h"

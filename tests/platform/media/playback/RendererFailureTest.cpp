@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Samples that cannot be decoded.
 
 #include "platform/foundation/AVError.h"

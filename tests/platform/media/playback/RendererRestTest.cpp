@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a renderer holds and does while it stands still, and what is left of one that is gone.
 
 #include <malloc.h>

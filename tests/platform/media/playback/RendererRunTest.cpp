@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs of samples that are left for the next before they are read, as somebody does who drags a
 // slider: whatever a run lacks is no failure, and never one of the run after it.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Room for samples, and who is called when there is some.
 
 #include "doubles/HeldQueue.h"

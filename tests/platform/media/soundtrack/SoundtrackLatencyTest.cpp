@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sound that is played on while the device takes it long before it is heard.
 #include <gtest/gtest.h>
 

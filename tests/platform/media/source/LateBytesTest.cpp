@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Files whose bytes come late and in pieces give the same samples as those that are all there.
 
 #include <gtest/gtest.h>

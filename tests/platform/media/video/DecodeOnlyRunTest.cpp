@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Segments that begin far behind a sync sample: what precedes their first frame takes long to
 // decode, so it has to be begun early.
 
