@@ -65,6 +65,9 @@ void describe(CLI::App& app, Options& options) {
   app.add_option("--shot", options.shotFile,
                  "Picture written by a headless run without a script (zaffo-feed.png)")
       ->type_name("FILE.png");
+  app.add_option("--cache", options.cacheFolder,
+                 "Keep what is fetched of remote clips in this folder, 256 MiB at most")
+      ->type_name("FOLDER");
   app.add_flag("!--no-sound", options.sound, "Leave the sound device alone");
   app.add_flag("--fast", options.fast, "Use the fast player for local files");
   app.add_flag("--trace", options.trace, "Print what the players tell about their work");

@@ -28,11 +28,12 @@ struct Options {
   bool fast = false;
   bool trace = false;
   Loop loop = Loop::Looping;
-  std::string audioOut;    ///< WAV file; empty for none
-  std::string scriptFile;  ///< empty for none
-  std::string commands;    ///< script given on the command line; empty for none
-  std::string statsFile;   ///< JSON file; empty for none
-  std::string shotFile;    ///< PNG file of a headless run without a script
+  std::string audioOut;     ///< WAV file; empty for none
+  std::string scriptFile;   ///< empty for none
+  std::string commands;     ///< script given on the command line; empty for none
+  std::string statsFile;    ///< JSON file; empty for none
+  std::string cacheFolder;  ///< for the bytes of remote clips; empty for memory alone
+  std::string shotFile;     ///< PNG file of a headless run without a script
 
   [[nodiscard]] bool hasScript() const { return !scriptFile.empty() || !commands.empty(); }
 };

@@ -61,6 +61,13 @@ int runFeed(const Options& options) {
     return scriptError(options, *wrong);
 
   if (!options.trace) setTraceSink([](std::string_view) {});
+  if (!options.cacheFolder.empty()) {
+    NetworkSettings::shared().setCacheFolder(
+        options.cacheFolder, NetworkSettings::kUsualCacheBytes, [](const NSErrorPtr& error) {
+          if (error)
+            std::fprintf(stderr, "zaffo-feed: %s\n", error->localizedDescription().c_str());
+        });
+  }
   const Tour tour(options, static_cast<int>(urls.size()));
   if (tour.isWanted()) commands = tour.commands();
   FeedApplication application(options, urls, std::move(commands));

@@ -33,6 +33,7 @@
 #include "platform/avfoundation/AVPlayerLayer.h"
 #include "platform/avfoundation/AVSampleBufferDisplayLayer.h"
 #include "platform/avfoundation/NetworkPreloader.h"
+#include "platform/avfoundation/NetworkSettings.h"
 #include "platform/coremedia/CMAudioClock.h"
 #include "platform/coremedia/CMClock.h"
 #include "platform/coremedia/CMSampleBuffer.h"

@@ -10,11 +10,13 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "clip/ClipVideo.h"
 #include "clip/PictureOutput.h"
 #include "clip/PlayVideo.h"
 #include "platform/Trace.h"
+#include "platform/avfoundation/NetworkSettings.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/MainLoop.h"
 #include "platform/foundation/NSThread.h"
@@ -254,4 +256,17 @@ void zaffo_set_trace(zaffo_trace_callback* callback, void* user) {
     if (!callback) return zaffo::setTraceSink({});
     zaffo::setTraceSink([=](std::string_view line) { callback(std::string(line).c_str(), user); });
   });
+}
+
+bool zaffo_set_request_field(const char* base, const char* name, const char* value) {
+  return guarded(false, [&] {
+    const auto address = zaffo::NSURL::URLWithString(base ? base : "");
+    std::vector<zaffo::NetworkSettings::Field> fields;
+    if (name) fields.emplace_back(name, value ? value : "");
+    return !zaffo::NetworkSettings::shared().setFields(address, std::move(fields));
+  });
+}
+
+void zaffo_set_cache_folder(const char* path, int64_t bytes) {
+  guarded([&] { zaffo::NetworkSettings::shared().setCacheFolder(path ? path : "", bytes); });
 }

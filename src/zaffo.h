@@ -165,6 +165,21 @@ typedef void zaffo_trace_callback(const char* line, void* user);
 ZAFFO_C_EXPORT void zaffo_set_trace(zaffo_trace_callback* callback, void* user);
 
 /// @}
+/// @name Clips of http and https addresses
+/// @{
+
+/// Has each request for `base`, and what lies below it on the same server, carry this field, such
+/// as "Cookie", in place of all that were given for `base` before; with a null name, none. False,
+/// and nothing changes, where the address is not of the network or the field cannot stand in a
+/// request. Thread: any.
+ZAFFO_C_EXPORT bool zaffo_set_request_field(const char* base, const char* name, const char* value);
+
+/// Keeps the bytes of clips in a folder, `bytes` of them at most, so that the next start of the
+/// program fetches nothing twice; null ends that. A folder that cannot be used is done without.
+/// Thread: any.
+ZAFFO_C_EXPORT void zaffo_set_cache_folder(const char* path, int64_t bytes);
+
+/// @}
 
 #ifdef __cplusplus
 }

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cmath>
+#include <filesystem>
 #include <functional>
 #include <limits>
 #include <optional>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "doubles/ManualTime.h"
+#include "feed/TemporaryFolder.h"
 #include "media/Clips.h"
 #include "media/FrameNumber.h"
 #include "platform/Trace.h"
@@ -325,6 +327,23 @@ TEST_F(ZaffoTest, TheLinesOfPlayersGoToTheProgram) {
   trace("another");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "another\n");
   EXPECT_EQ(text, "a line");
+}
+
+TEST_F(ZaffoTest, FieldsAreForAddressesOfTheNetwork) {
+  EXPECT_TRUE(zaffo_set_request_field("https://example.org/a/", "Cookie", "id=1"));
+  EXPECT_FALSE(zaffo_set_request_field("https://example.org/a/", "Cookie", "id\r\nOther: 1"));
+  EXPECT_FALSE(zaffo_set_request_field("file:///a", "Cookie", "id=1"));
+  EXPECT_FALSE(zaffo_set_request_field("no address", "Cookie", "id=1"));
+  EXPECT_FALSE(zaffo_set_request_field(nullptr, "Cookie", "id=1"));
+  EXPECT_TRUE(zaffo_set_request_field("https://example.org/a/", nullptr, nullptr));
+}
+
+TEST_F(ZaffoTest, ACacheFolderIsMade) {
+  const feed::TemporaryFolder folder;
+  zaffo_set_cache_folder(folder.file("clips").c_str(), 1'000'000);
+  dispatch_wait_until_idle();
+  EXPECT_TRUE(std::filesystem::is_directory(folder.file("clips")));
+  zaffo_set_cache_folder(nullptr, 0);
 }
 
 TEST(ZaffoMainLoopTest, AThreadCanBecomeTheMainOne) {

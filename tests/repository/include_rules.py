@@ -33,7 +33,8 @@ ALLOWED = {
                                                        OUTPUT, PLAYBACK, "platform/network"},
     # Bytes of the network are a source of bytes to the engine, which finds no more than that.
     "platform/network": {"platform/foundation", "platform/dispatch",
-                         f"{MEDIA}/MappedMemory.h", f"{SOURCE}/ByteSource.h",
+                         f"{MEDIA}/Checksums.h", f"{MEDIA}/MappedMemory.h",
+                         f"{SOURCE}/ByteSource.h",
                          f"{SOURCE}/WantHandler.h"},
     "platform/window": BASE,
     "companion": PUBLIC_PLATFORM,

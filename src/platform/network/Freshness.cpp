@@ -19,4 +19,13 @@ void Freshness::learn(const HttpHead& head, int64_t now) {
   end_ = now + std::min(seconds, kLongest) * kNanoseconds;
 }
 
+void Freshness::adopt(int64_t seconds, int64_t now) {
+  mayKeep_ = true;
+  end_ = now + std::clamp<int64_t>(seconds, 0, kLongest) * kNanoseconds;
+}
+
+int64_t Freshness::secondsLeft(int64_t now) const {
+  return isFresh(now) ? (end_ - now) / kNanoseconds : 0;
+}
+
 }  // namespace zaffo::network

@@ -17,12 +17,20 @@ class Freshness {
   /// The head of an answer that came at `now`.
   void learn(const HttpHead& head, int64_t now);
 
+  /// Bytes from an earlier run of the program, which are fresh for so many seconds from `now` on.
+  void adopt(int64_t seconds, int64_t now);
+
   /// Later readers ask, whatever was learnt.
   void expire() { end_ = 0; }
 
   /// False after "no-store", and before anything was learnt.
   [[nodiscard]] bool mayKeep() const { return mayKeep_; }
   [[nodiscard]] bool isFresh(int64_t now) const { return mayKeep_ && now < end_; }
+
+  /// For how many seconds from `now` on they are.
+  [[nodiscard]] int64_t secondsLeft(int64_t now) const;
+
+  bool operator==(const Freshness&) const = default;
 
  private:
   bool mayKeep_ = false;

@@ -32,6 +32,12 @@ bool isGone(const NSError& error) {
 
 }  // namespace
 
+std::string HttpOptions::identityOf(const NSURL& address) const {
+  std::string identity = address.absoluteString();
+  for (const auto& [name, value] : fields) identity += "\n" + name + ": " + value;
+  return identity;
+}
+
 RemotePlace::RemotePlace(URL at, HttpOptions with)
     : address(std::move(at)),
       options(std::move(with)),

@@ -17,6 +17,8 @@
 
 namespace zaffo::network {
 
+class DiskCache;
+
 /// What an application may say about an address.
 struct HttpOptions {
   /// Fields that every request to the address carries, cookies as a "Cookie" one. They go to no
@@ -26,6 +28,11 @@ struct HttpOptions {
   RetryPolicy retries;
   AddressRules rules;
   int redirects = 10;  ///< followed at most, one after another
+  /// Where its bytes are kept besides memory, unless the server forbids that; null for nowhere.
+  std::shared_ptr<DiskCache> cache;
+
+  /// Under which its bytes are kept: those that one person may read are not given to another.
+  [[nodiscard]] std::string identityOf(const NSURL& address) const;
 };
 
 /// Where a resource is found and what is known of it, from one download to the next.

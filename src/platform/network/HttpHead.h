@@ -32,6 +32,8 @@ struct Validator {
   [[nodiscard]] bool contradicts(const Validator& other) const;
   /// What an If-Range may hold; empty when nothing is strong enough.
   [[nodiscard]] std::string forIfRange() const;
+
+  bool operator==(const Validator&) const = default;
 };
 
 /// What "Cache-Control: no-cache, max-age=60" says.

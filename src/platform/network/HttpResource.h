@@ -10,6 +10,8 @@
 
 namespace zaffo::network {
 
+class HttpResourceCore;
+
 /// The bytes of an http or https address. What was read last and what lies ahead of it are kept in
 /// memory, within the budget's bound; what is wanted may exceed it. One request at a time brings
 /// the bytes, from the wanted place on and as far ahead as the bound allows; nothing is asked for
@@ -55,15 +57,7 @@ class HttpResource final : public media::ByteSource {
   [[nodiscard]] bool isWorthKeeping() const;
 
  private:
-  enum class Use { Read, Preload };
-  struct AwaitedRange;
-  class Core;
-  class HeldWant;
-
-  [[nodiscard]] std::unique_ptr<Want> wantFor(Use use, int64_t offset, int64_t count,
-                                              std::function<void()> handler);
-
-  std::shared_ptr<Core> core_;
+  const std::shared_ptr<HttpResourceCore> core_;
   ByteBudget& budget_;
 };
 

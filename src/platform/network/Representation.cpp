@@ -31,6 +31,13 @@ bool isRedirect(const HttpHead& head) {
 
 }  // namespace
 
+void Representation::adopt(const Validator& validator, std::optional<int64_t> size,
+                           bool servesRanges) {
+  validator_ = validator;
+  size_ = size;
+  servesRanges_ = servesRanges;
+}
+
 std::vector<HttpField> Representation::fieldsFor(int64_t offset, std::optional<int64_t> end) const {
   if (isInDoubt_) return fieldsInDoubt();
   if (!servesRanges_) return {};

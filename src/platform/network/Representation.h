@@ -47,6 +47,10 @@ class Representation {
   void doubt() { isInDoubt_ = true; }
   [[nodiscard]] bool isInDoubt() const { return isInDoubt_; }
 
+  /// What is known from an earlier run of the program.
+  void adopt(const Validator& validator, std::optional<int64_t> size, bool servesRanges);
+  [[nodiscard]] const Validator& validator() const { return validator_; }
+
   /// An answer without a length ended in good order here.
   void learnSize(int64_t size) { size_ = size; }
 

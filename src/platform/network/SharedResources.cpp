@@ -8,6 +8,8 @@
 #include <utility>
 
 #include "platform/Mutex.h"
+#include "platform/network/DiskCache.h"
+#include "platform/network/RequestFields.h"
 
 namespace zaffo::network {
 
@@ -18,8 +20,11 @@ class SharedResources::Shelf final : public ByteBudget::Keeper,
   Shelf(HttpClient& client, ByteBudget& budget) : client_(client), budget_(budget) {}
 
   std::shared_ptr<HttpResource> at(const URL& address) {
-    const std::string key = address->absoluteString();
     MutexLock lock(shelfMutex_);
+    HttpOptions options;
+    options.fields = fields_.forAddress(*address);
+    options.cache = cache_;
+    const std::string key = options.identityOf(*address);
     std::erase_if(read_, [](const auto& entry) { return entry.second.expired(); });
     auto& known = read_[key];
     if (auto resource = known.lock()) return resource;
@@ -27,7 +32,7 @@ class SharedResources::Shelf final : public ByteBudget::Keeper,
     if (owned) {
       owned->wake();
     } else {
-      owned = std::make_unique<HttpResource>(address, HttpOptions{}, client_, budget_);
+      owned = std::make_unique<HttpResource>(address, std::move(options), client_, budget_);
     }
     const std::shared_ptr<HttpResource> resource(
         owned.release(), [weakShelf = weak_from_this(), key](HttpResource* unread) {
@@ -43,8 +48,26 @@ class SharedResources::Shelf final : public ByteBudget::Keeper,
     while (!kept_.empty() && budget_.counted() > budget_.total()) kept_.pop_front();
   }
 
-  bool keeps(const std::string& key) const {
+  void setFields(const URL& base, std::vector<HttpField> fields) {
     MutexLock lock(shelfMutex_);
+    fields_.set(base, std::move(fields));
+  }
+
+  void setCache(std::shared_ptr<DiskCache> cache) {
+    MutexLock lock(shelfMutex_);
+    cache_ = std::move(cache);
+  }
+
+  std::shared_ptr<DiskCache> cache() const {
+    MutexLock lock(shelfMutex_);
+    return cache_;
+  }
+
+  bool keeps(const NSURL& address) const {
+    MutexLock lock(shelfMutex_);
+    HttpOptions options;
+    options.fields = fields_.forAddress(address);
+    const std::string key = options.identityOf(address);
     return std::ranges::find(kept_, key, &Kept::key) != kept_.end();
   }
 
@@ -91,6 +114,8 @@ class SharedResources::Shelf final : public ByteBudget::Keeper,
   HttpClient& client_;
   ByteBudget& budget_;
   mutable Mutex shelfMutex_;
+  RequestFields fields_ ZAFFO_GUARDED_BY(shelfMutex_);
+  std::shared_ptr<DiskCache> cache_ ZAFFO_GUARDED_BY(shelfMutex_);
   std::map<std::string, std::weak_ptr<HttpResource>> read_ ZAFFO_GUARDED_BY(shelfMutex_);
   std::list<Kept> kept_ ZAFFO_GUARDED_BY(shelfMutex_);  // whose reader went earliest first
 };
@@ -111,8 +136,20 @@ std::shared_ptr<HttpResource> SharedResources::at(const URL& address) {
   return shelf_->at(address);
 }
 
+void SharedResources::setFields(const URL& base, std::vector<HttpField> fields) {
+  shelf_->setFields(base, std::move(fields));
+}
+
+void SharedResources::setCache(std::shared_ptr<DiskCache> cache) {
+  shelf_->setCache(std::move(cache));
+}
+
+std::shared_ptr<DiskCache> SharedResources::cache() const {
+  return shelf_->cache();
+}
+
 bool SharedResources::keeps(const URL& address) const {
-  return shelf_->keeps(address->absoluteString());
+  return shelf_->keeps(*address);
 }
 
 std::size_t SharedResources::keptCount() const {

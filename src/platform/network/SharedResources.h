@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "platform/network/HttpResource.h"
 
@@ -28,6 +29,12 @@ class SharedResources {
   SharedResources& operator=(const SharedResources&) = delete;
 
   [[nodiscard]] std::shared_ptr<HttpResource> at(const URL& address);
+
+  /// For the resources that are given out from now on: the fields of requests to `base` and what
+  /// lies below it (see RequestFields), and where bytes are kept besides memory, null for nowhere.
+  void setFields(const URL& base, std::vector<HttpField> fields);
+  void setCache(std::shared_ptr<DiskCache> cache);
+  [[nodiscard]] std::shared_ptr<DiskCache> cache() const;
 
   /// Whether the bytes of an address are kept without a reader.
   [[nodiscard]] bool keeps(const URL& address) const;
