@@ -9,8 +9,8 @@
 
 namespace zaffo::feed {
 
-FeedApplication::FeedApplication(Options options, const URLs& urls, std::vector<Command> commands)
-    : options_(std::move(options)), commands_(std::move(commands)), videos_(urls, options_.loop) {}
+FeedApplication::FeedApplication(Options options, const Clips& clips, std::vector<Command> commands)
+    : options_(std::move(options)), commands_(std::move(commands)), videos_(clips, options_.loop) {}
 
 FeedApplication::~FeedApplication() = default;
 

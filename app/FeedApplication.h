@@ -26,7 +26,7 @@ namespace zaffo::feed {
 /// The program: a window, the feed in it, and a script that drives it. Thread: main.
 class FeedApplication final : public ScriptHost {
  public:
-  FeedApplication(Options options, const URLs& urls, std::vector<Command> commands);
+  FeedApplication(Options options, const Clips& clips, std::vector<Command> commands);
   ~FeedApplication() override;
 
   /// Runs to the end and returns the exit status: 0, or 1 when something could not be opened or
@@ -57,6 +57,7 @@ class FeedApplication final : public ScriptHost {
   void scrub(FeedInput::Phase phase, double x);
   void changeVolume(int percent);
   void addVideos(const std::string& path);
+  void addPages(const Clips& clips);
   void pageTurned(int page);
   [[nodiscard]] OverlayState overlayState() const;
   void readPool(const std::function<void(Overlay::Rows)>& answer);

@@ -100,8 +100,14 @@ void FeedApplication::addVideos(const std::string& path) {
   const auto found = collectVideos({path}, Folders::Deep);
   const auto* urls = std::get_if<URLs>(&found);
   if (!urls) return;
+  readClipLists(*urls, [weakView = std::weak_ptr(view_), this](const Clips& clips) {
+    if (!weakView.expired()) addPages(clips);
+  });
+}
+
+void FeedApplication::addPages(const Clips& clips) {
   const int first = videos_.count();
-  videos_.add(*urls);
+  videos_.add(clips);
   view_->setPageCount(videos_.count());
   controller_->pagesAdded();
   const int64_t now = TimeSource::now();

@@ -31,9 +31,10 @@ std::string readSize(const std::string& text, Options& options) {
 void describe(CLI::App& app, Options& options) {
   app.set_version_flag("--version", std::string("zaffo-feed ") + ZaffoPlaybackVersionString,
                        "Print the version and exit");
-  app.add_option("inputs", options.inputs,
-                 "Video files, folders of them, or URLs, in feed order; - for a list of them on "
-                 "standard input")
+  app.add_option(
+         "inputs", options.inputs,
+         "Video files, folders of them, lists of them (M3U), or URLs, in feed order; - for a list "
+         "of these on standard input")
       ->type_name("FILE|FOLDER|URL");
   app.add_flag("--recursive", options.recursive, "Look into the folders below a folder, too");
   app.add_option("--start", options.start, "Page to begin with (1)")

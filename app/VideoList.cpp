@@ -8,26 +8,30 @@ namespace zaffo::feed {
 namespace {
 
 /// A clip too short to loop is played as it is.
-std::shared_ptr<FeedVideo> makeVideo(const URLs::value_type& url, std::string id,
-                                     Options::Loop loop) {
-  auto plain = ZFSingleLoopVideoPlayerItemLoader::createWithURL(url);
-  if (loop != Options::Loop::Looping)
-    return std::make_shared<FeedVideo>(url, std::move(id), std::move(plain));
-  auto looping = ZFLoopingVideoPlayerItemLoader::createWithURL(url);
-  return std::make_shared<FeedVideo>(url, std::move(id), std::move(looping), std::move(plain));
+std::shared_ptr<FeedVideo> makeVideo(const ListedClip& clip, std::string id, Options::Loop loop) {
+  std::shared_ptr<AVPlayerItemLoader> loader, plain;
+  loader = ZFSingleLoopVideoPlayerItemLoader::createWithURL(clip.url);
+  if (loop == Options::Loop::Looping) {
+    plain = std::move(loader);
+    loader = ZFLoopingVideoPlayerItemLoader::createWithURL(clip.url);
+  }
+  auto video =
+      std::make_shared<FeedVideo>(clip.url, std::move(id), std::move(loader), std::move(plain));
+  video->setTitle(clip.title);
+  return video;
 }
 
 }  // namespace
 
-VideoList::VideoList(const URLs& urls, Options::Loop loop) : loop_(loop) {
-  add(urls);
+VideoList::VideoList(const Clips& clips, Options::Loop loop) : loop_(loop) {
+  add(clips);
 }
 
-void VideoList::add(const URLs& urls) {
-  for (const auto& url : urls) {
-    std::string id = url->absoluteString();
+void VideoList::add(const Clips& clips) {
+  for (const auto& clip : clips) {
+    std::string id = clip.url->absoluteString();
     if (const int number = ++uses_[id]; number > 1) id += "#" + std::to_string(number);
-    videos_.push_back(makeVideo(url, std::move(id), loop_));
+    videos_.push_back(makeVideo(clip, std::move(id), loop_));
   }
 }
 

@@ -7,18 +7,18 @@
 #include <vector>
 
 #include "Options.h"
+#include "feed/ClipLists.h"
 #include "feed/FeedVideo.h"
-#include "feed/FolderScan.h"
 
 namespace zaffo::feed {
 
 /// One video a page; a clip that appears more than once has an id for each page. Thread: main.
 class VideoList {
  public:
-  VideoList(const URLs& urls, Options::Loop loop);
+  VideoList(const Clips& clips, Options::Loop loop);
 
   /// More pages at the end.
-  void add(const URLs& urls);
+  void add(const Clips& clips);
   [[nodiscard]] int count() const { return static_cast<int>(videos_.size()); }
   [[nodiscard]] const std::shared_ptr<FeedVideo>& at(int page) const {
     return videos_[static_cast<std::size_t>(page)];

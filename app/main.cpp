@@ -43,34 +43,44 @@ std::optional<std::string> readScript(const Options& options) {
   return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
+void useCacheFolder(const Options& options) {
+  if (options.cacheFolder.empty()) return;
+  NetworkSettings::shared().setCacheFolder(
+      options.cacheFolder, NetworkSettings::kUsualCacheBytes, [](const NSErrorPtr& error) {
+        if (error) std::fprintf(stderr, "zaffo-feed: %s\n", error->localizedDescription().c_str());
+      });
+}
+
+/// Waits for the lists among them.
+Clips clipsOf(const URLs& urls) {
+  std::optional<Clips> read;
+  readClipLists(urls, [&read](Clips clips) { read = std::move(clips); });
+  while (!read) MainLoop::runTurn(-1);
+  return *std::move(read);
+}
+
 int runFeed(const Options& options) {
   const auto videos = collectVideos(withListedInputs(options.inputs, std::cin),
                                     options.recursive ? Folders::Deep : Folders::Flat);
   if (const auto* wrong = std::get_if<std::string>(&videos)) return usageError(*wrong);
-  const URLs& urls = std::get<URLs>(videos);
-  if (options.start > static_cast<long>(urls.size()))
+  useCacheFolder(options);
+  const Clips clips = clipsOf(std::get<URLs>(videos));
+  if (options.start > static_cast<long>(clips.size()))
     return usageError("there is no page " + std::to_string(options.start) + "; the last one is " +
-                      std::to_string(urls.size()));
+                      std::to_string(clips.size()));
 
   const auto text = readScript(options);
   if (!text) return usageError(options.scriptFile + ": cannot be read");
   const auto script = parseScript(*text);
   if (const auto* wrong = std::get_if<ScriptError>(&script)) return scriptError(options, *wrong);
   auto commands = std::get<std::vector<Command>>(script);
-  if (const auto wrong = findMissingPage(commands, static_cast<long>(urls.size())))
+  if (const auto wrong = findMissingPage(commands, static_cast<long>(clips.size())))
     return scriptError(options, *wrong);
 
   if (!options.trace) setTraceSink([](std::string_view) {});
-  if (!options.cacheFolder.empty()) {
-    NetworkSettings::shared().setCacheFolder(
-        options.cacheFolder, NetworkSettings::kUsualCacheBytes, [](const NSErrorPtr& error) {
-          if (error)
-            std::fprintf(stderr, "zaffo-feed: %s\n", error->localizedDescription().c_str());
-        });
-  }
-  const Tour tour(options, static_cast<int>(urls.size()));
+  const Tour tour(options, static_cast<int>(clips.size()));
   if (tour.isWanted()) commands = tour.commands();
-  FeedApplication application(options, urls, std::move(commands));
+  FeedApplication application(options, clips, std::move(commands));
   const int status = application.run();
   if (tour.isWanted() && status == 0) {
     std::printf("%s%s\n", application.statistics().summary().c_str(), tour.lastLine().c_str());

@@ -32,6 +32,7 @@
 #include "platform/avfoundation/AVPlayerItem.h"
 #include "platform/avfoundation/AVPlayerLayer.h"
 #include "platform/avfoundation/AVSampleBufferDisplayLayer.h"
+#include "platform/avfoundation/ClipList.h"
 #include "platform/avfoundation/NetworkPreloader.h"
 #include "platform/avfoundation/NetworkSettings.h"
 #include "platform/coremedia/CMAudioClock.h"

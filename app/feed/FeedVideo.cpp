@@ -15,6 +15,7 @@ FeedVideo::FeedVideo(std::shared_ptr<const NSURL> url, std::string id,
       plainLoader_(std::move(plainLoader)) {}
 
 std::string FeedVideo::name() const {
+  if (!title_.empty()) return title_;
   const std::string last = url_->lastPathComponent();
   return last.empty() ? url_->absoluteString() : last;
 }

@@ -21,8 +21,10 @@ class FeedVideo final : public ZFVideo {
             std::shared_ptr<AVPlayerItemLoader> plainLoader = nullptr);
 
   [[nodiscard]] const std::shared_ptr<const NSURL>& url() const { return url_; }
-  /// Its name for people: that of the file.
+  /// Its name for people: the title that a list gave it, or that of the file.
   [[nodiscard]] std::string name() const;
+
+  void setTitle(std::string title) { title_ = std::move(title); }
 
   /// Known once the item has been loaded; indefinite before.
   void setItemDuration(CMTime duration) { itemDuration_ = duration; }
@@ -53,6 +55,7 @@ class FeedVideo final : public ZFVideo {
  private:
   std::shared_ptr<const NSURL> url_;
   std::string id_;
+  std::string title_;
   std::shared_ptr<AVPlayerItemLoader> loader_;
   std::shared_ptr<AVPlayerItemLoader> plainLoader_;
   bool playsPlainly_ = false;

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 
 #include "FeedRun.h"
@@ -139,6 +140,16 @@ TEST_F(FeedControlsTest, WhatIsLetGoOverTheWindowComesAtTheEndAndIsTurnedTo) {
               ElementsAre(HasSubstr("page 3 of 5: 2.mp4, playing"),
                           HasSubstr("page 5 of 5: portrait.mp4, playing")))
       << "what is let go at once is turned to at its first";
+}
+
+TEST_F(FeedControlsTest, AListStandsForItsClipsUnderTheirTitles) {
+  std::ofstream(run.file("list.m3u")) << "#EXTM3U\n#EXTINF:2,A title\n" + clip("video_only.mp4") +
+                                             "\n" + clip("portrait.mp4") + "\n";
+  EXPECT_THAT(
+      statuses(
+          "drop list.m3u; wait 0.6; wait-frame; status; press End; wait 0.6; wait-frame; status"),
+      ElementsAre(HasSubstr("page 3 of 4: A title, playing"),
+                  HasSubstr("page 4 of 4: portrait.mp4, playing")));
 }
 
 TEST_F(FeedControlsTest, QEndsIt) {

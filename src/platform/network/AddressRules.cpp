@@ -20,8 +20,25 @@ int portOf(const NSURL& address) {
 
 }  // namespace
 
+namespace {
+
+/// What a person wrote into a file of their own: an address, or a path from the file's folder on.
+Result<URL> resolveInFile(const std::string& text, const NSURL& base) {
+  if (text.find("://") == std::string::npos) {
+    if (text.starts_with('/')) return NSURL::fileURLWithPath(text);
+    const std::string& path = base.path();
+    return NSURL::fileURLWithPath(path.substr(0, path.rfind('/') + 1) + text);
+  }
+  const URL address = NSURL::URLWithString(text);
+  if (!address) return refused("\"" + text + "\" is not a file, http or https address.");
+  return address;
+}
+
+}  // namespace
+
 Result<URL> AddressRules::resolve(const std::string& text, const URL& base) const {
   if (text.size() > kLongest) return refused("The server named an address that is too long.");
+  if (base->isFileURL()) return resolveInFile(text, *base);
   const URL address = NSURL::URLWithString(text, base);
   // What is of another scheme is no address at all for NSURL, which parses file, http and https.
   if (!address || !isRemote(*address)) {

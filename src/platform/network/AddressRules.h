@@ -12,7 +12,8 @@ namespace zaffo::network {
 using URL = std::shared_ptr<const NSURL>;
 
 /// What addresses that came from the network may name: http and https, never a file, a data:
-/// address or another scheme, and from what came by https only https. Pure. Thread: any.
+/// address or another scheme, and from what came by https only https. What came from a local file
+/// may name files. Pure. Thread: any.
 struct AddressRules {
   /// No address is longer than so many bytes.
   static constexpr std::size_t kLongest = 8192;

@@ -43,7 +43,7 @@ std::shared_ptr<DiskCache> DiskCache::open(std::string folder, int64_t bytes, Re
 }
 
 DiskCache::DiskCache(std::string folder, int64_t bytes)
-    : folder_(std::move(folder)), bound_(bytes), queue_(makeStorageQueue("com.zaffo.cache")) {}
+    : folder_(std::move(folder)), queue_(makeStorageQueue("com.zaffo.cache")), bound_(bytes) {}
 
 DiskCache::~DiskCache() {
   if (lock_ >= 0) ::close(lock_);
@@ -110,6 +110,11 @@ std::shared_ptr<DiskCache::Entry> DiskCache::entryFor(const std::string& file) {
   files_[file].lastUse = ++uses_;
   files_[file].entry = entry;
   return entry;
+}
+
+void DiskCache::setBound(int64_t bytes) {
+  bound_ = bytes;
+  queue_->async([self = shared_from_this()] { static_cast<void>(self->makeRoom(0)); });
 }
 
 void DiskCache::clear() {
@@ -248,10 +253,13 @@ void DiskCache::Entry::writeNow(uint64_t generation, int64_t offset,
     static_cast<void>(cache_->makeRoom(cache_->bound_ - cache_->bytes_ + kFreedWhenFull));
     failure = file_->append(offset, bytes, run);
   }
-  isRefused_ = failure != 0;
   cache_->noteSize(name_, file_->size());
+  if (failure) {
+    isRefused_ = true;
+    return;
+  }
   MutexLock lock(entryMutex_);
-  if (!isRefused_ && generation == generation_) ranges_.add(run);
+  if (generation == generation_) ranges_.add(run);
 }
 
 void DiskCache::Entry::startOver() {

@@ -45,10 +45,13 @@ class DiskCache : public std::enable_shared_from_this<DiskCache> {
 
   /// The entry of a name, such as an address, from which the file's name tells nothing.
   void find(const std::string& name, EntryHandler handler);
+  /// It may take up so many bytes from now on.
+  void setBound(int64_t bytes);
   /// Drops all that is not in use.
   void clear();
   /// Bytes that the files take up, as far as is known.
   [[nodiscard]] int64_t bytes() const { return bytes_; }
+  [[nodiscard]] const std::string& folder() const { return folder_; }
 
  private:
   struct Known {
@@ -70,8 +73,8 @@ class DiskCache : public std::enable_shared_from_this<DiskCache> {
   [[nodiscard]] std::string pathOf(const std::string& file) const { return folder_ + "/" + file; }
 
   const std::string folder_;
-  const int64_t bound_;
   const DispatchQueuePtr queue_;
+  std::atomic<int64_t> bound_;
   std::atomic<int64_t> bytes_{0};
   std::atomic<int64_t> waiting_{0};  // bytes to be written
 

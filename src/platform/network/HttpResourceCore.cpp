@@ -134,7 +134,6 @@ void HttpResourceCore::noteWaitingWhileLocked() {
 void HttpResourceCore::close() {
   MutexLock lock(stateMutex_);
   isClosed_ = true;
-  saveAllWhileLocked();
   disk_.reset();
   store_.clear();
   memory_.set(0);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include "doubles/FaultServer.h"
 #include "doubles/StalledStorage.h"
 #include "feed/TemporaryFolder.h"
+#include "platform/network/NetworkLoop.h"
 #include "platform/network/RemoteBytes.h"
 #include "platform/network/SharedResources.h"
 
@@ -34,9 +36,16 @@ class Start {
     resources.setCache(cache);
   }
   ~Start() {
+    const std::weak_ptr<DiskCache> left = std::exchange(cache, nullptr);
     resources.setCache(nullptr);
     resources.forgetKept();
-    dispatch_wait_until_idle();
+    // The network's thread lets go of it last, and the folder is the next one's only then.
+    while (!left.expired()) {
+      std::promise<void> turn;
+      NetworkLoop::shared().post([&turn] { turn.set_value(); });
+      turn.get_future().wait();
+      dispatch_wait_until_idle();
+    }
   }
 
   std::shared_ptr<HttpResource> at(const std::string& address) {
@@ -147,6 +156,8 @@ TEST_F(DiskCacheTest, KeepsNothingThatTheServerForbidsToKeep) {
   for (const auto& file : files()) EXPECT_EQ(std::filesystem::file_size(file), 0U);
   EXPECT_TRUE(areBytes(readAllAnew(), body));
   EXPECT_EQ(server.requests().size(), 2U);
+  Start(folder.path());
+  EXPECT_TRUE(files().empty()) << "an empty file is no use";
 }
 
 TEST_F(DiskCacheTest, KeepsNothingThatIsGone) {
@@ -176,27 +187,64 @@ TEST_F(DiskCacheTest, ADamagedFileIsFetchedAnew) {
 }
 
 TEST_F(DiskCacheTest, TheClipThatWasUsedLeastRecentlyGoes) {
+  for (const std::string again : {"/a", "/b"}) {
+    Start start(folder.file(again.substr(1)), 700 * kKiB);
+    const auto isFetched = [&](const std::string& path) {
+      const std::size_t requests = server.requests().size();
+      EXPECT_TRUE(areBytes(start.readAll(server.address(path)), body));
+      start.resources.forgetKept();
+      dispatch_wait_until_idle();
+      EXPECT_LE(start.cache->bytes(), 700 * kKiB);
+      return server.requests().size() > requests;
+    };
+    for (const char* path : {"/a", "/b", "/c"}) server.on(path, {goodReply(body)});
+    EXPECT_TRUE(isFetched("/a"));
+    EXPECT_TRUE(isFetched("/b"));
+    EXPECT_FALSE(isFetched(again));
+    EXPECT_TRUE(isFetched("/c")) << "for which one goes";
+    EXPECT_FALSE(isFetched(again));
+    EXPECT_TRUE(isFetched(again == "/a" ? "/b" : "/a"));
+  }
+}
+
+TEST_F(DiskCacheTest, AClipThatIsInUseStays) {
   Start start(folder.path(), 700 * kKiB);
-  for (const char* path : {"/a", "/b", "/c"}) {
-    server.on(path, {goodReply(body)});
+  for (const char* path : {"/a", "/b", "/c"}) server.on(path, {goodReply(body)});
+  const auto inUse = start.at(server.address("/a"));
+  EXPECT_TRUE(areBytes(bringAll(*inUse), body));
+  for (const char* path : {"/b", "/c"}) {
     EXPECT_TRUE(areBytes(start.readAll(server.address(path)), body));
     start.resources.forgetKept();
     dispatch_wait_until_idle();
-    EXPECT_LE(start.cache->bytes(), 700 * kKiB);
-    // "/a" is used again, so that "/b" goes for "/c".
-    if (path == std::string("/b")) {
-      EXPECT_TRUE(areBytes(start.readAll(server.address("/a")), body));
-    }
-    start.resources.forgetKept();
-    dispatch_wait_until_idle();
   }
-  EXPECT_EQ(files().size(), 2U);
-  const std::size_t requests = server.requests().size();
-  EXPECT_EQ(requests, 3U);
-  EXPECT_TRUE(areBytes(start.readAll(server.address("/a")), body));
-  EXPECT_EQ(server.requests().size(), requests);
-  EXPECT_TRUE(areBytes(start.readAll(server.address("/b")), body));
-  EXPECT_EQ(server.requests().size(), requests + 1);
+  ASSERT_EQ(files().size(), 2U);
+  std::size_t whole = 0;
+  for (const auto& file : files()) whole += std::filesystem::file_size(file) > 300'000;
+  EXPECT_EQ(whole, 2U);
+  EXPECT_GT(start.cache->bytes(), 600'000);
+}
+
+TEST_F(DiskCacheTest, AStartKnowsWhatEarlierOnesUsedLast) {
+  std::vector<std::filesystem::path> inOrder;
+  for (const char* path : {"/a", "/b", "/c", "/d"}) {
+    server.on(path, {goodReply(body)});
+    EXPECT_TRUE(areBytes(Start(folder.path()).readAll(server.address(path)), body));
+    for (const auto& file : files()) {
+      if (std::ranges::find(inOrder, file) == inOrder.end()) inOrder.push_back(file);
+    }
+  }
+  ASSERT_EQ(inOrder.size(), 4U);
+  const auto now = std::filesystem::file_time_type::clock::now();
+  // The clip that came first was used last.
+  for (int i = 0; i < 4; ++i) {
+    std::filesystem::last_write_time(inOrder[static_cast<std::size_t>(i)],
+                                     now - std::chrono::hours(i));
+  }
+  const Start less(folder.path(), 700 * kKiB);
+  EXPECT_TRUE(std::filesystem::exists(inOrder[0]));
+  EXPECT_TRUE(std::filesystem::exists(inOrder[1]));
+  EXPECT_FALSE(std::filesystem::exists(inOrder[2]));
+  EXPECT_FALSE(std::filesystem::exists(inOrder[3]));
 }
 
 TEST_F(DiskCacheTest, AStartWithLessRoomLetsGoOfWhatIsTooMuch) {
@@ -205,6 +253,18 @@ TEST_F(DiskCacheTest, AStartWithLessRoomLetsGoOfWhatIsTooMuch) {
   Start less(folder.path(), 100 * kKiB);
   EXPECT_EQ(less.cache->bytes(), 0);
   EXPECT_TRUE(files().empty());
+}
+
+TEST_F(DiskCacheTest, ALowerBoundHoldsAtOnce) {
+  server.on("/clip", {goodReply(body)});
+  Start start(folder.path());
+  EXPECT_TRUE(areBytes(start.readAll(clip()), body));
+  start.resources.forgetKept();
+  dispatch_wait_until_idle();
+  EXPECT_GT(start.cache->bytes(), 300'000);
+  start.cache->setBound(100 * kKiB);
+  dispatch_wait_until_idle();
+  EXPECT_EQ(start.cache->bytes(), 0);
 }
 
 TEST_F(DiskCacheTest, FilesOfOthersStay) {

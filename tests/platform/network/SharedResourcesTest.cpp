@@ -46,6 +46,20 @@ TEST_F(SharedResourcesTest, KeepsTheBytesForTheNextReader) {
   EXPECT_EQ(server.requests().size(), 1U);
 }
 
+TEST_F(SharedResourcesTest, WhatOnePersonMayReadIsNotGivenToAnother) {
+  server.on("/clip", {good()});
+  const auto readAs = [&](const std::string& token) {
+    resources.setFields(NSURL::URLWithString(server.address("/")), {{"X-Token", token}});
+    readAll("/clip");
+    EXPECT_EQ(server.requests().back().field("X-Token"), token);
+  };
+  readAs("one");
+  readAs("two");
+  EXPECT_TRUE(resources.keeps(NSURL::URLWithString(server.address("/clip"))));
+  readAll("/clip");
+  EXPECT_EQ(server.requests().size(), 2U);
+}
+
 TEST_F(SharedResourcesTest, KeepsNothingThatNobodyRead) {
   server.on("/clip", {good()});
   (void)at("/clip");

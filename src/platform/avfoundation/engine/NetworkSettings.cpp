@@ -41,6 +41,11 @@ class Settings final : public NetworkSettings {
       resources.setCache(nullptr);
       return tell(completion, nullptr);
     }
+    const auto cache = resources.cache();
+    if (cache && cache->folder() == path) {
+      cache->setBound(bytes);
+      return tell(completion, nullptr);
+    }
     resources.setCache(network::DiskCache::open(
         path, bytes, [completion](const NSErrorPtr& error) { tell(completion, error); }));
   }
