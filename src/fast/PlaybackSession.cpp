@@ -163,7 +163,8 @@ NSErrorPtr PlaybackSession::setupReader(CMTime time) {
   if (displayLayer_) displayLayer_->flushAndRemoveImage();
   lastBufferTime_ = time;
   try {
-    enqueueNextVideoBuffer();  // The frame to show, at once.
+    // The frame to show, at once; if it has not come yet, it is the first one that is read below.
+    static_cast<void>(enqueueNextVideoBuffer());
   } catch (const std::exception&) {
     // The next read meets it again and acts on it.
   }
@@ -174,6 +175,11 @@ NSErrorPtr PlaybackSession::setupReader(CMTime time) {
 NSErrorPtr PlaybackSession::makeReader(CMTime time) {
   try {
     reader_ = std::make_shared<PlaybackSessionReader>(asset(), time, factory_);
+    reader_->setReadyHandler([weakSelf = weak_from_this(), queue = queue_, reader = reader_.get()] {
+      queue->async([weakSelf, reader] {
+        if (const auto self = weakSelf.lock()) self->videoBuffersHaveCome(reader);
+      });
+    });
     return nullptr;
   } catch (const ReadError& error) {
     return error.asNSError();
@@ -198,6 +204,10 @@ void PlaybackSession::startReadingBuffers() {
   if (readingBuffers_) return;
   trace(" - Start reading buffers (rate: " + decimalText(rate()) + ")");
   readingBuffers_ = true;
+  requestBuffers();
+}
+
+void PlaybackSession::requestBuffers() {
   if (!displayLayer_) return;
   displayLayer_->requestMediaDataWhenReadyOnQueue(queue_, [weakSelf = weak_from_this()] {
     if (const auto self = weakSelf.lock()) self->readAndEnqueueVideoBuffers();
@@ -229,7 +239,7 @@ void PlaybackSession::readAndEnqueueVideoBuffers() {
 
 void PlaybackSession::enqueueWhileReady(bool isPaused, CMTime position) {
   while (displayLayer_->isReadyForMoreMediaData()) {
-    enqueueNextVideoBuffer();
+    if (!enqueueNextVideoBuffer()) return displayLayer_->expectMediaData();
     if (isPaused) {
       const double lead = CMTimeGetSeconds(lastBufferTime_) - CMTimeGetSeconds(position);
       if (lead >= readAhead) stopReadingBuffers();
@@ -238,13 +248,21 @@ void PlaybackSession::enqueueWhileReady(bool isPaused, CMTime position) {
   }
 }
 
-void PlaybackSession::enqueueNextVideoBuffer() {
+/// False when its bytes have not come yet.
+bool PlaybackSession::enqueueNextVideoBuffer() {
   if (!reader_) throw ReadError::canceled();
-  auto sample = reader_->nextVideoBuffer();
+  auto sample = reader_->nextVideoBufferIfReady();
+  if (!sample) return false;
   const auto time = sample->outputPresentationTimeStamp();
   trace(" - Enqueing buffer at " + decimalText(CMTimeGetSeconds(time)) + "s");
   if (displayLayer_) displayLayer_->enqueueSampleBuffer(std::move(sample));
   if (CMTIME_IS_NUMERIC(time)) lastBufferTime_ = time;
+  return true;
+}
+
+/// What `reader` had not, when it was asked last, is here: the layer asks for it anew.
+void PlaybackSession::videoBuffersHaveCome(const PlaybackSessionReader* reader) {
+  if (reader_.get() == reader && readingBuffers_) requestBuffers();
 }
 
 void PlaybackSession::notifyWhenLastBufferIsDue(CMTime position, DispatchBlock notify) {

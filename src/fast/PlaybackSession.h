@@ -121,10 +121,12 @@ class ZAFFO_EXPORT PlaybackSession final : public std::enable_shared_from_this<P
   void teardownReader();
 
   void startReadingBuffers();
+  void requestBuffers();
   void stopReadingBuffers();
   void readAndEnqueueVideoBuffers();
   void enqueueWhileReady(bool isPaused, CMTime position);
-  void enqueueNextVideoBuffer();
+  [[nodiscard]] bool enqueueNextVideoBuffer();
+  void videoBuffersHaveCome(const PlaybackSessionReader* reader);
   void notifyWhenLastBufferIsDue(CMTime position, DispatchBlock notify);
 
   void displayLayerStatusDidChange(AVQueuedSampleBufferRenderingStatus status);

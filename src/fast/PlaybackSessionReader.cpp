@@ -59,10 +59,21 @@ void PlaybackSessionReader::checkStatus() const {
 }
 
 std::shared_ptr<CMSampleBuffer> PlaybackSessionReader::nextVideoBuffer() {
+  return nextVideoBuffer(Patience::Waits);
+}
+
+std::shared_ptr<CMSampleBuffer> PlaybackSessionReader::nextVideoBufferIfReady() {
+  return nextVideoBuffer(Patience::DoesNotWait);
+}
+
+std::shared_ptr<CMSampleBuffer> PlaybackSessionReader::nextVideoBuffer(Patience patience) {
   while (true) {
     if (!videoOutput_) throw ReadError::canceled();
     checkStatus();
-    auto sample = videoOutput_->copyNextSampleBuffer();
+    bool isComing = false;
+    auto sample = patience == Patience::Waits ? videoOutput_->copyNextSampleBuffer()
+                                              : videoOutput_->copyNextSampleBufferIfReady(isComing);
+    if (isComing) return nullptr;
     if (!sample) {
       checkStatus();
       throw ReadError::canceled();
@@ -71,6 +82,10 @@ std::shared_ptr<CMSampleBuffer> PlaybackSessionReader::nextVideoBuffer() {
     if (std::exchange(waitingForFirstBuffer_, false)) markAsFirst(*sample);
     return sample;
   }
+}
+
+void PlaybackSessionReader::setReadyHandler(std::function<void()> handler) {
+  if (videoOutput_) videoOutput_->setReadyHandler(std::move(handler));
 }
 
 void PlaybackSessionReader::teardown() {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "fast/AVAssetReaderExtension.h"
@@ -29,10 +30,19 @@ class PlaybackSessionReader {
   /// there are no more.
   [[nodiscard]] std::shared_ptr<CMSampleBuffer> nextVideoBuffer();
 
+  /// The same, but null where the sample has not come yet: the ready handler tells when to ask
+  /// again.
+  [[nodiscard]] std::shared_ptr<CMSampleBuffer> nextVideoBufferIfReady();
+  /// Called on any thread. Set before the first sample is asked for.
+  void setReadyHandler(std::function<void()> handler);
+
   /// Stops reading: nextVideoBuffer() throws Canceled from now on.
   void teardown();
 
  private:
+  enum class Patience { Waits, DoesNotWait };
+
+  [[nodiscard]] std::shared_ptr<CMSampleBuffer> nextVideoBuffer(Patience patience);
   void checkStatus() const;
   void addVideoOutput(const AVAsset& asset, const PlaybackSessionFactory& factory);
 

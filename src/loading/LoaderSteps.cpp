@@ -39,12 +39,15 @@ void deliverThumbnail(const ThumbnailCompletion& completion, CGImagePtr image, N
   }
 }
 
-void copyFirstFrame(AVAssetImageGenerator& generator, ThumbnailCompletion completion) {
-  NSErrorPtr error;
-  auto image = generator.copyCGImageAtTime(kCMTimeZero, nullptr, &error);
-  dispatch_async(ZFMediaQueue::queue(),
-                 [completion = std::move(completion), image = std::move(image),
-                  error = std::move(error)] { deliverThumbnail(completion, image, error); });
+void makeFirstFrame(AVAssetImageGenerator& generator, ThumbnailCompletion completion) {
+  generator.generateCGImageAsynchronouslyForTime(
+      kCMTimeZero, [completion = std::move(completion)](CGImagePtr image, CMTime /*actualTime*/,
+                                                        NSErrorPtr error) {
+        dispatch_async(ZFMediaQueue::queue(),
+                       [completion, image = std::move(image), error = std::move(error)] {
+                         deliverThumbnail(completion, image, error);
+                       });
+      });
 }
 
 }  // namespace
@@ -85,7 +88,7 @@ void loadFirstFrame(std::shared_ptr<AVAssetImageGenerator> generator,
   if (!completion) completion = [](const auto&, const auto&) {};
   dispatch_async(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_BACKGROUND),
                  [generator = std::move(generator), completion = std::move(completion)] {
-                   copyFirstFrame(*generator, completion);
+                   makeFirstFrame(*generator, completion);
                  });
 }
 

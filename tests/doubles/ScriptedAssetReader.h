@@ -54,6 +54,8 @@ class ScriptedAssetReader final : public AVAssetReader {
   std::function<void()> onCopy;                          ///< may throw
   std::function<void()> onCancel;
   int copies = 0;
+  int held = 1'000'000;         ///< samples that can be had; the others have not come yet
+  std::function<void()> ready;  ///< told its output, to be called when more have
 
   [[nodiscard]] AVAssetReaderStatus status() const override { return statusValue; }
   [[nodiscard]] NSErrorPtr error() const override { return errorValue; }
@@ -80,6 +82,12 @@ class ScriptedAssetReader final : public AVAssetReader {
     if (onCancel) onCancel();
   }
 
+  /// So many samples more have come.
+  void bring(int count) {
+    held += count;
+    if (ready) ready();
+  }
+  [[nodiscard]] bool hasNext() const { return static_cast<int>(next_) < held; }
   [[nodiscard]] std::shared_ptr<CMSampleBuffer> copyNext() {
     ++copies;
     if (onCopy) onCopy();
@@ -101,6 +109,15 @@ class ScriptedAssetReader::Output final : public AVAssetReaderOutput {
   [[nodiscard]] std::shared_ptr<CMSampleBuffer> copyNextSampleBuffer() override {
     const auto reader = reader_.lock();
     return reader ? reader->copyNext() : nullptr;
+  }
+  [[nodiscard]] std::shared_ptr<CMSampleBuffer> copyNextSampleBufferIfReady(
+      bool& isComing) override {
+    const auto reader = reader_.lock();
+    isComing = reader && !reader->hasNext();
+    return isComing ? nullptr : copyNextSampleBuffer();
+  }
+  void setReadyHandler(std::function<void()> handler) override {
+    if (const auto reader = reader_.lock()) reader->ready = std::move(handler);
   }
 
  private:

@@ -88,6 +88,8 @@ class ScriptedDisplayLayer final : public AVSampleBufferDisplayLayer {
     pending_ = nullptr;
   }
 
+  void expectMediaData() override { std::printf("layer expects\n"); }
+
   [[nodiscard]] Status status() const override { return status_.get(); }
   [[nodiscard]] NSErrorPtr error() const override { return errorValue; }
   [[nodiscard]] KeyValueObservation observeStatus(std::function<void()> changed) override {

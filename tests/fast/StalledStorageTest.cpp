@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "doubles/Latency.h"
+#include "doubles/ProcessCounts.h"
 #include "doubles/Sanitizers.h"
 #include "fast/PlayerFast.h"
 #include "fast/PlayerFastOutputView.h"
@@ -25,6 +26,7 @@
 #include "media/FrameNumber.h"
 #include "platform/TimeSource.h"
 #include "platform/avfoundation/AVComposition.h"
+#include "platform/dispatch/BlockingThreads.h"
 
 namespace zaffo {
 namespace {
@@ -169,6 +171,25 @@ TEST_F(FastStalledStorageTest, SoIsALoopOfIt) {
   EXPECT_LT(load(assets).count(), kMostMilliseconds);
   EXPECT_FALSE(storage.gaveUp());
   EXPECT_EQ(shown(), std::vector<std::optional<int>>(kPlayers, 1));
+}
+
+TEST_F(FastStalledStorageTest, AHundredThatWaitForSamplesHoldNoWorkerAndGoOnWhenTheseHaveCome) {
+  constexpr int kMany = 100;
+  std::vector<std::shared_ptr<AVAsset>> assets;
+  for (int i = 0; i < kMany; ++i) assets.push_back(loadedAsset());
+  const auto& background = dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_BACKGROUND);
+  EXPECT_LT(latencyOf(background), 20);  // whose threads are there from then on
+  const size_t threadsBefore = threadCount();
+  StalledStorage storage(path_);
+  (void)load(assets);
+  for (const auto& player : players_) player->setRate(1);
+  ASSERT_TRUE(runMainLoopUntil(
+      [] { return StalledStorage::waiting() >= BlockingThreads::kMostThreads; }, kTenSeconds));
+  EXPECT_LT(latencyOf(background), 20);
+  EXPECT_LE(threadCount(), threadsBefore + BlockingThreads::kMostThreads);
+  players_.erase(players_.begin(), players_.end() - 1);  // a hundred at once are too many to decode
+  storage.release();
+  EXPECT_TRUE(runMainLoopUntil([&] { return shown().front().value_or(0) > 5; }, kTenSeconds));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "platform/avfoundation/AVAsset.h"
@@ -28,6 +29,13 @@ class ZAFFO_EXPORT AVAssetReaderOutput {
   /// The next sample in decode order, owned by the caller; null when there is none any more: the
   /// reader's status tells why. May wait for the disk.
   [[nodiscard]] virtual std::shared_ptr<CMSampleBuffer> copyNextSampleBuffer() = 0;
+
+  /// The same without waiting: null and `isComing` set where the next sample is not here yet, which
+  /// the ready handler will tell. An output that only has the above waits here, too.
+  [[nodiscard]] virtual std::shared_ptr<CMSampleBuffer> copyNextSampleBufferIfReady(bool& isComing);
+  /// Called, on any thread, when there may be a sample again, or none any more. Set before the
+  /// first sample is asked for.
+  virtual void setReadyHandler(std::function<void()> handler);
 };
 
 /// The samples of one track as they are stored, compressed. A buffer refers to the bytes that were

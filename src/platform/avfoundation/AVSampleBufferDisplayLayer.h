@@ -53,6 +53,10 @@ class ZAFFO_EXPORT AVSampleBufferDisplayLayer : public CALayer {
   /// samples are being left for others: what cannot be decoded of them is no failure from then on,
   /// until there is a new request.
   virtual void stopRequestingMediaData() = 0;
+  /// Within a call of the block: there is room, and no sample is here yet, but some will be.
+  /// Whoever asks to be called does so anew when they are. Until then they count as being on their
+  /// way.
+  virtual void expectMediaData() {}
 
   /// Rendering from the first sample on; Failed when the samples since the last flush cannot be
   /// decoded: at once where there is no decoder, otherwise when a client that is called has brought

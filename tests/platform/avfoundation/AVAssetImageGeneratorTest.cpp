@@ -5,10 +5,13 @@
 
 #include <array>
 #include <cmath>
+#include <future>
 #include <limits>
+#include <utility>
 
 #include "media/Clips.h"
 #include "media/FrameNumber.h"
+#include "platform/dispatch/DispatchQueue.h"
 
 namespace zaffo {
 namespace {
@@ -208,6 +211,41 @@ TEST(AVAssetImageGenerator, TheActualTimeAndTheErrorMayBeLeftOut) {
   const auto generator = generatorOf(clip("h264_30.mp4"));
   EXPECT_TRUE(generator->copyCGImageAtTime(kCMTimeZero, nullptr, nullptr));
   EXPECT_FALSE(generator->copyCGImageAtTime(kCMTimeInvalid, nullptr, nullptr));
+}
+
+TEST(AVAssetImageGenerator, AnImageThatIsMadeLaterIsTheSame) {
+  struct Made {
+    CGImagePtr image;
+    CMTime actual;
+    NSErrorPtr error;
+  };
+  const auto makeLater = [](const std::string& path, CMTime time) {
+    std::promise<Made> made;
+    auto generator = generatorOf(path);
+    generator->setAppliesPreferredTrackTransform(true);
+    generator->setMaximumSize({64, 64});
+    generator->generateCGImageAsynchronouslyForTime(
+        time, [&made](CGImagePtr image, CMTime actual, NSErrorPtr error) {
+          made.set_value({std::move(image), actual, std::move(error)});
+        });
+    generator.reset();  // it is made nevertheless
+    return made.get_future().get();
+  };
+  const Made turned = makeLater(clip("rotated_90.mp4"), kCMTimeZero);
+  ASSERT_TRUE(turned.image);
+  EXPECT_EQ(sizeOf(turned.image), (CGSize{64, 36}));
+  const Made later = makeLater(clip("h264_30.mp4"), CMTimeMake(101, 60));
+  ASSERT_TRUE(later.image);
+  EXPECT_EQ(sizeOf(later.image), (CGSize{64, 36}));
+  EXPECT_EQ(later.actual, CMTimeMake(50, 30));
+  EXPECT_FALSE(later.error);
+  const Made none = makeLater(clip("text.mp4"), kCMTimeZero);
+  EXPECT_FALSE(none.image);
+  EXPECT_FALSE(CMTIME_IS_VALID(none.actual));
+  ASSERT_TRUE(none.error);
+  EXPECT_EQ(none.error->code(), AVErrorFileFormatNotRecognized);
+  generatorOf(clip("h264_30.mp4"))->generateCGImageAsynchronouslyForTime(kCMTimeZero, nullptr);
+  dispatch_wait_until_idle();
 }
 
 }  // namespace

@@ -184,6 +184,38 @@ TEST_F(StalledStorageTest, ThumbnailsOfStalledFilesLeaveOthersTheirs) {
   EXPECT_TRUE(runMainLoopUntil([&] { return made == 2 * files_ + 1; }, kTenSeconds));
 }
 
+/// Neither do they hold a worker, nor is there a thread more than those for files.
+TEST_F(StalledStorageTest, FourHundredThumbnailsOfStalledFilesTakeNoThreadAndHoldNoWorker) {
+  constexpr int kThumbnails = 400, kSome = 50;
+  std::vector<std::shared_ptr<AVAsset>> assets;
+  for (int i = 0; i < kThumbnails; ++i) {
+    // Half of them wait for their asset first.
+    assets.push_back(i % 2 == 0 ? loadedAsset(stalledPath_) : assetAt(stalledPath_));
+  }
+  const auto healthy = loadedAsset(healthyPath_);
+  expectQueuesAreFree();  // whose threads are there from then on
+  const size_t threadsBefore = threadCount();
+  StalledStorage storage(stalledPath_);
+  std::atomic<int> made{0}, failed{0};
+  const auto make = [&](const std::shared_ptr<AVAsset>& asset) {
+    AVAssetImageGenerator::assetImageGeneratorWithAsset(asset)
+        ->generateCGImageAsynchronouslyForTime(
+            CMTimeMake(3, 2),
+            [&](const CGImagePtr& image, CMTime, NSErrorPtr) { ++(image ? made : failed); });
+  };
+  for (int i = 0; i < kSome; ++i) make(assets[static_cast<size_t>(i)]);
+  ASSERT_TRUE(waitUntilStalled(kSome));
+  make(healthy);  // while there is a thread to read it
+  EXPECT_TRUE(runMainLoopUntil([&] { return made == 1; }, kTenSeconds));
+  for (int i = kSome; i < kThumbnails; ++i) make(assets[static_cast<size_t>(i)]);
+  ASSERT_TRUE(waitUntilStalled(BlockingThreads::kMostThreads));
+  expectQueuesAreFree();
+  EXPECT_LE(threadCount(), threadsBefore + BlockingThreads::kMostThreads);
+  storage.release();
+  EXPECT_TRUE(runMainLoopUntil([&] { return made == kThumbnails + 1; }, 3 * kTenSeconds));
+  EXPECT_EQ(failed, 0);
+}
+
 TEST_F(StalledStorageTest, ReadersOfStalledFilesLeaveTheQueuesFree) {
   const auto assets = assetsToStall();
   StalledStorage storage(stalledPath_);

@@ -8,6 +8,13 @@
 
 namespace zaffo {
 
+std::shared_ptr<CMSampleBuffer> AVAssetReaderOutput::copyNextSampleBufferIfReady(bool& isComing) {
+  isComing = false;
+  return copyNextSampleBuffer();
+}
+
+void AVAssetReaderOutput::setReadyHandler(std::function<void()> /*handler*/) {}
+
 std::shared_ptr<AVAssetReaderTrackOutput> AVAssetReaderTrackOutput::create(
     std::shared_ptr<const AVAssetTrack> track) {
   return std::make_shared<AssetTrackOutput>(std::move(track));

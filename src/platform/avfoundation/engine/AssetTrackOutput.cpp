@@ -3,7 +3,6 @@
 
 #include <utility>
 
-#include "platform/dispatch/OutsideWait.h"
 #include "platform/media/SampleBuffers.h"
 
 namespace zaffo {
@@ -28,70 +27,69 @@ void AssetTrackOutput::stop() {
     running_ = false;
     released = std::move(samples_);
   }
-  ready_.notify_all();
+  wake();
 }
 
 void AssetTrackOutput::wake() {
+  change_.announce();
   {
     MutexLock lock(samplesMutex_);
-    isReady_ = true;
+    if (!std::exchange(isAwaited_, false)) return;
   }
-  ready_.notify_all();
+  if (ready_) ready_();
 }
 
 std::unique_ptr<media::SampleRange> AssetTrackOutput::takeSamples() {
   MutexLock lock(samplesMutex_);
   const bool open = running_ && reading_->status() == AVAssetReaderStatus::Reading;
-  return open ? std::move(samples_) : nullptr;
+  if (!open) return nullptr;
+  isAwaited_ = true;  // they may come while it is looked for them
+  return std::move(samples_);
 }
 
 /// False when the output was stopped meanwhile.
-bool AssetTrackOutput::giveBack(std::unique_ptr<media::SampleRange> samples) {
+bool AssetTrackOutput::giveBack(std::unique_ptr<media::SampleRange> samples, bool isAwaited) {
   MutexLock lock(samplesMutex_);
+  if (!isAwaited) isAwaited_ = false;
   if (running_) samples_.swap(samples);
   return running_;
 }
 
-/// Waits while nothing is there yet; Again when it was stopped meanwhile.
-media::Outcome AssetTrackOutput::read(media::SampleRange& samples, media::Sample& sample) {
-  for (;;) {
-    {
-      MutexLock lock(samplesMutex_);
-      isReady_ = false;
-    }
-    const media::Outcome outcome = samples.next(sample);
-    if (outcome != media::Outcome::Again) return outcome;
-    const OutsideWait wait;
-    MutexLock lock(samplesMutex_);
-    while (running_ && !isReady_) ready_.wait(samplesMutex_);
-    if (!running_) return outcome;
-  }
+std::shared_ptr<AssetReading> AssetTrackOutput::reading() {
+  MutexLock lock(samplesMutex_);
+  return reading_;
 }
 
 std::shared_ptr<CMSampleBuffer> AssetTrackOutput::copyNextSampleBuffer() {
+  for (;;) {
+    bool isComing = false;
+    if (auto buffer = copyNextSampleBufferIfReady(isComing)) return buffer;
+    if (!isComing) return nullptr;
+    change_.wait();
+  }
+}
+
+std::shared_ptr<CMSampleBuffer> AssetTrackOutput::copyNextSampleBufferIfReady(bool& isComing) {
+  isComing = false;
   auto samples = takeSamples();
   if (!samples) return nullptr;
-  std::shared_ptr<AssetReading> reading;
-  {
-    MutexLock lock(samplesMutex_);
-    reading = reading_;
-  }
   media::Sample sample;
-  switch (read(*samples, sample)) {
+  switch (samples->next(sample)) {
     case media::Outcome::Ready: {
       if (copies_ && !media::takeOwnBytes(sample)) break;
       auto buffer = media::makeSampleBuffer(std::move(sample), samples->format());
-      return giveBack(std::move(samples)) ? buffer : nullptr;
+      return giveBack(std::move(samples), false) ? buffer : nullptr;
     }
     case media::Outcome::End:
       samples.reset();
-      reading->endOutput();
+      reading()->endOutput();
       break;
     case media::Outcome::Error:
-      reading->fail(samples->error());
+      reading()->fail(samples->error());
       break;
     case media::Outcome::Working:
     case media::Outcome::Again:
+      isComing = giveBack(std::move(samples), true);
       break;
   }
   return nullptr;

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <condition_variable>
+#include <functional>
 #include <memory>
 #include <utility>
 
 #include "platform/Mutex.h"
 #include "platform/avfoundation/engine/AssetReading.h"
+#include "platform/dispatch/OutsideSignal.h"
 #include "platform/media/source/SampleRange.h"
 
 namespace zaffo {
@@ -19,6 +20,9 @@ class AssetTrackOutput final : public AVAssetReaderTrackOutput,
 
   void setAlwaysCopiesSampleData(bool copies) override { copies_ = copies; }
   [[nodiscard]] std::shared_ptr<CMSampleBuffer> copyNextSampleBuffer() override;
+  [[nodiscard]] std::shared_ptr<CMSampleBuffer> copyNextSampleBufferIfReady(
+      bool& isComing) override;
+  void setReadyHandler(std::function<void()> handler) override { ready_ = std::move(handler); }
   [[nodiscard]] const std::shared_ptr<const AVAssetTrack>& track() const override { return track_; }
 
   /// True the first time: an output serves one reader.
@@ -30,17 +34,18 @@ class AssetTrackOutput final : public AVAssetReaderTrackOutput,
 
  private:
   [[nodiscard]] std::unique_ptr<media::SampleRange> takeSamples();
-  [[nodiscard]] bool giveBack(std::unique_ptr<media::SampleRange> samples);
-  [[nodiscard]] media::Outcome read(media::SampleRange& samples, media::Sample& sample);
+  [[nodiscard]] bool giveBack(std::unique_ptr<media::SampleRange> samples, bool isAwaited);
+  [[nodiscard]] std::shared_ptr<AssetReading> reading();
   void wake();
 
   const std::shared_ptr<const AVAssetTrack> track_;
   bool copies_ = true;
   bool claimed_ = false;
+  std::function<void()> ready_;
+  OutsideSignal change_;  ///< samples have come, or it was stopped
 
   Mutex samplesMutex_;
-  std::condition_variable_any ready_;
-  bool isReady_ ZAFFO_GUARDED_BY(samplesMutex_) = false;
+  bool isAwaited_ ZAFFO_GUARDED_BY(samplesMutex_) = false;  ///< more of them, or their end
   bool running_ ZAFFO_GUARDED_BY(samplesMutex_) = false;
   std::shared_ptr<AssetReading> reading_ ZAFFO_GUARDED_BY(samplesMutex_);
   std::unique_ptr<media::SampleRange> samples_ ZAFFO_GUARDED_BY(samplesMutex_);  // null in a read

@@ -132,6 +132,10 @@ void SampleBufferDisplayLayer::stopRequestingMediaData() {
   renderer_->stopRequesting();
 }
 
+void SampleBufferDisplayLayer::expectMediaData() {
+  renderer_->expectSamples();
+}
+
 NSErrorPtr SampleBufferDisplayLayer::error() const {
   return status() == AVQueuedSampleBufferRenderingStatus::Failed ? renderer_->error() : nullptr;
 }

@@ -32,6 +32,7 @@ class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
   void requestMediaDataWhenReadyOnQueue(DispatchQueuePtr queue,
                                         std::function<void()> block) override;
   void stopRequestingMediaData() override;
+  void expectMediaData() override;
 
   [[nodiscard]] AVQueuedSampleBufferRenderingStatus status() const override {
     return status_->told();

@@ -53,6 +53,7 @@ class SampleRenderer : public std::enable_shared_from_this<SampleRenderer> {
   [[nodiscard]] bool isReadyForMore();
   void requestWhenReady(DispatchQueuePtr queue, std::function<void()> block);
   void stopRequesting();
+  void expectSamples() { dataRequest_->expect(); }
 
   [[nodiscard]] Status status() const { return samples_.status(); }
   [[nodiscard]] NSErrorPtr error() const { return samples_.error(); }

@@ -1,123 +1,131 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/media/video/FrameFinder.h"
 
-#include <condition_variable>
+#include <utility>
 
-#include "platform/dispatch/OutsideWait.h"
 #include "platform/foundation/MakeError.h"
-#include "platform/media/ReorderHorizon.h"
 
 namespace zaffo::media {
 
-/// Wakes the finder when a source that was waited for has more.
-class FrameFinder::Arrival {
- public:
-  void announce() {
-    MutexLock lock(arrivalMutex_);
-    arrived_ = true;
-    changed_.notify_one();
+void FrameFinder::begin(CMTime time) {
+  time_ = time;
+  last_ = first_ = std::nullopt;
+  horizon_ = {};
+  best_.reset();
+  stage_ = cursor_->seek(time) ? Stage::Looking : Stage::Over;
+}
+
+Outcome FrameFinder::step(VideoFrame& frame) {
+  switch (stage_) {
+    case Stage::Looking:
+      return lookAhead();
+    case Stage::Decoding:
+      return decode(frame);
+    case Stage::Draining:
+      return drain(frame);
+    case Stage::Over:
+      break;
   }
-  void wait() {
-    const OutsideWait outside;
-    MutexLock lock(arrivalMutex_);
-    while (!arrived_) changed_.wait(arrivalMutex_);
-    arrived_ = false;
-  }
-
- private:
-  Mutex arrivalMutex_;
-  std::condition_variable_any changed_;
-  bool arrived_ ZAFFO_GUARDED_BY(arrivalMutex_) = false;
-};
-
-Result<std::unique_ptr<FrameFinder>> FrameFinder::open(std::unique_ptr<SampleCursor> cursor) {
-  auto decoder = VideoDecoder::open(cursor->codecParameters());
-  if (!decoder) return decoder.error();
-  return std::unique_ptr<FrameFinder>(new FrameFinder(std::move(cursor), *std::move(decoder)));
+  return Outcome::Error;
 }
 
-FrameFinder::FrameFinder(std::unique_ptr<SampleCursor> cursor,
-                         std::unique_ptr<VideoDecoder> decoder)
-    : arrival_(std::make_shared<Arrival>()),
-      cursor_(std::move(cursor)),
-      decoder_(std::move(decoder)) {
-  cursor_->setReadyHandler([arrival = arrival_] { arrival->announce(); });
-}
-
-FrameFinder::~FrameFinder() = default;
-
-Result<VideoFrame> FrameFinder::frameAt(CMTime time) {
-  const std::optional<CMTime> target = presentationAt(time);
-  std::optional<VideoFrame> frame = target ? decodeTo(*target) : std::nullopt;
-  if (!frame) return failure();
-  return *std::move(frame);
-}
-
-Outcome FrameFinder::next(Sample& sample) {
-  for (;;) {
-    const Outcome outcome = cursor_->next(sample);
-    if (outcome != Outcome::Again) return outcome;
-    arrival_->wait();
-  }
-}
-
-// Looks ahead without decoding, until no sample can follow that is shown up to `time`, or before
-// the first one that is shown at all.
-std::optional<CMTime> FrameFinder::presentationAt(CMTime time) {
-  if (!cursor_->seek(time)) return std::nullopt;
-  std::optional<CMTime> last, first;
-  ReorderHorizon horizon;
+/// Without decoding, until no sample can follow that is shown up to the time, or before the first
+/// one that is shown at all.
+Outcome FrameFinder::lookAhead() {
+  if (isSettled()) return startDecoding();
   Sample sample;
-  const auto isSettled = [&] {
-    return last ? horizon.time() > time : first && horizon.time() >= *first;
-  };
-  while (!isSettled() && next(sample) == Outcome::Ready) {
-    horizon.pass(sample);
-    if (sample.decodeOnly || !CMTIME_IS_NUMERIC(sample.presentation)) continue;
-    const CMTime shownAt = sample.presentation;
-    if (!first || shownAt < *first) first = shownAt;
-    if (shownAt <= time && (!last || shownAt > *last)) last = shownAt;
-  }
-  return last ? last : first;
+  const Outcome outcome = cursor_->next(sample);
+  if (outcome == Outcome::Again) return outcome;
+  if (outcome != Outcome::Ready) return startDecoding();
+  pass(sample);
+  return Outcome::Working;
 }
 
-std::optional<VideoFrame> FrameFinder::decodeTo(CMTime target) {
-  std::optional<VideoFrame> best;
+bool FrameFinder::isSettled() const {
+  return last_ ? horizon_.time() > time_ : first_ && horizon_.time() >= *first_;
+}
+
+void FrameFinder::pass(const Sample& sample) {
+  horizon_.pass(sample);
+  if (sample.decodeOnly || !CMTIME_IS_NUMERIC(sample.presentation)) return;
+  const CMTime shownAt = sample.presentation;
+  if (!first_ || shownAt < *first_) first_ = shownAt;
+  if (shownAt <= time_ && (!last_ || shownAt > *last_)) last_ = shownAt;
+}
+
+Outcome FrameFinder::startDecoding() {
+  stage_ = Stage::Over;
+  if (!first_) return Outcome::Error;
+  target_ = last_ ? *last_ : *first_;
+  if (!cursor_->seek(target_) || !prepareDecoder()) return Outcome::Error;
+  stage_ = Stage::Decoding;
+  return Outcome::Working;
+}
+
+/// Segments of a composition may be of different codecs.
+bool FrameFinder::prepareDecoder() {
+  if (decoder_) {
+    decoder_->reset();
+    return decoder_->adoptParameters(cursor_->codecParameters());
+  }
+  auto decoder = VideoDecoder::open(cursor_->codecParameters());
+  openError_ = decoder.error();
+  decoder_ = std::move(decoder).valueOr(nullptr);
+  return decoder_ != nullptr;
+}
+
+Outcome FrameFinder::decode(VideoFrame& frame) {
   Sample sample;
-  decoder_->reset();
-  if (!cursor_->seek(target)) return best;
-  // Segments of a composition may be of different codecs.
-  if (!decoder_->adoptParameters(cursor_->codecParameters())) return best;
-  bool wanted = false;
-  while (!wanted && next(sample) == Outcome::Ready) {
-    wanted = !sample.decodeOnly && sample.presentation == target;
-    decoder_->setSkipsUnreferencedFrames(!wanted);
+  const Outcome outcome = cursor_->next(sample);
+  if (outcome == Outcome::Again) return outcome;
+  bool isWanted = false;
+  if (outcome == Outcome::Ready) {
+    isWanted = !sample.decodeOnly && sample.presentation == target_;
+    decoder_->setSkipsUnreferencedFrames(!isWanted);
     while (decoder_->send(sample) == Outcome::Again) {
-      if (take(target, best)) return best;
+      Outcome received = Outcome::Working;
+      while (received == Outcome::Working) received = receive();
+      if (received == Outcome::Ready) return finish(frame);
     }
   }
-  decoder_->drain();
-  (void)take(target, best);
-  return best;
-}
-
-// Takes the frames that are ready; whether the target is among them. One after it will do as long
-// as there is none before it: what a file begins with may lean on what was cut off.
-bool FrameFinder::take(CMTime target, std::optional<VideoFrame>& best) {
-  VideoFrame frame;
-  for (;;) {
-    const Outcome outcome = decoder_->receive(frame);
-    if (outcome == Outcome::Again || outcome == Outcome::End) return false;
-    if (outcome == Outcome::Error) continue;
-    if (best && frame.presentation > CMTimeMaximum(best->presentation, target)) continue;
-    best = frame;
-    if (frame.presentation == target) return true;
+  if (isWanted || outcome != Outcome::Ready) {
+    decoder_->drain();
+    stage_ = Stage::Draining;
   }
+  return Outcome::Working;
 }
 
-NSErrorPtr FrameFinder::failure() const {
+Outcome FrameFinder::drain(VideoFrame& frame) {
+  return receive() == Outcome::Working ? Outcome::Working : finish(frame);
+}
+
+/// Takes a frame that is ready: Ready when it is the target, Working when it is another, Again or
+/// End when there is none. One after the target will do as long as there is none before it: what a
+/// file begins with may lean on what was cut off.
+Outcome FrameFinder::receive() {
+  VideoFrame frame;
+  const Outcome outcome = decoder_->receive(frame);
+  if (outcome == Outcome::Again || outcome == Outcome::End) return outcome;
+  if (outcome == Outcome::Error) return Outcome::Working;
+  if (best_ && frame.presentation > CMTimeMaximum(best_->presentation, target_)) {
+    return Outcome::Working;
+  }
+  const bool isIt = frame.presentation == target_;
+  best_ = std::move(frame);
+  return isIt ? Outcome::Ready : Outcome::Working;
+}
+
+Outcome FrameFinder::finish(VideoFrame& frame) {
+  stage_ = Stage::Over;
+  if (!best_) return Outcome::Error;
+  frame = *std::exchange(best_, std::nullopt);
+  return Outcome::Ready;
+}
+
+NSErrorPtr FrameFinder::error() const {
   if (cursor_->error()) return cursor_->error();
-  if (decoder_->error()) return decoder_->error();
+  if (openError_) return openError_;
+  if (decoder_ && decoder_->error()) return decoder_->error();
   return makeError(AVErrorDecodeFailed, "No picture of the track can be decoded.");
 }
 

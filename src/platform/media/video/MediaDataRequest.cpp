@@ -41,7 +41,14 @@ MediaDataRequest::ClientPtr MediaDataRequest::replaceWhileLocked(ClientPtr clien
   owesCall_ = false;
   callsUnderWay_ = 0;
   calledOn_ = {};
+  isExpecting_ = false;
   return std::exchange(client_, std::move(client));
+}
+
+void MediaDataRequest::expect() {
+  MutexLock lock(runMutex_);
+  const bool isCalled = calledOn_ == std::this_thread::get_id() && calledInRun_ == run_;
+  if (isCalled) isExpecting_ = true;
 }
 
 void MediaDataRequest::owe() {
@@ -97,6 +104,7 @@ void MediaDataRequest::beginRun(uint64_t run) {
   run_ = run;
   hasEnded_ = isLeft_ = false;
   owesCall_ = client_ != nullptr;
+  isExpecting_ = false;
 }
 
 void MediaDataRequest::noteSample(int64_t hostNanoseconds) {
@@ -106,7 +114,7 @@ void MediaDataRequest::noteSample(int64_t hostNanoseconds) {
 }
 
 bool MediaDataRequest::isAwaitedWhileLocked() const {
-  return owesCall_ || callsUnderWay_ > 0;
+  return owesCall_ || callsUnderWay_ > 0 || isExpecting_;
 }
 
 MediaDataRequest::Prospect MediaDataRequest::prospect(uint64_t run, int64_t hostNanoseconds) const {

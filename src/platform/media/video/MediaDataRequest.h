@@ -25,10 +25,10 @@ namespace zaffo::media {
 ///      └───────────────────────────────────────────────────> Quiet
 ///              nobody is called, and nothing came for a while
 ///
-/// A call brought all there is when it returns while there is room, or when the calls are stopped
-/// within it.
-/// Whoever stops the calls from elsewhere does not say that this is all: most often the run is
-/// being left for another. Nothing is to be made of what it lacks until there is a new request.
+/// A call brought all there is when it returns while there is room, unless more is expected, or
+/// when the calls are stopped within it. Whoever stops the calls from elsewhere does not say that
+/// this is all: most often the run is being left for another. Nothing is to be made of what it
+/// lacks until there is a new request.
 ///
 /// Thread: any.
 class MediaDataRequest : public std::enable_shared_from_this<MediaDataRequest> {
@@ -48,6 +48,10 @@ class MediaDataRequest : public std::enable_shared_from_this<MediaDataRequest> {
   /// No call begins after this returns, except on a queue that has begun it already. Gives what
   /// was held for the calls.
   std::shared_ptr<void> stop();
+
+  /// Within a call: what there is was not brought, for it has not come yet. The client will ask
+  /// anew when it has.
+  void expect();
 
   /// The client was told that there is no room, or made it so: a call is owed when there is.
   void owe();
@@ -92,6 +96,7 @@ class MediaDataRequest : public std::enable_shared_from_this<MediaDataRequest> {
   // Of the present client.
   int callsUnderWay_ ZAFFO_GUARDED_BY(runMutex_) = 0;  ///< queued or begun
   std::thread::id calledOn_ ZAFFO_GUARDED_BY(runMutex_);
+  bool isExpecting_ ZAFFO_GUARDED_BY(runMutex_) = false;  ///< and asks anew by itself
   uint64_t calledInRun_ ZAFFO_GUARDED_BY(runMutex_) = 0;
 };
 

@@ -4,7 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <thread>
+#include <memory>
+#include <optional>
 #include <vector>
 
 #include "doubles/MemorySource.h"
@@ -22,15 +23,20 @@ class FrameFinderTest : public testing::Test {
                              .parameters = std::move(encoded_.parameters),
                              .samples = std::move(encoded_.samples),
                              .formats = {}});
-    auto opened = FrameFinder::open(source_->openCursor(trackID_).valueOr(nullptr));
-    error_ = opened.error();
-    finder_ = std::move(opened).valueOr(nullptr);
+    finder_ = std::make_unique<FrameFinder>(source_->openCursor(trackID_).valueOr(nullptr));
+    finder_->setReadyHandler([this] { ++readies_; });
+  }
+  /// Goes on until it is found, there is none, or the source has nothing.
+  Outcome go() {
+    auto outcome = Outcome::Working;
+    while (outcome == Outcome::Working) outcome = finder_->step(frame_);
+    error_ = outcome == Outcome::Error ? finder_->error() : nullptr;
+    return outcome;
   }
   /// The number of the frame found; nothing when there is none.
   std::optional<int> find(CMTime time) {
-    const Result<VideoFrame> frame = finder_->frameAt(time);
-    error_ = frame.error();
-    return frame ? pictureNumber(frame->buffer) : std::nullopt;
+    finder_->begin(time);
+    return go() == Outcome::Ready ? pictureNumber(frame_.buffer) : std::nullopt;
   }
   static void damage(Sample& sample) {
     ASSERT_GE(av_packet_make_writable(sample.packet.get()), 0);
@@ -41,6 +47,8 @@ class FrameFinderTest : public testing::Test {
   const std::shared_ptr<MemorySource> source_ = std::make_shared<MemorySource>();
   int trackID_ = 0;
   std::unique_ptr<FrameFinder> finder_;
+  VideoFrame frame_;
+  int readies_ = 0;
   NSErrorPtr error_;
 };
 
@@ -133,27 +141,43 @@ TEST_F(FrameFinderTest, ATornSourceGivesWhatLiesBeforeTheTear) {
   EXPECT_EQ(find(frames(3)), 3);
 }
 
-TEST_F(FrameFinderTest, OpensNothingWithoutADecoder) {
+TEST_F(FrameFinderTest, TellsThatThereIsNoDecoderWhenOneIsNeeded) {
   encoded_.parameters->codec_id = AV_CODEC_ID_GIF;
   open();
-  EXPECT_EQ(finder_, nullptr);
+  source_->let(0);
+  finder_->begin(frames(4));
+  EXPECT_EQ(go(), Outcome::Again) << "none is needed while there is nothing to decode";
+  source_->let(kCount);
+  EXPECT_EQ(go(), Outcome::Error);
   ASSERT_TRUE(error_);
   EXPECT_EQ(error_->code(), AVErrorDecoderNotFound);
 }
 
-TEST_F(FrameFinderTest, WaitsForASourceThatGetsItsSamplesFromAfar) {
+TEST_F(FrameFinderTest, NeverWaitsForASourceThatGetsItsSamplesFromAfar) {
   open();
-  source_->let(0);
-  std::atomic<bool> done{false};
-  std::thread network([&] {
-    while (!done.load()) {
+  for (const int number : {0, 5, 13, 23, 2}) {
+    source_->let(0);
+    finder_->begin(frames(number));
+    auto outcome = go();
+    for (readies_ = 0; outcome == Outcome::Again; outcome = go()) {
+      EXPECT_EQ(go(), Outcome::Again) << "until more has come";
+      const int before = readies_;
       source_->let(1);
-      std::this_thread::yield();
+      ASSERT_EQ(readies_, before + 1);
     }
-  });
-  for (const int number : {0, 5, 13, 23, 2}) EXPECT_EQ(find(frames(number)), number);
-  done.store(true);
-  network.join();
+    EXPECT_GT(readies_, 0);
+    EXPECT_EQ(outcome, Outcome::Ready);
+    EXPECT_EQ(pictureNumber(frame_.buffer), number);
+  }
+}
+
+TEST_F(FrameFinderTest, ASearchThatIsGivenUpInTheMidstHasNoPartInTheNext) {
+  open();
+  for (int steps = 0; steps < 40; ++steps) {
+    finder_->begin(frames(20));
+    for (int i = 0; i < steps; ++i) static_cast<void>(finder_->step(frame_));
+    ASSERT_EQ(find(frames(3)), 3) << "after " << steps << " steps";
+  }
 }
 
 }  // namespace

@@ -86,6 +86,45 @@ TEST_F(MediaDataSupplyTest, AClientThatFindsNoRoomWillBringMore) {
   EXPECT_EQ(prospect(), Prospect::Coming);
 }
 
+TEST_F(MediaDataSupplyTest, WhatIsExpectedIsComingUntilItWasAskedForAnew) {
+  request([this] {
+    bringSample();
+    dataRequest_->expect();
+  });
+  callAndRun();
+  now_ += 10 * kPatience;
+  EXPECT_EQ(prospect(), Prospect::Coming);
+  EXPECT_EQ(dataRequest_->quietAt(), std::nullopt);
+  EXPECT_FALSE(dataRequest_->owesCall());
+  request([this] { bringSample(); });
+  EXPECT_TRUE(dataRequest_->owesCall());
+  callAndRun();
+  EXPECT_EQ(prospect(), Prospect::Ended);
+}
+
+TEST_F(MediaDataSupplyTest, NothingIsExpectedOfARunThatIsLeft) {
+  request([this] { dataRequest_->expect(); });
+  callAndRun();
+  elsewhere([this] { static_cast<void>(dataRequest_->stop()); });
+  now_ += 10 * kPatience;
+  EXPECT_EQ(prospect(), Prospect::Quiet);
+  request([this] {
+    beginRun();
+    dataRequest_->expect();
+  });
+  callAndRun();
+  EXPECT_TRUE(dataRequest_->owesCall()) << "by the new run";
+  static_cast<void>(dataRequest_->stop());
+  EXPECT_EQ(prospect(), Prospect::Quiet) << "it did not expect anything";
+}
+
+TEST_F(MediaDataSupplyTest, OnlyACallCanExpectMore) {
+  request([this] { bringSample(); });
+  callAndRun();
+  dataRequest_->expect();
+  EXPECT_EQ(prospect(), Prospect::Ended);
+}
+
 TEST_F(MediaDataSupplyTest, WhoeverStopsInsideTheCallHasNoMore) {
   request([this] {
     bringSample();
