@@ -15,7 +15,7 @@ foreach(file IN LISTS files)
 endforeach()
 # A folder goes with its last entry, and then perhaps the one above it.
 foreach(folder IN LISTS folders)
-  while(folder MATCHES "/(ZaffoPlayback|ZaffoGtk|zaffo[^/]*)(/|$)" AND EXISTS "${folder}")
+  while(folder MATCHES "/(Zaffo|ZaffoPlayback|ZaffoGtk|ZaffoQt|zaffo[^/]*)(/|$)" AND EXISTS "${folder}")
     file(GLOB left "${folder}/*")
     if(left)
       break()

@@ -93,6 +93,20 @@ if(TARGET ZaffoGtk)
                    REQUIRES "zaffo-playback = ${PROJECT_VERSION}" "gtk4 >= 4.8")
 endif()
 
+# The component `qt` likewise: the library, and the QML module where there is one (qt/).
+if(TARGET ZaffoQt)
+  install(TARGETS ZaffoQt EXPORT ZaffoPlaybackQt
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT qt
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT qt)
+  install(FILES ${PROJECT_SOURCE_DIR}/qt/ZaffoClip.h ${PROJECT_SOURCE_DIR}/qt/ZaffoVideoWidget.h
+          DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZaffoQt COMPONENT qt)
+  install(EXPORT ZaffoPlaybackQt NAMESPACE ZaffoPlayback:: FILE ZaffoPlaybackQtTargets.cmake
+          DESTINATION ${package_dir} COMPONENT qt)
+  zaffo_pkg_config(ZaffoQt zaffo-qt "Clips for Qt 6, as widgets and in Qt Quick" COMPONENT qt
+                   REQUIRES "zaffo-playback = ${PROJECT_VERSION}" "Qt6Widgets >= 6.4"
+                            "Qt6Multimedia >= 6.4")
+endif()
+
 add_custom_target(uninstall
   COMMAND ${CMAKE_COMMAND} -DMANIFEST=${PROJECT_BINARY_DIR}/install_manifest.txt
           -P ${CMAKE_CURRENT_LIST_DIR}/Uninstall.cmake VERBATIM)
