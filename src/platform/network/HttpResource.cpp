@@ -61,6 +61,7 @@ class HttpResource::Core final : public ByteBudget::Holder,
       : client_(client),
         gate_(client.preloadGate()),
         name_(address->absoluteString()),
+        location_(address),
         memory_(budget),
         place_(std::move(address), std::move(options)) {}
 
@@ -89,6 +90,10 @@ class HttpResource::Core final : public ByteBudget::Holder,
     return error_;
   }
   [[nodiscard]] const std::string& name() const { return name_; }
+  [[nodiscard]] URL location() const {
+    MutexLock lock(stateMutex_);
+    return location_;
+  }
 
  private:
   struct Aim {
@@ -142,6 +147,7 @@ class HttpResource::Core final : public ByteBudget::Holder,
   NSErrorPtr error_ ZAFFO_GUARDED_BY(stateMutex_);
   int64_t front_ ZAFFO_GUARDED_BY(stateMutex_) = 0;  // where reading has come to
   Freshness freshness_ ZAFFO_GUARDED_BY(stateMutex_);
+  URL location_ ZAFFO_GUARDED_BY(stateMutex_);
   ByteBudget::Count memory_;  // set with the mutex held
   bool wasKept_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   int64_t keptUntil_ ZAFFO_GUARDED_BY(stateMutex_) = 0;   // from the beginning, without a gap
@@ -382,6 +388,7 @@ bool HttpResource::Core::isWantedWhileLocked(int64_t offset) const {
 void HttpResource::Core::learnWhileLocked() {
   size_ = place_.representation.size();
   freshness_ = place_.freshness;
+  location_ = place_.current;
   if (!asksInDoubt_ || place_.representation.isInDoubt()) return;
   asksInDoubt_ = false;
   isInDoubt_ = false;
@@ -511,6 +518,10 @@ media::ByteSource::Ahead HttpResource::ahead() const {
 
 NSErrorPtr HttpResource::error() const {
   return core_->error();
+}
+
+URL HttpResource::location() const {
+  return core_->location();
 }
 
 const std::string& HttpResource::name() const {

@@ -6,9 +6,8 @@
 
 namespace zaffo::streaming {
 
-ListLoading::ListLoading(network::URL address, std::shared_ptr<network::HttpResource> resource)
-    : address_(std::move(address)),
-      text_(std::move(resource), {}, static_cast<int64_t>(network::Playlist::kMostBytes)) {}
+ListLoading::ListLoading(std::shared_ptr<network::HttpResource> resource)
+    : text_(std::move(resource), {}, static_cast<int64_t>(network::Playlist::kMostBytes)) {}
 
 media::Outcome ListLoading::step() {
   return text_.step();
@@ -18,7 +17,7 @@ Result<network::Playlist> ListLoading::take() {
   if (NSErrorPtr error = text_.error()) return error;
   const auto bytes = text_.bytes();
   const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  return network::Playlist::parse(text, address_);
+  return network::Playlist::parse(text, text_.location());
 }
 
 }  // namespace zaffo::streaming

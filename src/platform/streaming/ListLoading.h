@@ -14,7 +14,7 @@ namespace zaffo::streaming {
 /// A playlist on its way. Never waits. Thread: one at a time.
 class ListLoading {
  public:
-  ListLoading(network::URL address, std::shared_ptr<network::HttpResource> resource);
+  explicit ListLoading(std::shared_ptr<network::HttpResource> resource);
 
   /// Ready or Error when it has come to its end: see take().
   [[nodiscard]] media::Outcome step();
@@ -25,7 +25,6 @@ class ListLoading {
   [[nodiscard]] Result<network::Playlist> take();
 
  private:
-  const network::URL address_;
   SmallBytes text_;
 };
 

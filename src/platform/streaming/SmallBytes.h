@@ -33,8 +33,9 @@ class SmallBytes {
   [[nodiscard]] std::span<const uint8_t> bytes() const;
   /// Why it is Error.
   [[nodiscard]] NSErrorPtr error() const;
-  /// Where it was asked for.
+  /// Where it was asked for, and where the server led for it.
   [[nodiscard]] const std::string& name() const { return resource_->name(); }
+  [[nodiscard]] network::URL location() const { return resource_->location(); }
 
  private:
   [[nodiscard]] media::Outcome readWhileLocked() ZAFFO_REQUIRES(bytesMutex_);

@@ -11,7 +11,7 @@ using media::Outcome;
 
 constexpr CMTimeScale kTimescale = 90'000;
 constexpr int64_t kLongestHeader = int64_t{1} << 20;
-constexpr std::size_t kKeptHeaders = 8;
+constexpr std::size_t kKeptSmall = 8;
 
 std::vector<int64_t> ratesOf(const std::vector<StreamFeed::Rendition>& renditions) {
   std::vector<int64_t> rates;
@@ -19,10 +19,18 @@ std::vector<int64_t> ratesOf(const std::vector<StreamFeed::Rendition>& rendition
   return rates;
 }
 
-std::string keyOf(const network::SegmentHeader& header) {
-  const auto length = header.range.length.value_or(-1);
-  return header.address->absoluteString() + " " + std::to_string(header.range.offset) + " " +
-         std::to_string(length);
+std::string nameOf(const network::URL& address, const network::ByteRange& range) {
+  return address->absoluteString() + " " + std::to_string(range.offset) + " " +
+         std::to_string(range.length.value_or(-1));
+}
+
+/// The vector of a segment that is told none: its number.
+media::CipherBlock vectorFor(int64_t number) {
+  media::CipherBlock vector{};
+  for (auto byte = vector.rbegin(); number > 0; ++byte, number >>= 8) {
+    *byte = static_cast<uint8_t>(number & 0xFF);
+  }
+  return vector;
 }
 
 }  // namespace
@@ -87,7 +95,7 @@ bool StreamFeed::isLoadedWhileLocked(Known& known) {
   if (known.isUnfit) return false;
   if (!known.loading) {
     const auto& address = known.rendition.address;
-    known.loading = std::make_unique<ListLoading>(address, services_.resources->at(address));
+    known.loading = std::make_unique<ListLoading>(services_.resources->at(address));
     known.want = known.loading->want([] {});
   }
   if (known.loading->step() == Outcome::Again) return false;
@@ -104,20 +112,21 @@ bool StreamFeed::isLoadedWhileLocked(Known& known) {
 
 std::shared_ptr<const StreamSegment> StreamFeed::openWhileLocked(int64_t number) {
   const SegmentList::Entry& entry = listWhileLocked().at(number);
-  const network::MediaSegment& media = entry.media;
+  const network::MediaSegment& listed = entry.media;
   auto segment = std::make_shared<StreamSegment>();
   segment->number = number;
   segment->rendition = present_;
   segment->start = CMTimeMakeWithSeconds(entry.start, kTimescale);
-  segment->seconds = media.seconds;
+  segment->seconds = listed.seconds;
   segment->run = entry.run;
   std::shared_ptr<SmallBytes> header;
-  if (media.header) {
-    segment->header = keyOf(*media.header);
-    header = headerWhileLocked(*media.header, segment->header);
+  if (listed.header) {
+    segment->header = nameOf(listed.header->address, listed.header->range);
+    header = smallWhileLocked(listed.header->address, listed.header->range, kLongestHeader);
   }
-  segment->bytes = std::make_shared<SegmentBytes>(services_.resources->at(media.address),
-                                                  media.range, std::move(header));
+  segment->bytes =
+      std::make_shared<SegmentBytes>(services_.resources->at(listed.address), listed.range,
+                                     std::move(header), cipherWhileLocked(listed));
   // A further part of a resource that is read comes by itself.
   if (!isReadWhileLocked(segment->bytes->name())) segment->first = segment->bytes->wantFirst();
   alive_[number] = segment;
@@ -132,15 +141,22 @@ bool StreamFeed::isReadWhileLocked(const std::string& name) {
   });
 }
 
-std::shared_ptr<SmallBytes> StreamFeed::headerWhileLocked(const network::SegmentHeader& header,
-                                                          const std::string& key) {
-  for (const auto& [known, bytes] : headers_) {
-    if (known == key && !bytes->error()) return bytes;
+std::optional<SegmentCipher> StreamFeed::cipherWhileLocked(const network::MediaSegment& segment) {
+  if (!segment.key.address) return std::nullopt;
+  constexpr auto kMost = static_cast<int64_t>(media::kCipherBlock);
+  return SegmentCipher{smallWhileLocked(segment.key.address, {}, kMost),
+                       segment.key.vector ? *segment.key.vector : vectorFor(segment.number)};
+}
+
+std::shared_ptr<SmallBytes> StreamFeed::smallWhileLocked(const network::URL& address,
+                                                         network::ByteRange range, int64_t most) {
+  const std::string name = nameOf(address, range);
+  for (const auto& [known, bytes] : small_) {
+    if (known == name && !bytes->error()) return bytes;
   }
-  auto bytes = std::make_shared<SmallBytes>(services_.resources->at(header.address), header.range,
-                                            kLongestHeader);
-  if (headers_.size() == kKeptHeaders) headers_.erase(headers_.begin());
-  headers_.emplace_back(key, bytes);
+  auto bytes = std::make_shared<SmallBytes>(services_.resources->at(address), range, most);
+  if (small_.size() == kKeptSmall) small_.erase(small_.begin());
+  small_.emplace_back(name, bytes);
   return bytes;
 }
 

@@ -81,8 +81,11 @@ class StreamFeed {
       ZAFFO_REQUIRES(feedMutex_);
   /// Whether a segment that somebody reads lies in this resource.
   [[nodiscard]] bool isReadWhileLocked(const std::string& name) ZAFFO_REQUIRES(feedMutex_);
-  [[nodiscard]] std::shared_ptr<SmallBytes> headerWhileLocked(const network::SegmentHeader& header,
-                                                              const std::string& key)
+  [[nodiscard]] std::optional<SegmentCipher> cipherWhileLocked(const network::MediaSegment& segment)
+      ZAFFO_REQUIRES(feedMutex_);
+  /// A header or a key, which many segments share.
+  [[nodiscard]] std::shared_ptr<SmallBytes> smallWhileLocked(const network::URL& address,
+                                                             network::ByteRange range, int64_t most)
       ZAFFO_REQUIRES(feedMutex_);
 
   const StreamServices services_;
@@ -96,8 +99,8 @@ class StreamFeed {
   /// The one that was asked for first, to learn of the tracks, until another one is.
   std::shared_ptr<const StreamSegment> opened_ ZAFFO_GUARDED_BY(feedMutex_);
   bool isNew_ ZAFFO_GUARDED_BY(feedMutex_) = true;
-  /// Those used last, by what they are known by.
-  std::vector<std::pair<std::string, std::shared_ptr<SmallBytes>>> headers_
+  /// Headers and keys that were used last, by what they are known by.
+  std::vector<std::pair<std::string, std::shared_ptr<SmallBytes>>> small_
       ZAFFO_GUARDED_BY(feedMutex_);
 };
 

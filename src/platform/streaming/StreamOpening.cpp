@@ -80,7 +80,7 @@ Outcome StreamOpening::stepStage() {
 void StreamOpening::load(Stage stage, const network::URL& address) {
   stage_ = stage;
   want_.reset();
-  loading_ = std::make_unique<ListLoading>(address, services_.resources->at(address));
+  loading_ = std::make_unique<ListLoading>(services_.resources->at(address));
 }
 
 Outcome StreamOpening::stepList() {

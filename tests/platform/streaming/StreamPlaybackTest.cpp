@@ -132,7 +132,8 @@ TEST_P(StreamPlaybackOf, ShowsEveryPictureInTurnWithSteadySoundToItsEnd) {
 }
 
 INSTANTIATE_TEST_SUITE_P(OfEachKind, StreamPlaybackOf,
-                         testing::Values("ts", "fmp4", "ts_ranges", "fmp4_ranges", "ts_44100"));
+                         testing::Values("ts", "fmp4", "ts_ranges", "fmp4_ranges", "ts_44100",
+                                         "encrypted"));
 
 TEST_F(StreamPlaybackTest, AnotherRenditionTakesOverWithoutALostPictureOrSound) {
   const auto master = streams_.holdRenditions();
@@ -152,6 +153,24 @@ TEST_F(StreamPlaybackTest, AnotherRenditionTakesOverWithoutALostPictureOrSound) 
   EXPECT_EQ(width(), 384);
   const int64_t from = output_.starts().front();
   EXPECT_LT(strayFromTone(output_.heard(from + 4800, from + 7 * 48000 + 43200)), 0.02);
+}
+
+TEST_F(StreamPlaybackTest, SoundThatComesApartIsHeardWithThePictures) {
+  for (const std::string kind : {"", "_fmp4"}) {
+    streams_.serve("pictures" + kind);
+    streams_.serve("sound" + kind);
+    streams_.put("/apart" + kind + ".m3u8",
+                 "#EXTM3U\n#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID=\"a\",NAME=\"x\",URI=\"sound" + kind +
+                     "/list.m3u8\"\n#EXT-X-STREAM-INF:BANDWIDTH=1000,AUDIO=\"a\"\npictures" + kind +
+                     "/list.m3u8\n");
+    const auto before = output_.starts().size();
+    openList(streams_.url("/apart" + kind + ".m3u8"));
+    start();
+    expectPictures(0, 240);
+    ASSERT_EQ(output_.starts().size(), before + 1);
+    const int64_t from = output_.starts().back();
+    EXPECT_LT(strayFromTone(output_.heard(from + 4800, from + 7 * 48000 + 43200)), 0.02) << kind;
+  }
 }
 
 TEST_F(StreamPlaybackTest, ALoopGoesRound) {

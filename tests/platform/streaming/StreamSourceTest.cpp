@@ -77,7 +77,7 @@ TEST_P(StreamedTracks, GoOnOverTheBordersOfSegments) {
 
 INSTANTIATE_TEST_SUITE_P(OfEachKind, StreamedTracks,
                          testing::Values("ts", "fmp4", "ts_ranges", "fmp4_ranges", "ts_44100",
-                                         "hevc", "hevc_ts"));
+                                         "hevc", "hevc_ts", "encrypted", "encrypted_by_number"));
 
 class StreamedSeeks : public StreamSourceTest, public testing::WithParamInterface<const char*> {};
 
@@ -183,6 +183,80 @@ TEST_F(StreamSourceTest, WhatItsOpeningFetchedIsReadInThatRendition) {
   Sample sample;
   ASSERT_EQ(media::nextHeld(*cursor, sample), Outcome::Ready);
   EXPECT_EQ(cursor->codecParameters().width, 384);
+}
+
+TEST_F(StreamSourceTest, ADiscontinuityBeginsAnewWhereItIsListed) {
+  streams_.serve("ts");
+  streams_.serve("small");
+  streams_.put("/joined.m3u8",
+               "#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXTINF:2,\nts/2.ts\n#EXTINF:2,\nts/3.ts\n"
+               "#EXT-X-DISCONTINUITY\n#EXTINF:2,\nsmall/0.ts\n#EXTINF:2,\nsmall/1.ts\n"
+               "#EXT-X-ENDLIST\n");
+  const auto source = StreamServer::open(streams_.url("/joined.m3u8"));
+  ASSERT_TRUE(source);
+  EXPECT_EQ(source->duration(), CMTimeMake(8, 1));
+  const auto cursor = media::openTrack(*source, AVMediaTypeVideo);
+  const auto pictures = media::readAll(*cursor);
+  expectEveryPicture(pictures, kPictures);
+  ASSERT_EQ(std::ranges::count_if(pictures, &Sample::isDiscontinuity), 1);
+  EXPECT_EQ(std::ranges::find_if(pictures, &Sample::isDiscontinuity)->presentation,
+            CMTimeMake(4, 1));
+  EXPECT_EQ(cursor->codecParameters().width, 96);
+  const auto sound = media::readAll(*media::openTrack(*source, AVMediaTypeAudio));
+  EXPECT_EQ(std::ranges::count_if(sound, &Sample::isDiscontinuity), 1);
+
+  ASSERT_TRUE(cursor->seek(CMTimeMake(7, 1)));
+  Sample sample;
+  ASSERT_EQ(media::nextHeld(*cursor, sample), Outcome::Ready);
+  EXPECT_EQ(sample.presentation, CMTimeMake(6, 1));
+}
+
+TEST_F(StreamSourceTest, ListsThatRoundLeadToTheRightPicture) {
+  streams_.serve("ts");
+  streams_.put("/rounded.m3u8",
+               "#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXTINF:1.9,\nts/0.ts\n#EXTINF:1.9,\nts/1.ts\n"
+               "#EXTINF:2.2,\nts/2.ts\n#EXTINF:2,\nts/3.ts\n#EXT-X-ENDLIST\n");
+  const auto source = StreamServer::open(streams_.url("/rounded.m3u8"));
+  ASSERT_TRUE(source);
+  const auto cursor = media::openTrack(*source, AVMediaTypeVideo);
+  for (const int picture : {58, 59, 60, 61, 114, 118, 119, 120, 121}) {
+    ASSERT_TRUE(cursor->seek(CMTimeMake(picture, 30)));
+    Sample sample;
+    ASSERT_EQ(media::nextHeld(*cursor, sample), Outcome::Ready);
+    EXPECT_EQ(sample.presentation, CMTimeMake(picture / 30 * 30, 30)) << picture;
+    EXPECT_EQ(media::readAll(*cursor).size(),
+              static_cast<std::size_t>(kPictures - picture / 30 * 30 - 1));
+  }
+}
+
+TEST_F(StreamSourceTest, SaysThatAKeyIsNone) {
+  streams_.serve("encrypted");
+  streams_.server.on("/encrypted/key.bin", {network::goodReply("short")});
+  auto opened = StreamServer::tryToOpen(streams_.listOf("encrypted"));
+  EXPECT_EQ(media::textOf(opened.error()), "The key of the stream is not one.");
+}
+
+TEST_F(StreamSourceTest, AnEncryptedSegmentWhoseSizeIsNotToldIsRead) {
+  streams_.serve("encrypted");
+  for (const char* path : {"/encrypted/0.ts", "/encrypted/1.ts"}) {
+    auto reply = network::goodReply(StreamServer::fileOf(path));
+    reply.isChunked = true;
+    streams_.server.on(path, {reply});
+  }
+  const auto source = StreamServer::open(streams_.listOf("encrypted"));
+  ASSERT_TRUE(source);
+  expectEveryPicture(media::readAll(*media::openTrack(*source, AVMediaTypeVideo)), kPictures);
+}
+
+TEST_F(StreamSourceTest, AddressesAreRelativeToWhereTheServerLed) {
+  streams_.serve("ts");
+  FaultReply elsewhere;
+  elsewhere.status = 302;
+  elsewhere.fields = {{"Location", "/ts/list.m3u8"}};
+  streams_.server.on("/watch/here", {elsewhere});
+  const auto source = StreamServer::open(streams_.url("/watch/here"));
+  ASSERT_TRUE(source);
+  expectEveryPicture(media::readAll(*media::openTrack(*source, AVMediaTypeVideo)), kPictures);
 }
 
 TEST_F(StreamSourceTest, SaysWhichSegmentIsMissing) {
