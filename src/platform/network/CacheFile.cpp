@@ -63,8 +63,8 @@ int writeAll(int descriptor, int64_t place, std::span<const uint8_t> bytes) {
 
 std::string CacheDescription::text() const {
   return std::to_string(size.value_or(-1)) + "\n" + std::to_string(servesRanges ? 1 : 0) + "\n" +
-         std::to_string(storedAt) + "\n" + std::to_string(freshUntil) + "\n" + validator.entityTag +
-         "\n" + validator.lastModified + "\n";
+         std::to_string(storedAt) + "\n" + std::to_string(freshUntil) + "\n" + location + "\n" +
+         validator.entityTag + "\n" + validator.lastModified + "\n";
 }
 
 std::optional<CacheDescription> CacheDescription::parse(const std::string& text) {
@@ -81,6 +81,7 @@ std::optional<CacheDescription> CacheDescription::parse(const std::string& text)
   description.servesRanges = *servesRanges == 1;
   description.storedAt = *storedAt;
   description.freshUntil = *freshUntil;
+  description.location = takeLine(rest);
   description.validator.entityTag = takeLine(rest);
   description.validator.lastModified = takeLine(rest);
   return description;

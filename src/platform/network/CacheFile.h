@@ -15,6 +15,7 @@ namespace zaffo::network {
 
 /// What the bytes in a file are part of, as far as a server said.
 struct CacheDescription {
+  std::string location;  ///< where the server led
   Validator validator;
   std::optional<int64_t> size;
   bool servesRanges = true;

@@ -99,6 +99,10 @@ NSErrorPtr HttpResource::error() const {
   return core_->error();
 }
 
+URL HttpResource::location() const {
+  return core_->location();
+}
+
 const std::string& HttpResource::name() const {
   return core_->name();
 }

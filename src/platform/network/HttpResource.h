@@ -37,6 +37,8 @@ class HttpResource final : public media::ByteSource {
   [[nodiscard]] std::optional<int64_t> size() const override;
   [[nodiscard]] NSErrorPtr error() const override;
   [[nodiscard]] const std::string& name() const override;
+  /// Where the server led for the bytes that came last: what addresses in them are relative to.
+  [[nodiscard]] URL location() const;
 
   // For PreloadBytes: bytes that nobody reads yet. They come in pieces, not ahead of what is
   // wanted, and only while nobody else waits. Each beginPreload() has its endPreload().

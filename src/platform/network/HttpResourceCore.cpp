@@ -284,6 +284,7 @@ bool HttpResourceCore::isWantedWhileLocked(int64_t offset) const {
 void HttpResourceCore::learnWhileLocked() {
   size_ = place_.representation.size();
   freshness_ = place_.freshness;
+  location_ = place_.current;
   if (asksInDoubt_ && !place_.representation.isInDoubt()) {
     asksInDoubt_ = false;
     isInDoubt_ = false;
@@ -365,12 +366,15 @@ void HttpResourceCore::adoptWhileLocked() {
   if (!known || !disk_->firstHeld(0)) return;
   place_.representation.adopt(known->validator, known->size, known->servesRanges);
   const int64_t now = std::time(nullptr);
+  // What it led to for a while only is asked for anew.
+  const URL location = NSURL::URLWithString(known->location);
+  if (location && isRemote(*location)) place_.current = location_ = location;
   const bool wasClockSetBack = now < known->storedAt;
   place_.freshness.adopt(wasClockSetBack ? 0 : known->freshUntil - now, TimeSource::now());
   size_ = known->size;
   freshness_ = place_.freshness;
   isInDoubt_ = !freshness_.isFresh(TimeSource::now());
-  described_ = {size_, freshness_};
+  described_ = {size_, freshness_, location_};
 }
 
 void HttpResourceCore::load(int64_t offset, int64_t end) {
@@ -410,12 +414,13 @@ void HttpResourceCore::didLoad(int64_t offset, const std::optional<std::vector<u
 void HttpResourceCore::describeWhileLocked() {
   if (!disk_ || place_.representation.isInDoubt()) return;
   if (!freshness_.mayKeep()) return leaveDiskWhileLocked();
-  const Described now{size_, freshness_};
+  const Described now{size_, freshness_, location_};
   if (described_ == now) return;
   described_ = now;
   const int64_t seconds = std::time(nullptr);
-  disk_->describe({place_.representation.validator(), size_, place_.representation.servesRanges(),
-                   seconds, seconds + freshness_.secondsLeft(TimeSource::now())});
+  disk_->describe({location_->absoluteString(), place_.representation.validator(), size_,
+                   place_.representation.servesRanges(), seconds,
+                   seconds + freshness_.secondsLeft(TimeSource::now())});
 }
 
 void HttpResourceCore::leaveDiskWhileLocked() {

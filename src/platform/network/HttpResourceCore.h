@@ -45,6 +45,7 @@ class HttpResourceCore final : public ByteBudget::Holder,
       : client_(client),
         gate_(client.preloadGate()),
         name_(address->absoluteString()),
+        location_(address),
         memory_(budget),
         place_(std::move(address), std::move(options)) {}
 
@@ -73,12 +74,17 @@ class HttpResourceCore final : public ByteBudget::Holder,
     return error_;
   }
   [[nodiscard]] const std::string& name() const { return name_; }
+  [[nodiscard]] URL location() const {
+    MutexLock lock(stateMutex_);
+    return location_;
+  }
 
  private:
   /// What the disk was told of the bytes.
   struct Described {
     std::optional<int64_t> size;
     Freshness freshness;
+    URL location;
 
     bool operator==(const Described&) const = default;
   };
@@ -147,6 +153,7 @@ class HttpResourceCore final : public ByteBudget::Holder,
   NSErrorPtr error_ ZAFFO_GUARDED_BY(stateMutex_);
   int64_t front_ ZAFFO_GUARDED_BY(stateMutex_) = 0;  // where reading has come to
   Freshness freshness_ ZAFFO_GUARDED_BY(stateMutex_);
+  URL location_ ZAFFO_GUARDED_BY(stateMutex_);
   ByteBudget::Count memory_;  // set with the mutex held
   bool wasKept_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   int64_t keptUntil_ ZAFFO_GUARDED_BY(stateMutex_) = 0;   // from the beginning, without a gap

@@ -47,7 +47,8 @@ class CacheFileTest : public testing::Test {
 
   const feed::TemporaryFolder folder;
   const std::string path = folder.path() + "/clip";
-  const CacheDescription description{{"\"one\"", "Sat, 21 Nov 2026 10:00:00 GMT"}, 200, true, 5, 9};
+  const CacheDescription description{
+      "https://example.org/a", {"\"one\"", "Sat, 21 Nov 2026 10:00:00 GMT"}, 200, true, 5, 9};
 };
 
 TEST_F(CacheFileTest, HasWhatAnEarlierRunWrote) {

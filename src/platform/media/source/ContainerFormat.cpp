@@ -17,6 +17,7 @@ constexpr ContainerFormat kWav{"wav", true, false, false};
 constexpr ContainerFormat kMp3{"mp3", false, false, false};
 constexpr ContainerFormat kAdts{"aac", false, false, false};
 constexpr ContainerFormat kAc3{"ac3", false, false, false};
+constexpr ContainerFormat kMpegTs{"mpegts", false, false, true};
 constexpr std::array kRaw{&kMp3, &kAdts, &kAc3};
 
 std::string_view textAt(std::span<const uint8_t> head, std::size_t offset, std::size_t length) {
@@ -28,6 +29,13 @@ bool startsLikeMov(std::span<const uint8_t> head) {
   static constexpr std::array<std::string_view, 8> kBoxes{"ftyp", "moov", "mdat", "wide",
                                                           "free", "skip", "styp", "pnot"};
   return std::ranges::find(kBoxes, textAt(head, 4, 4)) != kBoxes.end();
+}
+
+bool startsLikeMpegTs(std::span<const uint8_t> head) {
+  constexpr std::size_t kPacketBytes = 188;
+  constexpr uint8_t kSync = 0x47;
+  return head.size() > 2 * kPacketBytes && head[0] == kSync && head[kPacketBytes] == kSync &&
+         head[2 * kPacketBytes] == kSync;
 }
 
 }  // namespace
@@ -56,6 +64,11 @@ const ContainerFormat* ContainerFormat::byContent(std::span<const uint8_t> bytes
     return std::string_view(input->name) == format->name;
   });
   return found == kRaw.end() ? nullptr : *found;
+}
+
+const ContainerFormat* ContainerFormat::ofSegment(std::span<const uint8_t> bytes) {
+  if (startsLikeMov(bytes)) return &kMov;
+  return startsLikeMpegTs(bytes) ? &kMpegTs : byContent(bytes);
 }
 
 int64_t ContainerFormat::tagBytes(std::span<const uint8_t> head) {

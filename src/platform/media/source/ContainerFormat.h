@@ -24,6 +24,9 @@ struct ContainerFormat {
   [[nodiscard]] static const ContainerFormat* byMagic(std::span<const uint8_t> head);
   /// The format of a raw stream (MP3, ADTS, AC-3) by a longer look at it, or null.
   [[nodiscard]] static const ContainerFormat* byContent(std::span<const uint8_t> bytes);
+  /// The format of a stream's segment by its first bytes (377 are enough): fragmented MP4, MPEG-TS,
+  /// or raw sound; or null. MPEG-TS is for segments alone: it has no index to find a place by.
+  [[nodiscard]] static const ContainerFormat* ofSegment(std::span<const uint8_t> bytes);
   /// Bytes of the ID3 tag that a file starts with; 0 when there is none. The music follows it.
   [[nodiscard]] static int64_t tagBytes(std::span<const uint8_t> head);
 };

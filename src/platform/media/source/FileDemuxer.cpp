@@ -14,6 +14,7 @@ namespace {
 constexpr int kIOBufferBytes = 32 * 1024;
 constexpr std::size_t kContentBytes = 16 * 1024;
 constexpr int64_t kProbeBytes = 64 * 1024;
+constexpr int64_t kSegmentProbeBytes = 4 * 1024 * 1024;  // a large key frame, and sound behind it
 constexpr int64_t kProbeMicroseconds = 500'000;
 
 int refuseOtherFiles(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
@@ -29,8 +30,8 @@ void adoptContainerAspect(AVStream& stream) {
 
 }  // namespace
 
-Result<std::unique_ptr<FileDemuxer>> FileDemuxer::open(ReadTask& task) {
-  std::unique_ptr<FileDemuxer> demuxer(new FileDemuxer(task));
+Result<std::unique_ptr<FileDemuxer>> FileDemuxer::open(ReadTask& task, Kind kind) {
+  std::unique_ptr<FileDemuxer> demuxer(new FileDemuxer(task, kind));
   if (NSErrorPtr failure = demuxer->parse()) return failure;
   return demuxer;
 }
@@ -50,7 +51,16 @@ NSErrorPtr FileDemuxer::failedToParse(int averror) const {
                          averror);
 }
 
+NSErrorPtr FileDemuxer::recogniseSegment() {
+  std::vector<uint8_t> bytes(kContentBytes);
+  const int64_t count = task_->readAll(0, bytes);
+  if (count < 0) return failedToParse(static_cast<int>(count));
+  format_ = ContainerFormat::ofSegment(std::span(bytes).first(static_cast<std::size_t>(count)));
+  return format_ ? nullptr : notRecognised();
+}
+
 NSErrorPtr FileDemuxer::recognise() {
+  if (kind_ == Kind::Segment) return recogniseSegment();
   std::array<uint8_t, 16> head{};
   int64_t count = task_->readAll(0, head);
   if (count < 0) return failedToParse(static_cast<int>(count));
@@ -72,27 +82,40 @@ NSErrorPtr FileDemuxer::parse() {
   if (!input) return notRecognised();
 
   keepFFmpegQuiet();
+  AVFormatContext* context = makeContext();
+  // Frees the context on failure.
+  const int opened = avformat_open_input(&context, "", input, nullptr);
+  if (opened < 0) return failedToParse(opened);
+  context_.reset(context);
+  if (NSErrorPtr failure = describeStreams()) return failure;
+  for (AVStream* stream : streams()) adoptContainerAspect(*stream);
+  return nullptr;
+}
+
+/// One that reads through io_.
+AVFormatContext* FileDemuxer::makeContext() {
+  const bool isSegment = kind_ == Kind::Segment;
   auto* buffer = static_cast<uint8_t*>(av_malloc(kIOBufferBytes));
   io_.reset(avio_alloc_context(buffer, kIOBufferBytes, 0, this, readPacket, nullptr, seekTo));
+  if (isSegment) io_->seekable = 0;
   AVFormatContext* context = avformat_alloc_context();
   context->pb = io_.get();
   context->flags |= AVFMT_FLAG_CUSTOM_IO;
   context->io_open = refuseOtherFiles;
   context->protocol_whitelist = av_strdup("");
-  context->probesize = kProbeBytes;
+  context->probesize = isSegment ? kSegmentProbeBytes : kProbeBytes;
   context->max_analyze_duration = kProbeMicroseconds;
-  // Frees the context on failure.
-  const int opened = avformat_open_input(&context, "", input, nullptr);
-  if (opened < 0) return failedToParse(opened);
-  context_.reset(context);
-  if (!format_->describesItself || lacksPictureSize()) {
-    const int found = avformat_find_stream_info(context, nullptr);
-    if (found < 0) return failedToParse(found);
-    // Raw streams have no time line of their own: it starts with the first sample that is heard.
-    const bool raw = !format_->describesItself && context->start_time != AV_NOPTS_VALUE;
-    if (raw) startMicroseconds_ = context->start_time;
-  }
-  for (AVStream* stream : streams()) adoptContainerAspect(*stream);
+  return context;
+}
+
+/// Looks at the first packets where the header does not tell all.
+NSErrorPtr FileDemuxer::describeStreams() {
+  if (format_->describesItself && !lacksPictureSize()) return nullptr;
+  const int found = avformat_find_stream_info(context_.get(), nullptr);
+  if (found < 0) return failedToParse(found);
+  // Raw streams have no time line of their own: it starts with the first sample that is heard.
+  const bool raw = !format_->describesItself && context_->start_time != AV_NOPTS_VALUE;
+  if (raw) startMicroseconds_ = context_->start_time;
   return nullptr;
 }
 

@@ -16,8 +16,11 @@ namespace zaffo::media {
 /// and leaves that where bytes are missing. Thread: one at a time.
 class FileDemuxer {
  public:
+  /// A segment of a stream is read from front to end, nothing behind the place is looked at.
+  enum class Kind { File, Segment };
+
   /// Parses the header, in the work of `task`. Fails when the file cannot be played.
-  static Result<std::unique_ptr<FileDemuxer>> open(ReadTask& task);
+  static Result<std::unique_ptr<FileDemuxer>> open(ReadTask& task, Kind kind = Kind::File);
   ~FileDemuxer();
   FileDemuxer(const FileDemuxer&) = delete;
   FileDemuxer& operator=(const FileDemuxer&) = delete;
@@ -59,8 +62,11 @@ class FileDemuxer {
   [[nodiscard]] NSErrorPtr readFailed(int averror) const;
 
  private:
-  explicit FileDemuxer(ReadTask& task) : task_(&task) {}
+  FileDemuxer(ReadTask& task, Kind kind) : task_(&task), kind_(kind) {}
   [[nodiscard]] NSErrorPtr recognise();
+  [[nodiscard]] NSErrorPtr recogniseSegment();
+  [[nodiscard]] AVFormatContext* makeContext();
+  [[nodiscard]] NSErrorPtr describeStreams();
   [[nodiscard]] NSErrorPtr parse();
   [[nodiscard]] bool lacksPictureSize() const;
   [[nodiscard]] bool lacksStart(const AVStream& stream) const;
@@ -71,6 +77,7 @@ class FileDemuxer {
   static int64_t seekTo(void* opaque, int64_t offset, int whence);
 
   ReadTask* task_;
+  const Kind kind_;
   int64_t position_ = 0;
   IOContextPtr io_;  // outlives context_, which reads through it until it is closed
   FormatContextPtr context_;

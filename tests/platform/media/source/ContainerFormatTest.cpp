@@ -95,6 +95,30 @@ TEST(ContainerFormat, WhatIsNotOnTheListIsNotKnownByALongerLookEither) {
   EXPECT_EQ(ContainerFormat::byContent({}), nullptr);
 }
 
+TEST(ContainerFormat, KnowsMpegTsForSegmentsAlone) {
+  std::vector<uint8_t> bytes(3 * 188);
+  for (std::size_t packet = 0; packet < 3; ++packet) bytes[packet * 188] = 0x47;
+  const ContainerFormat* const format = ContainerFormat::ofSegment(bytes);
+  ASSERT_TRUE(format);
+  EXPECT_STREQ(format->name, "mpegts");
+  EXPECT_FALSE(format->describesItself || format->hasCompleteIndex);
+  EXPECT_TRUE(format->tellsDecodeTimes);
+  EXPECT_EQ(ContainerFormat::byMagic(bytes), nullptr);
+  EXPECT_EQ(ContainerFormat::byContent(bytes), nullptr);
+  EXPECT_EQ(ContainerFormat::ofSegment(std::span(bytes).first(376)), nullptr);
+  bytes[188] = 0;
+  EXPECT_EQ(ContainerFormat::ofSegment(bytes), nullptr);
+}
+
+TEST(ContainerFormat, KnowsNoOtherFilesForSegments) {
+  for (const std::string& text :
+       {std::string("#EXTM3U\n#EXT-X-VERSION:3\n"), std::string("\x1A\x45\xDF\xA3 and more"),
+        std::string("ffconcat version 1.0\nfile a\n")}) {
+    const std::vector<uint8_t> bytes(text.begin(), text.end());
+    EXPECT_EQ(ContainerFormat::ofSegment(bytes), nullptr) << text;
+  }
+}
+
 TEST(ContainerFormat, KnowsHowLongTheTagBeforeTheMusicIs) {
   const auto tagBytes = [](std::string_view head) {
     return ContainerFormat::tagBytes({reinterpret_cast<const uint8_t*>(head.data()), head.size()});
