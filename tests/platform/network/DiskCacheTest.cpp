@@ -137,6 +137,20 @@ TEST_F(DiskCacheTest, OldBytesAreGivenOnlyWhenTheServerSaysSo) {
   EXPECT_EQ(server.bytesSent(), sent);
 }
 
+TEST_F(DiskCacheTest, WhereTheServerLedForGoodIsKnown) {
+  FaultReply moved;
+  moved.status = 301;
+  moved.fields = {{"Location", "/elsewhere/clip"}};
+  server.on("/clip", {moved});
+  server.on("/elsewhere/clip", {goodReply(body)});
+  EXPECT_TRUE(areBytes(readAllAnew(), body));
+  Start again(folder.path());
+  const auto resource = again.at(clip());
+  EXPECT_TRUE(areBytes(bringAll(*resource), body));
+  EXPECT_EQ(resource->location()->absoluteString(), server.address("/elsewhere/clip"));
+  EXPECT_EQ(server.requests().size(), 2U);
+}
+
 TEST_F(DiskCacheTest, AClipThatIsAnotherByNowTakesThePlace) {
   FaultReply first = goodReply(body);
   first.fields = {{"Cache-Control", "no-cache"}};
