@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cell/FailureText.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 
 namespace zaffo::feed {
@@ -34,6 +36,14 @@ std::string failureText(const NSErrorPtr& error) {
     return "This file has sound only.";
   const std::string text = error->localizedDescription();
   return text.empty() ? "There is no video in it that can be played." : text;
+}
+
+bool mayPass(const NSErrorPtr& error) {
+  // The platform's numbers: timed out, host not found, not reached, connection lost, the server in
+  // trouble, no secure connection.
+  static constexpr std::array kPassing{-1001L, -1003L, -1004L, -1005L, -1008L, -1200L};
+  return error && error->domain() == "NSURLErrorDomain" &&
+         std::ranges::find(kPassing, error->code()) != kPassing.end();
 }
 
 }  // namespace zaffo::feed

@@ -11,4 +11,7 @@ namespace zaffo::feed {
 /// no knowledge of media. `error` is the picture's and may be null. Thread: any.
 [[nodiscard]] std::string failureText(const NSErrorPtr& error);
 
+/// Whether the same may work in a while: a server that did not answer, a connection that was lost.
+[[nodiscard]] bool mayPass(const NSErrorPtr& error);
+
 }  // namespace zaffo::feed

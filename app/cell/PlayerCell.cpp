@@ -12,6 +12,14 @@ namespace zaffo::feed {
 
 using State = PlayerLoan::State;
 
+namespace {
+
+// Seconds between tries of a video that the network did not give.
+constexpr int64_t kFirstPause = 2;
+constexpr int64_t kLongestPause = 30;
+
+}  // namespace
+
 PlayerCell::PlayerCell(Private, const std::shared_ptr<PlayerManager>& manager,
                        std::shared_ptr<FeedVideo> video, Style style)
     : video_(std::move(video)),
@@ -82,7 +90,10 @@ bool PlayerCell::hasLostItem() const {
 }
 
 void PlayerCell::loanChanged() {
-  if (const auto error = itemError()) loan_->fail(error->localizedDescription());
+  if (const auto error = itemError()) {
+    failure_ = error;
+    loan_->fail(error->localizedDescription());
+  }
   if (hasLostItem()) loan_->fail({});
   if (loan_->state() == State::Ready) {
     showPlayer();
@@ -105,6 +116,8 @@ void PlayerCell::showPlayer() {
   const auto view = player->outputView();
   view->setContentMode(UIViewContentMode::ScaleAspectFit);
   page_->setText({});
+  failure_ = nullptr;
+  stopTrying();
   page_->setPlayerView(view);
   tally_.watch(view);
   isAtStart_ = true;
@@ -158,6 +171,7 @@ void PlayerCell::playbackEnded() {
 }
 
 void PlayerCell::failOnTheWay(std::string reason) {
+  failure_ = itemError();
   hidePlayer();
   loan_->fail(std::move(reason));
   loanChanged();
@@ -170,8 +184,11 @@ void PlayerCell::showFailure() {
   }
   const std::string reason =
       loan_->reason().empty() ? failureText(thumbnail_->error()) : loan_->reason();
+  const bool isTriedAgain = swipe_ && mayPass(failure_ ? failure_ : thumbnail_->error());
   page_->setThumbnailHidden(true);
-  page_->setText(video_->name() + "\n\n" + reason);
+  page_->setText(video_->name() + "\n\n" + reason +
+                 (isTriedAgain ? "\nIt is tried again in a moment." : ""));
+  if (isTriedAgain) tryAgainSoon();
   if (swipe_ && swipe_->error.empty()) {
     swipe_->error = reason;
     std::fprintf(stderr, "zaffo-feed: %s: %s\n", video_->name().c_str(), reason.c_str());
@@ -179,15 +196,43 @@ void PlayerCell::showFailure() {
   if (settledHandler_) settledHandler_();
 }
 
+void PlayerCell::tryAgainSoon() {
+  constexpr int64_t kSecond = 1'000'000'000;
+  if (nextTry_) nextTry_->cancel();
+  pause_ = pause_ == 0 ? kFirstPause * kSecond : std::min(2 * pause_, kLongestPause * kSecond);
+  nextTry_ = dispatch_timer_after(pause_, dispatch_get_main_queue(), [weakSelf = weak_from_this()] {
+    if (const auto self = weakSelf.lock()) self->tryAgain();
+  });
+}
+
+/// The text stays until there is a picture, or another text.
+void PlayerCell::tryAgain() {
+  if (!swipe_ || loan_->state() != State::Failed) return;
+  failure_ = nullptr;
+  thumbnail_->forgetFailure();
+  loan_->giveBack();
+  load();
+}
+
+void PlayerCell::stopTrying() {
+  if (nextTry_) nextTry_->cancel();
+  nextTry_ = nullptr;
+  pause_ = 0;
+}
+
 // In view
 
 void PlayerCell::becomeCurrent(std::shared_ptr<Swipe> swipe, float volume) {
+  stopTrying();
   noteFrameCounts();  // what was seen of it as a neighbour is not part of any record
   swipe_ = std::move(swipe);
   rate_ = 1;
   volume_ = volume;
   isOnScreen_ = false;
-  if (loan_->state() == State::Failed) unload();  // it may work by now
+  if (loan_->state() == State::Failed) {  // it may work by now
+    thumbnail_->forgetFailure();
+    unload();
+  }
   loan_->renew();
   if (loan_->state() == State::Ready) {
     swipe_->warm = true;
@@ -201,6 +246,7 @@ void PlayerCell::becomeCurrent(std::shared_ptr<Swipe> swipe, float volume) {
 }
 
 void PlayerCell::resignCurrent() {
+  stopTrying();
   noteFrameCounts();
   swipe_ = nullptr;
   applyRate();

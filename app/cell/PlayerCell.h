@@ -68,6 +68,9 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   void applyRate();
   void failOnTheWay(std::string reason);
   void showFailure();
+  void tryAgainSoon();
+  void tryAgain();
+  void stopTrying();
   void thumbnailChanged();
   void noteFirstFrame(int64_t hostNanoseconds);
   void noteFrameCounts();
@@ -85,6 +88,10 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   bool isOnScreen_ = false;  // since it became current
   bool isHeld_ = false;
   bool isAtEnd_ = false;  // and stays there
+
+  NSErrorPtr failure_;  // that of an item which failed on the way
+  DispatchTimerPtr nextTry_;
+  int64_t pause_ = 0;  // before the next try, in nanoseconds
 
   std::shared_ptr<Swipe> swipe_;  // while current, null otherwise
   float rate_ = 1;

@@ -22,6 +22,10 @@ class Thumbnail : public std::enable_shared_from_this<Thumbnail> {
   /// Fetches the thumbnail of `video`, at most `size` pixels large, and calls `done` on the main
   /// thread when it has arrived or failed. Does nothing after the first time.
   void load(ZFVideo& video, CGSize size, std::function<void()> done);
+  /// When it Failed the next load() tries again.
+  void forgetFailure() {
+    if (state_ == State::Failed) state_ = State::Unknown;
+  }
 
  private:
   State state_ = State::Unknown;

@@ -187,5 +187,77 @@ TEST_F(PlayerCellFailureTest, AFailedPageIsTriedAgainWhenItComesIntoView) {
   EXPECT_EQ(swipe->error, "");
 }
 
+/// A page in view whose server does not answer.
+class UnreachableVideoTest : public PlayerCellTest {
+ protected:
+  UnreachableVideoTest() {
+    testing::internal::CaptureStderr();
+    makeCurrent();
+    failToLoad();
+  }
+  ~UnreachableVideoTest() override { testing::internal::GetCapturedStderr(); }
+  void failToLoad(long code = -1005) {
+    loader->items.back()(nullptr, 0, 0);
+    time.settle();
+    giveThumbnail(NSError::create("NSURLErrorDomain", code,
+                                  {{NSLocalizedDescriptionKey, std::string("It is away.")}}));
+  }
+  void waitSeconds(int64_t seconds) { time.advance(seconds * kNanosecondsPerSecond); }
+  [[nodiscard]] std::size_t tries() const { return loader->items.size(); }
+};
+
+TEST_F(UnreachableVideoTest, IsTriedAgainAfterGrowingPauses) {
+  EXPECT_EQ(page()->text(), "clip.mp4\n\nIt is away.\nIt is tried again in a moment.");
+  std::size_t expected = 1;
+  for (const int64_t pause : {2, 4, 8, 16, 30, 30}) {
+    waitSeconds(pause - 1);
+    EXPECT_EQ(tries(), expected) << pause;
+    waitSeconds(1);
+    EXPECT_EQ(tries(), ++expected) << pause;
+    EXPECT_THAT(page()->text(), HasSubstr("It is away.")) << "until there is something better";
+    failToLoad();
+  }
+}
+
+TEST_F(UnreachableVideoTest, PlaysOnceTheServerAnswers) {
+  waitSeconds(2);
+  giveItem();
+  finishLoad();
+  EXPECT_EQ(page()->text(), "");
+  EXPECT_TRUE(showsPlayer());
+  EXPECT_EQ(player->rateValue, 1);
+  waitSeconds(60);
+  EXPECT_EQ(tries(), 2U);
+}
+
+TEST_F(UnreachableVideoTest, IsTriedAgainWhenItBreaksOffWhilePlaying) {
+  waitSeconds(2);
+  giveItem();
+  giveThumbnail();
+  finishLoad();
+  item->statusValue = AVPlayerItemStatus::Failed;
+  item->errorValue = NSError::create("NSURLErrorDomain", -1001, {});
+  NSNotificationCenter::defaultCenter().postNotification(
+      AVPlayerItemFailedToPlayToEndTimeNotification, item,
+      {{AVPlayerItemFailedToPlayToEndTimeErrorKey, errorSaying("gone")}});
+  EXPECT_THAT(page()->text(), HasSubstr("It is tried again"));
+  waitSeconds(2);
+  EXPECT_EQ(tries(), 3U);
+}
+
+TEST_F(UnreachableVideoTest, IsLeftAloneOutOfView) {
+  cell->resignCurrent();
+  waitSeconds(60);
+  EXPECT_EQ(tries(), 1U);
+}
+
+TEST_F(UnreachableVideoTest, IsLeftAloneWhenTheServerHasNoSuchClip) {
+  waitSeconds(2);
+  failToLoad(-1100);
+  EXPECT_EQ(page()->text(), "clip.mp4\n\nIt is away.");
+  waitSeconds(60);
+  EXPECT_EQ(tries(), 2U);
+}
+
 }  // namespace
 }  // namespace zaffo::feed
