@@ -41,7 +41,8 @@ Result withPictureLayer(const Handle& handle, Use use) {
 }
 
 std::shared_ptr<zaffo::AVPlayerItemLoader> loaderOf(const std::string& path, Loop loop) {
-  const auto url = zaffo::NSURL::fileURLWithPath(path);
+  const auto url = path.find("://") == std::string::npos ? zaffo::NSURL::fileURLWithPath(path)
+                                                         : zaffo::NSURL::URLWithString(path);
   if (loop == Loop::Single) return zaffo::ZFSingleLoopVideoPlayerItemLoader::createWithURL(url);
   return zaffo::ZFLoopingVideoPlayerItemLoader::createWithURL(url);
 }

@@ -13,8 +13,8 @@ class Player {
  public:
   virtual ~Player() = default;
 
-  /// Opens a clip, in place of another one if there is one, and returns when it stands still at its
-  /// first picture.
+  /// Opens a clip, a file or an http address, in place of another one if there is one, and returns
+  /// when it stands still at its first picture.
   virtual void open(const std::string& path) = 0;
   /// Goes to a picture exactly, and returns when that is there.
   virtual void seek(double seconds) = 0;
@@ -31,6 +31,11 @@ void runFor(double seconds);
 
 /// Made by the one library that a program is linked with.
 [[nodiscard]] std::unique_ptr<Player> makePlayer();
+
+/// Whether a clip is an address.
+inline bool isAddress(const std::string& clip) {
+  return clip.find("://") != std::string::npos;
+}
 
 /// For libraries that work on threads of their own: there is nothing to wait for but the clock.
 void letTimePass(double seconds);

@@ -65,7 +65,8 @@ class GstPlayer final : public peers::Player {
     ++self->pictures_;
   }
   void setAddress(const std::string& path) {
-    gchar* address = gst_filename_to_uri(path.c_str(), nullptr);
+    gchar* address = peers::isAddress(path) ? g_strdup(path.c_str())
+                                            : gst_filename_to_uri(path.c_str(), nullptr);
     if (!address) peers::fail("no such file: " + path);
     g_object_set(pipeline_, "uri", address, nullptr);
     g_free(address);

@@ -3,6 +3,8 @@
 // One library beside the others: zaffo-peer-NAME latency CLIP OTHER-CLIP
 //                                zaffo-peer-NAME memory|play COUNT CLIP...
 //                                zaffo-peer-NAME loop SECONDS CLIP
+//                                zaffo-peer-NAME first CLIP
+// A clip is a file or an http address.
 // Prints one line of JSON, times in milliseconds.
 #include <algorithm>
 #include <chrono>
@@ -93,6 +95,18 @@ void latency(const std::string& clip, const std::string& other) {
   std::printf("\"rewind\": %.3f, \"destroy\": %.3f}\n", median(rewind), median(destroy));
 }
 
+/// What a new process waits for its first picture.
+void first(const std::string& clip) {
+  std::unique_ptr<peers::Player> player;
+  const double time = milliseconds([&] {
+    player = peers::makePlayer();
+    player->open(clip);
+  });
+  std::printf("{\"first\": %.1f}\n", time);
+  std::fflush(stdout);
+  std::_Exit(0);  // nothing more is to be fetched
+}
+
 /// Of players that stand still at their first picture.
 void memory(std::size_t count, const Clips& clips) {
   Players players = openAll(1, clips);
@@ -139,15 +153,18 @@ int usageError() {
   std::fprintf(stderr,
                "usage: zaffo-peer-NAME latency CLIP OTHER-CLIP\n"
                "       zaffo-peer-NAME memory|play COUNT CLIP...\n"
-               "       zaffo-peer-NAME loop SECONDS CLIP\n");
+               "       zaffo-peer-NAME loop SECONDS CLIP\n"
+               "       zaffo-peer-NAME first CLIP\n");
   return 2;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 4) return usageError();
+  if (argc < 3) return usageError();
   const std::string mode = argv[1];
+  if (mode == "first") first(argv[2]);
+  if (argc < 4) return usageError();
   const Clips clips(argv + 3, argv + argc);
   const auto count = static_cast<std::size_t>(std::strtoul(argv[2], nullptr, 10));
   if (mode == "latency") {

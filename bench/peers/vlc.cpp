@@ -54,7 +54,9 @@ class VlcPlayer final : public peers::Player {
  private:
   void open(const std::string& path, const std::vector<const char*>& options) {
     libvlc_media_player_stop(player_);
-    libvlc_media_t* media = libvlc_media_new_path(library(), path.c_str());
+    libvlc_media_t* media = peers::isAddress(path)
+                                ? libvlc_media_new_location(library(), path.c_str())
+                                : libvlc_media_new_path(library(), path.c_str());
     for (const char* option : options) libvlc_media_add_option(media, option);
     libvlc_media_player_set_media(player_, media);
     libvlc_media_release(media);

@@ -248,6 +248,9 @@ HttpResourceCore::Aim HttpResourceCore::aimAheadWhileLocked() {
 
 HttpResourceCore::Aim HttpResourceCore::startWhileLocked(int64_t offset) {
   if (!place_.representation.servesRanges()) return {Aim::Kind::Start, 0, {}};
+  // Of sound and picture the one comes just before the other, and is wanted a moment later.
+  const auto before = store_.heldEndBefore(offset);
+  if (before && offset - *before <= kWorthReading) offset = *before;
   auto end = store_.firstHeld(offset);
   const auto onDisk = disk_ ? disk_->firstHeld(offset) : std::nullopt;
   if (onDisk) end = std::min(end.value_or(*onDisk), *onDisk);

@@ -83,6 +83,19 @@ std::optional<int64_t> RangeStore::firstHeld(int64_t offset) const {
   return std::nullopt;
 }
 
+std::optional<int64_t> RangeStore::heldEndBefore(int64_t offset) const {
+  auto block = blocks_.upper_bound(offset / kBlockSize);
+  while (block != blocks_.begin()) {
+    --block;
+    const int64_t start = block->first * kBlockSize;
+    const auto next = block->second.held.lower_bound(offset - start);
+    if (next != block->second.held.begin()) {
+      return std::min(offset, start + std::prev(next)->second);
+    }
+  }
+  return std::nullopt;
+}
+
 void RangeStore::unpin(int64_t offset, int64_t end) {
   const auto found = pins_.find({offset, end});
   if (found != pins_.end()) pins_.erase(found);

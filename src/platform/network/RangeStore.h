@@ -31,6 +31,9 @@ class RangeStore {
   /// The first byte from `offset` on that is held; null when there is none.
   [[nodiscard]] std::optional<int64_t> firstHeld(int64_t offset) const;
 
+  /// The end of what is held nearest before `offset`; null when nothing is.
+  [[nodiscard]] std::optional<int64_t> heldEndBefore(int64_t offset) const;
+
   /// Keeps the range's bytes, those to come as well, until it is unpinned. Pins add up.
   void pin(int64_t offset, int64_t end) { pins_.emplace(offset, end); }
   void unpin(int64_t offset, int64_t end);

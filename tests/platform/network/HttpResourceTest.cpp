@@ -117,6 +117,18 @@ TEST_F(HttpResourceTest, GoesToTheEndForAnIndexAndComesBackOnTheSameBytes) {
   EXPECT_EQ(server.requests()[1].field("If-Range"), "\"one\"");
 }
 
+TEST_F(HttpResourceTest, BringsWhatLiesBetweenHeldBytesAndAPlaceCloseBehind) {
+  FaultReply slow = good();
+  slow.stallsAfter = 70'000;
+  auto& clip = open({slow, good()});
+  EXPECT_TRUE(areBytes(bring(clip, 0, 70'000), body.substr(0, 70'000)));
+  EXPECT_TRUE(areBytes(bring(clip, 299'000, 1000), body.substr(299'000)));
+  EXPECT_TRUE(areBytes(bring(clip, 100'000, 100), body.substr(100'000, 100)));
+  EXPECT_TRUE(areBytes(bring(clip, 80'000, 100), body.substr(80'000, 100)));
+  ASSERT_EQ(server.requests().size(), 3U);
+  EXPECT_EQ(ranges()[2], "bytes=70000-298999");
+}
+
 TEST_F(HttpResourceTest, KeepsItsConnection) {
   auto& clip = open({good()});
   EXPECT_TRUE(areBytes(bring(clip, 299'000, 1000), body.substr(299'000)));

@@ -51,6 +51,21 @@ TEST(RangeStore, ReadsWhatWasWrittenUpToTheFirstGap) {
   EXPECT_EQ(readable(store, 100, 500), 150);
 }
 
+TEST(RangeStore, KnowsWhatIsHeldNearestBeforeAPlace) {
+  RangeStore store(10 * kBlock);
+  EXPECT_EQ(store.heldEndBefore(kBlock), std::nullopt);
+  write(store, 100, 50);
+  write(store, 200, 50);
+  write(store, 3 * kBlock, 10);
+  EXPECT_EQ(store.heldEndBefore(100), std::nullopt);
+  EXPECT_EQ(store.heldEndBefore(120), 120) << "in the midst of it";
+  EXPECT_EQ(store.heldEndBefore(150), 150);
+  EXPECT_EQ(store.heldEndBefore(200), 150);
+  EXPECT_EQ(store.heldEndBefore(2 * kBlock), 250);
+  EXPECT_EQ(store.heldEndBefore(3 * kBlock), 250);
+  EXPECT_EQ(store.heldEndBefore(9 * kBlock), 3 * kBlock + 10);
+}
+
 TEST(RangeStore, ReadsAcrossBlocks) {
   RangeStore store(10 * kBlock);
   write(store, kBlock - 10, 2 * kBlock);
