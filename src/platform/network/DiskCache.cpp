@@ -35,11 +35,15 @@ bool isEntry(const std::string& name) {
 
 std::shared_ptr<DiskCache> DiskCache::open(std::string folder, int64_t bytes, Readiness ready) {
   const std::shared_ptr<DiskCache> cache(new DiskCache(std::move(folder), bytes));
-  cache->queue_->async([cache, ready = std::move(ready)] {
-    const NSErrorPtr error = cache->enter();
+  cache->enter(std::move(ready));
+  return cache;
+}
+
+void DiskCache::enter(Readiness ready) {
+  queue_->async([self = shared_from_this(), ready = std::move(ready)] {
+    const NSErrorPtr error = self->lock_ >= 0 ? nullptr : self->enterNow();
     if (ready) ready(error);
   });
-  return cache;
 }
 
 DiskCache::DiskCache(std::string folder, int64_t bytes)
@@ -49,7 +53,7 @@ DiskCache::~DiskCache() {
   if (lock_ >= 0) ::close(lock_);
 }
 
-NSErrorPtr DiskCache::enter() {
+NSErrorPtr DiskCache::enterNow() {
   std::error_code failure;
   std::filesystem::create_directories(folder_, failure);
   const std::string path = pathOf("lock");

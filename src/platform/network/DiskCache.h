@@ -39,6 +39,8 @@ class DiskCache : public std::enable_shared_from_this<DiskCache> {
   [[nodiscard]] static std::shared_ptr<DiskCache> open(std::string folder,
                                                        int64_t bytes = kUsualBytes,
                                                        Readiness ready = nullptr);
+  /// Tells whether the folder can be used; tries once more where it could not.
+  void enter(Readiness ready);
   ~DiskCache();
   DiskCache(const DiskCache&) = delete;
   DiskCache& operator=(const DiskCache&) = delete;
@@ -64,7 +66,7 @@ class DiskCache : public std::enable_shared_from_this<DiskCache> {
   DiskCache(std::string folder, int64_t bytes);
 
   // On the queue.
-  [[nodiscard]] NSErrorPtr enter();
+  [[nodiscard]] NSErrorPtr enterNow();
   void list();
   [[nodiscard]] std::shared_ptr<Entry> entryFor(const std::string& file);
   [[nodiscard]] bool makeRoom(int64_t bytes);

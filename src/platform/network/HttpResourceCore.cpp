@@ -70,7 +70,7 @@ media::ByteSource::Ahead HttpResourceCore::ahead() const {
 /// held ahead or, of what was kept, nearly all.
 bool HttpResourceCore::readsOnWhileLocked() const {
   if (!readsAhead_ && !wasKept_) return false;
-  if (readsAhead_ && !isPaused_ && !isOver_) return false;
+  if (readsAhead_ && !isPaused_ && !isOver_ && (!isIdle_ || isFull_)) return false;
   const int64_t least =
       readsAhead_ ? aheadWhileLocked() / 2 : std::min(kWorthReading, keptUntil_ / 4);
   const int64_t limit = size_ ? std::min(front_ + least, *size_) : front_ + least;
@@ -88,6 +88,7 @@ void HttpResourceCore::add(const std::shared_ptr<AwaitedRange>& range) {
   awaited_.push_back(range);
   if (range->use == Use::Read || !readsAhead_) front_ = range->begin;
   if (range->use == Use::Read) readsAhead_ = true;
+  isFull_ = false;
   if (error_ && mayPass(*error_)) error_ = nullptr;
   noteWaitingWhileLocked();
   planSoonWhileLocked();
@@ -166,6 +167,7 @@ bool HttpResourceCore::isWorthKeeping() const {
 void HttpResourceCore::setByteBound(int64_t bound) {
   MutexLock lock(stateMutex_);
   bound_ = bound;
+  isFull_ = false;
   store_.setBound(bound);
   memory_.set(store_.memory());
 }
@@ -192,6 +194,7 @@ void HttpResourceCore::plan() {
     aim = aimWhileLocked();
     const bool movesDownload = aim.kind == Aim::Kind::GoOn || aim.kind == Aim::Kind::Start;
     if (movesDownload || aim.kind == Aim::Kind::Stop) isPaused_ = false;
+    isIdle_ = aim.kind == Aim::Kind::Nothing && !download_ && !isLoading_;
   }
   if (aim.kind == Aim::Kind::AskDisk) askDisk();
   if (aim.kind == Aim::Kind::Load) load(aim.offset, *aim.end);
@@ -241,7 +244,7 @@ HttpResourceCore::Aim HttpResourceCore::aimAheadWhileLocked() {
   const int64_t limit = front_ + aheadWhileLocked();
   const int64_t missing = store_.firstMissing(front_, limit);
   if (missing >= limit || (size_ && missing >= *size_)) return {};
-  if (isOnDiskWhileLocked(missing)) return loadWhileLocked(missing, limit);
+  if (isOnDiskWhileLocked(missing)) return isFull_ ? Aim() : loadWhileLocked(missing, limit);
   if (!download_) return startWhileLocked(missing);
   return {Aim::Kind::GoOn, 0, {}};
 }
@@ -404,9 +407,12 @@ void HttpResourceCore::didLoad(int64_t offset, const std::optional<std::vector<u
     MutexLock lock(stateMutex_);
     if (!bytes) disk_.reset();
     if (bytes && bytes->empty()) described_.reset();
+    const bool isNext = bytes && store_.firstMissing(front_, kFarthest) == offset;
     if (bytes && !isClosed_ && !store_.write(offset, *bytes)) {
       error_ = makePosixError(AVErrorUnknown, "Memory is short.", ENOMEM);
     }
+    // Memory that drops bytes as they come would have them read for ever.
+    isFull_ = isNext && !bytes->empty() && store_.firstMissing(front_, kFarthest) <= offset;
     memory_.set(store_.memory());
     planSoonWhileLocked();
   }

@@ -164,9 +164,11 @@ class HttpResourceCore final : public ByteBudget::Holder,
   bool readsAhead_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   bool isPaused_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   bool isOver_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // the download
+  bool isIdle_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // nothing is under way
   bool isClosed_ ZAFFO_GUARDED_BY(stateMutex_) = false;
 
   std::shared_ptr<DiskCache::Entry> disk_ ZAFFO_GUARDED_BY(stateMutex_);
+  bool isFull_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // what the disk gave ahead was not kept
 
   // The network's thread alone.
   RemotePlace place_;

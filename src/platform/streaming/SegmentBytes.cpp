@@ -145,7 +145,8 @@ std::unique_ptr<media::ByteSource::Want> SegmentBytes::want(int64_t offset, int6
     count += place - from + kBlock;
     place = from;
   }
-  if (range_.length) count = std::clamp<int64_t>(count, 0, *range_.length - place);
+  if (range_.length)
+    count = std::clamp<int64_t>(count, 0, std::max<int64_t>(0, *range_.length - place));
   return body_->want(range_.offset + place, count, std::move(handler));
 }
 

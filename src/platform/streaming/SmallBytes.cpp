@@ -14,7 +14,10 @@ using media::Outcome;
 
 SmallBytes::SmallBytes(std::shared_ptr<network::HttpResource> resource, network::ByteRange range,
                        int64_t most)
-    : resource_(std::move(resource)), range_(range), most_(most) {}
+    : resource_(std::move(resource)), range_(range), most_(most) {
+  // What is wanted stays in memory: no list may claim as much of that as it likes.
+  if (range_.length.value_or(0) > most_) error_ = whyNotTaken(true);
+}
 
 Outcome SmallBytes::step() {
   MutexLock lock(bytesMutex_);
@@ -42,14 +45,16 @@ Outcome SmallBytes::readWhileLocked() {
     isWhole_ = count == 0 && !isTooLong && !isShort;
     if (isWhole_) return Outcome::Ready;
     error_ = count < 0 ? resource_->error() : nullptr;
-    if (!error_) {
-      error_ = network::networkError(
-          isTooLong ? network::NSURLErrorDataLengthExceedsMaximum
-                    : network::NSURLErrorBadServerResponse,
-          "\"" + name() + (isTooLong ? "\" is too long." : "\" is shorter than it should be."));
-    }
+    if (!error_) error_ = whyNotTaken(isTooLong);
     return Outcome::Error;
   }
+}
+
+NSErrorPtr SmallBytes::whyNotTaken(bool isTooLong) const {
+  return network::networkError(
+      isTooLong ? network::NSURLErrorDataLengthExceedsMaximum
+                : network::NSURLErrorBadServerResponse,
+      "\"" + name() + (isTooLong ? "\" is too long." : "\" is shorter than it should be."));
 }
 
 std::unique_ptr<SmallBytes::Want> SmallBytes::want(std::function<void()> handler) {

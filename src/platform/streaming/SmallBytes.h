@@ -39,6 +39,7 @@ class SmallBytes {
 
  private:
   [[nodiscard]] media::Outcome readWhileLocked() ZAFFO_REQUIRES(bytesMutex_);
+  [[nodiscard]] NSErrorPtr whyNotTaken(bool isTooLong) const;
 
   const std::shared_ptr<network::HttpResource> resource_;
   const network::ByteRange range_;

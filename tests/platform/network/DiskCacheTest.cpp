@@ -53,6 +53,18 @@ class Start {
   }
   std::string readAll(const std::string& address) { return bringAll(*at(address)); }
 
+  /// Waits until the network's thread and the cache have done what they were asked; false when the
+  /// cache does not answer.
+  bool takeTurn() {
+    std::promise<void> turn;
+    NetworkLoop::shared().post([&turn] { turn.set_value(); });
+    turn.get_future().wait();
+    const auto found = std::make_shared<std::promise<void>>();
+    auto future = found->get_future();
+    cache->find("no clip", [found](const auto&) { found->set_value(); });
+    return future.wait_for(std::chrono::seconds(2)) == std::future_status::ready;
+  }
+
  private:
   ByteBudget budget_;
 
@@ -123,6 +135,44 @@ TEST_F(DiskCacheTest, WhatDoesNotFitIntoMemoryIsNotFetchedTwice) {
     dispatch_wait_until_idle();  // what came last is on disk
   }
   EXPECT_EQ(server.requests().size(), 1U);
+}
+
+/// As when hundreds of clips share the memory: what is read ahead has no room beside what is read.
+TEST_F(DiskCacheTest, WhatHasNoRoomInMemoryIsNotReadOverAndOver) {
+  server.on("/clip", {goodReply(body)});
+  EXPECT_TRUE(areBytes(readAllAnew(), body));
+  const auto file = files()[0].string();
+  Start start(folder.path(), DiskCache::kUsualBytes, 64 * kKiB);
+  const auto resource = start.at(clip());
+  await(*resource, 40'000, 20'000);
+  for (int i = 0; i < 20; ++i) ASSERT_TRUE(start.takeTurn());
+  {
+    const StalledStorage stall(file);
+    for (int i = 0; i < 20; ++i) ASSERT_TRUE(start.takeTurn()) << "the disk is still read";
+  }
+  std::promise<void> met;
+  const auto want = resource->want(140'000, 20'000, [&met] { met.set_value(); });
+  met.get_future().wait();
+  EXPECT_TRUE(areBytes(held(*resource, 140'000, 20'000), body.substr(140'000, 20'000)));
+  EXPECT_EQ(server.requests().size(), 1U);
+}
+
+/// Reading ahead goes on before a reader runs dry, though no download is under way.
+TEST_F(DiskCacheTest, WhatFollowsTheDisksBytesIsAskedForAhead) {
+  FaultReply stalling = goodReply(body);
+  stalling.stallsAfter = 200'000;
+  server.on("/clip", {stalling, goodReply(body)});
+  EXPECT_EQ(bring(*Start(folder.path()).at(clip()), 0, 200'000).size(), 200'000U);
+  Start start(folder.path(), DiskCache::kUsualBytes, 256 * kKiB);
+  const auto resource = start.at(clip());
+  std::string read = bring(*resource, 0, 1'000);
+  for (int i = 0; i < 40; ++i) {
+    ASSERT_TRUE(start.takeTurn());
+    read += held(*resource, static_cast<int64_t>(read.size()), 5'000);
+  }
+  EXPECT_GE(read.size(), 200'000U);
+  EXPECT_TRUE(areBytes(read, body.substr(0, read.size())));
+  EXPECT_EQ(server.requests().size(), 2U);
 }
 
 TEST_F(DiskCacheTest, OldBytesAreGivenOnlyWhenTheServerSaysSo) {

@@ -82,6 +82,17 @@ TEST_F(StreamOpeningTest, RefusesAListThatNeverEnds) {
   EXPECT_EQ(refusalOf(lines).substr(0, 1), "\"") << "too long";
 }
 
+/// Neither memory nor the network is the list's to claim.
+TEST_F(StreamOpeningTest, RefusesAHeaderThatIsSaidToBeHuge) {
+  streams_.put("/init.mp4", std::string(2'000'000, 'x'));
+  streams_.put("/a.m4s", "x");
+  EXPECT_EQ(refusalOf("#EXT-X-TARGETDURATION:2\n"
+                      "#EXT-X-MAP:URI=\"init.mp4\",BYTERANGE=\"4000000000@0\"\n"
+                      "#EXTINF:2,\na.m4s\n#EXT-X-ENDLIST\n"),
+            "\"" + streams_.server.address("/init.mp4") + "\" is too long.");
+  for (const auto& request : streams_.server.requests()) EXPECT_NE(request.path, "/init.mp4");
+}
+
 TEST_F(StreamOpeningTest, SoundThatComesApartTakesThePlaceOfTheOther) {
   streams_.serve("ts");
   streams_.serve("sound_fmp4");

@@ -2,7 +2,9 @@
 #include "platform/avfoundation/NetworkSettings.h"
 
 #include <algorithm>
+#include <map>
 
+#include "platform/Mutex.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/network/DiskCache.h"
@@ -41,13 +43,9 @@ class Settings final : public NetworkSettings {
       resources.setCache(nullptr);
       return tell(completion, nullptr);
     }
-    const auto cache = resources.cache();
-    if (cache && cache->folder() == path) {
-      cache->setBound(bytes);
-      return tell(completion, nullptr);
-    }
-    resources.setCache(network::DiskCache::open(
-        path, bytes, [completion](const NSErrorPtr& error) { tell(completion, error); }));
+    const auto cache = cacheIn(path, bytes);
+    resources.setCache(cache);
+    cache->enter([completion](const NSErrorPtr& error) { tell(completion, error); });
   }
 
   void clearCache() override {
@@ -55,6 +53,24 @@ class Settings final : public NetworkSettings {
     resources.forgetKept();
     if (const auto cache = resources.cache()) cache->clear();
   }
+
+ private:
+  /// One that clips still read from stays the folder's only one.
+  std::shared_ptr<network::DiskCache> cacheIn(const std::string& path, int64_t bytes) {
+    MutexLock lock(cachesMutex_);
+    std::erase_if(caches_, [](const auto& known) { return known.second.expired(); });
+    auto cache = caches_[path].lock();
+    if (cache) {
+      cache->setBound(bytes);
+      return cache;
+    }
+    cache = network::DiskCache::open(path, bytes);
+    caches_[path] = cache;
+    return cache;
+  }
+
+  Mutex cachesMutex_;
+  std::map<std::string, std::weak_ptr<network::DiskCache>> caches_ ZAFFO_GUARDED_BY(cachesMutex_);
 };
 
 }  // namespace
