@@ -149,6 +149,13 @@ bool hasPicture(const Handle& handle) {
   return withPictureLayer<bool>(handle, [](auto& layer) { return layer.isReadyForDisplay(); });
 }
 
+zaffo::CVPixelBufferPtr shownPicture(const Handle& handle) {
+  return withPictureLayer<zaffo::CVPixelBufferPtr>(handle, [](auto& layer) {
+    const auto picture = layer.picture(static_cast<int64_t>(now() * 1e9));
+    return picture ? picture->buffer : nullptr;
+  });
+}
+
 uint64_t shownMark(const Handle& handle) {
   return withPictureLayer<uint64_t>(handle, [](auto& layer) -> uint64_t {
     const auto picture = layer.picture(static_cast<int64_t>(now() * 1e9));

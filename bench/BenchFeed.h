@@ -75,6 +75,10 @@ void runFor(double seconds);
 /// none. The next one asks for a draw again.
 [[nodiscard]] uint64_t shownMark(const Handle& handle);
 
+/// The picture that would be drawn now; null when there is none. The next one asks for a draw
+/// again.
+[[nodiscard]] zaffo::CVPixelBufferPtr shownPicture(const Handle& handle);
+
 /// Pictures of the video that were put on screen, and that became due but never were.
 struct Pictures {
   unsigned long long shown = 0, dropped = 0;

@@ -181,6 +181,23 @@ void seekLibrary(benchmark::State& state) {
   }
 }
 
+/// From each seek of a drag to the next picture on show, which it may leave the exact one for.
+void scrubLibrary(benchmark::State& state) {
+  constexpr int kSeeks = 10;
+  auto feed = feedWithPlayer();
+  for (auto _ : state) {
+    bench::seekExactly(feed->handle, 0);
+    const double start = bench::now();
+    for (int i = 0; i < kSeeks; ++i) {
+      const auto before = bench::shownPicture(feed->handle);
+      feed->handle->seekToTime(zaffo::CMTimeMakeWithSeconds(kSeekSeconds + 0.1 * i, 600),
+                               zaffo::kCMTimeZero, zaffo::kCMTimeZero, [](bool) {});
+      bench::runUntil([&] { return bench::shownPicture(feed->handle) != before; }, "a picture");
+    }
+    state.SetIterationTime((bench::now() - start) / kSeeks);
+  }
+}
+
 void seekFloor(benchmark::State& state) {
   measure(
       state,
@@ -241,6 +258,7 @@ int main(int argc, char** argv) {
   add("rewind/library", rewindLibrary, 1, 15);
   add("seek/floor", seekFloor, 1, 15);
   add("seek/library", seekLibrary, 1, 15);
+  add("scrub/library", scrubLibrary, 1, 15);
   add("destroy-loaded/library", destroyLoaded, 1, 15);
   add("destroy-playing/library", destroyPlaying, 1, 15);
   benchmark::RunSpecifiedBenchmarks();

@@ -79,6 +79,8 @@ class Bench:
                          target=target)
             self.add(f"warm request, synchronous ({name})", None, times["warm/library"] * 1000,
                      "us", 1, "20 us")
+            self.add(f"each seek of a drag to the next picture ({name})", None,
+                     times["scrub/library"], "ms", target="20 ms")
             for state in ("loaded", "playing"):
                 self.add(f"destroying a {state} player, caller's time ({name})", None,
                          times[f"destroy-{state}/library"], "ms", 3, "0.1 ms")

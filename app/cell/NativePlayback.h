@@ -29,6 +29,7 @@ class NativePlayback final : public PagePlayback,
   void setRate(float rate) override;
   void rewind() override;
   void seek(CMTime time, std::function<void()> done) override;
+  [[nodiscard]] bool showsFrameNearBy() const override { return true; }
   [[nodiscard]] bool hasPicture() const override { return !layer_ || layer_->isReadyForDisplay(); }
 
  private:

@@ -33,6 +33,8 @@ class PagePlayback {
   /// Shows the frame at `time` and goes on at the rate set by then, from the end too. Calls `done`
   /// (may be empty) when the frame is there, or will not come.
   virtual void seek(CMTime time, std::function<void()> done) = 0;
+  /// Whether a seek that takes long, or gives way to another, shows a frame near by first.
+  [[nodiscard]] virtual bool showsFrameNearBy() const { return false; }
 
   /// Whether there is a picture to be shown. A fast player has none for a moment after a seek.
   [[nodiscard]] virtual bool hasPicture() const = 0;

@@ -55,6 +55,7 @@ class PlayerCell final : public FeedCell, public std::enable_shared_from_this<Pl
   [[nodiscard]] std::optional<ClipPosition> position() const override;
   void setVolume(float volume) override;
   void seek(CMTime time, std::function<void()> completion) override;
+  bool showsFrameNearBy() const override { return playback_ && playback_->showsFrameNearBy(); }
 
  private:
   [[nodiscard]] NSErrorPtr itemError() const;

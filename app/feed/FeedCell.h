@@ -70,6 +70,8 @@ class FeedCell {
   /// Shows the exact frame at `time`. `completion` is called when it is ready, or at once when
   /// there is no player.
   virtual void seek(CMTime time, std::function<void()> completion) = 0;
+  /// Whether a seek that takes long, or gives way to another, shows a frame near by first.
+  [[nodiscard]] virtual bool showsFrameNearBy() const { return false; }
 };
 
 }  // namespace zaffo::feed

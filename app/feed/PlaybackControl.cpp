@@ -10,6 +10,8 @@ namespace zaffo::feed {
 namespace {
 
 constexpr CMTimeScale kTimescale = 90000;
+/// Nanoseconds after which one seek gives way to another.
+constexpr int64_t kLongSeek = 40'000'000;
 constexpr double kBeforeTheEnd = 0.01;  // seconds: at the very end there is no picture
 
 }  // namespace
@@ -50,6 +52,7 @@ void PlaybackControl::hold() {
 void PlaybackControl::pageChanged() {
   ++page_;
   isSeeking_ = isSeekDue_ = false;
+  if (const auto timer = std::exchange(leaveTimer_, nullptr)) timer->cancel();
   target_.reset();
   endScrub();
 }
@@ -85,7 +88,8 @@ void PlaybackControl::seekTo(double time) {
   target->time = std::clamp(time, 0.0, std::max(target->length - kBeforeTheEnd, 0.0));
   target_ = target;
   isSeekDue_ = true;
-  if (!isSeeking_) seekNext();
+  if (!isSeeking_) return seekNext();
+  leaveSeekIfLong();
 }
 
 void PlaybackControl::seekNext() {
@@ -93,17 +97,34 @@ void PlaybackControl::seekNext() {
   if (!cell || !target_) return;
   isSeeking_ = true;
   isSeekDue_ = false;
+  seekBegan_ = TimeSource::now();
+  if (const auto timer = std::exchange(leaveTimer_, nullptr)) timer->cancel();
   cell->seek(CMTimeMakeWithSeconds(target_->start + target_->time, kTimescale),
-             [weakSelf = weak_from_this(), page = page_] {
+             [weakSelf = weak_from_this(), page = page_, number = ++seekNumber_] {
                // Some players answer inside the call.
-               dispatch_async(dispatch_get_main_queue(), [weakSelf, page] {
+               dispatch_async(dispatch_get_main_queue(), [weakSelf, page, number] {
                  const auto self = weakSelf.lock();
-                 if (!self || self->page_ != page) return;
-                 self->isSeeking_ = false;
-                 if (self->isSeekDue_) return self->seekNext();
-                 self->target_.reset();
+                 if (self && self->page_ == page && self->seekNumber_ == number) self->seekEnded();
                });
              });
+}
+
+void PlaybackControl::seekEnded() {
+  isSeeking_ = false;
+  if (isSeekDue_) return seekNext();
+  target_.reset();
+}
+
+/// A picture near by is on show then: who scrubs need not wait for the one meant.
+void PlaybackControl::leaveSeekIfLong() {
+  const auto cell = controller_->currentCell();
+  if (leaveTimer_ || !cell || !cell->showsFrameNearBy()) return;
+  leaveTimer_ = dispatch_timer_at(seekBegan_ + kLongSeek, dispatch_get_main_queue(),
+                                  [weakSelf = weak_from_this()] {
+                                    const auto self = weakSelf.lock();
+                                    if (self && std::exchange(self->leaveTimer_, nullptr))
+                                      self->seekNext();
+                                  });
 }
 
 // Volume

@@ -33,7 +33,8 @@ class PlaybackControl : public std::enable_shared_from_this<PlaybackControl> {
   /// Seconds on, or back, but not beyond the ends of the clip.
   void seekBy(double seconds);
   /// Holds the video still and shows the picture at `fraction` of the clip; of a quick row of them
-  /// those that there is time for.
+  /// those that there is time for. One that takes long gives way to the next where the player has
+  /// shown a picture near by.
   void scrub(double fraction);
   /// Goes on as before the scrub.
   void endScrub();
@@ -52,6 +53,8 @@ class PlaybackControl : public std::enable_shared_from_this<PlaybackControl> {
  private:
   void seekTo(double time);
   void seekNext();
+  void leaveSeekIfLong();
+  void seekEnded();
   void applyVolume();
   void hold();
 
@@ -61,6 +64,9 @@ class PlaybackControl : public std::enable_shared_from_this<PlaybackControl> {
   bool isVisible_ = true;
   bool isScrubbing_ = false;
   bool isSeeking_ = false;
+  int64_t seekBegan_ = 0;               // host time
+  uint64_t seekNumber_ = 0;             // of the last one
+  DispatchTimerPtr leaveTimer_;         // leaves the one in progress for the one that is due
   bool isSeekDue_ = false;              // to target_, after the one in progress
   std::optional<ClipPosition> target_;  // of a seek that is in progress or due
   uint64_t page_ = 0;                   // counts them, so that an answer for another one is known

@@ -53,6 +53,14 @@ Outcome PictureSupply::stepSearch() {
   return outcome;
 }
 
+bool PictureSupply::showPreview() {
+  auto preview = track_ ? track_->takePreview() : std::nullopt;
+  if (!preview) return false;
+  frames_->show(*std::move(preview));
+  frames_->keepPicture();
+  return true;
+}
+
 void PictureSupply::showFound(CMTime position) {
   if (track_) static_cast<void>(track_->takeLate());  // on the way to it
   if (found_.buffer) {

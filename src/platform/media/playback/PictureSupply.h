@@ -37,6 +37,12 @@ class PictureSupply {
   /// Ready when it is found; Again while the source has nothing yet, which the ready handler will
   /// tell. End or Error when there is no such frame: error() may tell why.
   [[nodiscard]] Outcome stepSearch();
+  /// Whether a frame to be shown meanwhile is being decoded: a few steps.
+  [[nodiscard]] bool isMakingPreview() const { return track_ && track_->isMakingPreview(); }
+  [[nodiscard]] bool hasPreview() const { return track_ && track_->hasPreview(); }
+  /// Shows the frame of the sync sample before what is looked for; it is a mere picture. False when
+  /// there is none, or it is on show.
+  [[nodiscard]] bool showPreview();
   /// The presentation of what was found; invalid where there are no pictures.
   [[nodiscard]] CMTime foundTime() const { return found_.presentation; }
   /// Shows what was found. The playback stands at `position` then.

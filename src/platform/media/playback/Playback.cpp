@@ -17,6 +17,9 @@ namespace {
 
 /// A pump that comes later than this finds the clock elsewhere: the process was stopped.
 constexpr int64_t kLeap = 1'000'000'000;
+/// A seek that takes longer shows a frame near by meanwhile: within twenty milliseconds, one step
+/// of decoding included.
+constexpr int64_t kUntilPreview = 15'000'000;
 
 }  // namespace
 
@@ -123,23 +126,29 @@ void Playback::beginSeek(Seek seek) {
   cancelTimer();
   enter(PlaybackState::Seeking);
   error_ = nullptr;
+  previewDue_ = TimeSource::now() + kUntilPreview;
   pictures_.beginSearch(*seek_);
   continueSeek();
 }
 
-/// A step at a time, to give way as soon as something newer waits for the queue.
+/// A step at a time, to give way as soon as something newer waits for the queue; but what is to be
+/// seen of a search that is superseded is made first: who seeks on and on sees something.
 void Playback::continueSeek() {
   assertCurrent(*queue_);
   if (state_ == PlaybackState::Running) return pump();
   if (state_ == PlaybackState::Waiting) return goOn();
-  for (DecodeTurn turn; turn.goesOn();) {
-    if (!seek_ || commands_.isSuperseded()) return endSeek(false);
+  for (DecodeTurn turn; pictures_.isMakingPreview() || turn.goesOn();) {
+    if (!seek_ || commands_.isClosed()) return endSeek(false);
+    if (commands_.isSuperseded() && !pictures_.isMakingPreview()) {
+      showPreview();
+      return endSeek(false);
+    }
     switch (pictures_.stepSearch()) {
       case Outcome::Working:
+        if (TimeSource::now() >= previewDue_) showPreview();
         break;
       case Outcome::Again:
-        lack_ = Lack::Pressing;
-        return;
+        return waitInSeek();
       case Outcome::Ready:
         return finishSeek();
       case Outcome::End:
@@ -157,6 +166,17 @@ void Playback::continueSeek() {
 void Playback::nextSeekTurn() {
   isSeekTurnPosted_ = false;
   continueSeek();
+}
+
+/// For the source.
+void Playback::waitInSeek() {
+  lack_ = Lack::Pressing;
+  if (TimeSource::now() >= previewDue_) return showPreview();
+  if (pictures_.hasPreview()) setTimer(previewDue_, &Playback::continueSeek);
+}
+
+void Playback::showPreview() {
+  if (pictures_.showPreview() && events_.pictureChanged) events_.pictureChanged();
 }
 
 void Playback::finishSeek() {

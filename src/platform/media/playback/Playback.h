@@ -93,6 +93,8 @@ class Playback : public std::enable_shared_from_this<Playback> {
   void beginSeek(Seek seek);
   void continueSeek();
   void nextSeekTurn();
+  void waitInSeek();
+  void showPreview();
   void finishSeek();
   void endSeek(bool finished);
   void settle();
@@ -131,6 +133,7 @@ class Playback : public std::enable_shared_from_this<Playback> {
   double rate_ = 0;
   Seek seek_;  ///< none when the one that was sought last was superseded
   bool isSeekTurnPosted_ = false;
+  int64_t previewDue_ = kNever;  ///< host time from which on a seek has taken long
   std::vector<Completion> prerolls_;
   NSErrorPtr error_;  ///< why it cannot go on, or not for long
   DispatchTimerPtr timer_;

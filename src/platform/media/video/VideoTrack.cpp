@@ -7,6 +7,13 @@
 
 namespace zaffo::media {
 
+namespace {
+
+/// Pixels of a picture times the seconds that are decoded: about twenty milliseconds' work.
+constexpr double kLongToDecode = 1280.0 * 720.0 / 4;
+
+}  // namespace
+
 VideoTrack::VideoTrack(std::shared_ptr<SampleSource> source, int trackID)
     : source_(std::move(source)), trackID_(trackID) {}
 
@@ -17,6 +24,7 @@ void VideoTrack::beginSeek(CMTime time, CMTime earliest, CMTime latest) {
   earliest_ = earliest;
   latest_ = latest;
   sought_ = hurryTo_ = leapTo_ = resumeAt_ = kCMTimeInvalid;
+  preview_.reset();
   search_ = placeAt(time) ? Search::Undecided : Search::None;
 }
 
@@ -28,6 +36,8 @@ Outcome VideoTrack::stepSeek(VideoFrame& frame) {
       return decideSearch();
     case Search::NextSync:
       return stepToNextSync();
+    case Search::Preview:
+      return stepPreview();
     case Search::BehindSync:
       return stepBehindSync();
     case Search::Decoding:
@@ -48,6 +58,7 @@ Outcome VideoTrack::decideSearch() {
     search_ = Search::NextSync;
     return Outcome::Working;
   }
+  if (!isWanted && isFarBehind(sample)) return beginPreview(std::move(sample));
   search_ = isWanted && time > target_ ? Search::BehindSync : Search::Decoding;
   if (search_ == Search::BehindSync) {
     horizon_ = {};
@@ -100,6 +111,32 @@ Outcome VideoTrack::stepBehindSync() {
   return Outcome::Working;
 }
 
+/// Whether decoding from the sync sample up to the time takes long.
+bool VideoTrack::isFarBehind(const Sample& sync) const {
+  const AVCodecParameters& parameters = cursor_->codecParameters();
+  const double pixels = static_cast<double>(parameters.width) * parameters.height;
+  return sync.sync && CMTIME_IS_NUMERIC(sync.presentation) &&
+         CMTimeGetSeconds(target_ - sync.presentation) * pixels >= kLongToDecode;
+}
+
+Outcome VideoTrack::beginPreview(Sample sync) {
+  sync.decodeOnly = false;  // a segment may begin behind it
+  sought_ = sync.presentation;
+  search_ = Search::Preview;
+  enqueue(std::move(sync));
+  return Outcome::Working;
+}
+
+/// Nothing is made of a sync sample that does not give its frame by itself.
+Outcome VideoTrack::stepPreview() {
+  SampleQueueDecoder::Picture picture;
+  const Outcome outcome =
+      decoder_.step({.now = sought_, .ahead = true, .sought = sought_}, picture);
+  if (outcome == Outcome::Working) return outcome;
+  if (outcome == Outcome::Ready) preview_ = std::move(picture.frame);
+  return searchAgain();
+}
+
 Outcome VideoTrack::stepDecoding(VideoFrame& frame) {
   const bool isKnown = CMTIME_IS_VALID(sought_);
   const Outcome outcome =
@@ -110,6 +147,7 @@ Outcome VideoTrack::stepDecoding(VideoFrame& frame) {
   if (isKnown && !isIt) return searchAgain();
   if (outcome != Outcome::Ready) return outcome;
   // Where what was sent is too much to be kept, the cursor goes back for what follows.
+  preview_.reset();
   if (decoder_.isSpent() && !samples_.keepsSent()) resumeAt_ = frame.presentation;
   search_ = Search::None;
   return Outcome::Ready;

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include "platform/media/ReorderHorizon.h"
 #include "platform/media/source/SampleSource.h"
@@ -21,6 +23,9 @@ namespace zaffo::media {
 /// the frame at time zero. Where a sync sample lies after the time, the samples behind it are read
 /// first, for one that is presented before it. What follows such a frame is decoded from the sync
 /// sample again, if it is ever asked for; until then the decoder may be let go.
+///
+/// Where the sync sample lies so far before the time that decoding from there takes long, its frame
+/// is decoded alone first: there is a preview then, for whoever cannot wait for the frame itself.
 class VideoTrack {
  public:
   VideoTrack(std::shared_ptr<SampleSource> source, int trackID);
@@ -31,6 +36,13 @@ class VideoTrack {
   /// A step of the search: Ready when found. Again while the source has nothing yet, which its
   /// ready handler will tell.
   [[nodiscard]] Outcome stepSeek(VideoFrame& frame);
+  /// Whether the preview is being decoded: a few steps, of which one is the frame.
+  [[nodiscard]] bool isMakingPreview() const { return search_ == Search::Preview; }
+  /// Of the search under way, until the frame itself is found.
+  [[nodiscard]] bool hasPreview() const { return preview_.has_value(); }
+  [[nodiscard]] std::optional<VideoFrame> takePreview() {
+    return std::exchange(preview_, std::nullopt);
+  }
 
   /// A step towards the frame after the last one given; End when there is none.
   [[nodiscard]] Outcome stepNext(VideoFrame& frame);
@@ -68,6 +80,7 @@ class VideoTrack {
     None,
     Undecided,   ///< the first sample will tell
     NextSync,    ///< the sync sample after the time may do: look for it without decoding
+    Preview,     ///< decode the sync sample alone, then all from there
     BehindSync,  ///< the first one lies after the time: look for what is presented before it
     Decoding,    ///< decode up to the frame
   };
@@ -79,6 +92,9 @@ class VideoTrack {
   [[nodiscard]] Outcome decideSearch();
   [[nodiscard]] Outcome stepToNextSync();
   [[nodiscard]] Outcome stepBehindSync();
+  [[nodiscard]] bool isFarBehind(const Sample& sync) const;
+  [[nodiscard]] Outcome beginPreview(Sample sync);
+  [[nodiscard]] Outcome stepPreview();
   [[nodiscard]] Outcome stepDecoding(VideoFrame& frame);
   [[nodiscard]] Outcome searchAgain();
   [[nodiscard]] Outcome step(SampleQueueDecoder::Demand demand, VideoFrame& frame);
@@ -103,9 +119,10 @@ class VideoTrack {
   CMTime earliest_ = kCMTimeInvalid;
   CMTime latest_ = kCMTimeInvalid;
   CMTime sought_ = kCMTimeInvalid;  ///< the frame's own time, where that is known
-  bool passedNewStart_ = false;     ///< on the way to the next sync sample
-  CMTime lateSync_;                 ///< of the sync sample that lies after the time
-  ReorderHorizon horizon_;          ///< of it and what was read behind it
+  std::optional<VideoFrame> preview_;
+  bool passedNewStart_ = false;  ///< on the way to the next sync sample
+  CMTime lateSync_;              ///< of the sync sample that lies after the time
+  ReorderHorizon horizon_;       ///< of it and what was read behind it
 
   CMTime hurryTo_ = kCMTimeInvalid;
   CMTime leapTo_ = kCMTimeInvalid;

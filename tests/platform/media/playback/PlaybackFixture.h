@@ -49,6 +49,9 @@ class PlaybackFixture : public testing::Test {
     memory_ = source;
     source_ = std::make_shared<GatedSource>(source);
     Playback::Events events;
+    events.pictureChanged = [this] {
+      if (pictureChanged_) pictureChanged_();
+    };
     events.ended = [this](uint64_t) { ++ended_; };
     events.failed = [this](uint64_t, const NSErrorPtr&) { ++failed_; };
     playback_ = Playback::create(source_, output_, std::move(events));
@@ -88,6 +91,7 @@ class PlaybackFixture : public testing::Test {
   std::shared_ptr<MemorySource> memory_;
   std::shared_ptr<GatedSource> source_;
   std::shared_ptr<Playback> playback_;
+  std::function<void()> pictureChanged_;   ///< called on the playback's queue
   std::atomic<int> ended_{0}, failed_{0};  ///< how often that was told
 };
 

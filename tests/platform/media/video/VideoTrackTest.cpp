@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "doubles/MemorySource.h"
@@ -490,6 +492,75 @@ TEST_F(LeadingPicturesVideoTrackTest, ALateSyncSampleThatNothingCanPrecedeIsTheO
   ASSERT_EQ(seek(kCMTimeZero), Outcome::Ready);
   EXPECT_EQ(frame_.presentation, sync);
   EXPECT_EQ(source_->reads(), 1);
+}
+
+/// Of pictures so large that decoding a dozen of them takes a person's time.
+class LargeVideoTrackTest : public VideoTrackTest {
+ protected:
+  LargeVideoTrackTest() : VideoTrackTest({.options = "g=12;bf=2", .count = kCount, .size = 960}) {}
+
+  /// The number of the preview, and how many samples were read for it; nothing when there is none
+  /// before the frame itself.
+  std::optional<std::pair<int, int>> previewOf(int number) {
+    const int before = source_->reads();
+    track_->beginSeek(frames(number), frames(number), frames(number));
+    while (!track_->hasPreview()) {
+      if (track_->stepSeek(frame_) != Outcome::Working) return std::nullopt;
+    }
+    const auto preview = track_->takePreview();
+    return std::pair(pictureNumber(preview->buffer).value_or(-1), source_->reads() - before);
+  }
+};
+
+TEST_F(LargeVideoTrackTest, WhatIsFarBehindItsSyncSampleHasTheFrameOfThatForAPreview) {
+  const int second = secondStart();
+  open();
+  for (const auto& [number, sync] : {std::pair(second + 8, second), {9, 0}, {second + 9, second}}) {
+    ASSERT_EQ(previewOf(number), std::pair(sync, 1)) << "one sample read, one frame decoded";
+    ASSERT_EQ(seekOn(), Outcome::Ready);
+    EXPECT_EQ(shown(), number);
+    EXPECT_EQ(rest(), range(number + 1));
+  }
+}
+
+TEST_F(LargeVideoTrackTest, APreviewThatNobodyTookIsGoneWithTheSearch) {
+  open();
+  ASSERT_EQ(seek(frames(9)), Outcome::Ready);
+  EXPECT_EQ(shown(), 9);
+  EXPECT_FALSE(track_->hasPreview());
+}
+
+TEST_F(LargeVideoTrackTest, WhatIsNearItsSyncSampleHasNoPreview) {
+  const int second = secondStart();
+  open();
+  for (const int number : {0, 3, second, second + 3}) {
+    EXPECT_EQ(previewOf(number), std::nullopt);
+    EXPECT_EQ(shown(), number);
+  }
+}
+
+TEST_F(LargeVideoTrackTest, NorHasWhatIsFoundByItsSyncSampleAnyway) {
+  open();
+  track_->beginSeek(frames(9), kCMTimeZero, frames(9));
+  ASSERT_EQ(seekOn(), Outcome::Ready);
+  EXPECT_EQ(shown(), 0);
+  EXPECT_EQ(source_->reads(), 1);
+}
+
+TEST_F(LargeVideoTrackTest, ASyncSampleThatIsNotShownItselfWillDoForAPreview) {
+  encoded_.samples.front().decodeOnly = true;
+  open();
+  EXPECT_EQ(previewOf(9), std::pair(0, 1));
+  ASSERT_EQ(seekOn(), Outcome::Ready);
+  EXPECT_EQ(shown(), 9);
+}
+
+TEST_F(LargeVideoTrackTest, ADamagedSyncSampleGivesNoPreviewAndTheSearchGoesOn) {
+  const int second = secondStart();
+  damage(sampleOf(second));
+  open();
+  EXPECT_EQ(previewOf(second + 9), std::nullopt);
+  EXPECT_EQ(source_->seeks(), 2) << "once more from the sync sample on";
 }
 
 }  // namespace
