@@ -37,6 +37,12 @@ class SegmentList {
   /// Where the last one ends.
   [[nodiscard]] double end() const;
 
+  /// Of a live stream: begins three target durations before its end, as players do.
+  void startNearEnd();
+  /// Of a live stream: its list as it is by now. What left it is forgotten, what is new goes on
+  /// from what was last. Whether anything follows, or it has ended.
+  bool goOn(network::Playlist newer);
+
   /// Whether both begin and end each of their segments at the same times, so that one can be gone
   /// over from to the other at every border.
   [[nodiscard]] bool isAlignedWith(const SegmentList& other) const;

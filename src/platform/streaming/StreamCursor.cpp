@@ -28,6 +28,7 @@ StreamCursor::StreamCursor(std::shared_ptr<StreamFeed> feed, std::shared_ptr<Str
 
 StreamCursor::~StreamCursor() {
   leave();
+  if (waiter_) waiter_->cancel();
 }
 
 void StreamCursor::setReadyHandler(std::function<void()> handler) {
@@ -88,9 +89,42 @@ Outcome StreamCursor::enter() {
   }
   std::shared_ptr<const StreamSegment> segment;
   const Outcome outcome = feed_->segment(number_, secondsRead(), segment);
-  if (outcome == Outcome::Ready) hold(std::move(segment));
-  hasEnded_ = outcome == Outcome::End;
+  switch (outcome) {
+    case Outcome::Ready:
+      hold(std::move(segment));
+      break;
+    case Outcome::End:
+      hasEnded_ = true;
+      break;
+    case Outcome::Error:
+      error_ = feed_->error();
+      break;
+    case Outcome::Working:
+      skipTo(feed_->firstNumber());
+      break;
+    case Outcome::Again:
+      return awaitSegment();
+  }
   return outcome;
+}
+
+/// What a live stream's list has no longer is passed over.
+void StreamCursor::skipTo(int64_t number) {
+  leave();
+  number_ = number;
+  if (lastPlace_) lastPlace_->run = -1;
+}
+
+/// Asks once more behind the back of what may have come since.
+Outcome StreamCursor::awaitSegment() {
+  if (waiter_) waiter_->cancel();
+  waiter_ = std::make_shared<media::WantHandler>([ready = ready_] {
+    if (ready) ready();
+  });
+  feed_->awaitMore(waiter_);
+  std::shared_ptr<const StreamSegment> segment;
+  const Outcome outcome = feed_->segment(number_, secondsRead(), segment);
+  return outcome == Outcome::Again ? Outcome::Again : Outcome::Working;
 }
 
 /// Infinity while there is no place.
@@ -133,6 +167,10 @@ void StreamCursor::take() {
     case Outcome::Error:
       if (reader_) error_ = reader_->error();
       target_.reset();
+      if (number_ < feed_->firstNumber()) {
+        error_ = nullptr;
+        skipTo(feed_->firstNumber());
+      }
       return;
     case Outcome::Working:
     case Outcome::Again:

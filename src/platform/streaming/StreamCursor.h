@@ -48,6 +48,8 @@ class StreamCursor final : public media::SampleCursor {
 
   void leave();
   [[nodiscard]] media::Outcome enter();
+  [[nodiscard]] media::Outcome awaitSegment();
+  void skipTo(int64_t number);
   [[nodiscard]] double secondsRead() const;
   void hold(std::shared_ptr<const StreamSegment> segment);
   void readOne();
@@ -83,6 +85,7 @@ class StreamCursor final : public media::SampleCursor {
   CMTime shownUntil_;               // what came before a new start, shown up to here
   CMTime lastEnd_ = kCMTimeNegativeInfinity;
   CMTime lastDecode_;
+  std::shared_ptr<media::WantHandler> waiter_;  // for a live stream's list to go on
   bool hasEnded_ = false;
   NSErrorPtr error_;
 };

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/network/NetworkError.h"
+
 namespace zaffo::streaming {
 namespace {
 
@@ -11,6 +13,8 @@ using media::Outcome;
 
 constexpr CMTimeScale kTimescale = 90'000;
 constexpr int64_t kLongestHeader = int64_t{1} << 20;
+constexpr double kLeastPause = 0.5;  // seconds, whatever a list says
+constexpr int kMostFailedReloads = 3;
 constexpr std::size_t kKeptSmall = 8;
 
 std::vector<int64_t> ratesOf(const std::vector<StreamFeed::Rendition>& renditions) {
@@ -65,11 +69,17 @@ int64_t StreamFeed::numberFor(CMTime time) const {
 Outcome StreamFeed::segment(int64_t number, double secondsRead,
                             std::shared_ptr<const StreamSegment>& segment) {
   MutexLock lock(feedMutex_);
-  if (!listWhileLocked().has(number)) return Outcome::End;
+  const SegmentList& list = listWhileLocked();
+  if (number >= list.endNumber()) {
+    if (list.isEnded()) return Outcome::End;
+    reloadWhileLocked(list.targetSeconds());
+    return error_ ? Outcome::Error : Outcome::Again;
+  }
+  if (number < list.firstNumber()) return Outcome::Working;
   const auto alive = alive_.find(number);
   segment = alive == alive_.end() ? nullptr : alive->second.lock();
   if (!segment) {
-    const double start = listWhileLocked().at(number).start;
+    const double start = list.at(number).start;
     chooseWhileLocked({present_, services_.bitsPerSecond(), std::max(0.0, start - secondsRead)});
     segment = openWhileLocked(number);
   }
@@ -82,9 +92,65 @@ Outcome StreamFeed::segment(int64_t number, double secondsRead,
   return Outcome::Ready;
 }
 
+// Live
+
+void StreamFeed::awaitMore(std::weak_ptr<media::WantHandler> waiter) {
+  MutexLock lock(feedMutex_);
+  std::erase_if(waiters_, [](const auto& known) { return known.expired(); });
+  waiters_.push_back(std::move(waiter));
+}
+
+NSErrorPtr StreamFeed::error() const {
+  MutexLock lock(feedMutex_);
+  return error_;
+}
+
+void StreamFeed::reloadWhileLocked(double seconds) {
+  if (std::exchange(isAsked_, true)) return;
+  if (!reloading_) {
+    reloading_ = ListReloading::make(known_[present_].rendition.address,
+                                     [weakSelf = weak_from_this()](Result<network::Playlist> list) {
+                                       if (const auto self = weakSelf.lock())
+                                         self->takeList(std::move(list));
+                                     });
+  }
+  reloading_->askAfter(std::max(seconds, kLeastPause));
+}
+
+void StreamFeed::takeList(Result<network::Playlist> list) {
+  std::vector<std::weak_ptr<media::WantHandler>> waiters;
+  {
+    MutexLock lock(feedMutex_);
+    isAsked_ = false;
+    if (goOnWhileLocked(std::move(list))) {
+      waiters.swap(waiters_);
+    } else {
+      reloadWhileLocked(listWhileLocked().targetSeconds() / 2);
+    }
+  }
+  for (const auto& weakWaiter : waiters) {
+    if (const auto waiter = weakWaiter.lock()) waiter->call();
+  }
+}
+
+/// Whether those who wait have what they wait for, or never will.
+bool StreamFeed::goOnWhileLocked(Result<network::Playlist> list) {
+  if (list && list->kind == network::Playlist::Kind::Media) {
+    failedReloads_ = 0;
+    return known_[present_].list->goOn(*std::move(list));
+  }
+  if (++failedReloads_ < kMostFailedReloads) return false;
+  error_ = list ? network::networkError(network::NSURLErrorCannotDecodeRawData,
+                                        "The stream cannot be played: its list is gone.")
+                : list.error();
+  return true;
+}
+
+// Renditions
+
 /// Goes over to the rendition that is wanted once its list is here.
 void StreamFeed::chooseWhileLocked(const RenditionChoice::Present& present) {
-  if (known_.size() < 2) return;
+  if (known_.size() < 2 || !listWhileLocked().isEnded()) return;
   const std::size_t wanted = choice_.next(present);
   if (wanted != present_ && isLoadedWhileLocked(known_[wanted])) present_ = wanted;
 }

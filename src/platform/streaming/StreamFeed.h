@@ -14,7 +14,9 @@
 #include "platform/coremedia/CMTime.h"
 #include "platform/media/Outcome.h"
 #include "platform/media/source/BufferedAhead.h"
+#include "platform/media/source/WantHandler.h"
 #include "platform/streaming/ListLoading.h"
+#include "platform/streaming/ListReloading.h"
 #include "platform/streaming/RenditionChoice.h"
 #include "platform/streaming/SegmentBytes.h"
 #include "platform/streaming/SegmentList.h"
@@ -36,8 +38,9 @@ struct StreamSegment {
 };
 
 /// The segments of one stream, in one of several renditions each, which all who read it share.
-/// Lists of renditions are loaded when they are chosen first, beside what is read. Thread: any.
-class StreamFeed {
+/// Lists of renditions are loaded when they are chosen first, beside what is read. The list of a
+/// live stream is loaded again where reading has come to its end. Thread: any.
+class StreamFeed : public std::enable_shared_from_this<StreamFeed> {
  public:
   struct Rendition {
     network::URL address;
@@ -52,10 +55,15 @@ class StreamFeed {
   [[nodiscard]] int64_t firstNumber() const;
   [[nodiscard]] int64_t numberFor(CMTime time) const;
 
-  /// The segment of a number: Ready, or End behind the last one. `secondsRead`: where reading is,
-  /// on the stream's time line.
+  /// The segment of a number: Ready, or End behind the last one. Of a live stream: Again where it
+  /// is not listed yet, Working where it is no longer, Error where the list cannot be had any more.
+  /// `secondsRead`: where reading is, on the stream's time line.
   [[nodiscard]] media::Outcome segment(int64_t number, double secondsRead,
                                        std::shared_ptr<const StreamSegment>& segment);
+  /// Has `waiter` called once when a live stream's list goes on, unless it is gone by then.
+  void awaitMore(std::weak_ptr<media::WantHandler> waiter);
+  /// Why a live stream's list cannot be had.
+  [[nodiscard]] NSErrorPtr error() const;
 
   /// Somebody has read up to so many seconds.
   void noteReading(double seconds) { secondsRead_ = seconds; }
@@ -75,6 +83,9 @@ class StreamFeed {
   [[nodiscard]] const SegmentList& listWhileLocked() const ZAFFO_REQUIRES(feedMutex_) {
     return *known_[present_].list;
   }
+  void reloadWhileLocked(double seconds) ZAFFO_REQUIRES(feedMutex_);
+  void takeList(Result<network::Playlist> list);
+  [[nodiscard]] bool goOnWhileLocked(Result<network::Playlist> list) ZAFFO_REQUIRES(feedMutex_);
   void chooseWhileLocked(const RenditionChoice::Present& present) ZAFFO_REQUIRES(feedMutex_);
   [[nodiscard]] bool isLoadedWhileLocked(Known& known) ZAFFO_REQUIRES(feedMutex_);
   [[nodiscard]] std::shared_ptr<const StreamSegment> openWhileLocked(int64_t number)
@@ -96,6 +107,11 @@ class StreamFeed {
   std::vector<Known> known_ ZAFFO_GUARDED_BY(feedMutex_);
   std::size_t present_ ZAFFO_GUARDED_BY(feedMutex_);
   std::map<int64_t, std::weak_ptr<const StreamSegment>> alive_ ZAFFO_GUARDED_BY(feedMutex_);
+  std::shared_ptr<ListReloading> reloading_ ZAFFO_GUARDED_BY(feedMutex_);
+  bool isAsked_ ZAFFO_GUARDED_BY(feedMutex_) = false;   // to reload
+  int failedReloads_ ZAFFO_GUARDED_BY(feedMutex_) = 0;  // in a row
+  NSErrorPtr error_ ZAFFO_GUARDED_BY(feedMutex_);
+  std::vector<std::weak_ptr<media::WantHandler>> waiters_ ZAFFO_GUARDED_BY(feedMutex_);
   /// The one that was asked for first, to learn of the tracks, until another one is.
   std::shared_ptr<const StreamSegment> opened_ ZAFFO_GUARDED_BY(feedMutex_);
   bool isNew_ ZAFFO_GUARDED_BY(feedMutex_) = true;

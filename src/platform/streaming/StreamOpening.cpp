@@ -79,6 +79,8 @@ Outcome StreamOpening::stepStage() {
 
 void StreamOpening::load(Stage stage, const network::URL& address) {
   stage_ = stage;
+  address_ = address;
+  isFresh_ = false;
   want_.reset();
   loading_ = std::make_unique<ListLoading>(services_.resources->at(address));
 }
@@ -121,9 +123,20 @@ void StreamOpening::takeMaster(const Playlist& list) {
 
 void StreamOpening::takeMedia(Playlist list) {
   if (list.segments.empty()) return fail(cannotPlay("there is nothing in it."));
-  if (!list.isEnded) return fail(cannotPlay("it is live."));
-  if (stage_ == Stage::List) renditions_.push_back({list.segments.front().address, 0});
+  if (!list.isEnded && !isFresh_) {
+    // What was kept of a live stream's list is how it was.
+    isFresh_ = true;
+    want_.reset();
+    loading_ = std::make_unique<ListLoading>(std::make_shared<network::HttpResource>(address_));
+    return;
+  }
   SegmentList segments(std::move(list));
+  if (!segments.isEnded()) segments.startNearEnd();
+  takeSegments(std::move(segments));
+}
+
+void StreamOpening::takeSegments(SegmentList segments) {
+  if (stage_ == Stage::List) renditions_.push_back({address_, 0});
   const bool isSound = stage_ == Stage::SoundList;
   feeds_.push_back(std::make_shared<StreamFeed>(
       isSound ? std::vector<StreamFeed::Rendition>{{soundAddress_, 0}} : renditions_,
@@ -139,7 +152,9 @@ void StreamOpening::takeMedia(Playlist list) {
 
 void StreamOpening::describeNext() {
   const auto& feed = feeds_[described_];
-  (void)feed->segment(feed->firstNumber(), 0, segment_);
+  if (feed->segment(feed->firstNumber(), 0, segment_) != Outcome::Ready) {
+    return fail(cannotPlay("there is nothing in it."));
+  }
   task_ = std::make_unique<media::ReadTask>(segment_->bytes);
   if (ready_) task_->setReadyHandler(ready_);
 }

@@ -53,6 +53,7 @@ class StreamOpening {
   void takeList(network::Playlist list);
   void takeMaster(const network::Playlist& list);
   void takeMedia(network::Playlist list);
+  void takeSegments(SegmentList segments);
   void describeNext();
   [[nodiscard]] media::Outcome stepSegment();
   void takeTracks(std::vector<media::SegmentTrack> tracks);
@@ -64,6 +65,8 @@ class StreamOpening {
   std::optional<Opened> opened_;
 
   Stage stage_ = Stage::List;
+  network::URL address_;  // of the list that is loaded
+  bool isFresh_ = false;  // and not as it was kept
   std::unique_ptr<ListLoading> loading_;
   std::unique_ptr<SmallBytes::Want> want_;
   std::vector<StreamFeed::Rendition> renditions_;

@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "doubles/MainLoopUntil.h"
+#include "platform/avfoundation/AVAssetImageGenerator.h"
 #include "platform/avfoundation/AVComposition.h"
 #include "platform/avfoundation/PlayerFixture.h"
 #include "platform/avfoundation/engine/EnginePlayer.h"
@@ -170,6 +171,21 @@ TEST_F(StreamPlaybackTest, SoundThatComesApartIsHeardWithThePictures) {
     ASSERT_EQ(output_.starts().size(), before + 1);
     const int64_t from = output_.starts().back();
     EXPECT_LT(strayFromTone(output_.heard(from + 4800, from + 7 * 48000 + 43200)), 0.02) << kind;
+  }
+}
+
+TEST_F(StreamPlaybackTest, AThumbnailIsThePictureOfItsTime) {
+  streams_.serve("fmp4");
+  streams_.hold();
+  const auto source = streaming::StreamServer::open(streams_.listOf("fmp4"));
+  ASSERT_TRUE(source);
+  const auto generator =
+      AVAssetImageGenerator::assetImageGeneratorWithAsset(std::make_shared<SourceAsset>(source));
+  for (const int picture : {0, 59, 60, 150}) {
+    NSErrorPtr error;
+    const auto image =
+        generator->copyCGImageAtTime(CMTimeMake(2 * picture + 1, 60), nullptr, &error);
+    EXPECT_EQ(test::frameNumber(image), picture) << media::textOf(error);
   }
 }
 

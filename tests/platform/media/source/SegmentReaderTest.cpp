@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/media/source/SegmentReader.h"
 
+#include "platform/foundation/AVError.h"
 #include "platform/media/Decoding.h"
 #include "platform/media/source/LocalByteSource.h"
 
