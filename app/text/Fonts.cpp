@@ -2,11 +2,9 @@
 #include "text/Fonts.h"
 
 #include <SDL.h>
-#include <fontconfig/fontconfig.h>
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
 
 #include "text/Letters.h"
 
@@ -18,49 +16,6 @@ extern const unsigned char zaffo_feed_font_end[];  // NOLINT
 namespace zaffo::feed {
 
 namespace {
-
-struct PatternDestroyer {
-  void operator()(FcPattern* pattern) const { FcPatternDestroy(pattern); }
-};
-using PatternPtr = std::unique_ptr<FcPattern, PatternDestroyer>;
-
-struct FontFile {
-  std::string path;
-  long index = 0;
-};
-
-PatternPtr patternFor(char32_t letter, bool inColor) {
-  PatternPtr pattern(FcPatternCreate());
-  FcCharSet* letters = FcCharSetCreate();
-  FcCharSetAddChar(letters, letter);
-  FcPatternAddCharSet(pattern.get(), FC_CHARSET, letters);
-  FcCharSetDestroy(letters);
-  const char* family = inColor ? "emoji" : "sans-serif";
-  FcPatternAddString(pattern.get(), FC_FAMILY, reinterpret_cast<const FcChar8*>(family));
-  if (inColor) FcPatternAddBool(pattern.get(), FC_COLOR, FcTrue);
-  FcConfigSubstitute(nullptr, pattern.get(), FcMatchPattern);
-  FcDefaultSubstitute(pattern.get());
-  return pattern;
-}
-
-/// The system's font that has a letter, in colours if asked for.
-std::optional<FontFile> systemFontWith(char32_t letter, bool inColor) {
-  FcResult result{};
-  const PatternPtr match(FcFontMatch(nullptr, patternFor(letter, inColor).get(), &result));
-  if (!match) return std::nullopt;
-  FcCharSet* letters = nullptr;
-  FcChar8* path = nullptr;
-  int index = 0;
-  FcBool isColored = FcFalse;
-  if (FcPatternGetCharSet(match.get(), FC_CHARSET, 0, &letters) != FcResultMatch ||
-      !FcCharSetHasChar(letters, letter) ||
-      FcPatternGetString(match.get(), FC_FILE, 0, &path) != FcResultMatch)
-    return std::nullopt;
-  FcPatternGetInteger(match.get(), FC_INDEX, 0, &index);
-  FcPatternGetBool(match.get(), FC_COLOR, 0, &isColored);
-  if (inColor && !isColored) return std::nullopt;
-  return FontFile{reinterpret_cast<const char*>(path), index};
-}
 
 bool hasLetter(const Font& font, char32_t letter) {
   return TTF_GlyphIsProvided32(font.font.get(), letter) != 0;
@@ -76,7 +31,8 @@ int Font::descent() const {
   return static_cast<int>(std::lround(-TTF_FontDescent(font.get()) * factor));
 }
 
-Fonts::Fonts(int pixels) : pixels_(pixels), isLibraryReady_(TTF_Init() == 0) {
+Fonts::Fonts(int pixels, bool mayWait)
+    : pixels_(pixels), mayWait_(mayWait), isLibraryReady_(TTF_Init() == 0) {
   if (!isLibraryReady_) return;
   const auto size = static_cast<int>(zaffo_feed_font_end - zaffo_feed_font);
   auto font = std::make_unique<Font>();
@@ -102,14 +58,21 @@ const Font& Fonts::fontOf(char32_t letter) {
   return builtIn();
 }
 
+SystemFonts::Answer Fonts::fileFor(const SystemFonts::Question& question) {
+  if (mayWait_) return SystemFonts::askNow(question);
+  if (const auto* answer = SystemFonts::shared().answerTo(question)) return *answer;
+  unanswered_.insert(question);
+  return std::nullopt;
+}
+
 const Font* Fonts::openSystemFont(char32_t letter, bool inColor) {
-  const char32_t key = letter | (inColor ? 0x80000000 : 0);
-  if (missing_.contains(key)) return nullptr;
-  const auto file = systemFontWith(letter, inColor);
+  const SystemFonts::Question question{letter, inColor};
+  if (missing_.contains(question)) return nullptr;
+  const auto file = fileFor(question);
   auto font = std::make_unique<Font>();
   if (file) font->font.reset(TTF_OpenFontIndex(file->path.c_str(), pixels_, file->index));
   if (!font->font || !hasLetter(*font, letter)) {
-    missing_.insert(key);
+    missing_.insert(question);
     return nullptr;
   }
   const int height = TTF_FontHeight(font->font.get());

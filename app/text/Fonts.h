@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "text/SystemFonts.h"
+
 namespace zaffo::feed {
 
 /// A font at one size.
@@ -27,8 +29,9 @@ struct Font {
 /// the system that have what it lacks. Thread: main.
 class Fonts {
  public:
-  /// `pixels` is the size of the letters.
-  explicit Fonts(int pixels);
+  /// `pixels` is the size of the letters. Where it may not wait, the system is not asked for
+  /// fonts: what was answered before has to do.
+  Fonts(int pixels, bool mayWait);
   ~Fonts();
   Fonts(const Fonts&) = delete;
   Fonts& operator=(const Fonts&) = delete;
@@ -37,15 +40,19 @@ class Fonts {
   [[nodiscard]] bool isReady() const { return !fonts_.empty(); }
   /// The font for a letter, the built-in one when none has it. Valid as long as this is.
   [[nodiscard]] const Font& fontOf(char32_t letter);
+  /// What would have been asked otherwise.
+  [[nodiscard]] const std::set<SystemFonts::Question>& unanswered() const { return unanswered_; }
   [[nodiscard]] const Font& builtIn() const { return *fonts_.front(); }
 
  private:
+  [[nodiscard]] SystemFonts::Answer fileFor(const SystemFonts::Question& question);
   const Font* openSystemFont(char32_t letter, bool inColor);
 
   const int pixels_;
+  const bool mayWait_;
   const bool isLibraryReady_;
   std::vector<std::unique_ptr<Font>> fonts_;
-  std::set<char32_t> missing_;
+  std::set<SystemFonts::Question> missing_, unanswered_;
 };
 
 }  // namespace zaffo::feed

@@ -19,10 +19,26 @@ void Label::setText(const std::string& text, const TextStyle& style) {
   text_ = text;
   style_ = style;
   drawnAt_ = density;
-  const CGImagePtr image = renderText(text, style, density);
-  size_ = image ? CGSize{image->width() / density, image->height() / density} : CGSize{};
+  draw();
+}
+
+void Label::draw() {
+  std::set<SystemFonts::Question> unanswered;
+  const CGImagePtr image = renderText(text_, style_, drawnAt_, &unanswered);
+  size_ = image ? CGSize{image->width() / drawnAt_, image->height() / drawnAt_} : CGSize{};
   layer()->setContents(image);
   setFrame({frame().origin, size_});
+  if (!unanswered.empty()) ask(std::move(unanswered));
+}
+
+void Label::ask(std::set<SystemFonts::Question> questions) {
+  SystemFonts::shared().ask(std::move(questions), [this, weak = weak_from_this()] {
+    const auto alive = weak.lock();
+    if (!alive) return;
+    draw();
+    // Whose layout goes by its size.
+    if (const auto parent = superview()) parent->setNeedsLayout();
+  });
 }
 
 void Label::moveTo(CGPoint place) {

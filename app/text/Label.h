@@ -20,7 +20,8 @@ class Label final : public UIView {
   Label(Private, Density density);
   [[nodiscard]] static std::shared_ptr<Label> create(Density density);
 
-  /// Draws the text, unless it is what is shown already.
+  /// Draws the text, unless it is what is shown already; once more, by itself, when the
+  /// system has told of the fonts that it needs.
   void setText(const std::string& text, const TextStyle& style);
   [[nodiscard]] const std::string& text() const { return text_; }
   /// In points; nothing when there is no text.
@@ -29,6 +30,9 @@ class Label final : public UIView {
   void moveTo(CGPoint place);
 
  private:
+  void draw();
+  void ask(std::set<SystemFonts::Question> questions);
+
   const Density density_;
   std::string text_;
   TextStyle style_;

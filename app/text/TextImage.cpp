@@ -131,12 +131,14 @@ void drawLine(Sheet& sheet, const TextLine& line, int left, int baseline, const 
 
 }  // namespace
 
-CGImagePtr renderText(const std::string& text, const TextStyle& style, double scale) {
+CGImagePtr renderText(const std::string& text, const TextStyle& style, double scale,
+                      std::set<SystemFonts::Question>* unanswered) {
   if (text.empty()) return nullptr;
-  Fonts fonts(std::max(static_cast<int>(std::lround(style.size * scale)), 1));
+  Fonts fonts(std::max(static_cast<int>(std::lround(style.size * scale)), 1), !unanswered);
   if (!fonts.isReady()) return nullptr;
   const int most = std::max(static_cast<int>(style.width * scale), 1);
   const auto lines = layOutText(lettersOf(text), fonts, most, style.lines);
+  if (unanswered) *unanswered = fonts.unanswered();
   const Reach reach = reachOf(lines, fonts.builtIn());
   int width = 1;
   for (const TextLine& line : lines) width = std::max(width, line.width);

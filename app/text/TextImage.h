@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <set>
 #include <string>
 
 #include <ZaffoPlayback/ZaffoPlayback.h>
+
+#include "text/SystemFonts.h"
 
 namespace zaffo::feed {
 
@@ -20,7 +23,11 @@ struct TextStyle {
 /// Draws UTF-8 text on nothing, at `scale` pixels a point and as small as holds it: broken into
 /// lines between words, each script in a font that has it and from its own side. The letters of
 /// most alphabets are built into the program; for others the system's fonts are asked. Null when
-/// the text is empty or cannot be drawn. Thread: main.
-[[nodiscard]] CGImagePtr renderText(const std::string& text, const TextStyle& style, double scale);
+/// the text is empty or cannot be drawn.
+///
+/// With `unanswered`, the system is not asked: a letter whose font is not known yet (SystemFonts)
+/// is drawn as one that nobody has, and what to ask is put there. Thread: main.
+[[nodiscard]] CGImagePtr renderText(const std::string& text, const TextStyle& style, double scale,
+                                    std::set<SystemFonts::Question>* unanswered = nullptr);
 
 }  // namespace zaffo::feed
