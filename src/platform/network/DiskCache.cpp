@@ -191,8 +191,12 @@ bool DiskCache::Entry::isOf(uint64_t generation) const {
 }
 
 /// Runs `work` on the queue, with the generation of now.
-void DiskCache::Entry::post(std::function<void(Entry&, uint64_t generation)> work) {
+void DiskCache::Entry::post(Work work) {
   MutexLock lock(entryMutex_);
+  postWhileLocked(std::move(work));
+}
+
+void DiskCache::Entry::postWhileLocked(Work work) {
   cache_->queue_->async([self = shared_from_this(), generation = generation_,
                          work = std::move(work)] { work(*self, generation); });
 }
@@ -267,21 +271,24 @@ void DiskCache::Entry::writeNow(uint64_t generation, int64_t offset,
 }
 
 void DiskCache::Entry::startOver() {
-  {
-    MutexLock lock(entryMutex_);
-    ++generation_;
-    ranges_.clear();
-    description_.reset();
-  }
-  post([](Entry& self, uint64_t) {
+  MutexLock lock(entryMutex_);
+  startOverWhileLocked();
+}
+
+/// In one go: what is written from now on comes behind the clearing.
+void DiskCache::Entry::startOverWhileLocked() {
+  ++generation_;
+  ranges_.clear();
+  description_.reset();
+  postWhileLocked([](Entry& self, uint64_t) {
     if (self.file_->clear() != 0) self.isRefused_ = true;
     self.cache_->noteSize(self.name_, self.file_->size());
   });
 }
 
 void DiskCache::Entry::drop() {
-  startOver();
   MutexLock lock(entryMutex_);
+  startOverWhileLocked();
   isDropped_ = true;
 }
 

@@ -119,7 +119,10 @@ class DiskCache::Entry : public std::enable_shared_from_this<DiskCache::Entry> {
   void writeNow(uint64_t generation, int64_t offset, std::span<const uint8_t> bytes);
   [[nodiscard]] std::optional<CachedRanges::Run> runAt(uint64_t generation, int64_t offset) const;
   [[nodiscard]] bool isOf(uint64_t generation) const;
-  void post(std::function<void(Entry&, uint64_t generation)> work);
+  using Work = std::function<void(Entry&, uint64_t generation)>;
+  void post(Work work);
+  void postWhileLocked(Work work) ZAFFO_REQUIRES(entryMutex_);
+  void startOverWhileLocked() ZAFFO_REQUIRES(entryMutex_);
 
   const std::shared_ptr<DiskCache> cache_;
   const std::string name_;

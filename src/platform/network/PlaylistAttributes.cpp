@@ -42,7 +42,9 @@ std::optional<double> parseSeconds(std::string_view text) {
   double value = 0;
   const char* const end = text.data() + text.size();
   const auto [stop, failure] = std::from_chars(text.data(), end, value);
-  if (failure != std::errc() || stop != end || !std::isfinite(value) || value < 0) {
+  constexpr double kMost = 1e6;  // of a list's segments even all together stay far from overflow
+  if (failure != std::errc() || stop != end || !std::isfinite(value) || value < 0 ||
+      value > kMost) {
     return std::nullopt;
   }
   return value;

@@ -91,6 +91,7 @@ class SharedResources::Shelf final : public ByteBudget::Keeper,
   void putBack(const std::string& key, std::unique_ptr<HttpResource> resource) {
     resource->rest();
     if (!resource->isWorthKeeping()) return;
+    std::unique_ptr<HttpResource> excess;  // goes when nothing is locked
     {
       MutexLock lock(shelfMutex_);
       // Somebody who came in between reads anew, and that will be newer.
@@ -98,6 +99,7 @@ class SharedResources::Shelf final : public ByteBudget::Keeper,
       if (read != read_.end() && !read->second.expired()) return;
       (void)takeKeptWhileLocked(key);
       kept_.push_back({key, std::move(resource)});
+      if (kept_.size() > kMostKept) excess = takeKeptWhileLocked(kept_.front().key);
     }
     makeRoom();
   }

@@ -19,6 +19,9 @@ namespace zaffo::network {
 /// first of all. Thread: any.
 class SharedResources {
  public:
+  /// No more are kept: each may have a file open.
+  static constexpr std::size_t kMostKept = 128;
+
   /// The process's; never destroyed.
   [[nodiscard]] static SharedResources& shared();
 

@@ -60,6 +60,22 @@ TEST_F(SharedResourcesTest, WhatOnePersonMayReadIsNotGivenToAnother) {
   EXPECT_EQ(server.requests().size(), 2U);
 }
 
+TEST_F(SharedResourcesTest, KeepsTheLatestOfVeryMany) {
+  constexpr int kMany = static_cast<int>(SharedResources::kMostKept) + 2;
+  ByteBudget ample;
+  SharedResources roomy{HttpClient::shared(), ample};
+  const auto address = [&](int i) {
+    return NSURL::URLWithString(server.address("/" + std::to_string(i)));
+  };
+  for (int i = 0; i < kMany; ++i) {
+    server.on("/" + std::to_string(i), {goodReply("small")});
+    EXPECT_EQ(bringAll(*roomy.at(address(i))), "small");
+  }
+  EXPECT_EQ(roomy.keptCount(), SharedResources::kMostKept);
+  EXPECT_FALSE(roomy.keeps(address(1)));
+  EXPECT_TRUE(roomy.keeps(address(2)));
+}
+
 TEST_F(SharedResourcesTest, KeepsNothingThatNobodyRead) {
   server.on("/clip", {good()});
   (void)at("/clip");

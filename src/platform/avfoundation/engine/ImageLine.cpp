@@ -25,6 +25,9 @@ class ImageLine::Work : public std::enable_shared_from_this<Work> {
     });
   }
 
+  /// Whether it was at work before. Guarded by the line's mutex.
+  bool hasBegun = false;
+
   /// At work: makes a few steps. It is at its place until it is over, or waits.
   void turn() {
     for (media::DecodeTurn turn; turn.goesOn();) {
@@ -63,7 +66,7 @@ class ImageLine::Work : public std::enable_shared_from_this<Work> {
     completion_(*request_);
     completion_ = nullptr;
     request_.reset();
-    line_.leave();
+    line_.end();
   }
 
   ImageLine& line_;
@@ -90,8 +93,10 @@ void ImageLine::make(std::unique_ptr<ImageRequest> request, Completion completio
 void ImageLine::enter(WorkPtr work) {
   {
     MutexLock lock(lineMutex_);
-    if (freePlaces_ == 0) return line_.push_back(std::move(work));
+    if (freePlaces_ == 0 || underWay_ == kMostUnderWay) return line_.push_back(std::move(work));
     --freePlaces_;
+    ++underWay_;
+    work->hasBegun = true;
   }
   begin(std::move(work));
 }
@@ -105,19 +110,30 @@ void ImageLine::enterAgain(WorkPtr work) {
   begin(std::move(work));
 }
 
-/// A place is free: the next one's.
+/// A place is free: the next one's, unless too many are under way.
 void ImageLine::leave() {
   WorkPtr next;
   {
     MutexLock lock(lineMutex_);
-    if (line_.empty()) {
+    const bool isForNone =
+        line_.empty() || (!line_.front()->hasBegun && underWay_ == kMostUnderWay);
+    if (isForNone) {
       ++freePlaces_;
       return;
     }
     next = std::move(line_.front());
     line_.pop_front();
+    if (!std::exchange(next->hasBegun, true)) ++underWay_;
   }
   begin(std::move(next));
+}
+
+void ImageLine::end() {
+  {
+    MutexLock lock(lineMutex_);
+    --underWay_;
+  }
+  leave();
 }
 
 void ImageLine::begin(WorkPtr work) {

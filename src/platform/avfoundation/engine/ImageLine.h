@@ -13,9 +13,9 @@ class ImageRequest;
 
 /// Images that are made one after the other, as many at once as there are cores, in short turns at
 /// background priority. One that waits for bytes leaves its place to the next, and goes on before
-/// those that have not begun: so that few decoders are open, however many images are asked for. A
-/// request is made to its end, whoever has gone by then. One per process, never destroyed.
-/// Thread: any.
+/// those that have not begun: so that few decoders are open, however many images are asked for; and
+/// few wait, for each may have a connection to a server. A request is made to its end, whoever has
+/// gone by then. One per process, never destroyed. Thread: any.
 ///
 ///              a place is free             the image, or an error
 ///     in line ────────────────> at work ─────────────────────────> over
@@ -23,6 +23,9 @@ class ImageRequest;
 ///        └── bytes have come ── waiting <── they are not here yet
 class ImageLine {
  public:
+  /// Under way at once, most of them waiting.
+  static constexpr unsigned kMostUnderWay = 64;
+
   /// Called once, on a worker.
   using Completion = std::function<void(const ImageRequest& made)>;
 
@@ -39,11 +42,13 @@ class ImageLine {
   void enter(WorkPtr work);
   void enterAgain(WorkPtr work);
   void leave();
+  void end();
   void begin(WorkPtr work);
 
   Mutex lineMutex_;
   std::deque<WorkPtr> line_ ZAFFO_GUARDED_BY(lineMutex_);
   unsigned freePlaces_ ZAFFO_GUARDED_BY(lineMutex_);
+  unsigned underWay_ ZAFFO_GUARDED_BY(lineMutex_) = 0;
 };
 
 }  // namespace zaffo

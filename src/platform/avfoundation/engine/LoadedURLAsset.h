@@ -8,7 +8,7 @@
 
 namespace zaffo {
 
-/// The media of a file URL. Remote URLs end in AVErrorUnsupportedURL when their keys are loaded.
+/// The media at a URL: of a file, or of an http or https address.
 /// Thread: any.
 class LoadedURLAsset final : public AVURLAsset,
                              public std::enable_shared_from_this<LoadedURLAsset> {

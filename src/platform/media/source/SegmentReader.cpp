@@ -56,7 +56,9 @@ AVStream* SegmentReader::firstOf(AVMediaType type) const {
 NSErrorPtr SegmentReader::readToStart() {
   const AVStream* first = firstOf(AVMediaType::Video);
   if (!first) first = firstOf(AVMediaType::Audio);
-  while (first && !CMTIME_IS_NUMERIC(start_)) {
+  constexpr int64_t kMostEarly = int64_t{4} << 20;
+  int64_t earlyBytes = 0;
+  while (first && !CMTIME_IS_NUMERIC(start_) && earlyBytes < kMostEarly) {
     PacketPtr packet(av_packet_alloc());
     const int result = read(packet);
     if (result == AVERROR_EOF) break;
@@ -64,7 +66,9 @@ NSErrorPtr SegmentReader::readToStart() {
     if (packet->stream_index == first->index) {
       start_ = timeFromTimestamp(presentationOf(*packet), first->time_base);
     }
-    if (stream_ && packet->stream_index == stream_->index) early_.push_back(std::move(packet));
+    if (!stream_ || packet->stream_index != stream_->index) continue;
+    earlyBytes += packet->size;
+    early_.push_back(std::move(packet));
   }
   if (CMTIME_IS_NUMERIC(start_)) return nullptr;
   return makeError(AVErrorFileFormatNotRecognized,

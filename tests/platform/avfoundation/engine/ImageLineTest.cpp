@@ -190,6 +190,18 @@ TEST_F(ImageLineTest, ThoseThatWaitLeaveTheirPlaceAndGoOnWhenTheirBytesAreHere) 
   EXPECT_EQ(made().size(), static_cast<size_t>(kMany + 1));
 }
 
+TEST_F(ImageLineTest, OfMoreThanMayWaitTheRestBeginsAsTheFirstEnd) {
+  const auto stalled = std::make_shared<GatedAsset>(loadedAsset());
+  stalled->close();
+  constexpr int kMost = ImageLine::kMostUnderWay;
+  for (int i = 0; i < kMost + 10; ++i) make(stalled, i % 50);
+  time_.settle();
+  EXPECT_EQ(stalled->waiting(), kMost);
+  stalled->open();
+  time_.settle();
+  EXPECT_EQ(made().size(), static_cast<size_t>(kMost + 10));
+}
+
 TEST_F(ImageLineTest, BytesThatComeWhileItLooksForThemAreNotMissed) {
   const auto asset = std::make_shared<GatedAsset>(loadedAsset());
   asset->bringLate();
