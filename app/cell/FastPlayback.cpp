@@ -210,6 +210,7 @@ void FastPlayback::seek(CMTime time, std::function<void()> done) {
   seekTarget_ = withinItem(time);
   player_->setRate(0);
   beforeSeek_ = drawn();
+  removedBeforeSeek_ = layer_->removedImages();
   player_->seekToTime(seekTarget_, kCMTimeZero, kCMTimeZero,
                       [weakSelf = weak_from_this(), number = ++seekNumber_](bool) {
                         dispatch_async(dispatch_get_main_queue(), [weakSelf, number] {
@@ -231,8 +232,10 @@ void FastPlayback::didPresent() {
   if (isSeeking_ && seekHasArrived()) endSeek();
 }
 
-/// The player is stopped until then, so its time and its picture are those of the seek.
+/// The player is stopped until then, so its time and its picture are those of the seek; but for a
+/// moment it shows, at the new time, what was read for the old one.
 bool FastPlayback::seekHasArrived() const {
+  if (layer_->removedImages() == removedBeforeSeek_) return false;
   const auto now = drawn();
   return now && now != beforeSeek_ && player_->currentTime() == seekTarget_;
 }

@@ -90,6 +90,7 @@ class FastPlayback final : public PagePlayback, public std::enable_shared_from_t
   std::function<void()> seekDone_;
   CMTime seekTarget_ = kCMTimeInvalid;
   CVPixelBufferPtr beforeSeek_;
+  uint64_t removedBeforeSeek_ = 0;  // images of the layer
   DispatchTimerPtr seekTimer_;
 };
 

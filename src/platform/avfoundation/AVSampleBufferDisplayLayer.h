@@ -40,6 +40,9 @@ class ZAFFO_EXPORT AVSampleBufferDisplayLayer : public CALayer {
   virtual void flush() = 0;
   /// Forgets all samples and the picture too. A Failed layer can be used again.
   virtual void flushAndRemoveImage() = 0;
+  /// How many times flushAndRemoveImage() has taken the picture away: one that is shown after this
+  /// has grown is of samples that came later.
+  [[nodiscard]] virtual uint64_t removedImages() const { return 0; }
 
   /// Whether there is room for more: false above some seconds of samples ahead, and above some
   /// bytes.

@@ -117,6 +117,7 @@ void SampleBufferDisplayLayer::flush() {
 
 void SampleBufferDisplayLayer::flushAndRemoveImage() {
   renderer_->flush(media::SampleRenderer::Image::Remove);
+  ++removedImages_;
 }
 
 bool SampleBufferDisplayLayer::isReadyForMoreMediaData() const {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 
@@ -28,6 +29,7 @@ class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
   void enqueueSampleBuffer(std::shared_ptr<CMSampleBuffer> sample) override;
   void flush() override;
   void flushAndRemoveImage() override;
+  uint64_t removedImages() const override { return removedImages_; }
   [[nodiscard]] bool isReadyForMoreMediaData() const override;
   void requestMediaDataWhenReadyOnQueue(DispatchQueuePtr queue,
                                         std::function<void()> block) override;
@@ -73,6 +75,7 @@ class SampleBufferDisplayLayer final : public AVSampleBufferDisplayLayer {
   std::shared_ptr<const CMFormatDescription> format_ ZAFFO_GUARDED_BY(placementMutex_);
   DisplayRequest displayRequest_;
   PresentedPictures presentation_;
+  std::atomic<uint64_t> removedImages_{0};
 };
 
 }  // namespace zaffo
