@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <charconv>
 #include <cstddef>
-#include <cstring>
 #include <string_view>
 
 #include "platform/media/Checksums.h"
@@ -174,9 +173,9 @@ int CacheFile::write(uint32_t kind, int64_t offset, std::span<const uint8_t> byt
   head.length = static_cast<uint32_t>(bytes.size());
   head.checksum = media::crc32Of(bytes);
   head.ownChecksum = head.computed();
-  std::vector<uint8_t> record(sizeof head + bytes.size());
-  std::memcpy(record.data(), &head, sizeof head);
-  std::memcpy(record.data() + sizeof head, bytes.data(), bytes.size());
+  const auto* const front = reinterpret_cast<const uint8_t*>(&head);
+  std::vector<uint8_t> record(front, front + sizeof head);
+  record.insert(record.end(), bytes.begin(), bytes.end());
   const int failure = writeAll(descriptor_, size_, record);
   if (failure) {
     static_cast<void>(::ftruncate(descriptor_, size_));
