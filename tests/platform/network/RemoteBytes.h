@@ -7,6 +7,7 @@
 #include <future>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "doubles/FaultServer.h"
@@ -90,6 +91,12 @@ inline std::string bring(HttpResource& resource, int64_t offset, int64_t count) 
 inline std::string bringAll(HttpResource& resource) {
   await(resource, 0, 100'000'000);
   return held(resource, 0, resource.size().value_or(1'000'000));
+}
+
+/// Waits until the server, which may be behind its client, has counted so many bytes of bodies.
+inline int64_t bytesSentOnce(const FaultServer& server, int64_t bytes) {
+  while (server.bytesSent() < bytes) std::this_thread::yield();
+  return server.bytesSent();
 }
 
 /// The text of its error; empty when there is none.

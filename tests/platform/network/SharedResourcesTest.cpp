@@ -148,7 +148,7 @@ TEST_F(SharedResourcesTest, AsksOnceWhetherOldBytesAreTheSame) {
   server.on("/clip", {good()});
   readAll("/clip");
   time.leap(300 * kNanosecondsPerSecond);
-  const int64_t sent = server.bytesSent();
+  const int64_t sent = bytesSentOnce(server, 300'000);
   const auto again = at("/clip");
   uint8_t byte = 0;
   EXPECT_EQ(again->readHeld(0, {&byte, 1}), -EAGAIN) << "before the server said so";
