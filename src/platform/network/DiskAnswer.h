@@ -11,14 +11,12 @@
 
 namespace zaffo::network {
 
-/// A disk that does not answer for so long is done without: the network is there.
-inline constexpr std::chrono::milliseconds kPatienceWithDisk{250};
-
 /// Calls `ask` with a handler, which may be called on any thread, and `done` on the network's
 /// thread, once, with what the handler was given, or with null when patience is over. Thread:
 /// network.
 template <typename Answer>
-void awaitDisk(const std::function<void(std::function<void(Answer)>)>& ask,
+void awaitDisk(std::chrono::milliseconds patience,
+               const std::function<void(std::function<void(Answer)>)>& ask,
                std::function<void(std::optional<Answer>)> done) {
   struct Waiting {
     explicit Waiting(std::function<void(std::optional<Answer>)> call)
@@ -31,7 +29,7 @@ void awaitDisk(const std::function<void(std::function<void(Answer)>)>& ask,
     asio::steady_timer timer;
   };
   const auto waiting = std::make_shared<Waiting>(std::move(done));
-  waiting->timer.expires_after(kPatienceWithDisk);
+  waiting->timer.expires_after(patience);
   waiting->timer.async_wait([waiting](const asio::error_code& error) {
     if (!error) waiting->end(std::nullopt);
   });

@@ -24,6 +24,8 @@ constexpr const char* kSuffix = ".clip";
 constexpr std::size_t kNameLength = 64 + 5;
 /// Let go of when the disk is full, to get by for a while.
 constexpr int64_t kFreedWhenFull = int64_t{8} * 1024 * 1024;
+constexpr int kTriesOfLock = 10;
+constexpr int64_t kPauseOfLock = 50'000'000;
 
 /// Whether a file is one of the cache's own: the folder may hold others.
 bool isEntry(const std::string& name) {
@@ -33,44 +35,65 @@ bool isEntry(const std::string& name) {
 
 }  // namespace
 
-std::shared_ptr<DiskCache> DiskCache::open(std::string folder, int64_t bytes, Readiness ready) {
-  const std::shared_ptr<DiskCache> cache(new DiskCache(std::move(folder), bytes));
-  cache->enter(std::move(ready));
-  return cache;
+std::shared_ptr<DiskCache> DiskCache::in(std::string folder, int64_t bytes,
+                                         std::chrono::milliseconds patience) {
+  return std::shared_ptr<DiskCache>(new DiskCache(std::move(folder), bytes, patience));
 }
 
 void DiskCache::enter(Readiness ready) {
   queue_->async([self = shared_from_this(), ready = std::move(ready)] {
-    const NSErrorPtr error = self->lock_ >= 0 ? nullptr : self->enterNow();
-    if (ready) ready(error);
+    self->entering_.push_back(ready);
+    if (!self->retry_) self->enterNow(kTriesOfLock);
   });
 }
 
-DiskCache::DiskCache(std::string folder, int64_t bytes)
-    : folder_(std::move(folder)), queue_(makeStorageQueue("com.zaffo.cache")), bound_(bytes) {}
+DiskCache::DiskCache(std::string folder, int64_t bytes, std::chrono::milliseconds patience)
+    : folder_(std::move(folder)),
+      queue_(makeStorageQueue("com.zaffo.cache")),
+      patience_(patience),
+      bound_(bytes) {}
 
 DiskCache::~DiskCache() {
   if (lock_ >= 0) ::close(lock_);
 }
 
-NSErrorPtr DiskCache::enterNow() {
+/// Whoever had the folder until now may be about to let go of it: a program that is started anew.
+void DiskCache::enterNow(int tries) {
+  const int failure = lock_ >= 0 ? 0 : takeLock();
+  if (failure == EWOULDBLOCK && tries > 1) {
+    retry_ = dispatch_timer_after(kPauseOfLock, queue_, [self = shared_from_this(), tries] {
+      const auto timer = std::exchange(self->retry_, nullptr);  // goes with its block, not before
+      self->enterNow(tries - 1);
+    });
+    return;
+  }
+  const NSErrorPtr error = failure == 0 ? nullptr : errorOf(failure);
+  for (const auto& ready : std::exchange(entering_, {})) {
+    if (ready) ready(error);
+  }
+}
+
+/// 0, or an errno.
+int DiskCache::takeLock() {
   std::error_code failure;
   std::filesystem::create_directories(folder_, failure);
   const std::string path = pathOf("lock");
   const int lock = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (lock < 0) {
-    return makePosixError(AVErrorUnknown, "The folder \"" + folder_ + "\" cannot be written to.",
-                          errno);
-  }
+  if (lock < 0) return errno;
   if (::flock(lock, LOCK_EX | LOCK_NB) != 0) {
     const int number = errno;
     ::close(lock);
-    return makePosixError(AVErrorUnknown,
-                          "The folder \"" + folder_ + "\" is in use by another program.", number);
+    return number;
   }
   lock_ = lock;
   list();
-  return nullptr;
+  return 0;
+}
+
+NSErrorPtr DiskCache::errorOf(int failure) const {
+  const char* const why =
+      failure == EWOULDBLOCK ? "is in use by another program." : "cannot be written to.";
+  return makePosixError(AVErrorUnknown, "The folder \"" + folder_ + "\" " + why, failure);
 }
 
 /// Finds the files that earlier runs left, in the order of their use.

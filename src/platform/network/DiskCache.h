@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -12,6 +13,7 @@
 
 #include "platform/Mutex.h"
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/dispatch/DispatchTimer.h"
 #include "platform/foundation/NSError.h"
 #include "platform/network/CacheFile.h"
 
@@ -28,6 +30,8 @@ class DiskCache : public std::enable_shared_from_this<DiskCache> {
   static constexpr int64_t kUsualBytes = int64_t{256} * 1024 * 1024;
   /// No more wait to be written; what comes then is left out.
   static constexpr int64_t kMostWaiting = int64_t{4} * 1024 * 1024;
+  /// A disk that does not answer for so long is done without: the network is there.
+  static constexpr std::chrono::milliseconds kUsualPatience{250};
 
   class Entry;
   /// Why the folder cannot be used; null when it can. Called on the cache's queue.
@@ -35,11 +39,12 @@ class DiskCache : public std::enable_shared_from_this<DiskCache> {
   /// Null where there can be no entry. Called on the cache's queue.
   using EntryHandler = std::function<void(std::shared_ptr<Entry> entry)>;
 
-  /// Makes the folder where there is none. `ready` may be null.
-  [[nodiscard]] static std::shared_ptr<DiskCache> open(std::string folder,
-                                                       int64_t bytes = kUsualBytes,
-                                                       Readiness ready = nullptr);
-  /// Tells whether the folder can be used; tries once more where it could not.
+  /// Has no entries until the folder was entered.
+  [[nodiscard]] static std::shared_ptr<DiskCache> in(
+      std::string folder, int64_t bytes = kUsualBytes,
+      std::chrono::milliseconds patience = kUsualPatience);
+  /// Makes the folder where there is none, and finds what is in it. Where that failed it may be
+  /// tried again. `ready` may be null.
   void enter(Readiness ready);
   ~DiskCache();
   DiskCache(const DiskCache&) = delete;
@@ -53,7 +58,8 @@ class DiskCache : public std::enable_shared_from_this<DiskCache> {
   void clear();
   /// Bytes that the files take up, as far as is known.
   [[nodiscard]] int64_t bytes() const { return bytes_; }
-  [[nodiscard]] const std::string& folder() const { return folder_; }
+  /// How long the network's thread waits for an answer.
+  [[nodiscard]] std::chrono::milliseconds patience() const { return patience_; }
 
  private:
   struct Known {
@@ -63,10 +69,12 @@ class DiskCache : public std::enable_shared_from_this<DiskCache> {
   };
   using Files = std::map<std::string, Known>;
 
-  DiskCache(std::string folder, int64_t bytes);
+  DiskCache(std::string folder, int64_t bytes, std::chrono::milliseconds patience);
 
   // On the queue.
-  [[nodiscard]] NSErrorPtr enterNow();
+  void enterNow(int tries);
+  [[nodiscard]] int takeLock();
+  [[nodiscard]] NSErrorPtr errorOf(int failure) const;
   void list();
   [[nodiscard]] std::shared_ptr<Entry> entryFor(const std::string& file);
   [[nodiscard]] bool makeRoom(int64_t bytes);
@@ -76,12 +84,15 @@ class DiskCache : public std::enable_shared_from_this<DiskCache> {
 
   const std::string folder_;
   const DispatchQueuePtr queue_;
+  const std::chrono::milliseconds patience_;
   std::atomic<int64_t> bound_;
   std::atomic<int64_t> bytes_{0};
   std::atomic<int64_t> waiting_{0};  // bytes to be written
 
   // The queue's alone.
   int lock_ = -1;  // a descriptor, as long as the folder is this process's
+  std::vector<Readiness> entering_;
+  DispatchTimerPtr retry_;  // as long as another has the folder, and may be about to let go of it
   Files files_;
   uint64_t uses_ = 0;
 };

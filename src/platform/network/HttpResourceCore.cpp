@@ -349,6 +349,7 @@ void HttpResourceCore::askDisk() {
   diskState_ = Disk::Asked;
   using EntryPtr = std::shared_ptr<DiskCache::Entry>;
   awaitDisk<EntryPtr>(
+      place_.options.cache->patience(),
       [this](DiskCache::EntryHandler handler) {
         place_.options.cache->find(place_.options.identityOf(*place_.address), std::move(handler));
       },
@@ -389,6 +390,7 @@ void HttpResourceCore::load(int64_t offset, int64_t end) {
   isLoading_ = true;
   using Bytes = std::vector<uint8_t>;
   awaitDisk<Bytes>(
+      place_.options.cache->patience(),
       [disk = disk_, offset, end](DiskCache::Entry::BytesHandler handler) {
         disk->read(offset, end - offset, std::move(handler));
       },

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/network/DiskCache.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -11,6 +14,7 @@
 #include <future>
 
 #include "doubles/FaultServer.h"
+#include "doubles/ManualTime.h"
 #include "doubles/StalledStorage.h"
 #include "feed/TemporaryFolder.h"
 #include "platform/network/NetworkLoop.h"
@@ -21,17 +25,19 @@ namespace zaffo::network {
 namespace {
 
 constexpr int64_t kKiB = 1024;
+/// Of a test that counts requests: a machine which is busy is no disk that stalls.
+constexpr std::chrono::minutes kNoEndOfPatience{1};
 
 /// A program from its start to its end, as far as the cache can tell.
 class Start {
  public:
   explicit Start(const std::string& folder, int64_t bytes = DiskCache::kUsualBytes,
-                 int64_t memory = 640 * kKiB)
+                 int64_t memory = 640 * kKiB, std::chrono::milliseconds patience = kNoEndOfPatience)
       : budget_(4 * memory, memory), resources(HttpClient::shared(), budget_) {
     auto ready = std::make_shared<std::promise<NSErrorPtr>>();
     auto future = ready->get_future();
-    cache =
-        DiskCache::open(folder, bytes, [ready](const NSErrorPtr& why) { ready->set_value(why); });
+    cache = DiskCache::in(folder, bytes, patience);
+    cache->enter([ready](const NSErrorPtr& why) { ready->set_value(why); });
     error = future.get();
     resources.setCache(cache);
   }
@@ -62,7 +68,7 @@ class Start {
     const auto found = std::make_shared<std::promise<void>>();
     auto future = found->get_future();
     cache->find("no clip", [found](const auto&) { found->set_value(); });
-    return future.wait_for(std::chrono::seconds(2)) == std::future_status::ready;
+    return future.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
   }
 
  private:
@@ -351,6 +357,30 @@ TEST_F(DiskCacheTest, ASecondProgramDoesWithout) {
   EXPECT_TRUE(files().empty());
 }
 
+TEST_F(DiskCacheTest, AFolderThatIsLetGoOfSoonIsWaitedFor) {
+  ManualTime time;
+  const int other = ::open(folder.file("lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_EQ(::flock(other, LOCK_EX), 0);
+  const auto cache = DiskCache::in(folder.path());
+  int answers = 0;
+  NSErrorPtr error;
+  for (int i = 0; i < 2; ++i) {
+    cache->enter([&](const NSErrorPtr& why) {
+      ++answers;
+      error = why;
+    });
+  }
+  dispatch_wait_until_idle();
+  time.advance(200 * kNanosecondsPerMillisecond);
+  dispatch_wait_until_idle();
+  EXPECT_EQ(answers, 0);
+  ::close(other);
+  time.advance(50 * kNanosecondsPerMillisecond);
+  dispatch_wait_until_idle();
+  EXPECT_EQ(answers, 2);
+  EXPECT_EQ(error, nullptr);
+}
+
 TEST_F(DiskCacheTest, AFolderThatCannotBeIsDoneWithout) {
   server.on("/clip", {goodReply(body)});
   std::ofstream(folder.file("file")) << "no folder";
@@ -385,7 +415,7 @@ TEST_F(DiskCacheTest, ADiskThatStallsIsDoneWithout) {
   EXPECT_TRUE(areBytes(readAllAnew(), body));
   ASSERT_EQ(files().size(), 1U);
   StalledStorage stall(files()[0].string());
-  Start start(folder.path());
+  Start start(folder.path(), DiskCache::kUsualBytes, 640 * kKiB, DiskCache::kUsualPatience);
   EXPECT_TRUE(areBytes(start.readAll(clip()), body));
   EXPECT_EQ(server.requests().size(), 2U);
   stall.release();

@@ -64,7 +64,7 @@ class Settings final : public NetworkSettings {
       cache->setBound(bytes);
       return cache;
     }
-    cache = network::DiskCache::open(path, bytes);
+    cache = network::DiskCache::in(path, bytes);
     caches_[path] = cache;
     return cache;
   }
