@@ -46,18 +46,23 @@ void StreamCursor::leave() {
 }
 
 bool StreamCursor::seek(CMTime time) {
-  leave();
-  held_.clear();
   hasEnded_ = false;
   error_ = nullptr;
+  const bool isTime = CMTIME_IS_NUMERIC(time) || CMTIME_IS_POSITIVE_INFINITY(time);
+  target_ = isTime ? time : kCMTimeZero;
+  startAt(feed_->numberFor(*target_));
+  return true;
+}
+
+/// As if nothing had been read before.
+void StreamCursor::startAt(int64_t number) {
+  leave();
+  held_.clear();
   lastPlace_.reset();
   startsAnew_ = false;
   shownUntil_ = lastDecode_ = kCMTimeInvalid;
   lastEnd_ = kCMTimeNegativeInfinity;
-  const bool isTime = CMTIME_IS_NUMERIC(time) || CMTIME_IS_POSITIVE_INFINITY(time);
-  target_ = isTime ? time : kCMTimeZero;
-  number_ = lowest_ = feed_->numberFor(*target_);
-  return true;
+  number_ = lowest_ = number;
 }
 
 Outcome StreamCursor::next(Sample& sample) {
@@ -215,18 +220,14 @@ void StreamCursor::takeToLand(Sample sample) {
   if (isBeyond) land();
 }
 
-/// The place is in this segment, or in the one before: lists round the times of their segments.
+/// The place is in this segment, or in one before: lists round the times of their segments, and not
+/// every segment begins with a sync sample.
 void StreamCursor::land() {
   const Sample& first = held_.front();
   const CMTime latest = type_ == AVMediaType::Audio ? *target_ + kSoundBefore : *target_;
   const bool isLate = first.presentation > latest || !first.sync;
   if (!isLate || number_ != lowest_ || number_ <= feed_->firstNumber()) return target_.reset();
-  leave();
-  held_.clear();
-  lastPlace_.reset();
-  lastDecode_ = kCMTimeInvalid;
-  lastEnd_ = kCMTimeNegativeInfinity;
-  number_ = lowest_ = number_ - 1;
+  startAt(number_ - 1);
 }
 
 void StreamCursor::endSegment() {

@@ -47,6 +47,7 @@ class StreamCursor final : public media::SampleCursor {
   };
 
   void leave();
+  void startAt(int64_t number);
   [[nodiscard]] media::Outcome enter();
   [[nodiscard]] media::Outcome awaitSegment();
   void skipTo(int64_t number);

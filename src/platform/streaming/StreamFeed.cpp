@@ -17,12 +17,6 @@ constexpr double kLeastPause = 0.5;  // seconds, whatever a list says
 constexpr int kMostFailedReloads = 3;
 constexpr std::size_t kKeptSmall = 8;
 
-std::vector<int64_t> ratesOf(const std::vector<StreamFeed::Rendition>& renditions) {
-  std::vector<int64_t> rates;
-  for (const auto& rendition : renditions) rates.push_back(rendition.bitsPerSecond);
-  return rates;
-}
-
 std::string nameOf(const network::URL& address, const network::ByteRange& range) {
   return address->absoluteString() + " " + std::to_string(range.offset) + " " +
          std::to_string(range.length.value_or(-1));
@@ -46,6 +40,12 @@ StreamFeed::StreamFeed(std::vector<Rendition> renditions, std::size_t present, S
     known_.push_back({.rendition = std::move(rendition), .list = {}, .loading = {}, .want = {}});
   }
   known_[present].list = std::move(list);
+}
+
+std::vector<int64_t> StreamFeed::ratesOf(const std::vector<Rendition>& renditions) {
+  std::vector<int64_t> rates;
+  for (const auto& rendition : renditions) rates.push_back(rendition.bitsPerSecond);
+  return rates;
 }
 
 CMTime StreamFeed::duration() const {

@@ -46,6 +46,7 @@ class StreamFeed : public std::enable_shared_from_this<StreamFeed> {
     network::URL address;
     int64_t bitsPerSecond = 0;
   };
+  [[nodiscard]] static std::vector<int64_t> ratesOf(const std::vector<Rendition>& renditions);
 
   /// `renditions` rise; `list` is that of the one at `present`, and has a segment.
   StreamFeed(std::vector<Rendition> renditions, std::size_t present, SegmentList list,

@@ -108,12 +108,10 @@ void StreamOpening::takeList(Playlist list) {
 
 void StreamOpening::takeMaster(const Playlist& list) {
   const auto variants = usableVariants(list.variants);
-  std::vector<int64_t> rates;
   for (const auto& variant : variants) {
     renditions_.push_back({variant.address, variant.bitsPerSecond});
-    rates.push_back(variant.bitsPerSecond);
   }
-  first_ = RenditionChoice(std::move(rates)).first(services_.bitsPerSecond());
+  first_ = RenditionChoice(StreamFeed::ratesOf(renditions_)).first(services_.bitsPerSecond());
   if (const auto* sound = soundOf(variants[first_], list); sound && sound->address) {
     soundAddress_ = sound->address;
     soundLanguage_ = sound->language;
