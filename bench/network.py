@@ -38,8 +38,8 @@ class NetworkPeers(Peers):
             result["KiB"] = (server.bytes - sent) / 1024
         return result
 
-    def add_first_pictures(self, what, name, folder):
-        server = SlowServer(folder, ROUND_TRIP, RATE)
+    def add_first_pictures(self, what, name):
+        server = SlowServer(self.scratch, ROUND_TRIP, RATE)
         results = self.first_pictures(server.url(name), server)
         server.close()
         self.add(f"{what}: first picture", results, "first", "ms", 0.6)
@@ -53,9 +53,9 @@ class NetworkPeers(Peers):
         make(clip, ["-f", "hls", "-hls_time", "2", "-hls_playlist_type", "vod",
                     "-hls_segment_filename", os.path.join(self.scratch, "s%d.ts")],
              os.path.join(self.scratch, "stream.m3u8"))
-        self.add_first_pictures("index in front", "front.mp4", self.scratch)
-        self.add_first_pictures("index at the end", "end.mp4", self.scratch)
-        self.add_first_pictures("HLS", "stream.m3u8", self.scratch)
+        self.add_first_pictures("index in front", "front.mp4")
+        self.add_first_pictures("index at the end", "end.mp4")
+        self.add_first_pictures("HLS", "stream.m3u8")
         self.add_loop()
         self.add_many()
 

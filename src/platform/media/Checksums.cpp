@@ -2,14 +2,13 @@
 #include "platform/media/Checksums.h"
 
 #include <array>
-#include <cstdlib>
 #include <memory>
 
 #include "platform/FatalError.h"
+#include "platform/media/FFmpegCommon.h"
 
 extern "C" {
 #include <libavutil/crc.h>
-#include <libavutil/mem.h>
 #include <libavutil/sha.h>
 }
 
@@ -21,10 +20,7 @@ uint32_t crc32Of(std::span<const uint8_t> bytes) {
 }
 
 std::string sha256Of(std::string_view text) {
-  struct Release {
-    void operator()(AVSHA* context) const { av_free(context); }
-  };
-  const std::unique_ptr<AVSHA, Release> context(av_sha_alloc());
+  const std::unique_ptr<AVSHA, MemoryDeleter> context(av_sha_alloc());
   if (!context || av_sha_init(context.get(), 256) < 0) fatalError("Memory is short.");
   av_sha_update(context.get(), reinterpret_cast<const uint8_t*>(text.data()), text.size());
   std::array<uint8_t, 32> digest{};

@@ -5,6 +5,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/frame.h>
+#include <libavutil/mem.h>
 }
 
 #include <memory>
@@ -39,6 +40,10 @@ struct FormatContextDeleter {
 };
 struct DictionaryDeleter {
   void operator()(AVDictionary* d) const { av_dict_free(&d); }
+};
+/// What FFmpeg's own allocation gave.
+struct MemoryDeleter {
+  void operator()(void* p) const { av_free(p); }
 };
 struct SwrDeleter {
   void operator()(SwrContext* c) const;

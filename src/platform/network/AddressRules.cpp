@@ -18,10 +18,6 @@ int portOf(const NSURL& address) {
   return address.scheme() == "https" ? kSecure : kPlain;
 }
 
-}  // namespace
-
-namespace {
-
 /// What a person wrote into a file of their own: an address, or a path from the file's folder on.
 Result<URL> resolveInFile(const std::string& text, const NSURL& base) {
   if (text.find("://") == std::string::npos) {
@@ -37,7 +33,7 @@ Result<URL> resolveInFile(const std::string& text, const NSURL& base) {
 }  // namespace
 
 Result<URL> AddressRules::resolve(const std::string& text, const URL& base) const {
-  if (text.size() > kLongest) return refused("The server named an address that is too long.");
+  if (text.size() > kLongest) return refused("An address in what was read is too long.");
   if (base->isFileURL()) return resolveInFile(text, *base);
   const URL address = NSURL::URLWithString(text, base);
   // What is of another scheme is no address at all for NSURL, which parses file, http and https.

@@ -21,9 +21,7 @@ class SharedResources::Shelf final : public ByteBudget::Keeper,
 
   std::shared_ptr<HttpResource> at(const URL& address) {
     MutexLock lock(shelfMutex_);
-    HttpOptions options;
-    options.fields = fields_.forAddress(*address);
-    options.cache = cache_;
+    HttpOptions options = optionsForWhileLocked(*address);
     const std::string key = options.identityOf(*address);
     std::erase_if(read_, [](const auto& entry) { return entry.second.expired(); });
     auto& known = read_[key];
@@ -65,9 +63,7 @@ class SharedResources::Shelf final : public ByteBudget::Keeper,
 
   bool keeps(const NSURL& address) const {
     MutexLock lock(shelfMutex_);
-    HttpOptions options;
-    options.fields = fields_.forAddress(address);
-    const std::string key = options.identityOf(address);
+    const std::string key = optionsForWhileLocked(address).identityOf(address);
     return std::ranges::find(kept_, key, &Kept::key) != kept_.end();
   }
 
@@ -87,6 +83,13 @@ class SharedResources::Shelf final : public ByteBudget::Keeper,
     std::string key;
     std::unique_ptr<HttpResource> resource;
   };
+
+  HttpOptions optionsForWhileLocked(const NSURL& address) const ZAFFO_REQUIRES(shelfMutex_) {
+    HttpOptions options;
+    options.fields = fields_.forAddress(address);
+    options.cache = cache_;
+    return options;
+  }
 
   void putBack(const std::string& key, std::unique_ptr<HttpResource> resource) {
     resource->rest();

@@ -8,21 +8,10 @@
 #include <span>
 #include <utility>
 
+#include "platform/avfoundation/engine/BytesOfClip.h"
 #include "platform/dispatch/Confinement.h"
-#include "platform/foundation/MakeError.h"
-#include "platform/media/source/LocalByteSource.h"
-#include "platform/network/SharedResources.h"
 
 namespace zaffo {
-namespace {
-
-Result<std::shared_ptr<media::ByteSource>> bytesAt(const std::shared_ptr<const NSURL>& url) {
-  if (!url) return makeError(AVErrorUnsupportedURL, "There is no address of a clip.");
-  if (url->isFileURL()) return media::LocalByteSource::open(url->path());
-  return std::shared_ptr<media::ByteSource>(network::SharedResources::shared().at(url));
-}
-
-}  // namespace
 
 std::shared_ptr<AssetOpening> AssetOpening::begin(const std::shared_ptr<const NSURL>& url,
                                                   const DispatchQueuePtr& queue, Completion done) {

@@ -7,12 +7,11 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/avfoundation/engine/BytesOfClip.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/StorageQueue.h"
 #include "platform/foundation/MakeError.h"
-#include "platform/media/source/LocalByteSource.h"
 #include "platform/network/Playlist.h"
-#include "platform/network/SharedResources.h"
 
 namespace zaffo {
 namespace {
@@ -22,11 +21,6 @@ using Completion = std::function<void(Clips, const NSErrorPtr&)>;
 
 /// One byte more than a list may have, so that one which is too long is known by it.
 constexpr std::size_t kAsked = network::Playlist::kMostBytes + 1;
-
-Result<std::shared_ptr<media::ByteSource>> bytesAt(const std::shared_ptr<const NSURL>& url) {
-  if (url->isFileURL()) return media::LocalByteSource::open(url->path());
-  return std::shared_ptr<media::ByteSource>(network::SharedResources::shared().at(url));
-}
 
 /// A list that is being read. Keeps itself until it has told what came of it.
 class ListReading : public std::enable_shared_from_this<ListReading> {

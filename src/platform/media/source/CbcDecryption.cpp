@@ -3,24 +3,18 @@
 
 extern "C" {
 #include <libavutil/aes.h>
-#include <libavutil/mem.h>
 }
 
 #include <algorithm>
 #include <memory>
 
+#include "platform/media/FFmpegCommon.h"
+
 namespace zaffo::media {
-namespace {
-
-struct Free {
-  void operator()(AVAES* cipher) const { av_free(cipher); }
-};
-
-}  // namespace
 
 bool decryptCbc(const CipherBlock& key, CipherBlock before, std::span<uint8_t> blocks) {
   constexpr int kKeyBits = 128;
-  const std::unique_ptr<AVAES, Free> cipher(av_aes_alloc());
+  const std::unique_ptr<AVAES, MemoryDeleter> cipher(av_aes_alloc());
   if (!cipher || av_aes_init(cipher.get(), key.data(), kKeyBits, 1) < 0) return false;
   const auto count = static_cast<int>(blocks.size() / kCipherBlock);
   av_aes_crypt(cipher.get(), blocks.data(), blocks.data(), count, before.data(), 1);
