@@ -178,7 +178,7 @@ TEST_F(DiskCacheTest, WhatFollowsTheDisksBytesIsAskedForAhead) {
   }
   EXPECT_GE(read.size(), 200'000U);
   EXPECT_TRUE(areBytes(read, body.substr(0, read.size())));
-  EXPECT_EQ(server.requests().size(), 2U);
+  EXPECT_TRUE(server.waitForRequests(2));
 }
 
 TEST_F(DiskCacheTest, OldBytesAreGivenOnlyWhenTheServerSaysSo) {
