@@ -7,8 +7,9 @@ program that a test started may end as if nothing were. Reports go to BUILD/sani
 are printed in the end.
 
 --second-try: tests labelled `real-time`, which wait for the real clock, may be left without a
-processor for too long where a sanitizer makes all ten times slower. What failed runs once more if
-all of it bears that label, and never after a report or a crash: neither is a matter of time."""
+processor for too long where a sanitizer makes all ten times slower, or the machine serves others
+too. What failed runs once more if all of it bears that label, and never after a report or a crash:
+neither is a matter of time."""
 import json
 import os
 import re
