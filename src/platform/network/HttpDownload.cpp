@@ -109,7 +109,7 @@ void HttpDownload::didReceiveHead(const HttpHead& head) {
 
 bool HttpDownload::didReceiveBytes(std::span<const uint8_t> bytes) {
   const auto count = static_cast<int64_t>(bytes.size());
-  if (!sink_.didReceive(position_, bytes)) return false;
+  if (!sink_.didReceive(*this, position_, bytes)) return false;
   position_ += count;
   progress_ += count;
   if (progress_ >= kProgress) failures_ = 0;
@@ -128,7 +128,7 @@ void HttpDownload::goOn() {
   switch (verdict_.kind) {
     case Verdict::Kind::End:
     case Verdict::Kind::Same:
-      return sink_.didEnd(nullptr);
+      return sink_.didEnd(*this, nullptr);
     case Verdict::Kind::Redirect:
       return follow();
     case Verdict::Kind::Later:
@@ -168,7 +168,7 @@ void HttpDownload::bodyEnded() {
         std::nullopt);
   }
   if (!end_ && !place_.representation.size()) place_.representation.learnSize(position_);
-  sink_.didEnd(nullptr);
+  sink_.didEnd(*this, nullptr);
 }
 
 void HttpDownload::tryAgain(const NSErrorPtr& error, std::optional<int64_t> retryAfter) {
@@ -182,7 +182,7 @@ void HttpDownload::tryAgain(const NSErrorPtr& error, std::optional<int64_t> retr
 }
 
 void HttpDownload::refuse(const NSErrorPtr& error) {
-  sink_.didEnd(error);
+  sink_.didEnd(*this, error);
 }
 
 /// Where the download is over; null while nobody knows.

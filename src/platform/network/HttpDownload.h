@@ -61,11 +61,12 @@ class HttpDownload final : private HttpListener {
     /// Bytes, each following the ones before, save where a server that serves no ranges began
     /// anew. False leaves them for later: they come again after resume(). The download must not
     /// end inside of this.
-    virtual bool didReceive(int64_t offset, std::span<const uint8_t> bytes) = 0;
+    virtual bool didReceive(const HttpDownload& from, int64_t offset,
+                            std::span<const uint8_t> bytes) = 0;
     /// The bytes that come now belong to another representation than those that were in doubt.
     virtual void didChange() = 0;
     /// All that was asked for came, or the resource's end; or why nothing more will come.
-    virtual void didEnd(const NSErrorPtr& error) = 0;
+    virtual void didEnd(const HttpDownload& from, const NSErrorPtr& error) = 0;
   };
 
   /// From `offset` up to `end`, or to the resource's end. All three outlive it.

@@ -21,6 +21,9 @@ namespace {
 constexpr int64_t kWorthReading = int64_t{128} * 1024;
 /// What a preload asks for at a time.
 constexpr int64_t kPreloadPiece = int64_t{512} * 1024;
+/// So much of a clip is brought though its index is at the end, and asked for meanwhile: the first
+/// picture and sound are there.
+constexpr int64_t kBeginning = int64_t{256} * 1024;
 /// What is read from disk at a time.
 constexpr int64_t kLoadPiece = int64_t{256} * 1024;
 
@@ -185,6 +188,7 @@ void HttpResourceCore::plan() {
     MutexLock lock(stateMutex_);
     isPlanned_ = false;
     if (std::exchange(isOver_, false)) download_.reset();
+    if (std::exchange(isBeginningOver_, false)) beginning_.reset();
     for (const auto& range : awaited_) {
       if (!isClosed_ && isMetWhileLocked(*range)) met.push_back(range);
     }
@@ -192,13 +196,20 @@ void HttpResourceCore::plan() {
                                 ZAFFO_REQUIRES(stateMutex_) { return isMetWhileLocked(*range); });
     noteWaitingWhileLocked();
     aim = aimWhileLocked();
-    const bool movesDownload = aim.kind == Aim::Kind::GoOn || aim.kind == Aim::Kind::Start;
+    if (aim.kind == Aim::Kind::Start && !isPaused_ && isWorthFinishing()) {
+      beginning_ = std::move(download_);
+      hasBeginningGoneOn_ = false;
+    }
+    const bool movesDownload = aim.kind == Aim::Kind::GoOn || aim.kind == Aim::Kind::TakeUp ||
+                               aim.kind == Aim::Kind::Start;
     if (movesDownload || aim.kind == Aim::Kind::Stop) isPaused_ = false;
     isIdle_ = aim.kind == Aim::Kind::Nothing && !download_ && !isLoading_;
   }
   if (aim.kind == Aim::Kind::AskDisk) askDisk();
   if (aim.kind == Aim::Kind::Load) load(aim.offset, *aim.end);
   if (aim.kind == Aim::Kind::Stop || aim.kind == Aim::Kind::Start) download_.reset();
+  if (aim.kind == Aim::Kind::Stop || aim.isInDoubt) beginning_.reset();
+  if (aim.kind == Aim::Kind::TakeUp) download_ = std::move(beginning_);
   if (aim.kind == Aim::Kind::GoOn) download_->resume();
   if (aim.kind == Aim::Kind::Start) {
     asksInDoubt_ = aim.isInDoubt;
@@ -223,12 +234,12 @@ HttpResourceCore::Aim HttpResourceCore::aimWhileLocked() {
   const int64_t end = endOfWhileLocked(range);
   const int64_t missing = store_.firstMissing(range.begin, end);
   if (isOnDiskWhileLocked(missing)) return loadWhileLocked(missing, end);
-  if (!download_) return startWhileLocked(missing);
+  if (!download_) return bringWhileLocked(missing);
   const int64_t position = download_->position();
   const bool isBeyond = download_->end() && missing >= *download_->end();
   const bool isNear = missing - position <= kWorthReading || !place_.representation.servesRanges();
   if (position <= missing && isNear && !isBeyond) return {Aim::Kind::GoOn, 0, {}};
-  return startWhileLocked(missing);
+  return bringWhileLocked(missing);
 }
 
 HttpResourceCore::Aim HttpResourceCore::aimInDoubtWhileLocked() {
@@ -245,8 +256,22 @@ HttpResourceCore::Aim HttpResourceCore::aimAheadWhileLocked() {
   const int64_t missing = store_.firstMissing(front_, limit);
   if (missing >= limit || (size_ && missing >= *size_)) return {};
   if (isOnDiskWhileLocked(missing)) return isFull_ ? Aim() : loadWhileLocked(missing, limit);
-  if (!download_) return startWhileLocked(missing);
+  if (!download_) return bringWhileLocked(missing);
   return {Aim::Kind::GoOn, 0, {}};
+}
+
+/// By what brings the beginning, or by a new download.
+HttpResourceCore::Aim HttpResourceCore::bringWhileLocked(int64_t offset) {
+  // One that brought nothing since may be dead.
+  const bool isNear = beginning_ && hasBeginningGoneOn_ && beginning_->position() <= offset &&
+                      offset - beginning_->position() <= kWorthReading;
+  return isNear ? Aim{Aim::Kind::TakeUp, 0, {}} : startWhileLocked(offset);
+}
+
+/// Whether the download brings what will be wanted as soon as the index at the end is known.
+bool HttpResourceCore::isWorthFinishing() const {
+  return download_ && !download_->end() && download_->position() > 0 &&
+         download_->position() < kBeginning && place_.representation.servesRanges();
 }
 
 HttpResourceCore::Aim HttpResourceCore::startWhileLocked(int64_t offset) {
@@ -298,11 +323,16 @@ void HttpResourceCore::learnWhileLocked() {
   describeWhileLocked();
 }
 
-bool HttpResourceCore::didReceive(int64_t offset, std::span<const uint8_t> bytes) {
-  bool isTaken = false;
+bool HttpResourceCore::didReceive(const HttpDownload& from, int64_t offset,
+                                  std::span<const uint8_t> bytes) {
+  bool isTaken = true;
   {
     MutexLock lock(stateMutex_);
-    isTaken = takeWhileLocked(offset, bytes);
+    if (&from == beginning_.get()) {
+      takeOfBeginningWhileLocked(offset, bytes);
+    } else {
+      isTaken = takeWhileLocked(offset, bytes);
+    }
     memory_.set(store_.memory());
   }
   memory_.makeRoom();
@@ -324,6 +354,25 @@ bool HttpResourceCore::takeWhileLocked(int64_t offset, std::span<const uint8_t> 
               (!isWantedWhileLocked(offset) && offset >= front_ + aheadWhileLocked());
   if (isPaused_) return false;
   if (preloadsWhileLocked()) store_.wantFirst();
+  keepWhileLocked(offset, bytes);
+  const int64_t end = offset + static_cast<int64_t>(bytes.size());
+  if (size_ && end < *size_ && store_.firstMissing(end, *size_) >= *size_) {
+    isOver_ = true;  // what it would bring yet is here, such as the index
+    planSoonWhileLocked();
+  }
+  return true;
+}
+
+void HttpResourceCore::takeOfBeginningWhileLocked(int64_t offset, std::span<const uint8_t> bytes) {
+  if (isBeginningOver_ || isClosed_) return;
+  hasBeginningGoneOn_ = true;
+  keepWhileLocked(offset, bytes);
+  if (offset + static_cast<int64_t>(bytes.size()) < kBeginning) return;
+  isBeginningOver_ = true;
+  planSoonWhileLocked();
+}
+
+void HttpResourceCore::keepWhileLocked(int64_t offset, std::span<const uint8_t> bytes) {
   if (!store_.write(offset, bytes)) {
     error_ = makePosixError(AVErrorUnknown, "Memory is short.", ENOMEM);
   }
@@ -332,11 +381,14 @@ bool HttpResourceCore::takeWhileLocked(int64_t offset, std::span<const uint8_t> 
       awaited_.begin(), awaited_.end(),
       [this](const auto& range) ZAFFO_REQUIRES(stateMutex_) { return isMetWhileLocked(*range); });
   if (isMet) planSoonWhileLocked();
-  return true;
 }
 
-void HttpResourceCore::didEnd(const NSErrorPtr& error) {
+void HttpResourceCore::didEnd(const HttpDownload& from, const NSErrorPtr& error) {
   MutexLock lock(stateMutex_);
+  if (&from == beginning_.get()) {
+    isBeginningOver_ = true;
+    return planSoonWhileLocked();
+  }
   learnWhileLocked();
   error_ = error;
   // What is wrong with the clip, or who may see it, is so with what was kept of it.

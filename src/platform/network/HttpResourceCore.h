@@ -89,16 +89,17 @@ class HttpResourceCore final : public ByteBudget::Holder,
     bool operator==(const Described&) const = default;
   };
   struct Aim {
-    enum class Kind { Nothing, GoOn, Start, Stop, AskDisk, Load };
+    enum class Kind { Nothing, GoOn, TakeUp, Start, Stop, AskDisk, Load };
     Kind kind = Kind::Nothing;
     int64_t offset = 0;
     std::optional<int64_t> end;
     bool isInDoubt = false;  ///< it asks whether the bytes are still the same
   };
 
-  bool didReceive(int64_t offset, std::span<const uint8_t> bytes) override;
+  bool didReceive(const HttpDownload& from, int64_t offset,
+                  std::span<const uint8_t> bytes) override;
   void didChange() override;
-  void didEnd(const NSErrorPtr& error) override;
+  void didEnd(const HttpDownload& from, const NSErrorPtr& error) override;
   void gateOpened() override;
 
   void planSoonWhileLocked() ZAFFO_REQUIRES(stateMutex_);
@@ -106,6 +107,7 @@ class HttpResourceCore final : public ByteBudget::Holder,
   [[nodiscard]] Aim aimWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] Aim aimInDoubtWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] Aim aimAheadWhileLocked() ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] Aim bringWhileLocked(int64_t offset) ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] Aim startWhileLocked(int64_t offset) ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] Aim loadWhileLocked(int64_t offset, int64_t end) ZAFFO_REQUIRES(stateMutex_);
   void noteWaitingWhileLocked() ZAFFO_REQUIRES(stateMutex_);
@@ -117,6 +119,10 @@ class HttpResourceCore final : public ByteBudget::Holder,
   void learnWhileLocked() ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] bool takeWhileLocked(int64_t offset, std::span<const uint8_t> bytes)
       ZAFFO_REQUIRES(stateMutex_);
+  void takeOfBeginningWhileLocked(int64_t offset, std::span<const uint8_t> bytes)
+      ZAFFO_REQUIRES(stateMutex_);
+  void keepWhileLocked(int64_t offset, std::span<const uint8_t> bytes) ZAFFO_REQUIRES(stateMutex_);
+  [[nodiscard]] bool isWorthFinishing() const;
   [[nodiscard]] bool readsOnWhileLocked() const ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] bool isMetWhileLocked(const AwaitedRange& range) const ZAFFO_REQUIRES(stateMutex_);
   [[nodiscard]] bool isWantedWhileLocked(int64_t offset) const ZAFFO_REQUIRES(stateMutex_);
@@ -163,8 +169,9 @@ class HttpResourceCore final : public ByteBudget::Holder,
   bool isPlanned_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   bool readsAhead_ ZAFFO_GUARDED_BY(stateMutex_) = false;
   bool isPaused_ ZAFFO_GUARDED_BY(stateMutex_) = false;
-  bool isOver_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // the download
-  bool isIdle_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // nothing is under way
+  bool isOver_ ZAFFO_GUARDED_BY(stateMutex_) = false;           // the download
+  bool isBeginningOver_ ZAFFO_GUARDED_BY(stateMutex_) = false;  // that of the beginning
+  bool isIdle_ ZAFFO_GUARDED_BY(stateMutex_) = false;           // nothing is under way
   bool isClosed_ ZAFFO_GUARDED_BY(stateMutex_) = false;
 
   std::shared_ptr<DiskCache::Entry> disk_ ZAFFO_GUARDED_BY(stateMutex_);
@@ -173,7 +180,10 @@ class HttpResourceCore final : public ByteBudget::Holder,
   // The network's thread alone.
   RemotePlace place_;
   std::unique_ptr<HttpDownload> download_;
-  bool asksInDoubt_ = false;  // the download, until there is an answer
+  // Goes on for a while beside the other when the index turns out to be at the end.
+  std::unique_ptr<HttpDownload> beginning_;
+  bool hasBeginningGoneOn_ = false;  // since then
+  bool asksInDoubt_ = false;         // the download, until there is an answer
   enum class Disk { Unasked, Asked, Known };
   Disk diskState_ = place_.options.cache ? Disk::Unasked : Disk::Known;
   bool isLoading_ = false;
