@@ -25,10 +25,14 @@ namespace {
 
 using test::clip;
 using testing::AllOf;
+using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::Ge;
+using testing::Gt;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::Le;
+using testing::Lt;
 
 constexpr int64_t kMillisecond = kNanosecondsPerMillisecond;
 
@@ -211,6 +215,28 @@ TEST_F(FastPlaybackTest, ARateThatIsSetWhileASeekIsUnderWayHolds) {
     EXPECT_NEAR(seen_.back().number, 30 + 15 * wanted, 1);
   }
   EXPECT_EQ(done, 3);
+}
+
+TEST_F(FastPlaybackTest, APictureOfTheOldPlaceAtTheNewTimeIsNotYetThatOfTheSeek) {
+  open("h264_30.mp4");
+  load();
+  makeCurrent();
+  run(0.3);
+  const int before = draw();
+  BusyPool busy;  // the layer is not flushed
+  std::vector<int> shownWhenDone;
+  cell_->seek(CMTimeMake(1, 1), [&] { shownWhenDone.push_back(draw()); });
+  layer()->controlTimebase()->setTime(CMTimeMake(1, 1));
+  EXPECT_THAT(draw(), AllOf(Gt(before), Lt(30))) << "what was decoded ahead";
+  EXPECT_THAT(shownWhenDone, IsEmpty());
+  cell_->setRate(2);
+  EXPECT_THAT(shownWhenDone, IsEmpty());
+  EXPECT_EQ(rate(), 0);
+  busy.release();
+  time_.settle();
+  draw();
+  EXPECT_THAT(shownWhenDone, ElementsAre(30));
+  EXPECT_EQ(rate(), 2);
 }
 
 TEST_F(FastPlaybackTest, APlayerThatIsGivenBackAndTakenInOneTurnPlaysFromTheStart) {

@@ -187,6 +187,17 @@ TEST_F(PlayerCellFailureTest, AFailedPageIsTriedAgainWhenItComesIntoView) {
   EXPECT_EQ(swipe->error, "");
 }
 
+TEST_F(PlayerCellFailureTest, ANeighbourWhoseServerIsAwayPromisesNothing) {
+  cell->load();
+  loader->items.back()(nullptr, 0, 0);
+  time.settle();
+  giveThumbnail(NSError::create("NSURLErrorDomain", -1005,
+                                {{NSLocalizedDescriptionKey, std::string("It is away.")}}));
+  EXPECT_EQ(page()->text(), "clip.mp4\n\nIt is away.");
+  time.advance(60 * kNanosecondsPerSecond);
+  EXPECT_EQ(loader->items.size(), 1U);
+}
+
 /// A page in view whose server does not answer.
 class UnreachableVideoTest : public PlayerCellTest {
  protected:

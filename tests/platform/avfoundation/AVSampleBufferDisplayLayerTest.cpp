@@ -144,6 +144,19 @@ TEST_F(AVSampleBufferDisplayLayerTest, FlushingKeepsThePictureAndRemovingTheImag
   EXPECT_FALSE(draw());
 }
 
+TEST_F(AVSampleBufferDisplayLayerTest, CountsHowOftenThePictureWasTakenAwayAndNoOtherFlush) {
+  EXPECT_EQ(layer_->removedImages(), 0U);
+  layer_->flush();
+  EXPECT_EQ(layer_->removedImages(), 0U);
+  layer_->flushAndRemoveImage();
+  EXPECT_EQ(layer_->removedImages(), 1U);
+  layer_->flush();
+  layer_->setControlTimebase(nullptr);
+  EXPECT_EQ(layer_->removedImages(), 1U);
+  layer_->flushAndRemoveImage();
+  EXPECT_EQ(layer_->removedImages(), 2U) << "with nothing to take away, too";
+}
+
 TEST_F(AVSampleBufferDisplayLayerTest, TellsTheObserversOfEachChangeOfItsStatus) {
   std::vector<Status> seen;
   auto observation = layer_->observeStatus([&] { seen.push_back(layer_->status()); });

@@ -2,7 +2,11 @@
 #include "platform/network/CacheFile.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
+#include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 
@@ -15,6 +19,26 @@ namespace {
 std::vector<uint8_t> bytesOf(const std::string& text) {
   return {text.begin(), text.end()};
 }
+
+/// No file grows beyond this size while it exists, as on a disk that is full.
+class FullDisk {
+ public:
+  explicit FullDisk(int64_t size) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit full{static_cast<rlim_t>(size), before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &full);
+  }
+  ~FullDisk() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    (void)std::signal(SIGXFSZ, handler_);
+  }
+  FullDisk(const FullDisk&) = delete;
+  FullDisk& operator=(const FullDisk&) = delete;
+
+ private:
+  void (*const handler_)(int);
+  rlimit before_{};
+};
 
 class CacheFileTest : public testing::Test {
  protected:
@@ -45,6 +69,10 @@ class CacheFileTest : public testing::Test {
     return run ? file.read(*run) : std::nullopt;
   }
 
+  [[nodiscard]] int64_t sizeOnDisk() const {
+    return static_cast<int64_t>(std::filesystem::file_size(path));
+  }
+
   const feed::TemporaryFolder folder;
   const std::string path = folder.path() + "/clip";
   const CacheDescription description{
@@ -71,6 +99,30 @@ TEST_F(CacheFileTest, TheLastDescriptionCounts) {
   EXPECT_EQ(open()->description(), later);
 }
 
+TEST_F(CacheFileTest, AnEmptyClipIsKnownToBeEmpty) {
+  CacheDescription empty = description;
+  empty.size = 0;
+  EXPECT_EQ(open()->describe(empty), 0);
+  EXPECT_EQ(open()->description(), empty);
+}
+
+TEST_F(CacheFileTest, AWriteThatFailsInItsMidstLeavesNothing) {
+  writeSome();
+  const auto file = open();
+  const int64_t before = sizeOnDisk();
+  CachedRanges::Run run;
+  int failure = 0;
+  {
+    const FullDisk full(before + 40);
+    failure = file->append(200, bytesOf("far too much of it"), run);
+  }
+  EXPECT_EQ(failure, EFBIG);
+  EXPECT_EQ(file->size(), before);
+  EXPECT_EQ(sizeOnDisk(), before);
+  EXPECT_EQ(file->append(200, bytesOf("end"), run), 0);
+  EXPECT_EQ(read(*open(), 200), bytesOf("end"));
+}
+
 /// Wherever a crash cuts a write off, all records before it are whole, and more can be written.
 TEST_F(CacheFileTest, WhatACrashCutsOffIsGone) {
   writeSome();
@@ -80,6 +132,7 @@ TEST_F(CacheFileTest, WhatACrashCutsOffIsGone) {
     std::filesystem::resize_file(path, static_cast<std::uintmax_t>(size));
     const auto file = open();
     EXPECT_EQ(file->size(), lastRecord);
+    EXPECT_EQ(sizeOnDisk(), lastRecord);
     EXPECT_EQ(read(*file, 0), bytesOf("beginning"));
     EXPECT_EQ(read(*file, 100), std::nullopt);
     CachedRanges::Run run;
@@ -119,6 +172,7 @@ TEST_F(CacheFileTest, AnythingElseIsAnEmptyOne) {
   const auto file = open();
   EXPECT_EQ(file->description(), std::nullopt);
   EXPECT_EQ(file->size(), 0);
+  EXPECT_EQ(sizeOnDisk(), 0);
 }
 
 TEST_F(CacheFileTest, FailsWithTheSystemsReason) {
@@ -127,6 +181,26 @@ TEST_F(CacheFileTest, FailsWithTheSystemsReason) {
   EXPECT_EQ(failure, ENOENT);
   EXPECT_EQ(CacheFile::open(folder.path(), failure), nullptr);
   EXPECT_EQ(failure, EISDIR);
+}
+
+TEST_F(CacheFileTest, WritesToNoOtherFileThanItsOwn) {
+  const std::string other = folder.file("other");
+  std::ofstream(other) << "untouched";
+  std::filesystem::create_symlink(other, path);
+  int failure = 0;
+  EXPECT_EQ(CacheFile::open(path, failure), nullptr);
+  EXPECT_EQ(failure, ELOOP);
+  EXPECT_EQ(std::filesystem::file_size(other), 9U);
+  const std::string pipe = folder.file("pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_EQ(CacheFile::open(pipe, failure), nullptr);
+  EXPECT_EQ(failure, EINVAL);
+}
+
+TEST(CachedRanges, ARunOfNothingHoldsNothing) {
+  CachedRanges ranges;
+  ranges.add({10, 0, 0, 0});
+  EXPECT_EQ(ranges.firstHeld(0), std::nullopt);
 }
 
 TEST(CachedRanges, KnowsWhatIsHeldAndWhatIsNot) {

@@ -96,6 +96,9 @@ TEST(Playlist, TellsWhichKeyASegmentIsUnder) {
   EXPECT_EQ((*first.vector)[0], 0);
   EXPECT_EQ(playlist->segments[1].key.vector, std::nullopt);
   EXPECT_EQ(playlist->segments[2].key.address, nullptr);
+  const auto other = parse("#EXTM3U\n#EXT-X-KEY:METHOD=AES-128,URI=\"k\",IV=0X2A\n#EXTINF:1,\na\n");
+  ASSERT_TRUE(other);
+  EXPECT_EQ(other->segments[0].key.vector.value()[15], 0x2A);
   EXPECT_EQ(refusalOf("#EXTM3U\n#EXT-X-KEY:METHOD=SAMPLE-AES,URI=\"k\"\n#EXTINF:1,\na\n"),
             "The playlist cannot be played: it is encrypted.");
 }
@@ -114,9 +117,17 @@ TEST(Playlist, TellsTheClipsOfAPlainList) {
   EXPECT_EQ(playlist->kind, Playlist::Kind::Plain);
   ASSERT_EQ(playlist->segments.size(), 2U);
   EXPECT_EQ(playlist->segments[0].title, "A clip");
+  EXPECT_EQ(playlist->segments[0].seconds, 0) << "unknown";
   EXPECT_EQ(playlist->segments[0].address->absoluteString(), "https://host/f/a%20b.mp4");
   EXPECT_EQ(playlist->segments[1].title, "");
   EXPECT_EQ(playlist->segments[1].address->absoluteString(), "https://other/c.mp4");
+}
+
+TEST(Playlist, ADurationEndsWhereAttributesBegin) {
+  const auto playlist = parse("#EXTM3U\n#EXTINF:4.5 logo=\"a.png\",A clip\na.mp4\n");
+  ASSERT_TRUE(playlist);
+  EXPECT_EQ(playlist->segments[0].seconds, 4.5);
+  EXPECT_EQ(playlist->segments[0].title, "A clip");
 }
 
 TEST(Playlist, NeverNamesAFileOrWhatIsLessSecure) {
@@ -144,17 +155,23 @@ TEST(Playlist, IsBoundedInBytesLinesAndEntries) {
   for (std::size_t i = 0; i < Playlist::kMostEntries; ++i) many += "a\n";
   EXPECT_TRUE(parse(many));
   EXPECT_EQ(refusalOf(many + "a\n"), "The playlist cannot be played: it has too many entries.");
+  std::string sounds = start;
+  for (std::size_t i = 0; i < Playlist::kMostEntries; ++i) sounds += "#EXT-X-MEDIA:TYPE=AUDIO\n";
+  EXPECT_TRUE(parse(sounds));
+  EXPECT_EQ(refusalOf(sounds + "#EXT-X-MEDIA:TYPE=AUDIO\n"),
+            "The playlist cannot be played: it has too many entries.");
 }
 
 TEST(Playlist, RefusesWhatContradictsItself) {
   const std::string start = "#EXTM3U\n#EXT-X-TARGETDURATION:1\n";
   for (const std::string& text :
        {std::string(), std::string("#EXTM3U\n"), std::string("#EXT-X-TARGETDURATION:1\na\n"),
-        start + "#EXT-X-BYTERANGE:0\na\n", start + "#EXT-X-BYTERANGE:5\na\n",
-        start + "#EXT-X-BYTERANGE:9223372036854775807@9\na\n",
+        start + "#EXT-X-BYTERANGE:0\na\n", start + "#EXT-X-BYTERANGE:0@5\na\n",
+        start + "#EXT-X-BYTERANGE:5\na\n", start + "#EXT-X-BYTERANGE:9223372036854775807@9\na\n",
         start + "#EXT-X-BYTERANGE:5@0\na\n#EXT-X-BYTERANGE:5\nb\n",
         start + "#EXT-X-MEDIA-SEQUENCE:x\na\n", start + "#EXT-X-MEDIA-SEQUENCE:9223372036854775807",
         start + "a\n#EXT-X-MEDIA-SEQUENCE:1\n", start + "#EXT-X-TARGETDURATION:nan\n",
+        start + "#EXT-X-TARGETDURATION:-1\n", start + "#EXT-X-TARGETDURATION:1000001\n",
         start + "#EXT-X-MAP:BYTERANGE=\"5@0\"\na\n",
         start + "#EXT-X-KEY:METHOD=AES-128,URI=\"k\",IV=0x\na\n",
         start + "#EXT-X-KEY:METHOD=AES-128,URI=\"k\",IV=0xgg\na\n",

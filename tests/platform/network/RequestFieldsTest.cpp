@@ -53,6 +53,13 @@ TEST_F(RequestFieldsTest, AreReplacedAndTakenBack) {
   EXPECT_TRUE(at("https://host/a").empty());
 }
 
+TEST_F(RequestFieldsTest, ThoseFurtherOutCountAgainOnceTheNearerAreTakenBack) {
+  set("https://host", kToken);
+  set("https://host/a", kOther);
+  set("https://host/a", {});
+  EXPECT_EQ(at("https://host/a/b"), kToken);
+}
+
 TEST(RequestFields, TellsWhatCannotStandInARequest) {
   EXPECT_TRUE(RequestFields::isValid({"X-Token", "a b\t\"c\""}));
   EXPECT_TRUE(RequestFields::isValid({"X-Token", ""}));
@@ -61,6 +68,7 @@ TEST(RequestFields, TellsWhatCannotStandInARequest) {
   EXPECT_FALSE(RequestFields::isValid({"X:Token", "a"}));
   EXPECT_FALSE(RequestFields::isValid({"X-Token", "a\r\nInjected: 1"}));
   EXPECT_FALSE(RequestFields::isValid({"X-Token", std::string("a\0b", 3)}));
+  EXPECT_FALSE(RequestFields::isValid({"X-Token", "a\x7f"}));
 }
 
 }  // namespace

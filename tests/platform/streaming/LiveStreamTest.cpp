@@ -87,6 +87,17 @@ TEST_F(StreamedLive, AListThatIsGoneIsAnErrorAfterSomeTries) {
       std::ranges::count(streams_.server.requests(), "/live.m3u8", &FaultServer::Request::path), 5);
 }
 
+TEST_F(StreamedLive, AListThatIsBackHasItsTriesAnew) {
+  FaultReply gone;
+  gone.status = 404;
+  const auto list = serveList({listed(0, 2, false), listed(0, 2, false), gone, gone,
+                               listed(0, 3, false), gone, listed(0, 4, true)});
+  const auto source = StreamServer::open(list);
+  ASSERT_TRUE(source);
+  const auto cursor = media::openTrack(*source, AVMediaTypeVideo);
+  EXPECT_EQ(media::readAll(*cursor).size(), 240U) << media::textOf(cursor->error());
+}
+
 TEST_F(StreamedLive, PlaysToTheEndOfItsList) {
   const auto list = serveList({listed(0, 2, false), listed(0, 2, false), listed(0, 3, true)});
   const auto item = AVPlayerItem::playerItemWithAsset(AVAsset::assetWithURL(list));

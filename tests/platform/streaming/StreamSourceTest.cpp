@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <cerrno>
 
+#include "platform/streaming/StreamFeed.h"
 #include "platform/streaming/StreamServer.h"
 
 namespace zaffo::streaming {
@@ -246,6 +248,37 @@ TEST_F(StreamSourceTest, AnEncryptedSegmentWhoseSizeIsNotToldIsRead) {
   const auto source = StreamServer::open(streams_.listOf("encrypted"));
   ASSERT_TRUE(source);
   expectEveryPicture(media::readAll(*media::openTrack(*source, AVMediaTypeVideo)), kPictures);
+}
+
+/// The bytes at the front of a segment of a feed.
+std::vector<uint8_t> frontOf(StreamFeed& feed, int64_t number) {
+  std::shared_ptr<const StreamSegment> segment;
+  EXPECT_EQ(feed.segment(number, 0, segment), Outcome::Ready);
+  std::vector<uint8_t> bytes(media::kCipherBlock);
+  int64_t count = -EAGAIN;
+  while ((count = segment->bytes->readHeld(0, bytes)) == -EAGAIN && !testing::Test::HasFailure()) {
+    network::await(*segment->bytes, 0, static_cast<int64_t>(bytes.size()));
+  }
+  EXPECT_EQ(count, static_cast<int64_t>(bytes.size()));
+  return bytes;
+}
+
+TEST_F(StreamSourceTest, ASegmentWithoutAVectorIsDecryptedByItsNumber) {
+  streams_.serve("encrypted_by_number");
+  auto parsed = network::Playlist::parse(StreamServer::fileOf("/encrypted_by_number/list.m3u8"),
+                                         streams_.listOf("encrypted_by_number"));
+  ASSERT_TRUE(parsed);
+  const auto feed = std::make_shared<StreamFeed>(
+      std::vector<StreamFeed::Rendition>{{streams_.listOf("encrypted_by_number"), 0}}, 0,
+      SegmentList(*std::move(parsed)), StreamServices::shared());
+  // All begin alike, but for a counter: the table that names the stream.
+  const auto first = frontOf(*feed, 0), last = frontOf(*feed, 3);
+  ASSERT_EQ(first.size(), media::kCipherBlock);
+  ASSERT_EQ(last.size(), media::kCipherBlock);
+  constexpr int kBehindCounter = 4;
+  EXPECT_EQ(first[0], 0x47);
+  EXPECT_EQ(std::vector(first.begin() + kBehindCounter, first.end()),
+            std::vector(last.begin() + kBehindCounter, last.end()));
 }
 
 TEST_F(StreamSourceTest, AddressesAreRelativeToWhereTheServerLed) {

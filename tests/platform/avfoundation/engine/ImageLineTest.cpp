@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "doubles/BusyPool.h"
 #include "doubles/ManualTime.h"
 #include "media/Clips.h"
 #include "media/FrameNumber.h"
@@ -194,7 +195,25 @@ TEST_F(ImageLineTest, OfMoreThanMayWaitTheRestBeginsAsTheFirstEnd) {
   const auto stalled = std::make_shared<GatedAsset>(loadedAsset());
   stalled->close();
   constexpr int kMost = ImageLine::kMostUnderWay;
-  for (int i = 0; i < kMost + 10; ++i) make(stalled, i % 50);
+  {
+    const BusyPool busy;  // those that find no place stand in line
+    for (int i = 0; i < kMost + 10; ++i) make(stalled, i % 50);
+  }
+  time_.settle();
+  EXPECT_EQ(stalled->waiting(), kMost);
+  stalled->open();
+  time_.settle();
+  EXPECT_EQ(made().size(), static_cast<size_t>(kMost + 10));
+}
+
+TEST_F(ImageLineTest, WhereAsManyWaitAsMayAFreePlaceIsForNoFurtherOne) {
+  const auto stalled = std::make_shared<GatedAsset>(loadedAsset());
+  stalled->close();
+  constexpr int kMost = ImageLine::kMostUnderWay;
+  for (int i = 0; i < kMost; ++i) make(stalled, i % 50);
+  time_.settle();
+  EXPECT_EQ(stalled->waiting(), kMost);
+  for (int i = 0; i < 10; ++i) make(stalled, i);
   time_.settle();
   EXPECT_EQ(stalled->waiting(), kMost);
   stalled->open();
