@@ -138,6 +138,8 @@ void FeedApplication::readPool(const std::function<void(Overlay::Rows)>& answer)
   if (const auto cell = controller_->currentCell()) cell->updateRecord();
   const auto& swipe = statistics_->swipes().back();
   PoolFigures figures;
+  figures.decoding = recentTimes(TimedWork::Decoding);
+  figures.drawing = recentTimes(TimedWork::Drawing);
   figures.players = manager_->debugDescription();
   figures.most = manager_->maxAllowedConcurrentPlayers();
   figures.framesShown = swipe->framesShown;

@@ -20,6 +20,7 @@
 #include "native/PlayerNativeOutputView.h"
 #include "platform/Export.h"
 #include "platform/FatalError.h"
+#include "platform/RecentTimes.h"
 #include "platform/TimeSource.h"
 #include "platform/Trace.h"
 #include "platform/avfoundation/AVAsset.h"

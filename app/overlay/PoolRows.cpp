@@ -29,6 +29,13 @@ Panel::Row playerRow(const std::string& line) {
               (uses == "1" ? " use" : " uses")};
 }
 
+/// "1.2 ms, at most 3.4 ms"
+std::string timesText(const RecentTimes& times) {
+  if (times.count == 0) return "nothing of late";
+  return formatted("%.1f ms, at most %.1f ms", static_cast<double>(times.median) / 1e6,
+                   static_cast<double>(times.longest) / 1e6);
+}
+
 }  // namespace
 
 Overlay::Rows poolRows(const PoolFigures& figures) {
@@ -43,7 +50,9 @@ Overlay::Rows poolRows(const PoolFigures& figures) {
   rows.push_back({"Frames", formatted("%llu shown, %llu dropped",
                                       static_cast<unsigned long long>(figures.framesShown),
                                       static_cast<unsigned long long>(figures.framesDropped))});
-  rows.push_back({"Drawing", formatted("%.1f pictures a second", figures.picturesPerSecond)});
+  rows.push_back({"Decoding", timesText(figures.decoding)});
+  rows.push_back({"Drawing", timesText(figures.drawing)});
+  rows.push_back({"Pictures", formatted("%.1f a second", figures.picturesPerSecond)});
   rows.push_back({"Main thread", formatted("busy for %.1f ms at most", figures.longestTurn)});
   return rows;
 }

@@ -12,7 +12,9 @@ struct PoolFigures {
   std::string players;                          ///< PlayerManager::debugDescription()
   long most = 0;                                ///< players that the pool may hold
   uint64_t framesShown = 0, framesDropped = 0;  ///< of the video in view
-  double picturesPerSecond = 0;                 ///< drawn, of whatever
+  RecentTimes decoding;                         ///< of a frame, by all players
+  RecentTimes drawing;                          ///< of a picture, of whatever
+  double picturesPerSecond = 0;                 ///< drawn
   double longestTurn = 0;                       ///< of the main thread, milliseconds
   double memory = 0;                            ///< MiB
   int threads = 0;

@@ -32,8 +32,8 @@ PatternPtr patternFor(char32_t letter, bool inColor) {
 }  // namespace
 
 SystemFonts& SystemFonts::shared() {
-  static SystemFonts fonts;
-  return fonts;
+  static auto* const fonts = new SystemFonts;  // never destroyed: a block may run until the end
+  return *fonts;
 }
 
 const SystemFonts::Answer* SystemFonts::answerTo(const Question& question) const {

@@ -17,9 +17,9 @@ struct FontFile {
   long index = 0;
 };
 
-/// Which font of the system has a letter: asked of fontconfig, which takes tens of milliseconds for
-/// its first answer and up to some for others. So it is asked on a queue, and what it said is kept.
-/// Thread: main.
+/// Which font of the system has a letter: asked of fontconfig, which reads files, and takes tens of
+/// milliseconds for its first answer and up to some for others. So it is asked on a queue that may
+/// wait, and what it said is kept. Thread: main.
 class SystemFonts {
  public:
   struct Question {
@@ -44,7 +44,7 @@ class SystemFonts {
 
  private:
   std::map<Question, Answer> answers_;
-  const DispatchQueuePtr queue_ = dispatch_queue_create("zaffo.feed.fonts");
+  const DispatchQueuePtr queue_ = dispatch_queue_create_blocking("zaffo.feed.fonts");
 };
 
 }  // namespace zaffo::feed

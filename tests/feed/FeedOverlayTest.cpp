@@ -83,6 +83,20 @@ TEST_F(FeedOverlayTest, ShowsTheKeysAndThePoolAndClosesThem) {
   EXPECT_THAT(run.output(), testing::HasSubstr("page 1 of 1")) << "it has not ended";
 }
 
+TEST_F(FeedOverlayTest, TellsHowLongDecodingAndDrawingTakeWhileAVideoPlays) {
+  feed("play; press I; wait 0.6; shot a.png", {"--overlay"});
+  const Picture shown = picture("a.png");
+  // The rows below the one player, right of where they would end if there were no times to tell.
+  const auto letters = [&](int from, int to) {
+    int count = 0;
+    for (int y = from; y < to; ++y)
+      for (int x = 295; x < shown.width; ++x) count += shown.at(x, y) > 120 ? 1 : 0;
+    return count;
+  };
+  EXPECT_GT(letters(191, 210), 50) << "decoding";
+  EXPECT_GT(letters(215, 234), 50) << "drawing";
+}
+
 TEST_F(FeedOverlayTest, IsAsLargeAtTwiceTheDensityAndSharper) {
   feed("wait 0.2; shot a.png", {"--overlay"});
   const int one = bright(picture("a.png"), 650, 700);

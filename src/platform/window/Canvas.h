@@ -11,8 +11,10 @@ class Canvas {
  public:
   virtual ~Canvas() = default;
 
-  /// Draws the list and puts it on screen; may wait for the display's next refresh.
-  virtual void present(const DisplayList& list) = 0;
+  /// Draws the list, which show() then puts on screen.
+  virtual void draw(const DisplayList& list) = 0;
+  /// May wait for the display's next refresh.
+  virtual void show() = 0;
 };
 
 }  // namespace zaffo::window

@@ -12,12 +12,13 @@ namespace zaffo::window {
 /// Draws offscreen, as if there were a display.
 class MemoryCanvas : public Canvas {
  public:
-  void present(const DisplayList& list) override {
+  void draw(const DisplayList& list) override {
     const std::size_t stride = std::size_t{4} * static_cast<std::size_t>(list.width);
     pixels_.resize(stride * static_cast<std::size_t>(list.height));
     renderer_.draw(list,
                    {pixels_.data(), static_cast<std::ptrdiff_t>(stride), list.width, list.height});
   }
+  void show() override {}
 
  private:
   std::vector<uint8_t> pixels_;

@@ -9,7 +9,7 @@ Result<std::unique_ptr<Canvas>> SurfaceCanvas::create(SDL_Window* window) {
                       "The display offers neither a graphics driver nor plain drawing.");
 }
 
-void SurfaceCanvas::present(const DisplayList& list) {
+void SurfaceCanvas::draw(const DisplayList& list) {
   // Asked for each time: a window that changed its size has another surface.
   SDL_Surface* surface = SDL_GetWindowSurface(window_);
   if (!surface) return;
@@ -24,7 +24,10 @@ void SurfaceCanvas::present(const DisplayList& list) {
     SDL_ConvertPixels(surface->w, surface->h, SDL_PIXELFORMAT_ARGB8888, pixels_.data(), stride,
                       format, surface->pixels, surface->pitch);
   }
-  SDL_UpdateWindowSurface(window_);
+}
+
+void SurfaceCanvas::show() {
+  SDL_UpdateWindowSurface(window_);  // does nothing when there was no surface to draw in
 }
 
 }  // namespace zaffo::window

@@ -19,7 +19,8 @@ class SurfaceCanvas : public Canvas {
   static Result<std::unique_ptr<Canvas>> create(SDL_Window* window);
   explicit SurfaceCanvas(SDL_Window* window) : window_(window) {}
 
-  void present(const DisplayList& list) override;
+  void draw(const DisplayList& list) override;
+  void show() override;
 
  private:
   SDL_Window* window_;

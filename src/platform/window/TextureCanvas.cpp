@@ -61,7 +61,7 @@ TextureCanvas::TextureCanvas(SDLRendererPtr renderer)
           SDL_BLENDFACTOR_ONE, SDL_BLENDFACTOR_ONE_MINUS_SRC_ALPHA, SDL_BLENDOPERATION_ADD,
           SDL_BLENDFACTOR_ONE, SDL_BLENDFACTOR_ONE_MINUS_SRC_ALPHA, SDL_BLENDOPERATION_ADD)) {}
 
-void TextureCanvas::present(const DisplayList& list) {
+void TextureCanvas::draw(const DisplayList& list) {
   SDL_Renderer* renderer = renderer_.get();
   // The window may have another size than at the last picture; asking for the whole of it is what
   // makes the renderer look.
@@ -88,7 +88,11 @@ void TextureCanvas::present(const DisplayList& list) {
       SDL_RenderFlush(renderer);  // while the mode is this picture's
     }
   }
-  SDL_RenderPresent(renderer);
+  SDL_RenderFlush(renderer);
+}
+
+void TextureCanvas::show() {
+  SDL_RenderPresent(renderer_.get());
   textures_.endList();
 }
 

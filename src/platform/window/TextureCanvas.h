@@ -16,7 +16,8 @@ class TextureCanvas : public Canvas {
   static Result<std::unique_ptr<Canvas>> create(SDL_Window* window, const char* driver);
   explicit TextureCanvas(SDLRendererPtr renderer);
 
-  void present(const DisplayList& list) override;
+  void draw(const DisplayList& list) override;
+  void show() override;
   [[nodiscard]] const TextureCache& textures() const { return textures_; }
 
  private:

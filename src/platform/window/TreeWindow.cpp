@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "platform/RecentTimes.h"
 #include "platform/TimeSource.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/NSThread.h"
@@ -129,7 +130,10 @@ void TreeWindow::draw() {
   planNextPicture(now);
   renderThread_->post([weak = weak_from_this(), drawn = std::make_shared<const DisplayList>(
                                                     std::move(list))](Canvas& canvas) {
-    canvas.present(*drawn);
+    const int64_t began = TimeSource::now();
+    canvas.draw(*drawn);
+    noteTime(TimedWork::Drawing, TimeSource::now() - began);
+    canvas.show();
     const int64_t presented = TimeSource::now();
     dispatch_get_main_queue()->async([weak, presented] {
       if (const auto self = weak.lock()) self->finishedPresenting(presented);

@@ -128,7 +128,9 @@ TEST_P(OverlayViewTest, ThePagesOfKeysAndOfThePoolFit) {
                 poolRows({.players = "Player 3 - videoId: file:///a/clip%20b.mp4, state: Loaded, "
                                      "activeUses: 1\nPlayer 1 - videoId: x, state: NotLoaded, "
                                      "activeUses: 0",
-                          .most = 16}));
+                          .most = 16,
+                          .decoding = {30, 2'140'000, 7'900'000},
+                          .drawing = {60, 480'000, 16'049'000}}));
   EXPECT_GT(white(*draw("pool"), {{14, 10}, {200, 40}}), 0.02);
 }
 
@@ -157,6 +159,9 @@ TEST(PoolRows, TellEachPlayerAndTheProcess) {
                               .most = 16,
                               .framesShown = 7,
                               .framesDropped = 1,
+                              .decoding = {30, 2'140'000, 7'900'000},
+                              .drawing = {60, 480'000, 16'049'000},
+                              .picturesPerSecond = 29.97,
                               .memory = 12.34,
                               .threads = 9});
   EXPECT_EQ(rows[0], (Panel::Row{"Players", "1 of at most 16"}));
@@ -166,6 +171,15 @@ TEST(PoolRows, TellEachPlayerAndTheProcess) {
   EXPECT_EQ(rows[2], (Panel::Row{"Memory", "12.3 MiB"}));
   EXPECT_EQ(rows[3], (Panel::Row{"Threads", "9"}));
   EXPECT_EQ(rows[4], (Panel::Row{"Frames", "7 shown, 1 dropped"}));
+  EXPECT_EQ(rows[5], (Panel::Row{"Decoding", "2.1 ms, at most 7.9 ms"}));
+  EXPECT_EQ(rows[6], (Panel::Row{"Drawing", "0.5 ms, at most 16.0 ms"}));
+  EXPECT_EQ(rows[7], (Panel::Row{"Pictures", "30.0 a second"}));
+}
+
+TEST(PoolRows, SayWhenNothingWasDecodedOrDrawnOfLate) {
+  const auto rows = poolRows({});
+  EXPECT_EQ(rows[4], (Panel::Row{"Decoding", "nothing of late"}));
+  EXPECT_EQ(rows[5], (Panel::Row{"Drawing", "nothing of late"}));
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <span>
 #include <utility>
 
+#include "platform/RecentTimes.h"
+#include "platform/TimeSource.h"
 #include "platform/foundation/AVError.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/SampleBuffers.h"
@@ -63,6 +65,7 @@ void SampleQueueDecoder::begin() {
   wantsFirst_ = false;
   gaveNothing_ = true;
   unanswered_ = 0;
+  workTime_ = 0;
   error_ = nullptr;
 }
 
@@ -85,6 +88,14 @@ void SampleQueueDecoder::close() {
 }
 
 Outcome SampleQueueDecoder::step(const Demand& demand, Picture& picture) {
+  const int64_t began = TimeSource::now();
+  const Outcome outcome = work(demand, picture);
+  workTime_ += TimeSource::now() - began;
+  if (outcome == Outcome::Ready) noteTime(TimedWork::Decoding, std::exchange(workTime_, 0));
+  return outcome;
+}
+
+Outcome SampleQueueDecoder::work(const Demand& demand, Picture& picture) {
   if (lookahead_) {
     picture = std::move(*lookahead_);
     lookahead_.reset();

@@ -107,6 +107,7 @@ class SampleQueueDecoder {
     VideoFrame frame;
   };
 
+  [[nodiscard]] Outcome work(const Demand& demand, Picture& picture);
   [[nodiscard]] CMTime dueInDecoder(CMTime now) const;
   [[nodiscard]] Outcome take(VideoFrame frame, const Demand& demand, Picture& picture);
   [[nodiscard]] bool isStandIn(CMTime presentation, CMTime now) const;
@@ -159,6 +160,7 @@ class SampleQueueDecoder {
   bool gaveNothing_ = true;     ///< since begin()
   bool rewound_ = false;        ///< by a step, not taken yet
   std::size_t unanswered_ = 0;  ///< samples to be shown that were sent while nothing came out
+  int64_t workTime_ = 0;        ///< of the steps since the last frame, nanoseconds
 };
 
 }  // namespace zaffo::media

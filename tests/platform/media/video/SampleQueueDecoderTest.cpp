@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "doubles/ManualTime.h"
+#include "platform/RecentTimes.h"
 #include "platform/media/Encoding.h"
 #include "platform/media/SampleBuffers.h"
 
@@ -115,6 +117,60 @@ TEST_F(SampleQueueDecoderTest, ASampleThatTheDecoderDoesNotTakeYetIsSentAgain) {
     ASSERT_EQ(outcome, Outcome::Ready);
     ASSERT_EQ(shown(), number);
   }
+}
+
+/// One that takes a millisecond for each sample.
+class SlowDecoder final : public VideoDecoder {
+ public:
+  SlowDecoder(std::unique_ptr<VideoDecoder> inner, ManualTime& time)
+      : inner_(std::move(inner)), time_(time) {}
+  Outcome send(const Sample& sample) override {
+    time_.leap(kNanosecondsPerMillisecond);
+    return inner_->send(sample);
+  }
+  [[nodiscard]] bool adoptParameters(const AVCodecParameters& parameters) override {
+    return inner_->adoptParameters(parameters);
+  }
+  Outcome receive(VideoFrame& frame) override { return inner_->receive(frame); }
+  void drain() override { inner_->drain(); }
+  void reset() override { inner_->reset(); }
+  void holdBackBefore(CMTime time) override { inner_->holdBackBefore(time); }
+  [[nodiscard]] CMTime heldBack() const override { return inner_->heldBack(); }
+  Outcome receiveHeldBack(VideoFrame& frame) override { return inner_->receiveHeldBack(frame); }
+  void forgetHeldBack() override { inner_->forgetHeldBack(); }
+  void setSkipsUnreferencedFrames(bool skips) override {
+    inner_->setSkipsUnreferencedFrames(skips);
+  }
+  [[nodiscard]] NSErrorPtr error() const override { return inner_->error(); }
+
+ private:
+  const std::unique_ptr<VideoDecoder> inner_;
+  ManualTime& time_;
+};
+
+TEST_F(SampleQueueDecoderTest, AFrameTakesAsLongAsAllThatItNeedsAndNoWaiting) {
+  ManualTime time;
+  time.advance(kNanosecondsPerSecond);  // whatever was decoded before
+  SampleQueueDecoder decoder(
+      queue_, [&](const AVCodecParameters& parameters) -> Result<std::unique_ptr<VideoDecoder>> {
+        return std::make_unique<SlowDecoder>(VideoDecoder::open(parameters).valueOr(nullptr), time);
+      });
+  const auto stepTo = [&](int number) {
+    const Demand demand{.now = frames(number), .noneComing = true, .haveAllCome = true};
+    Outcome outcome = Outcome::Working;
+    while (outcome == Outcome::Working) outcome = decoder.step(demand, picture_);
+    return outcome;
+  };
+  push(kCount);
+  decoder.begin();
+  ASSERT_EQ(stepTo(10), Outcome::Ready);
+  const RecentTimes first = recentTimes(TimedWork::Decoding);
+  EXPECT_EQ(first.count, 1u);
+  EXPECT_GE(first.longest, 2 * kNanosecondsPerMillisecond) << "with the frames before it";
+  time.advance(kNanosecondsPerSecond);  // between two frames, which is nobody's work
+  for (int number = 11; number < kCount; ++number) ASSERT_EQ(stepTo(number), Outcome::Ready);
+  EXPECT_EQ(recentTimes(TimedWork::Decoding).count, static_cast<std::size_t>(kCount - 11));
+  EXPECT_EQ(recentTimes(TimedWork::Decoding).median, kNanosecondsPerMillisecond);
 }
 
 TEST_F(SampleQueueDecoderTest, ALetGoDecoderGoesOnBehindThePictureOnShow) {
