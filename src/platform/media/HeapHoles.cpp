@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include "platform/TimeSource.h"
 #include "platform/dispatch/DispatchTimer.h"
@@ -97,15 +98,21 @@ void returnHolesAt(int64_t time, int tries) {
 }  // namespace
 
 void returnHoles() {
-  std::array<void*, kMostBlocks> blocks{};
-  std::size_t count = 0;
+  returnHolesOf(0);
+}
+
+void returnHolesOf(std::size_t bytesFreed) {
+  // Where much was freed, holes that nobody used lie among it, too.
+  const std::size_t sure = bytesFreed / kBlockSizes.front(), most = kMostBlocks + sure;
+  std::vector<void*> blocks;
+  blocks.reserve(most);
   for (const std::size_t bytes : kBlockSizes) {
-    for (bool wasHole = true; wasHole && count < kMostBlocks;) {
-      void* const block = blocks[count++] = std::malloc(bytes);
-      wasHole = block && letPagesGo(block, bytes);
+    for (bool wasHole = true; (wasHole || blocks.size() < sure) && blocks.size() < most;) {
+      blocks.push_back(std::malloc(bytes));
+      wasHole = blocks.back() && letPagesGo(blocks.back(), bytes);
     }
   }
-  while (count > 0) std::free(blocks[--count]);
+  for (; !blocks.empty(); blocks.pop_back()) std::free(blocks.back());
   leftHoles.set(false);
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
+
 namespace zaffo::media {
 
 /// Has the holes that a decoder leaves in the heap given back to the system half a second from now,
@@ -14,5 +16,7 @@ void returnHolesSoon();
 
 /// Does so now, for the holes of the calling thread.
 void returnHoles();
+/// The same after `bytes` and more than decoders have were freed at once.
+void returnHolesOf(std::size_t bytes);
 
 }  // namespace zaffo::media

@@ -76,6 +76,22 @@ TEST_F(HeapHolesTest, ThoseOfOtherThreadsStay) {
   EXPECT_GT(residentBytes() + kFreed / 4, before);
 }
 
+TEST_F(HeapHolesTest, OneThatIsLargerThanADecodersGoesBackWhereThatIsTold) {
+  constexpr std::size_t kMany = 400;
+  Blocks blocks;
+  for (std::size_t i = 0; i < kMany; ++i) {
+    blocks.push_back(std::make_unique<char[]>(kBlock));
+    std::memset(blocks.back().get(), 'x', kBlock);
+  }
+  for (std::size_t i = 1; i + 1 < kMany; ++i) blocks[i].reset();
+  const std::size_t before = residentBytes();
+  returnHoles();
+  EXPECT_GT(residentBytes() + kBlock * kMany / 2, before);
+  returnHolesOf(kBlock * kMany);
+  EXPECT_LT(residentBytes() + kBlock * kMany / 4 * 3, before);
+  EXPECT_TRUE(isIntact(blocks));
+}
+
 TEST_F(HeapHolesTest, ThoseOfTheWorkersGoBackHalfASecondAfterItWasAskedFor) {
   for (int round = 0; round < 2; ++round) {
     Blocks blocks;

@@ -1,17 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/media/source/FileDemuxer.h"
 #include "platform/foundation/MakeError.h"
-#include "platform/media/FFmpegError.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <vector>
 
 namespace zaffo::media {
 namespace {
 
-constexpr int kIOBufferBytes = 32 * 1024;
 constexpr std::size_t kContentBytes = 16 * 1024;
 constexpr int64_t kProbeBytes = 64 * 1024;
 constexpr int64_t kSegmentProbeBytes = 4 * 1024 * 1024;  // a large key frame, and sound behind it
@@ -39,22 +36,14 @@ Result<std::unique_ptr<FileDemuxer>> FileDemuxer::open(ReadTask& task, Kind kind
 FileDemuxer::~FileDemuxer() = default;
 
 NSErrorPtr FileDemuxer::notRecognised() const {
-  return makeError(AVErrorFileFormatNotRecognized, "The file \"" + task_->bytes().name() +
+  return makeError(AVErrorFileFormatNotRecognized, "The file \"" + input_.task().bytes().name() +
                                                        "\" is not in a format that can be played.");
-}
-
-/// Why the bytes cannot be had, where that is it.
-NSErrorPtr FileDemuxer::failedToParse(int averror) const {
-  if (NSErrorPtr error = task_->bytes().error()) return error;
-  return makeFFmpegError(AVErrorFileFailedToParse,
-                         "The file \"" + task_->bytes().name() + "\" is damaged or incomplete.",
-                         averror);
 }
 
 NSErrorPtr FileDemuxer::recogniseSegment() {
   std::vector<uint8_t> bytes(kContentBytes);
-  const int64_t count = task_->readAll(0, bytes);
-  if (count < 0) return failedToParse(static_cast<int>(count));
+  const int64_t count = input_.task().readAll(0, bytes);
+  if (count < 0) return readFailed(static_cast<int>(count));
   format_ = ContainerFormat::ofSegment(std::span(bytes).first(static_cast<std::size_t>(count)));
   return format_ ? nullptr : notRecognised();
 }
@@ -62,12 +51,12 @@ NSErrorPtr FileDemuxer::recogniseSegment() {
 NSErrorPtr FileDemuxer::recognise() {
   if (kind_ == Kind::Segment) return recogniseSegment();
   std::array<uint8_t, 16> head{};
-  int64_t count = task_->readAll(0, head);
-  if (count < 0) return failedToParse(static_cast<int>(count));
+  int64_t count = input_.task().readAll(0, head);
+  if (count < 0) return readFailed(static_cast<int>(count));
   format_ = ContainerFormat::byMagic(std::span(head).first(static_cast<std::size_t>(count)));
   if (format_) return nullptr;
   std::vector<uint8_t> bytes(kContentBytes);
-  count = task_->readAll(ContainerFormat::tagBytes(head), bytes);
+  count = input_.task().readAll(ContainerFormat::tagBytes(head), bytes);
   if (count > 0) {
     const auto content = std::span(bytes).first(static_cast<std::size_t>(count));
     format_ = ContainerFormat::byMagic(content);
@@ -85,21 +74,19 @@ NSErrorPtr FileDemuxer::parse() {
   AVFormatContext* context = makeContext();
   // Frees the context on failure.
   const int opened = avformat_open_input(&context, "", input, nullptr);
-  if (opened < 0) return failedToParse(opened);
+  if (opened < 0) return readFailed(opened);
   context_.reset(context);
   if (NSErrorPtr failure = describeStreams()) return failure;
   for (AVStream* stream : streams()) adoptContainerAspect(*stream);
   return nullptr;
 }
 
-/// One that reads through io_.
+/// One that reads through input_.
 AVFormatContext* FileDemuxer::makeContext() {
   const bool isSegment = kind_ == Kind::Segment;
-  auto* buffer = static_cast<uint8_t*>(av_malloc(kIOBufferBytes));
-  io_.reset(avio_alloc_context(buffer, kIOBufferBytes, 0, this, readPacket, nullptr, seekTo));
-  if (isSegment) io_->seekable = 0;
+  if (isSegment) input_.context()->seekable = 0;
   AVFormatContext* context = avformat_alloc_context();
-  context->pb = io_.get();
+  context->pb = input_.context();
   context->flags |= AVFMT_FLAG_CUSTOM_IO;
   context->io_open = refuseOtherFiles;
   context->protocol_whitelist = av_strdup("");
@@ -112,7 +99,7 @@ AVFormatContext* FileDemuxer::makeContext() {
 NSErrorPtr FileDemuxer::describeStreams() {
   if (format_->describesItself && !lacksPictureSize()) return nullptr;
   const int found = avformat_find_stream_info(context_.get(), nullptr);
-  if (found < 0) return failedToParse(found);
+  if (found < 0) return readFailed(found);
   // Raw streams have no time line of their own: it starts with the first sample that is heard.
   const bool raw = !format_->describesItself && context_->start_time != AV_NOPTS_VALUE;
   if (raw) startMicroseconds_ = context_->start_time;
@@ -155,10 +142,10 @@ bool FileDemuxer::rewind(int streamIndex) {
 }
 
 bool FileDemuxer::survivesAbandoning() {
-  if (!io_ || !context_) return false;
-  io_->eof_reached = io_->error = 0;
+  if (!context_) return false;
+  input_.forgive();
   if (!hasCompleteIndex()) return false;
-  const int64_t missing = task_->lastMissing();
+  const int64_t missing = input_.task().lastMissing();
   return std::ranges::any_of(streams(), [missing](AVStream* stream) {
     for (int i = 0; i < avformat_index_get_entries_count(stream); ++i) {
       const AVIndexEntry& entry = *avformat_index_get_entry(stream, i);
@@ -179,39 +166,7 @@ bool FileDemuxer::tellsDecodeTimes(const AVStream& stream) const {
 }
 
 NSErrorPtr FileDemuxer::readFailed(int averror) const {
-  return failedToParse(averror);
-}
-
-int FileDemuxer::readPacket(void* opaque, uint8_t* buffer, int size) {
-  auto* self = static_cast<FileDemuxer*>(opaque);
-  const int64_t count =
-      self->task_->read(self->position_, std::span(buffer, static_cast<std::size_t>(size)));
-  if (count == 0) return AVERROR_EOF;
-  if (count > 0) self->position_ += count;
-  return static_cast<int>(count);
-}
-
-int64_t FileDemuxer::seekTo(void* opaque, int64_t offset, int whence) {
-  auto* self = static_cast<FileDemuxer*>(opaque);
-  const std::optional<int64_t> bytes = self->task_->bytes().size();
-  switch (whence & ~AVSEEK_FORCE) {
-    case AVSEEK_SIZE:
-      return bytes.value_or(AVERROR(ENOSYS));
-    case SEEK_SET:
-      break;
-    case SEEK_CUR:
-      offset += self->position_;
-      break;
-    case SEEK_END:
-      if (!bytes) return AVERROR(ENOSYS);
-      offset += *bytes;
-      break;
-    default:
-      return AVERROR(EINVAL);
-  }
-  if (offset < 0) return AVERROR(EINVAL);
-  self->position_ = offset;
-  return offset;
+  return media::readFailed(input_.task().bytes(), averror);
 }
 
 }  // namespace zaffo::media

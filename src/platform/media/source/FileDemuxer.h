@@ -8,6 +8,7 @@
 #include "platform/media/FFmpegCommon.h"
 #include "platform/media/source/ContainerFormat.h"
 #include "platform/media/source/ReadTask.h"
+#include "platform/media/source/TaskInput.h"
 
 namespace zaffo::media {
 
@@ -26,7 +27,7 @@ class FileDemuxer {
   FileDemuxer& operator=(const FileDemuxer&) = delete;
 
   /// What reads from now on is the work of `task`, which has the same bytes and outlives that.
-  void readFor(ReadTask& task) { task_ = &task; }
+  void readFor(ReadTask& task) { input_.readFor(task); }
   /// After its task was abandoned in the middle: whether it can be used again, once it has gone to
   /// some place. Only where the samples themselves were missing has the parser lost nothing.
   [[nodiscard]] bool survivesAbandoning();
@@ -58,11 +59,11 @@ class FileDemuxer {
   /// guesses, and is right only of codecs that present samples in the order in which they are
   /// decoded.
   [[nodiscard]] bool tellsDecodeTimes(const AVStream& stream) const;
-  /// What a failed read means to a person.
+  /// As the function of this name, of its bytes.
   [[nodiscard]] NSErrorPtr readFailed(int averror) const;
 
  private:
-  FileDemuxer(ReadTask& task, Kind kind) : task_(&task), kind_(kind) {}
+  FileDemuxer(ReadTask& task, Kind kind) : kind_(kind), input_(task) {}
   [[nodiscard]] NSErrorPtr recognise();
   [[nodiscard]] NSErrorPtr recogniseSegment();
   [[nodiscard]] AVFormatContext* makeContext();
@@ -70,16 +71,10 @@ class FileDemuxer {
   [[nodiscard]] NSErrorPtr parse();
   [[nodiscard]] bool lacksPictureSize() const;
   [[nodiscard]] bool lacksStart(const AVStream& stream) const;
-  [[nodiscard]] NSErrorPtr failedToParse(int averror) const;
   [[nodiscard]] NSErrorPtr notRecognised() const;
 
-  static int readPacket(void* opaque, uint8_t* buffer, int size);
-  static int64_t seekTo(void* opaque, int64_t offset, int whence);
-
-  ReadTask* task_;
   const Kind kind_;
-  int64_t position_ = 0;
-  IOContextPtr io_;  // outlives context_, which reads through it until it is closed
+  TaskInput input_;  // outlives context_, which reads through it until it is closed
   FormatContextPtr context_;
   const ContainerFormat* format_ = nullptr;
   bool atStart_ = true;

@@ -7,11 +7,13 @@
 #include "platform/avfoundation/AVAssetTrack.h"
 #include "platform/foundation/MakeError.h"
 #include "platform/media/FFmpegError.h"
+#include "platform/media/HeapHoles.h"
 #include "platform/media/codec/CodecContext.h"
 #include "platform/media/source/EncryptedTracks.h"
 #include "platform/media/source/FileSampleCursor.h"
 #include "platform/media/source/LocalByteSource.h"
 #include "platform/media/source/SourceOpening.h"
+#include "platform/media/source/TrackIndexing.h"
 #include "platform/media/source/TrackInfo.h"
 
 namespace zaffo::media {
@@ -19,11 +21,23 @@ namespace {
 
 // One for the picture and one for the sound of the player that comes next.
 constexpr std::size_t kIdleDemuxers = 2;
+/// Of a demuxer, from which on it leaves more in the heap than is left to whoever opens the next.
+constexpr std::size_t kLargeIndexBytes = std::size_t{2} << 20;
 
 /// Whether a stream is one of the `encrypted` tracks of its file, or says so itself.
 bool isEncrypted(const AVStream& stream, const std::vector<int>& encrypted) {
   return std::ranges::find(encrypted, stream.id) != encrypted.end() ||
          av_dict_get(stream.metadata, "enc_key_id", nullptr, 0);
+}
+
+/// About what a demuxer holds of the samples of its file, and what it had while it parsed.
+std::size_t bytesOf(const FileDemuxer& demuxer) {
+  constexpr std::size_t kEach = 64;
+  std::size_t count = 0;
+  for (const AVStream* stream : demuxer.streams()) {
+    count += static_cast<std::size_t>(avformat_index_get_entries_count(stream));
+  }
+  return count * kEach;
 }
 
 /// What is known without its samples; null when memory is short.
@@ -78,7 +92,23 @@ void FileSampleSource::readHeads(std::unique_ptr<FileDemuxer> demuxer, ReadTask&
     if (undecodable_.contains(track->trackID)) continue;
     TrackReader::readHead(shared_from_this(), demuxer, *track, task, *heads_[track->trackID]);
   }
-  giveBack(std::move(demuxer));
+  if (!indexTracks(*demuxer, task)) return giveBack(std::move(demuxer));
+  const std::size_t bytes = bytesOf(*demuxer);
+  demuxer.reset();
+  if (bytes >= kLargeIndexBytes) returnHolesOf(bytes);
+}
+
+/// Whether the demuxer is needed no more.
+bool FileSampleSource::indexTracks(FileDemuxer& demuxer, ReadTask& task) {
+  bool isAll = true;
+  for (const auto& track : tracks_) {
+    if (undecodable_.contains(track->trackID)) continue;
+    TrackHead& head = *heads_[track->trackID];
+    AVStream& stream = *demuxer.streams()[static_cast<std::size_t>(track->trackID - 1)];
+    head.indexed = indexTrack(demuxer, stream, head, task);
+    isAll = isAll && head.indexed;
+  }
+  return isAll;
 }
 
 /// False when memory is short.
@@ -118,7 +148,8 @@ BufferedAhead FileSampleSource::bufferedAhead() const {
 Result<std::unique_ptr<SampleCursor>> FileSampleSource::openCursor(int trackID) {
   const auto track = std::ranges::find(tracks_, trackID, &AVAssetTrack::trackID);
   if (track == tracks_.end()) return makeError(AVErrorUnknown, "The asset has no such track.");
-  std::unique_ptr<FileDemuxer> demuxer = takeBehindHead(trackID - 1);
+  std::unique_ptr<FileDemuxer> demuxer;
+  if (!head(trackID).indexed) demuxer = takeBehindHead(trackID - 1);
   if (!demuxer && head(trackID).samples.empty()) demuxer = takeIdle();
   return std::make_unique<FileSampleCursor>(shared_from_this(), std::move(demuxer), **track);
 }

@@ -14,9 +14,11 @@
 namespace zaffo::media {
 
 /// The samples of a file. The header is parsed once by open(), which reads on to the first few
-/// samples of the tracks and keeps them; its demuxer goes to the first cursor, and comes back for
-/// the next one when that cursor ends, so that the cursors of a player cost at most one more parse
-/// (two tracks are read at the same time). All share one source of bytes. Thread: any.
+/// samples of the tracks and keeps them. Of most MP4 files it keeps in few bytes where all samples
+/// are, too (see IndexedTrack), which is what all cursors read by. Of the others it keeps the
+/// demuxer, which goes to the first cursor, and comes back for the next one when that cursor ends,
+/// so that the cursors of a player cost at most one more parse (two tracks are read at the same
+/// time). All share one source of bytes. Thread: any.
 class FileSampleSource : public SampleSource,
                          public std::enable_shared_from_this<FileSampleSource> {
  public:
@@ -48,6 +50,7 @@ class FileSampleSource : public SampleSource,
   explicit FileSampleSource(std::shared_ptr<ByteSource> bytes) : bytes_(std::move(bytes)) {}
   [[nodiscard]] bool describe(FileDemuxer& demuxer, ReadTask& task);
   void readHeads(std::unique_ptr<FileDemuxer> demuxer, ReadTask& task);
+  [[nodiscard]] bool indexTracks(FileDemuxer& demuxer, ReadTask& task);
   [[nodiscard]] std::unique_ptr<FileDemuxer> takeBehindHead(int streamIndex);
 
   const std::shared_ptr<ByteSource> bytes_;

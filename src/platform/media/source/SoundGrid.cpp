@@ -32,8 +32,8 @@ int packetSamples(const AVCodecParameters& parameters) {
 
 }  // namespace
 
-SoundGrid::SoundGrid(const AVStream& stream) : timeBase_(stream.time_base) {
-  const AVCodecParameters& parameters = *stream.codecpar;
+SoundGrid::SoundGrid(const AVCodecParameters& parameters, AVRational timeBase)
+    : timeBase_(timeBase) {
   if (parameters.codec_type != AVMEDIA_TYPE_AUDIO) return;
   sampleRate_ = parameters.codec_id == AV_CODEC_ID_OPUS ? kOpusRate : parameters.sample_rate;
   const bool rounds = int64_t{timeBase_.num} * sampleRate_ > timeBase_.den;

@@ -14,7 +14,7 @@ namespace zaffo::media {
 /// one. Immutable.
 class SoundGrid {
  public:
-  explicit SoundGrid(const AVStream& stream);
+  SoundGrid(const AVCodecParameters& parameters, AVRational timeBase);
 
   /// The exact time for a timestamp of the stream; the timestamp's own where the container does not
   /// round or it fits no packet.

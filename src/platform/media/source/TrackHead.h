@@ -3,12 +3,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "platform/media/FFmpegCommon.h"
 #include "platform/media/Sample.h"
 
 namespace zaffo::media {
+
+struct IndexedTrack;
 
 /// What is known of a track once its file was opened, and kept for as long as it is open. To that
 /// belong its first samples in decode order: so a player shows its first frame, and a loop goes
@@ -24,6 +27,8 @@ struct TrackHead {
   AVRational timeBase{};          ///< of the stream
   int64_t timelineStart = 0;      ///< as FileDemuxer::timelineStart
   bool tellsDecodeTimes = false;  ///< as FileDemuxer::tellsDecodeTimes
+  /// What all samples are read by; null where that takes a demuxer.
+  std::shared_ptr<const IndexedTrack> indexed;
 };
 
 }  // namespace zaffo::media

@@ -88,6 +88,7 @@ TrackReader::TrackReader(std::shared_ptr<FileSampleSource> source,
       timeRange_(track.timeRange),
       head_(source_->head(track.trackID)),
       packet_(av_packet_alloc()) {
+  if (head_.indexed) indexed_.emplace(*head_.indexed, task_);
   if (demuxer_) selectStream();
 }
 
@@ -135,10 +136,14 @@ Outcome TrackReader::giveHead(Sample& sample) {
   return Outcome::Ready;
 }
 
-// Where the demuxer has been elsewhere since, what the head holds is read and passed over.
+// Where a demuxer has been elsewhere since, what the head holds is read and passed over.
 bool TrackReader::goBehindHead() {
   inHead_.reset();
-  if (!hasDemuxer()) return false;
+  if (indexed_) {
+    indexed_->goBehind(head_.samples.size());
+    return true;
+  }
+  if (!canRead()) return false;
   if (demuxer_->isBehindHead(streamIndex_)) return true;
   if (!goToFirst()) return false;
   for (std::size_t i = 0; i < head_.samples.size(); ++i) {
@@ -148,13 +153,21 @@ bool TrackReader::goBehindHead() {
   return true;
 }
 
-Outcome TrackReader::read() {
+/// The next one of the track: an AVERROR where that cannot be had.
+int TrackReader::readPacket() {
+  av_packet_unref(packet_.get());
+  if (indexed_) return indexed_->read(*packet_);
   demuxer_->setMoved();
-  int result = 0;
-  do {
+  int result = av_read_frame(demuxer_->context(), packet_.get());
+  while (result >= 0 && packet_->stream_index != streamIndex_) {
     av_packet_unref(packet_.get());
     result = av_read_frame(demuxer_->context(), packet_.get());
-  } while (result >= 0 && packet_->stream_index != streamIndex_);
+  }
+  return result;
+}
+
+Outcome TrackReader::read() {
+  const int result = readPacket();
   if (result == AVERROR_EOF && !endsEarly()) return Outcome::End;
   if (result >= 0 && av_packet_get_side_data(packet_.get(), AV_PKT_DATA_ENCRYPTION_INFO, nullptr)) {
     error_ = contentIsProtected();
@@ -164,35 +177,46 @@ Outcome TrackReader::read() {
     lastDecode_ = packet_->dts;
     return Outcome::Ready;
   }
-  error_ = demuxer_->readFailed(result < 0 ? result : AVERROR_INVALIDDATA);
+  error_ = readFailed(task_.bytes(), result < 0 ? result : AVERROR_INVALIDDATA);
   return Outcome::Error;
 }
 
 // Whether the index names samples after the last one that was read; any at all when none was read
 // since the place was taken, for every place that can be taken is that of a sample.
 bool TrackReader::endsEarly() const {
+  const auto last = lastIndexed();
+  if (!namesAllSamples() || !last) return false;
+  return lastDecode_ == AV_NOPTS_VALUE || *last > lastDecode_;
+}
+
+bool TrackReader::namesAllSamples() const {
+  return indexed_ || demuxer_->hasCompleteIndex();
+}
+
+/// When the last sample that the index names is decoded.
+std::optional<int64_t> TrackReader::lastIndexed() const {
+  if (indexed_) return head_.indexed->table.at(head_.indexed->table.size() - 1).decode;
   const int count = avformat_index_get_entries_count(stream_);
-  if (!demuxer_->hasCompleteIndex() || count == 0) return false;
-  if (lastDecode_ == AV_NOPTS_VALUE) return true;
-  return avformat_index_get_entry(stream_, count - 1)->timestamp > lastDecode_;
+  if (count == 0) return std::nullopt;
+  return avformat_index_get_entry(stream_, count - 1)->timestamp;
 }
 
 void TrackReader::fill(Sample& sample) {
-  const AVRational base = stream_->time_base;
-  const int64_t start = demuxer_->timelineStart(*stream_);
+  const AVRational base = head_.timeBase;
+  const int64_t start = head_.timelineStart;
   const int64_t pts = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
-  const SoundGrid grid(*stream_);
+  const SoundGrid grid(codecParameters(), base);
   const auto onTimeline = [&](int64_t timestamp) {
     return timestamp == AV_NOPTS_VALUE ? kCMTimeInvalid : grid.timeOf(timestamp - start);
   };
   sample.presentation = onTimeline(pts);
-  sample.decode = demuxer_->tellsDecodeTimes(*stream_) ? onTimeline(packet_->dts) : kCMTimeInvalid;
+  sample.decode = head_.tellsDecodeTimes ? onTimeline(packet_->dts) : kCMTimeInvalid;
   sample.duration = timeFromTimestamp(std::max<int64_t>(0, packet_->duration), base);
   sample.sync = packet_->flags & AV_PKT_FLAG_KEY;
   sample.decodeOnly = (packet_->flags & AV_PKT_FLAG_DISCARD) != 0;
   // The first and last packets of most codecs reach beyond the sound that was put in.
   sample.heardFrom = kCMTimeZero;
-  sample.heardUntil = demuxer_->hasCompleteIndex() ? CMTimeRangeGetEnd(timeRange_) : kCMTimeInvalid;
+  sample.heardUntil = namesAllSamples() ? CMTimeRangeGetEnd(timeRange_) : kCMTimeInvalid;
   if (!sample.packet) sample.packet.reset(av_packet_alloc());
   av_packet_unref(sample.packet.get());
   av_packet_move_ref(sample.packet.get(), packet_.get());
@@ -202,12 +226,11 @@ void TrackReader::seek(CMTime time) {
   if (goInHead(time)) return;
   const bool isTime = CMTIME_IS_NUMERIC(time) || CMTIME_IS_POSITIVE_INFINITY(time);
   if (isTime && time > kCMTimeZero) {
-    if (!hasDemuxer()) return;
-    const int64_t start = demuxer_->timelineStart(*stream_);
-    const int64_t timestamp = neededFor(time, *stream_->codecpar, stream_->time_base);
-    const bool isSound = stream_->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+    if (!canRead()) return;
+    const int64_t timestamp = neededFor(time, codecParameters(), head_.timeBase);
+    const bool isSound = codecParameters().codec_type == AVMEDIA_TYPE_AUDIO;
     const auto land = isSound ? &TrackReader::landAt : &TrackReader::seekVideo;
-    if (timestamp > 0 && (this->*land)(timestamp + start)) return;
+    if (timestamp > 0 && (this->*land)(timestamp + head_.timelineStart)) return;
   }
   (void)rewind();
 }
@@ -230,15 +253,18 @@ bool TrackReader::seekVideo(int64_t timestamp) {
 // the way there leads through the start. An index of every sample is right about the places: what
 // is not there is missing from the file, which next() tells.
 bool TrackReader::landAt(int64_t timestamp) {
-  demuxer_->setMoved();
-  if (av_seek_frame(demuxer_->context(), streamIndex_, timestamp, AVSEEK_FLAG_BACKWARD) < 0) {
-    return false;
-  }
+  if (!seekPacket(timestamp)) return false;
   lastDecode_ = AV_NOPTS_VALUE;
   isFirst_ = true;
   outcome_ = read();
   pending_ = outcome_ == Outcome::Ready;
-  return outcome_ != Outcome::Error || demuxer_->hasCompleteIndex();
+  return outcome_ != Outcome::Error || namesAllSamples();
+}
+
+bool TrackReader::seekPacket(int64_t timestamp) {
+  if (indexed_) return indexed_->goToSync(timestamp);
+  demuxer_->setMoved();
+  return av_seek_frame(demuxer_->context(), streamIndex_, timestamp, AVSEEK_FLAG_BACKWARD) >= 0;
 }
 
 bool TrackReader::goInHead(CMTime time) {
@@ -287,19 +313,25 @@ bool TrackReader::rewind() {
 
 void TrackReader::wasAbandoned() {
   leave();
+  if (indexed_) indexed_->wasAbandoned();
   if (!demuxer_ || demuxer_->survivesAbandoning()) return;
   demuxer_.reset();
   stream_ = nullptr;
 }
 
-// Has the demuxer stand before the first sample. Parsing anew is the one way there that every
+// Has what is read from stand before the first sample. Parsing anew is the one way there that every
 // format and every damaged index allows.
 bool TrackReader::goToFirst() {
+  if (indexed_) {
+    indexed_->goTo(0);
+    return true;
+  }
   if (demuxer_ && (demuxer_->isAtStart() || demuxer_->rewind(streamIndex_))) return true;
   return parseAnew();
 }
 
-bool TrackReader::hasDemuxer() {
+bool TrackReader::canRead() {
+  if (indexed_) return true;
   if (!demuxer_ && (demuxer_ = source_->takeIdle())) selectStream();
   return demuxer_ || parseAnew();
 }

@@ -8,6 +8,7 @@
 #include "platform/avfoundation/AVAssetTrack.h"
 #include "platform/media/Outcome.h"
 #include "platform/media/source/FileDemuxer.h"
+#include "platform/media/source/IndexedTrack.h"
 #include "platform/media/source/TrackHead.h"
 
 namespace zaffo::media {
@@ -59,7 +60,11 @@ class TrackReader {
   [[nodiscard]] bool rewind();
   void leave();
   [[nodiscard]] bool goToFirst();
-  [[nodiscard]] bool hasDemuxer();
+  [[nodiscard]] int readPacket();
+  [[nodiscard]] bool seekPacket(int64_t timestamp);
+  [[nodiscard]] bool canRead();
+  [[nodiscard]] bool namesAllSamples() const;
+  [[nodiscard]] std::optional<int64_t> lastIndexed() const;
   [[nodiscard]] bool parseAnew();
   [[nodiscard]] Outcome giveHead(Sample& sample);
   [[nodiscard]] bool goBehindHead();
@@ -75,13 +80,14 @@ class TrackReader {
   std::unique_ptr<FileDemuxer> demuxer_;
   const int streamIndex_;
   const CMTimeRange timeRange_;
-  const TrackHead& head_;                // the source's
-  std::optional<std::size_t> inHead_;    // the place is in the head, before this sample or its end
-  AVStream* stream_ = nullptr;           // null while there is no demuxer
-  PacketPtr packet_;                     // the one that was read last
-  int64_t lastDecode_ = AV_NOPTS_VALUE;  // read since the place was taken
-  bool pending_ = false;                 // packet_ was read by a seek and not given yet
-  bool isFirst_ = true;                  // the next sample is the one that the place was taken for
+  const TrackHead& head_;              // the source's
+  std::optional<std::size_t> inHead_;  // the place is in the head, before this sample or its end
+  std::optional<IndexedPackets> indexed_;  // instead of a demuxer, where the track allows it
+  AVStream* stream_ = nullptr;             // null while there is no demuxer
+  PacketPtr packet_;                       // the one that was read last
+  int64_t lastDecode_ = AV_NOPTS_VALUE;    // read since the place was taken
+  bool pending_ = false;                   // packet_ was read by a seek and not given yet
+  bool isFirst_ = true;  // the next sample is the one that the place was taken for
   Outcome outcome_ = Outcome::Ready;
   NSErrorPtr error_;
 };
