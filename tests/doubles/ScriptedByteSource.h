@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <list>
 #include <memory>
 #include <optional>
@@ -65,6 +66,8 @@ class ScriptedByteSource final : public ByteSource {
     const Stretch stretch{offset, std::min(offset + count, length())};
     return std::make_unique<OneWant>(*this, stretch, std::move(handler));
   }
+  void setWorthGoingOn(int64_t count) { worthGoingOn_ = count; }
+  [[nodiscard]] int64_t worthGoingOn() const override { return worthGoingOn_; }
   [[nodiscard]] std::optional<int64_t> size() const override {
     return sizeIsKnown_ ? std::optional(length()) : std::nullopt;
   }
@@ -117,6 +120,7 @@ class ScriptedByteSource final : public ByteSource {
   std::string isHeld_;  ///< of each byte
   std::list<OneWant*> wants_;
   int wantsInAll_ = 0;
+  int64_t worthGoingOn_ = std::numeric_limits<int64_t>::max();
   bool sizeIsKnown_ = true;
   int failure_ = 0;
   NSErrorPtr error_;

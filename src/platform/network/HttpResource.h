@@ -22,6 +22,9 @@ class HttpResourceCore;
 /// tries again. Thread: any.
 class HttpResource final : public media::ByteSource {
  public:
+  /// A few packets of the network's.
+  static constexpr int64_t kWorthGoingOn = 4096;
+
   /// `address` is http or https. `client` and `budget` outlive it.
   explicit HttpResource(URL address, HttpOptions options = {},
                         HttpClient& client = HttpClient::shared(),
@@ -33,6 +36,7 @@ class HttpResource final : public media::ByteSource {
   [[nodiscard]] int64_t readHeld(int64_t offset, std::span<uint8_t> bytes) override;
   [[nodiscard]] std::unique_ptr<Want> want(int64_t offset, int64_t count,
                                            std::function<void()> handler) override;
+  [[nodiscard]] int64_t worthGoingOn() const override { return kWorthGoingOn; }
   [[nodiscard]] Ahead ahead() const override;
   [[nodiscard]] std::optional<int64_t> size() const override;
   [[nodiscard]] NSErrorPtr error() const override;

@@ -30,6 +30,7 @@ class SegmentBytes final : public media::ByteSource {
   [[nodiscard]] int64_t readHeld(int64_t offset, std::span<uint8_t> bytes) override;
   [[nodiscard]] std::unique_ptr<Want> want(int64_t offset, int64_t count,
                                            std::function<void()> handler) override;
+  [[nodiscard]] int64_t worthGoingOn() const override { return body_->worthGoingOn(); }
   /// Counts from where its resource was read to last.
   [[nodiscard]] Ahead ahead() const override;
   [[nodiscard]] std::optional<int64_t> size() const override;

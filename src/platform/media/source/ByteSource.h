@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <span>
@@ -42,6 +43,10 @@ class ByteSource {
   /// those up to the end are, or one of them will not come.
   [[nodiscard]] virtual std::unique_ptr<Want> want(int64_t offset, int64_t count,
                                                    std::function<void()> handler) = 0;
+
+  /// Where bytes come bit by bit, so many are worth going on with for one who can do with fewer
+  /// than he asked for.
+  [[nodiscard]] virtual int64_t worthGoingOn() const { return std::numeric_limits<int64_t>::max(); }
 
   /// Where reading has come to is where somebody read or wanted last, of all who do. Local storage
   /// counts as being here.

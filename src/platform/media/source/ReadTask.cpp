@@ -47,11 +47,17 @@ void ReadTask::wantMissing() {
 }
 
 int64_t ReadTask::read(int64_t offset, std::span<uint8_t> bytes) {
+  return readSome(offset, bytes, bytes_->worthGoingOn());
+}
+
+/// Waits for `least` bytes where none is here.
+int64_t ReadTask::readSome(int64_t offset, std::span<uint8_t> bytes, int64_t least) {
+  const auto most = static_cast<int64_t>(std::min(bytes.size(), kMostWantedBytes));
   for (;;) {
     if (isAbandoned_) return -ECANCELED;
     const int64_t count = bytes_->readHeld(offset, bytes);
     if (count != -EAGAIN) return count;
-    missing_ = {offset, static_cast<int64_t>(std::min(bytes.size(), kMostWantedBytes))};
+    missing_ = {offset, std::min(least, most)};
     fiber_->suspend();
   }
 }
@@ -59,7 +65,9 @@ int64_t ReadTask::read(int64_t offset, std::span<uint8_t> bytes) {
 int64_t ReadTask::readAll(int64_t offset, std::span<uint8_t> bytes) {
   std::size_t got = 0;
   while (got < bytes.size()) {
-    const int64_t count = read(offset + static_cast<int64_t>(got), bytes.subspan(got));
+    const auto rest = bytes.subspan(got);
+    const int64_t count =
+        readSome(offset + static_cast<int64_t>(got), rest, static_cast<int64_t>(rest.size()));
     if (count < 0) return count;
     if (count == 0) break;
     got += static_cast<std::size_t>(count);

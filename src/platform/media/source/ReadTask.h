@@ -53,6 +53,7 @@ class ReadTask {
     bool operator==(const Stretch&) const = default;
   };
 
+  [[nodiscard]] int64_t readSome(int64_t offset, std::span<uint8_t> bytes, int64_t least);
   void wantMissing();
   void end();
 
