@@ -17,8 +17,7 @@ std::string folderOf(const NSURL& base) {
 }
 
 bool isBelow(const NSURL& address, const NSURL& base) {
-  if (!isSameOrigin(address, base)) return false;
-  return address.path() == base.path() || folderOf(address).starts_with(folderOf(base));
+  return isSameOrigin(address, base) && folderOf(address).starts_with(folderOf(base));
 }
 
 bool isNameCharacter(char c) {

@@ -199,7 +199,7 @@ TEST_F(RemoteAssetTest, AClipThatIsTurnedBackToIsNotFetchedAgain) {
   asset = assetAt("/clip.mp4");
   ASSERT_FALSE(load(*asset));
   EXPECT_EQ(asset->tracks().size(), 2U);
-  EXPECT_GT(playTo(*playerOf(asset), 60, 2).size(), 20U);
+  EXPECT_FALSE(playTo(*playerOf(asset), 60, 2).empty());
   EXPECT_EQ(server_.requests().size(), 1U);
 }
 
