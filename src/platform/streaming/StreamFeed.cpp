@@ -44,6 +44,7 @@ StreamFeed::StreamFeed(std::vector<Rendition> renditions, std::size_t present, S
 
 std::vector<int64_t> StreamFeed::ratesOf(const std::vector<Rendition>& renditions) {
   std::vector<int64_t> rates;
+  rates.reserve(renditions.size());
   for (const auto& rendition : renditions) rates.push_back(rendition.bitsPerSecond);
   return rates;
 }
